@@ -1,0 +1,24 @@
+#include "platform/vo/AnyObject.h"
+
+#include <stdexcept>
+
+namespace vo {
+
+ServiceObject& AnyObject::checked() const
+{
+    if (!object_)
+        throw std::runtime_error("This object is null");
+    return *object_;
+}
+
+bool AnyObject::disconnect(SignalLink link) const
+{
+    return checked().disconnectQueued(link);
+}
+
+AnyObject Convert<AnyObject>::from(const Value& v)
+{
+    return AnyObject(detail::content<std::shared_ptr<ServiceObject>>(v, "object"));
+}
+
+}  // namespace vo

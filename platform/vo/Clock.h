@@ -1,0 +1,59 @@
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace vo {
+
+class Executor;
+
+/// All periods and delays of the platform are whole microseconds.
+using Duration = std::chrono::microseconds;
+/// A wall-clock instant, microseconds since the Unix epoch (UTC).
+using TimePoint = std::chrono::time_point<std::chrono::system_clock, Duration>;
+
+/// A delay given as an unsigned number; one beyond Duration's range becomes its end, some 300,000
+/// years.
+inline Duration fromMicroseconds(std::uint64_t microseconds)
+{
+    const auto limit = static_cast<std::uint64_t>(Duration::max().count());
+    return Duration(static_cast<Duration::rep>(std::min(microseconds, limit)));
+}
+
+/// Where the platform takes its time and its threads from.
+///
+/// Nothing else reads a system clock, sleeps or creates a thread for tasks. That is what makes a
+/// run repeatable: under a VirtualClock time stands still until somebody advances it, and every
+/// task of every executor then runs in due order, the same order every time.
+///
+/// Thread-safe. A clock outlives every executor that it made, and is not destroyed by a task of
+/// one.
+class Clock {
+public:
+    /// Where an executor's tasks run under the real clock. A virtual clock ignores it.
+    enum class Threading {
+        shared,  ///< on one of a small pool of platform threads
+        own      ///< on a thread of its own: for work that is never to wait behind others
+    };
+
+    virtual ~Clock() = default;
+
+    /// The wall clock. It can jump in either direction (summer time, a user setting the clock);
+    /// stamps and calendars use it, delays do not.
+    virtual TimePoint now() const = 0;
+
+    /// Time since this clock was made; never goes back. Delays and periods are counted on it.
+    virtual Duration uptime() const = 0;
+
+    /// Makes a serial task queue on this clock. The name is for logs and debuggers.
+    virtual std::shared_ptr<Executor> makeExecutor(const std::string& name,
+                                                   Threading threading) = 0;
+};
+
+/// The machine's clock, with real threads.
+std::shared_ptr<Clock> makeRealClock();
+
+}  // namespace vo

@@ -1,0 +1,225 @@
+#include <algorithm>
+#include <future>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "platform/vo/Executor.h"
+#include "platform/vo/Log.h"
+#include "platform/vo/VirtualClock.h"
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using vo::Clock;
+using vo::Duration;
+using vo::TimePoint;
+using vo::VirtualClock;
+
+namespace {
+
+const TimePoint kStart{std::chrono::hours(24 * 20000)};
+
+// What every executor promises. The real ones need real threads to prove their wiring; their tests
+// wait for what tasks signal, and for nothing longer than a millisecond's timer.
+class ExecutorTest : public testing::TestWithParam<std::string> {
+protected:
+    std::shared_ptr<vo::Executor> makeExecutor(const std::string& name = "tested")
+    {
+        return clock->makeExecutor(
+            name, GetParam() == "own" ? Clock::Threading::own : Clock::Threading::shared);
+    }
+
+    // Lets virtual time pass on a thread of its own, as real time does.
+    std::future<void> letTimePass(Duration duration = 0us)
+    {
+        return std::async(std::launch::async, [this, duration] {
+            if (virtualClock)
+                virtualClock->advance(duration);
+        });
+    }
+
+    // Runs everything that is due now.
+    void finish(vo::Executor& executor)
+    {
+        std::promise<void> last;
+        executor.post([&] { last.set_value(); });
+        letTimePass().get();
+        last.get_future().get();
+    }
+
+    std::shared_ptr<VirtualClock> virtualClock =
+        GetParam() == "virtual" ? std::make_shared<VirtualClock>(kStart) : nullptr;
+    std::shared_ptr<Clock> clock =
+        virtualClock ? std::shared_ptr<Clock>(virtualClock) : vo::makeRealClock();
+};
+
+INSTANTIATE_TEST_SUITE_P(Clocks, ExecutorTest, testing::Values("virtual", "shared", "own"),
+                         [](const auto& world) { return world.param; });
+
+TEST_P(ExecutorTest, tasks_of_many_posters_run_one_at_a_time_and_in_each_posters_order)
+{
+    constexpr int kTasks = 1000;
+    const auto executor = makeExecutor();
+    std::vector<int> seen;  // unprotected: a second task at the same time is a race
+    const auto post = [&](int from) {
+        for (int i = from; i < from + kTasks; ++i)
+            executor->post([&seen, i] { seen.push_back(i); });
+    };
+    auto other = std::async(std::launch::async, post, kTasks);
+    post(0);
+    other.get();
+    finish(*executor);
+    ASSERT_EQ(seen.size(), 2u * kTasks);
+    std::stable_partition(seen.begin(), seen.end(), [](int i) { return i < kTasks; });
+    EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
+}
+
+TEST_P(ExecutorTest, delayed_task_runs_when_due_though_a_later_one_waits)
+{
+    const auto executor = makeExecutor();
+    std::promise<Duration> ran;
+    executor->post([] { FAIL() << "eternity has not passed"; }, Duration::max());
+    const auto late = executor->post([] { FAIL() << "an hour has not passed"; }, 1h);
+    const Duration due = clock->uptime() + 1ms;
+    executor->post([&] { ran.set_value(clock->uptime()); }, 1ms);
+    const auto passing = letTimePass(1ms);
+    EXPECT_GE(ran.get_future().get(), due);
+    EXPECT_FALSE(makeExecutor("other")->cancel(late));
+    EXPECT_TRUE(executor->cancel(late));
+    EXPECT_FALSE(executor->cancel(late));
+}
+
+TEST_P(ExecutorTest, throwing_task_is_logged_under_the_executors_name_and_the_next_one_runs)
+{
+    const vo::LogCapture log;
+    const auto executor = makeExecutor("arms");
+    executor->post([] { throw std::runtime_error("out of reach"); });
+    executor->post([] { throw 5; });
+    finish(*executor);
+    EXPECT_THAT(log.lines(vo::LogLevel::error),
+                ElementsAre("Executor/arms: out of reach", "Executor/arms: unknown exception"));
+}
+
+TEST_P(ExecutorTest, close_drops_what_waits_and_waits_for_what_runs)
+{
+    const auto executor = makeExecutor();
+    std::promise<void> begun;
+    std::promise<void> dropped;
+    bool ended = false;
+    executor->post([&] {
+        begun.set_value();
+        dropped.get_future().get();
+        ended = true;
+    });
+    // Its last holder is the queue: when close() drops it, the running task may end.
+    executor->post([signal = std::shared_ptr<void>(nullptr, [&](void*) { dropped.set_value(); })] {
+        FAIL() << "dropped";
+    });
+    const auto passing = letTimePass();
+    begun.get_future().get();
+    EXPECT_FALSE(executor->isCurrent());
+    executor->close();
+    EXPECT_TRUE(ended);
+    EXPECT_EQ(executor->post([] { FAIL() << "refused"; }), 0u);
+    executor->close();
+}
+
+TEST_P(ExecutorTest, task_may_close_and_destroy_its_own_executor)
+{
+    auto executor = makeExecutor();
+    std::promise<void> destroyed;
+    executor->post([] { FAIL() << "dropped"; }, 1h);
+    executor->post([&] {
+        EXPECT_TRUE(executor->isCurrent());
+        executor->close();
+        executor.reset();
+        destroyed.set_value();
+    });
+    letTimePass().get();
+    destroyed.get_future().get();
+}
+
+struct VirtualClockTest : testing::Test {
+    // A task that notes its name and when it ran.
+    vo::Executor::Task note(const std::string& name)
+    {
+        return [=] { seen.push_back(name + "@" + std::to_string(clock.uptime().count())); };
+    }
+    std::vector<std::string> seen;
+    VirtualClock clock{kStart, 100};
+    std::shared_ptr<vo::Executor> first = clock.makeExecutor("first", Clock::Threading::own);
+    std::shared_ptr<vo::Executor> second = clock.makeExecutor("second", Clock::Threading::shared);
+};
+
+TEST_F(VirtualClockTest, all_executors_run_in_order_of_due_time_then_of_posting)
+{
+    first->post(note("c"), 30us);
+    second->post(note("a"), 10us);
+    second->post(note("d"), 30us);
+    first->post(note("b"), 10us);
+    first->post(note("past"), -5us);
+    first->post(
+        [&] {
+            first->post(note("later"), 5us);
+            second->post(note("same instant"));
+            note("a'")();
+        },
+        10us);
+    EXPECT_TRUE(seen.empty());
+    clock.advance(30us);
+    EXPECT_THAT(seen, ElementsAre("past@0", "a@10", "b@10", "a'@10", "same instant@10", "later@15",
+                                  "c@30", "d@30"));
+}
+
+TEST_F(VirtualClockTest, advance_includes_its_last_instant_and_nothing_after)
+{
+    EXPECT_EQ(clock.untilNextTask(), std::nullopt);
+    first->post(note("at"), 10us);
+    first->post(note("after"), 11us);
+    first->post([&] { EXPECT_THROW(clock.advance(1us), std::logic_error); });
+    EXPECT_THROW(clock.advance(-1us), std::invalid_argument);
+    clock.advance(4us);
+    clock.jumpWallClock(-1h);  // of no concern to delays
+    EXPECT_EQ(clock.untilNextTask(), 6us);
+    clock.advance(6us);
+    EXPECT_THAT(seen, ElementsAre("at@10"));
+    EXPECT_EQ(clock.now(), kStart + 10us - 1h);
+}
+
+TEST_F(VirtualClockTest, tasks_that_post_each_other_at_one_instant_end_the_advance)
+{
+    int left = 101;
+    std::function<void()> chain = [&] {
+        if (--left > 0)
+            first->post(chain);
+    };
+    first->post(chain);
+    EXPECT_THROW(clock.runPending(), std::runtime_error);
+    EXPECT_EQ(left, 1);
+    first->post(note("next instant"), 1us);
+    clock.advance(1us);
+    EXPECT_EQ(left, 0);
+    EXPECT_THAT(seen, ElementsAre("next instant@1"));
+}
+
+// Needs a second thread, which may find the first one's advance in progress.
+TEST_F(VirtualClockTest, second_advancing_thread_has_its_turn_after_the_first)
+{
+    std::promise<void> announced;
+    std::future<void> other;
+    first->post(
+        [&] {
+            other = std::async(std::launch::async, [&] {
+                announced.set_value();
+                clock.advance(10us);
+            });
+            announced.get_future().get();
+            note("first")();
+        },
+        10us);
+    first->post(note("second"), 20us);
+    clock.advance(10us);
+    other.get();
+    EXPECT_THAT(seen, ElementsAre("first@10", "second@20"));
+}
+
+}  // namespace

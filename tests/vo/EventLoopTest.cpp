@@ -1,0 +1,103 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <limits>
+
+#include "platform/vo/Application.h"
+#include "platform/vo/EventLoop.h"
+#include "platform/vo/VirtualClock.h"
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+
+namespace {
+
+struct EventLoopTest : testing::Test {
+    vo::VirtualClock clock{vo::TimePoint()};
+    vo::EventLoop loop{clock.makeExecutor("loop", vo::Clock::Threading::own)};
+};
+
+TEST_F(EventLoopTest, function_runs_after_its_delay_and_ends_its_future_with_the_result)
+{
+    std::vector<int> order;
+    loop.async([&] { order.push_back(2); }, 10);
+    const auto inside = loop.async([&] { return loop.isInEventLoopThread(); }, 10);
+    loop.async([&] { order.push_back(3); }, 10);
+    loop.async([&] { order.push_back(1); });
+    const auto failed = loop.async([]() -> int { throw std::runtime_error("no power"); }, 10);
+    const auto owned = loop.async([number = std::make_unique<int>(4)] { return *number; }, 10);
+    const auto never = loop.async([] {}, std::numeric_limits<std::uint64_t>::max());
+    clock.advance(9us);
+    EXPECT_THAT(order, ElementsAre(1));
+    EXPECT_TRUE(inside.isRunning());
+    clock.advance(1us);
+    EXPECT_THAT(order, ElementsAre(1, 2, 3));
+    EXPECT_TRUE(inside.value());
+    EXPECT_EQ(failed.error(), "no power");
+    EXPECT_EQ(owned.value(), 4);
+    EXPECT_TRUE(never.isRunning());
+    EXPECT_FALSE(loop.isInEventLoopThread());
+}
+
+TEST_F(EventLoopTest, cancel_prevents_what_has_not_begun_and_leaves_the_rest_alone)
+{
+    const auto held = std::make_shared<int>();
+    const auto waiting = loop.async([held] { FAIL() << "cancelled"; }, 5);
+    waiting.cancel();
+    EXPECT_TRUE(waiting.isCanceled());
+    EXPECT_EQ(held.use_count(), 1);
+
+    vo::Future<int> self;
+    self = loop.async([&self] {
+        self.cancel();
+        return 1;
+    });
+    clock.advance(5us);
+    EXPECT_EQ(self.value(), 1);
+    self.cancel();
+    EXPECT_TRUE(self.hasValue());
+}
+
+TEST_F(EventLoopTest, closing_cancels_and_every_function_is_gone_when_its_future_ends)
+{
+    const auto held = std::make_shared<int>();
+    std::vector<long> holders;
+    const auto note = [&](const auto&) { holders.push_back(held.use_count()); };
+    loop.async([held] { return 1; }).then(note);
+    loop.async([held] { throw std::runtime_error("thrown"); }).then(note);
+    const auto waiting = loop.async([held] {}, 10);
+    waiting.then(note);
+    clock.runPending();
+    loop.close();
+    EXPECT_TRUE(waiting.isCanceled());
+    EXPECT_THAT(holders, ElementsAre(3, 2, 1));  // this test, and the functions still to come
+    EXPECT_TRUE(loop.async([] { return 1; }).isCanceled());
+}
+
+TEST(ApplicationTest, is_current_while_it_lives_and_alone)
+{
+    EXPECT_EQ(vo::Application::currentOrNull(), nullptr);
+    EXPECT_EQ(vo::Application::currentClock(), nullptr);
+    EXPECT_THROW(vo::getEventLoop(), std::logic_error);
+    const auto clock = std::make_shared<vo::VirtualClock>(vo::TimePoint());
+    vo::Future<void> waiting;
+    {
+        vo::Application application(clock);
+        EXPECT_EQ(&vo::Application::current(), &application);
+        EXPECT_EQ(vo::Application::currentClock(), clock);
+        EXPECT_THROW(vo::Application second(clock), std::logic_error);
+        waiting = vo::getEventLoop()->async([] {}, 1);
+    }
+    EXPECT_TRUE(waiting.isCanceled());
+    EXPECT_EQ(vo::Application::currentOrNull(), nullptr);
+}
+
+// Needs real time: proves that the loop has a thread, on which a function finds the application.
+TEST(ApplicationTest, runs_functions_on_a_thread_of_its_own_on_the_real_clock)
+{
+    vo::Application application(vo::makeRealClock());
+    const auto inside = [] { return vo::getEventLoop()->isInEventLoopThread(); };
+    EXPECT_TRUE(vo::getEventLoop()->async(inside, 1).value());
+    EXPECT_FALSE(inside());
+}
+
+}  // namespace

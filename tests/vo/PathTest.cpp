@@ -1,0 +1,95 @@
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdexcept>
+
+#include "platform/vo/Path.h"
+
+using testing::ElementsAre;
+using vo::path::confFolders;
+using vo::path::findConf;
+namespace fs = std::filesystem;
+
+namespace {
+
+class PathTest : public testing::Test {
+protected:
+    PathTest()
+    {
+        std::string pattern = (fs::temp_directory_path() / "path-test-XXXXXX").string();
+        root_ = mkdtemp(pattern.data());
+        for (const char* name : {"XDG_CONFIG_HOME", "XDG_CONFIG_DIRS", "HOME"})
+            unsetenv(name);
+        set("NIMBRA_PREFIX", at("prefix"));
+    }
+
+    ~PathTest() override { fs::remove_all(root_); }
+
+    static void set(const std::string& name, const std::string& value)
+    {
+        setenv(name.c_str(), value.c_str(), 1);
+    }
+
+    std::string at(const std::string& path) const { return (root_ / path).string(); }
+
+    std::string write(const std::string& path) const
+    {
+        fs::create_directories(fs::path(at(path)).parent_path());
+        std::ofstream(at(path)) << "x";
+        return at(path);
+    }
+
+private:
+    fs::path root_;
+};
+
+TEST_F(PathTest, unsetVariablesHaveTheirDefaults)
+{
+    EXPECT_THAT(confFolders("app", false), ElementsAre("/etc/xdg/app", at("prefix/share/app")));
+    set("HOME", at("home"));
+    set("XDG_CONFIG_HOME", "");
+    set("XDG_CONFIG_DIRS", "");
+    EXPECT_THAT(confFolders("app", false),
+                ElementsAre(at("home/.config/app"), "/etc/xdg/app", at("prefix/share/app")));
+}
+
+TEST_F(PathTest, relativeEntriesAreIgnored)
+{
+    set("HOME", at("home"));
+    set("XDG_CONFIG_HOME", "user");
+    set("XDG_CONFIG_DIRS", "one::" + at("two") + ":./three:" + at("four"));
+    EXPECT_THAT(confFolders("app", false), ElementsAre(at("home/.config/app"), at("two/app"),
+                                                       at("four/app"), at("prefix/share/app")));
+}
+
+TEST_F(PathTest, theFirstFileIsFound)
+{
+    set("XDG_CONFIG_HOME", at("user"));
+    set("XDG_CONFIG_DIRS", at("one") + ":" + at("two"));
+    EXPECT_EQ(findConf("app", "a.cfg"), "");
+    const std::string last = write("prefix/share/app/a.cfg");
+    EXPECT_EQ(findConf("app", "a.cfg"), last);
+    const std::string system = write("two/app/a.cfg");
+    fs::create_directories(at("one/app/a.cfg"));
+    EXPECT_EQ(findConf("app", "a.cfg"), system) << "a folder is no file";
+    const std::string user = write("user/app/a.cfg");
+    EXPECT_EQ(findConf("app", "a.cfg"), user);
+    EXPECT_EQ(findConf("app", "a.cfg", true), system);
+    EXPECT_EQ(findConf("other", "a.cfg"), "");
+    const std::string deeper = write("one/app/sub/b.cfg");
+    EXPECT_EQ(findConf("app", "sub/b.cfg"), deeper);
+}
+
+TEST_F(PathTest, namesThatLeaveTheFolderAreRefused)
+{
+    for (const char* name : {"", ".", "..", "../a", "a/../../b", "/etc/passwd"}) {
+        SCOPED_TRACE(name);
+        EXPECT_THROW(findConf("app", name), std::invalid_argument);
+        EXPECT_THROW(findConf(name, "a.cfg"), std::invalid_argument);
+    }
+    EXPECT_NO_THROW(findConf("app", "a/../b"));
+}
+
+}  // namespace

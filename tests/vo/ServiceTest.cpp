@@ -1,0 +1,292 @@
+#include <functional>
+#include <future>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <optional>
+#include <thread>
+
+#include "platform/vo/Application.h"
+#include "platform/vo/Log.h"
+#include "platform/vo/Session.h"
+#include "platform/vo/VirtualClock.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using vo::AnyObject;
+using vo::ServiceObject;
+using vo::Value;
+
+namespace {
+
+std::string errorOf(const std::function<void()>& function)
+{
+    try {
+        function();
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+    return "no error";
+}
+
+struct Battery {
+    Battery()
+    {
+        object
+            ->method(
+                "add", [](int a, const std::string& b) { return std::to_string(a) + b; }, "joins")
+            .method("fail", [] { throw std::domain_error("no power"); })
+            .signal("onEmpty", onEmpty)
+            .property("charge", charge);
+    }
+    ~Battery()
+    {
+        if (object)
+            object->close();
+    }
+
+    vo::Signal<int> onEmpty;
+    vo::Property<int> charge{50};
+    std::shared_ptr<ServiceObject> object = std::make_shared<ServiceObject>("Battery");
+};
+
+class ServiceTest : public testing::Test {
+protected:
+    std::function<void(int)> note()
+    {
+        return [this](int v) { got.push_back(v); };
+    }
+
+    vo::LogCapture log;
+    std::shared_ptr<vo::VirtualClock> clock =
+        std::make_shared<vo::VirtualClock>(vo::TimePoint(std::chrono::hours(1)));
+    vo::Application application{clock};
+    vo::Session& session = application.session();
+    Battery battery;
+    AnyObject handle{battery.object};
+    std::vector<int> got;
+};
+
+TEST_F(ServiceTest, aWrongUseNamesServiceMemberAndArgument)
+{
+    const struct {
+        std::function<void()> use;
+        const char* error;
+    } cases[] = {
+        {[&] { handle.call("none"); }, "service 'Battery' has no method 'none'"},
+        {[&] { handle.call("add", 1); },
+         "service 'Battery', method 'add': expected 2 arguments, got 1"},
+        {[&] { handle.call("add", 1, 2); },
+         "service 'Battery', method 'add': argument 2: expected text, got int"},
+        {[&] { handle.call<int>("add", 1, "x"); },
+         "service 'Battery', result of method 'add': expected int, got text"},
+        {[&] { handle.call("fail"); }, "no power"},
+        {[&] { handle.connect("none", [] {}); }, "service 'Battery' has no signal 'none'"},
+        {[&] { handle.property<int>("none"); }, "service 'Battery' has no property 'none'"},
+        {[&] { handle.property<std::string>("charge"); },
+         "service 'Battery', property 'charge': expected text, got int"},
+        {[&] { handle.setProperty("charge", true); },
+         "service 'Battery', property 'charge': expected int, got bool"},
+        {[&] { battery.object->method("add", [] {}); },
+         "service 'Battery' already has a method 'add'"},
+        {[&] { battery.object->signal("onEmpty", battery.onEmpty); },
+         "service 'Battery' already has a signal 'onEmpty'"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(errorOf(c.use), c.error);
+    EXPECT_THROW(handle.call("fail"), std::domain_error);
+}
+
+TEST_F(ServiceTest, everyUseOfANullHandleSaysSo)
+{
+    const AnyObject null;
+    const std::function<void()> uses[] = {
+        [&] { null.call("m"); },           [&] { null.connect("s", [] {}); },
+        [&] { null.disconnect(1); },       [&] { null.property<int>("p"); },
+        [&] { null.setProperty("p", 1); }, [&] { null.follow<int>("p", note()); },
+        [&] { null.async("m").value(); },  [&] { session.registerService(nullptr); },
+    };
+    for (const auto& use : uses)
+        EXPECT_EQ(errorOf(use), "This object is null");
+}
+
+TEST_F(ServiceTest, methodsAreCalledByNameNowOrOnTheEventLoop)
+{
+    battery.object->dynamicMethod({"echo", "", 1},
+                                  [](const std::vector<Value>& values) { return values[0]; });
+    EXPECT_EQ(handle.call<std::string>("add", 1, "x"), "1x");
+    EXPECT_EQ(handle.call<int>("echo", 7), 7);
+    EXPECT_EQ(battery.object->methods().front().parameters, 2u);
+
+    const vo::Future<std::string> later = handle.async<std::string>("add", 2, "y");
+    const vo::Future<void> failing = handle.async("fail");
+    EXPECT_TRUE(later.isRunning());
+    clock->runPending();
+    EXPECT_EQ(later.value(), "2y");
+    EXPECT_EQ(failing.error(), "no power");
+}
+
+TEST_F(ServiceTest, deliveriesStandOnTheSignalQueueInTheOrderOfTheEmissions)
+{
+    handle.connect("onEmpty", note());
+    handle.connect<int>("onEmpty", std::bind(note(), std::placeholders::_1));
+    handle.follow<int>("charge", note());
+    battery.onEmpty(1);
+    handle.setProperty("charge", 2);
+    battery.onEmpty(3);
+    EXPECT_THAT(got, IsEmpty());
+    clock->runPending();
+    EXPECT_THAT(got, ElementsAre(1, 1, 2, 3, 3));
+    EXPECT_EQ(handle.property<int>("charge"), 2);
+}
+
+TEST_F(ServiceTest, aReceiverThatFailsIsLoggedAndTheOthersGoOn)
+{
+    handle.connect("onEmpty", [](const std::string&) {});
+    handle.connect("onEmpty", [](int, int) {});
+    handle.connect("onEmpty", [](int) { throw std::runtime_error("broken"); });
+    handle.connect("onEmpty", note());
+    battery.onEmpty(1);
+    clock->runPending();
+    EXPECT_THAT(got, ElementsAre(1));
+    EXPECT_THAT(
+        log.lines(vo::LogLevel::error),
+        ElementsAre("ServiceObject/receiver: service 'Battery', signal 'onEmpty': argument 1: "
+                    "expected text, got int",
+                    "ServiceObject/receiver: service 'Battery', signal 'onEmpty': "
+                    "expected 2 arguments, got 1",
+                    "ServiceObject/receiver: broken"));
+}
+
+TEST_F(ServiceTest, disconnectAlsoDropsWhatIsOnItsWay)
+{
+    const vo::SignalLink link = handle.connect("onEmpty", note());
+    vo::SignalLink once = 0;
+    once = handle.connect("onEmpty", [&](int v) {
+        got.push_back(v * 10);
+        EXPECT_TRUE(handle.disconnect(once));
+    });
+    battery.onEmpty(1);
+    battery.onEmpty(2);
+    EXPECT_TRUE(AnyObject(battery.object).disconnect(link));
+    clock->runPending();
+    EXPECT_THAT(got, ElementsAre(10));
+    EXPECT_FALSE(handle.disconnect(link));
+    EXPECT_FALSE(handle.disconnect(once));
+}
+
+TEST_F(ServiceTest, aClosedObjectRefusesCallsAndDropsItsConnections)
+{
+    handle.connect("onEmpty", note());
+    const auto undo = battery.object->connect("onEmpty", [&](const auto&) { got.push_back(0); });
+    battery.object->followProperty("charge", [&](const Value&) { got.push_back(0); });
+    battery.onEmpty(1);
+    battery.object->close();
+    battery.onEmpty(2);
+    battery.charge.set(3);
+    clock->runPending();
+    EXPECT_THAT(got, ElementsAre(0)) << "only what ran on the emitting thread before";
+    for (const auto use :
+         {+[](AnyObject o) { o.call("fail"); }, +[](AnyObject o) { o.connect("onEmpty", [] {}); },
+          +[](AnyObject o) { o.setProperty("charge", 1); }})
+        EXPECT_EQ(errorOf([&] { use(handle); }), "service 'Battery' is gone");
+    battery.object.reset();
+    handle = AnyObject();
+    undo();
+}
+
+TEST_F(ServiceTest, aMethodMayCloseAndDropItsOwnObject)
+{
+    auto object = std::make_shared<ServiceObject>("Short");
+    object->method("end", [&] {
+        object->close();
+        object.reset();
+        return 1;
+    });
+    EXPECT_EQ(object->call("end", {}), Value(std::int64_t{1}));
+}
+
+// Real threads: that close() waits for another thread cannot be seen with one.
+TEST_F(ServiceTest, closeReturnsAfterTheCallsInProgress)
+{
+    std::promise<void> begun;
+    bool ended = false;
+    battery.object->method("run", [&] {
+        begun.set_value();
+        while (!battery.object->isClosed())
+            std::this_thread::yield();
+        for (int i = 0; i < 1000; ++i)
+            std::this_thread::yield();
+        ended = true;
+    });
+    const auto call = std::async(std::launch::async, [&] { handle.call("run"); });
+    begun.get_future().wait();
+    battery.object->close();
+    EXPECT_TRUE(ended);
+}
+
+// Real threads: both runs of the receiver are in progress when each undoes it.
+TEST_F(ServiceTest, twoRunsOfAReceiverThatUndoItDoNotWaitForEachOther)
+{
+    std::promise<void> inside[2];
+    ServiceObject::Disconnect undo =
+        battery.object->connect("onEmpty", [&](const std::vector<Value>& values) {
+            const auto self = *values[0].get<std::int64_t>();
+            inside[self].set_value();
+            inside[1 - self].get_future().wait();
+            undo();
+        });
+    auto other = std::async(std::launch::async, [&] { battery.onEmpty(0); });
+    battery.onEmpty(1);
+    other.get();
+}
+
+TEST_F(ServiceTest, theSessionFindsServicesByName)
+{
+    session.registerService(battery.object);
+    session.registerService(std::make_shared<ServiceObject>("Arm"));
+    EXPECT_THAT(session.services(), ElementsAre("Arm", "Battery"));
+    EXPECT_EQ(vo::import("Battery").object(), battery.object);
+    EXPECT_EQ(errorOf([&] { session.registerService(std::make_shared<ServiceObject>("Arm")); }),
+              "there is a service named 'Arm' already");
+    EXPECT_THROW(session.registerService(std::make_shared<ServiceObject>("")), std::runtime_error);
+
+    EXPECT_TRUE(session.unregisterService("Battery"));
+    EXPECT_FALSE(session.unregisterService("Battery"));
+    EXPECT_TRUE(battery.object->isClosed());
+    EXPECT_FALSE(session.findService("Battery"));
+    EXPECT_EQ(errorOf([&] { session.service("Battery"); }), "no service named 'Battery'");
+}
+
+TEST_F(ServiceTest, aWaitEndsWithTheServiceOrWithItsCancelling)
+{
+    const auto first = session.waitForService("Battery");
+    const auto canceled = session.waitForService("Battery");
+    const auto other = session.waitForService("Arm");
+    first.then([&](const vo::Future<AnyObject>& found) {
+        got.push_back(static_cast<int>(session.services().size()));
+        EXPECT_EQ(found.value().name(), "Battery");
+    });
+    canceled.cancel();
+    EXPECT_TRUE(canceled.isCanceled());
+
+    session.registerService(battery.object);
+    EXPECT_THAT(got, ElementsAre(1));
+    EXPECT_TRUE(other.isRunning());
+    EXPECT_EQ(session.waitForService("Battery").value().object(), battery.object);
+    first.cancel();
+    EXPECT_TRUE(first.hasValue());
+}
+
+TEST(SessionTest, itsEndClosesServicesAndCancelsWaits)
+{
+    std::optional<vo::Session> session(std::in_place);
+    const auto object = std::make_shared<ServiceObject>("Arm");
+    session->registerService(object);
+    const auto wait = session->waitForService("Leg");
+    session.reset();
+    EXPECT_TRUE(object->isClosed());
+    EXPECT_TRUE(wait.isCanceled());
+}
+
+}  // namespace
