@@ -1,0 +1,64 @@
+#include "platform/kr/FeedPump.h"
+
+#include <atomic>
+#include <utility>
+#include <vector>
+
+#include "platform/vo/Executor.h"
+
+namespace KR {
+
+struct FeedPump::State {
+    // Constant after construction.
+    std::shared_ptr<vo::Executor> executor;
+    Handler handler;
+    std::shared_ptr<MemoryFeed> feed;
+    // Synchronised by itself.
+    std::atomic<bool> closed{false};
+    // Of the executor's task alone.
+    std::vector<MemoryChange> batch;
+
+    void handOn();
+};
+
+// One batch a wake is enough: what arrives after take() finds the queue empty and wakes again.
+void FeedPump::State::handOn()
+{
+    feed->take(batch);
+    for (const MemoryChange& change : batch) {
+        if (closed)
+            break;
+        handler(change);
+    }
+    batch.clear();
+}
+
+FeedPump::FeedPump(vo::Clock& clock, const std::string& name, Handler handler)
+    : state_(std::make_shared<State>())
+{
+    state_->executor = clock.makeExecutor(name, vo::Clock::Threading::shared);
+    state_->handler = std::move(handler);
+    const std::weak_ptr<State> weak = state_;
+    state_->feed = std::make_shared<MemoryFeed>([weak] {
+        const auto state = weak.lock();
+        if (!state)
+            return;
+        state->executor->post([weak] {
+            if (const auto running = weak.lock())
+                running->handOn();
+        });
+    });
+}
+
+FeedPump::~FeedPump()
+{
+    state_->closed = true;
+    state_->executor->close();
+}
+
+const std::shared_ptr<MemoryFeed>& FeedPump::feed() const
+{
+    return state_->feed;
+}
+
+}  // namespace KR

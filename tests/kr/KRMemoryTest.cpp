@@ -1,0 +1,235 @@
+#include <atomic>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <thread>
+
+#include "platform/kr/KRError.h"
+#include "platform/kr/KRMemory.h"
+#include "platform/kr/KRMemoryProxy.h"
+#include "platform/kr/KRProxy.h"
+#include "platform/vo/AnyObject.h"
+#include "tests/support/Allocations.h"
+#include "tests/support/VirtualPlatform.h"
+
+namespace KR {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+using Changes = std::vector<std::pair<std::uint32_t, KRValue>>;
+
+struct MemoryTest : ::testing::Test {
+    VirtualPlatform platform;
+    KRMemory& memory = platform.memory();
+    std::atomic<int> wakes{0};
+    std::shared_ptr<MemoryFeed> feed = std::make_shared<MemoryFeed>([this] { ++wakes; });
+
+    static Changes take(MemoryFeed& from)
+    {
+        std::vector<MemoryChange> changes;
+        from.take(changes);
+        Changes result;
+        for (const MemoryChange& change : changes)
+            result.emplace_back(change.tag, change.value);
+        return result;
+    }
+    void raise(std::initializer_list<std::pair<const char*, KRValue>> events)
+    {
+        for (const auto& [key, value] : events)
+            memory.raiseEvent(key, value);
+    }
+};
+
+TEST_F(MemoryTest, MissingKeyIsAnErrorAndEmptyKeyIsRefused)
+{
+    memory.declareEvent("K", "Declarer");
+    EXPECT_THROW(memory.getData("K"), KRError);
+    EXPECT_FALSE(memory.hasData("K"));
+    memory.raiseEvent("K", KRValue());
+    EXPECT_FALSE(memory.getData("K").isValid());
+    EXPECT_TRUE(memory.hasData("K"));
+
+    EXPECT_THROW(memory.raiseEvent("", 1), KRError);
+    EXPECT_THROW(memory.declareEvent("", "D"), KRError);
+    EXPECT_THROW(memory.subscribeToMicroEvent("", "KRMemory", "", "getData"), KRError);
+    EXPECT_THROW(memory.watch(feed, {{"K", 1}, {"", 2}}), KRError);
+    memory.raiseEvent("K", 1);
+    EXPECT_TRUE(feed->empty()) << "nothing is watched by a refused call";
+}
+
+TEST_F(MemoryTest, ListsOfKeysAndValues)
+{
+    for (const char* declarer : {"D", "C", "D"})
+        memory.declareEvent("P/declared", declarer);
+    raise({{"P/b", 1}, {"P/a", "x"}, {"Q/\xc3\xa9", 2}});
+    EXPECT_THAT(memory.getDataList("P/"), ElementsAre("P/a", "P/b"));
+    EXPECT_THAT(memory.getDataList(""), ElementsAre("P/a", "P/b", "Q/\xc3\xa9"));
+    EXPECT_EQ(memory.getListData({"P/b", "P/declared", "none", "P/a"}),
+              KRValue(KRValue::Array{1, KRValue(), KRValue(), "x"}));
+    EXPECT_THAT(memory.getDeclarers("P/declared"), ElementsAre("D", "C"));
+    EXPECT_THAT(memory.getDeclarers("none"), IsEmpty());
+}
+
+TEST_F(MemoryTest, HistoryIsOldestFirstInWholeSecondsOfLife)
+{
+    EXPECT_EQ(memory.getEventHistory("K"), KRValue(KRValue::Array{}));
+    memory.raiseEvent("K", "a");
+    platform.advance(milliseconds(1999));
+    platform.clock->jumpWallClock(-seconds(3600));
+    memory.raiseEvent("K", "b");
+    platform.advance(milliseconds(1));
+    memory.raiseEvent("K", KRValue());
+    EXPECT_EQ(memory.getEventHistory("K").toDisplayString(), R"([["a", 0], ["b", 1], [none, 2]])");
+}
+
+TEST_F(MemoryTest, HistoryKeepsItsBoundAndTheLatestValueStaysRight)
+{
+    const int kBound = static_cast<int>(KRMemory::kMaxHistory);
+    for (int i = 1; i <= 2 * kBound + 3; ++i) {
+        memory.raiseEvent("K", i);
+        ASSERT_EQ(memory.getData("K"), KRValue(i));
+        const KRValue history = memory.getEventHistory("K");
+        ASSERT_EQ(history.getSize(), static_cast<std::size_t>(std::min(i, kBound)));
+        ASSERT_EQ(history[0][0], KRValue(std::max(1, i - kBound + 1)));
+        ASSERT_EQ(history[history.getSize() - 1][0], KRValue(i));
+    }
+}
+
+TEST_F(MemoryTest, WatchGivesWhatIsThereAndThenEveryChangeInOrderAcrossKeys)
+{
+    memory.raiseEvent("A", 5);
+    platform.advance(seconds(1));
+    const auto before = memory.watch(feed, {{"A", 7}, {"B", 8}, {"A", 9}, {"A", 7}});
+    ASSERT_EQ(before.size(), 4u);
+    EXPECT_EQ(before[0].value, KRValue(5));
+    EXPECT_EQ(before[0].time, platform.clock->now() - seconds(1));
+    EXPECT_FALSE(before[1].value.isValid());
+    EXPECT_EQ(before[1].time, vo::TimePoint());
+
+    raise({{"A", 0}, {"B", "x"}, {"A", 0}});
+    EXPECT_EQ(wakes, 1) << "a burst wakes once";
+    EXPECT_EQ(take(*feed), (Changes{{7, 0}, {9, 0}, {8, "x"}, {7, 0}, {9, 0}}));
+    memory.raiseEvent("B", 1);
+    EXPECT_EQ(wakes, 2) << "an emptied queue wakes again";
+
+    memory.unwatch(feed, "A", 7);
+    memory.raiseEvent("A", 1);
+    EXPECT_EQ(take(*feed), (Changes{{8, 1}, {9, 1}})) << "what was queued stays";
+    memory.unwatchAll(feed);
+    raise({{"A", 2}, {"B", 2}});
+    EXPECT_TRUE(feed->empty());
+}
+
+TEST_F(MemoryTest, FeedLivesForAsLongAsItsWakeRuns)
+{
+    std::shared_ptr<MemoryFeed> owner = std::make_shared<MemoryFeed>([&] {
+        const std::weak_ptr<MemoryFeed> weak = owner;
+        owner.reset();
+        EXPECT_FALSE(weak.expired());
+        EXPECT_TRUE(memory.hasData("K")) << "no lock is held over a wake";
+    });
+    memory.watch(owner, {{"K", 1}});
+    memory.watch(feed, {{"K", 2}});
+    memory.raiseEvent("K", 1);
+    EXPECT_FALSE(owner) << "it was woken";
+    EXPECT_EQ(take(*feed), (Changes{{2, 1}})) << "the others are not disturbed";
+    memory.raiseEvent("K", 2);
+    EXPECT_EQ(take(*feed), (Changes{{2, 2}})) << "nor by a feed that is gone";
+}
+
+TEST_F(MemoryTest, SteadyRaiseWithoutSubscriberDoesNotAllocate)
+{
+    const std::string key = "Launchpad/SomeKeyLongerThanAnyInlineString";
+    const KRValue text("a text that is longer than any inline string");
+    for (std::size_t i = 0; i < KRMemory::kMaxHistory; ++i)
+        memory.raiseEvent(key, text);
+    const std::size_t before = allocationsOfThisThread();
+    for (std::size_t i = 0; i < KRMemory::kMaxHistory; ++i)
+        memory.raiseEvent(key, text);
+    EXPECT_EQ(allocationsOfThisThread(), before);
+}
+
+TEST_F(MemoryTest, ServiceOffersTheOperationsByName)
+{
+    const auto proxy = platform.broker->getProxy("KRMemory");
+    proxy->call("declareEvent", "K", "D");
+    proxy->call("raiseEvent", "K", KRValue(1));
+    EXPECT_EQ(proxy->call<KRValue>("getData", "K"), KRValue(1));
+    EXPECT_EQ(proxy->call<KRValue>("getListData", std::vector<std::string>{"K", "L"}),
+              KRValue(KRValue::Array{1, KRValue()}));
+    EXPECT_THAT(proxy->call<std::vector<std::string>>("getDataList", "K"), ElementsAre("K"));
+    EXPECT_EQ(proxy->call<KRValue>("getEventHistory", "K").toDisplayString(), "[[1, 0]]");
+    proxy->call("subscribeToMicroEvent", "L", "KRMemory", "D", "declareEvent");
+    proxy->call("unsubscribeToMicroEvent", "L", "KRMemory");
+    EXPECT_THROW(proxy->call("unsubscribeToMicroEvent", "L", "KRMemory"), KRError);
+    EXPECT_THROW(proxy->call<vo::AnyObject>("subscriber", ""), KRError);
+}
+
+TEST_F(MemoryTest, SubscriberSignalsEveryNewValueInOrder)
+{
+    const vo::AnyObject service = platform.application.session().service("KRMemory");
+    std::vector<KRValue> received;
+    vo::AnyObject object = service.call<vo::AnyObject>("subscriber", "K");
+    const auto receiver = [&](const KRValue& value) { received.push_back(value); };
+    object.connect("signal", receiver);
+    EXPECT_EQ(service.call<vo::AnyObject>("subscriber", "K").object(), object.object());
+
+    raise({{"K", 0}, {"K", 1}});
+    EXPECT_THAT(received, IsEmpty()) << "never on the raiser's thread inside the raise";
+    platform.runPending();
+    EXPECT_THAT(received, ElementsAre(KRValue(0), KRValue(1)));
+
+    object = vo::AnyObject();
+    memory.raiseEvent("K", 2);
+    platform.runPending();
+    EXPECT_EQ(received.back(), KRValue(2)) << "a connection outlives its handle";
+}
+
+TEST_F(MemoryTest, BrokerRegistersItsMemoryAndTakesItAway)
+{
+    EXPECT_THROW(KRBroker::create(platform.application), KRError);
+    EXPECT_THROW(KRMemoryProxy{nullptr}, KRError);
+    EXPECT_THROW(platform.broker->getProxy("Nobody"), KRError);
+    KRMemoryProxy(platform.broker).raiseEvent("K", 1);
+    const auto proxy = platform.broker->getProxy("KRMemory");
+    EXPECT_EQ(proxy->call<KRValue>("getData", "K"), KRValue(1));
+    platform.broker.reset();
+    EXPECT_FALSE(platform.application.session().findService("KRMemory"));
+    EXPECT_THROW(proxy->call<KRValue>("getData", "K"), KRError);
+}
+
+// Real threads, since what is tested is the locking.
+TEST_F(MemoryTest, ConcurrentWritersAreSeenInOneOrderByReadersAndSubscribers)
+{
+    constexpr int kWrites = 2000;
+    const auto second = std::make_shared<MemoryFeed>([] {});
+    for (const auto& watcher : {feed, second})
+        memory.watch(watcher, {{"A", 0}, {"B", 1}, {"C", 2}});
+    raise({{"A", 0}, {"B", 0}});
+    std::atomic<bool> done{false};
+    std::thread reader([&] {
+        while (!done) {
+            const KRValue pair = memory.getListData({"A", "B"});
+            const auto ahead = pair[0].toInt() - pair[1].toInt();
+            EXPECT_TRUE(ahead == 0 || ahead == 1) << pair;
+        }
+    });
+    std::thread other([&] {
+        for (int i = 1; i <= kWrites; ++i)
+            memory.raiseEvent("C", i);
+    });
+    for (int i = 1; i <= kWrites; ++i)
+        raise({{"A", i}, {"B", i}});
+    other.join();
+    done = true;
+    reader.join();
+    const Changes changes = take(*feed);
+    EXPECT_EQ(changes.size(), 3u * kWrites + 2);
+    EXPECT_EQ(changes, take(*second));
+}
+
+}  // namespace
+}  // namespace KR
