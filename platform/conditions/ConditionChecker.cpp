@@ -1,0 +1,304 @@
+#include "platform/conditions/ConditionChecker.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+#include "platform/conditions/ConditionCheckerImpl.h"
+#include "platform/conditions/ConditionParser.h"
+
+namespace KR {
+
+void ConditionChecker::Impl::connect(const boost::shared_ptr<KRBroker>& broker)
+{
+    if (!broker)
+        throw std::invalid_argument("ConditionChecker::connect: no broker");
+    const vo::Lock lock(mutex_);
+    if (broker_)
+        throw std::logic_error("ConditionChecker::connect: already connected");
+    executor_ = broker->clock()->makeExecutor("ConditionChecker", vo::Clock::Threading::own);
+    broker_ = broker;
+}
+
+void ConditionChecker::Impl::close()
+{
+    stop();
+    std::shared_ptr<vo::Executor> executor;
+    {
+        const vo::Lock lock(mutex_);
+        executor = executor_;
+    }
+    if (executor)
+        executor->close();
+}
+
+void ConditionChecker::Impl::setCallback(Callback callback)
+{
+    // Swapped, so that what the old one holds is destroyed without the lock.
+    auto next = std::make_shared<const Callback>(std::move(callback));
+    const vo::Lock lock(mutex_);
+    callback_.swap(next);
+}
+
+unsigned ConditionChecker::Impl::addCondition(const std::string& text, ReportMode mode,
+                                              const ConditionCallback& callback)
+{
+    const Expression expression = parseCondition(text);
+    Condition condition;
+    condition.mode = mode;
+    if (callback)
+        condition.callback = std::make_shared<const ConditionCallback>(callback);
+
+    const vo::Lock lock(mutex_);
+    const unsigned id = ++lastId_;
+    const ConditionGraph::Watches added = graph_.add(id, expression);
+    conditions_.emplace(id, std::move(condition));
+    if (run_) {
+        // From here on no change of its keys is missed; it is evaluated in its place in the line.
+        setAll(added, memory().watch(run_->feed, added));
+        enqueueEvaluation(KRValue(id));
+    }
+    return id;
+}
+
+bool ConditionChecker::Impl::removeCondition(unsigned id)
+{
+    Condition removed;  // destroyed without the lock
+    const vo::Lock lock(mutex_);
+    const auto place = conditions_.find(id);
+    if (place == conditions_.end())
+        return false;
+    removed = std::move(place->second);
+    conditions_.erase(place);
+    for (const KRMemory::Watch& watch : graph_.remove(id))
+        if (run_)
+            memory().unwatch(run_->feed, watch.key, watch.tag);
+    return true;
+}
+
+bool ConditionChecker::Impl::hasCondition(unsigned id) const
+{
+    const vo::Lock lock(mutex_);
+    return conditions_.count(id) != 0;
+}
+
+bool ConditionChecker::Impl::isConditionTrue(unsigned id) const
+{
+    const vo::Lock lock(mutex_);
+    const auto place = conditions_.find(id);
+    return place != conditions_.end() && place->second.truth;
+}
+
+void ConditionChecker::Impl::resetChecks()
+{
+    const vo::Lock lock(mutex_);
+    for (auto& [id, condition] : conditions_)
+        condition.truth = false;
+    if (run_)
+        enqueueEvaluation(KRValue());
+}
+
+void ConditionChecker::Impl::run(vo::Duration period, bool once)
+{
+    const vo::Lock lock(mutex_);
+    KRMemory& data = memory();
+    if (run_)
+        return;
+    run_ = std::make_shared<Run>();
+    run_->period = period;
+    run_->once = once;
+    run_->feed = std::make_shared<MemoryFeed>(
+        [executor = executor_, work = task(run_, &Impl::work)] { executor->post(work); });
+
+    const ConditionGraph::Watches watches = graph_.watches();
+    setAll(watches, data.watch(run_->feed, watches));
+    for (auto& [id, condition] : conditions_)
+        condition.followed = true;
+    // Ahead of the changes that are raised from here on.
+    run_->line.push_back({kEvaluate, {}, {}});
+    postWork();
+    if (!once && period > vo::Duration::zero())
+        run_->tick = executor_->post(task(run_, &Impl::repeat), period);
+}
+
+void ConditionChecker::Impl::stop()
+{
+    std::shared_ptr<Run> ended;  // destroyed without the lock
+    const auto self = std::this_thread::get_id();
+    const vo::Lock lock(mutex_);
+    ended = endRun();
+    const std::uint64_t stop = stops_++;
+    const bool inside = std::any_of(deliveries_.begin(), deliveries_.end(),
+                                    [&](const Delivery& d) { return d.thread == self; });
+    if (inside)
+        return;
+    const auto isAwaited = [stop](const Delivery& d) { return d.stops <= stop; };
+    while (std::any_of(deliveries_.begin(), deliveries_.end(), isAwaited))
+        delivered_.wait(mutex_);
+}
+
+std::shared_ptr<ConditionChecker::Impl::Run> ConditionChecker::Impl::endRun()
+{
+    if (!run_)
+        return nullptr;
+    executor_->cancel(run_->tick);
+    memory().unwatchAll(run_->feed);
+    return std::exchange(run_, nullptr);
+}
+
+ConditionChecker::Hits ConditionChecker::Impl::checkConditions(bool report)
+{
+    Report moment;
+    {
+        const vo::Lock lock(mutex_);
+        memory();  // refuses a checker that is not connected
+        if (run_) {
+            takeChanges(*run_);
+            for (Report queued = newReport(); handleNext(*run_, queued); queued = newReport())
+                if (!queued.empty())
+                    run_->outbox.push_back(std::move(queued));
+            postWork();
+        } else {
+            const ConditionGraph::Watches watches = graph_.watches();
+            setAll(watches, readMemory(watches));
+        }
+        moment = newReport();
+        evaluateAll(true, moment);
+    }
+    Hits hits = moment.hits;
+    for (const Report::Own& own : moment.own)
+        hits.push_back(own.hit);
+    std::sort(hits.begin(), hits.end(),
+              [](const Hit& a, const Hit& b) { return a.first < b.first; });
+    if (report)
+        deliver(std::move(moment));
+    return hits;
+}
+
+PersistentValues ConditionChecker::Impl::getPersistentValues() const
+{
+    PersistentValues values;
+    const auto put = [&values](const std::string& key, const KRMemory::Snapshot& now) {
+        const auto stamp = static_cast<std::uint64_t>(now.time.time_since_epoch().count());
+        values[key] = {stamp, now.value};
+    };
+    const vo::Lock lock(mutex_);
+    if (run_) {
+        graph_.forEachKey(put);
+        return values;
+    }
+    const ConditionGraph::Watches watches = graph_.watches();
+    const std::vector<KRMemory::Snapshot> snapshots = readMemory(watches);
+    for (std::size_t i = 0; i < watches.size(); ++i)
+        put(watches[i].key, snapshots[i]);
+    return values;
+}
+
+void ConditionChecker::Impl::exit()
+{
+    stop();
+    // Destroyed without the lock.
+    std::shared_ptr<const Callback> callback;
+    std::map<unsigned, Condition> conditions;
+    const vo::Lock lock(mutex_);
+    callback.swap(callback_);
+    conditions.swap(conditions_);
+    for (const auto& [id, condition] : conditions)
+        graph_.remove(id);
+}
+
+KRMemory& ConditionChecker::Impl::memory() const
+{
+    if (!broker_)
+        throw std::logic_error("ConditionChecker: not connected");
+    return broker_->memory();
+}
+
+/// What the keys hold now; nothing of an unconnected checker's.
+std::vector<KRMemory::Snapshot> ConditionChecker::Impl::readMemory(
+    const ConditionGraph::Watches& watches) const
+{
+    if (!broker_)
+        return std::vector<KRMemory::Snapshot>(watches.size());
+    const auto feed = std::make_shared<MemoryFeed>([] {});
+    std::vector<KRMemory::Snapshot> snapshots = memory().watch(feed, watches);
+    memory().unwatchAll(feed);
+    return snapshots;
+}
+
+void ConditionChecker::Impl::setAll(const ConditionGraph::Watches& watches,
+                                    std::vector<KRMemory::Snapshot> snapshots)
+{
+    for (std::size_t i = 0; i < watches.size(); ++i)
+        graph_.set(watches[i].tag, std::move(snapshots[i].value), snapshots[i].time);
+}
+
+ConditionChecker::ConditionChecker() : impl_(std::make_shared<Impl>()) {}
+
+ConditionChecker::~ConditionChecker()
+{
+    impl_->close();
+}
+
+void ConditionChecker::connect(const boost::shared_ptr<KRBroker>& broker)
+{
+    impl_->connect(broker);
+}
+
+void ConditionChecker::setCallback(Callback callback)
+{
+    impl_->setCallback(std::move(callback));
+}
+
+unsigned ConditionChecker::addCondition(const std::string& text, ReportMode mode,
+                                        const ConditionCallback& callback)
+{
+    return impl_->addCondition(text, mode, callback);
+}
+
+bool ConditionChecker::removeCondition(unsigned id)
+{
+    return impl_->removeCondition(id);
+}
+
+bool ConditionChecker::hasCondition(unsigned id) const
+{
+    return impl_->hasCondition(id);
+}
+
+bool ConditionChecker::isConditionTrue(unsigned id) const
+{
+    return impl_->isConditionTrue(id);
+}
+
+void ConditionChecker::resetChecks()
+{
+    impl_->resetChecks();
+}
+
+void ConditionChecker::run(unsigned periodInMicroseconds, bool once)
+{
+    impl_->run(vo::Duration(periodInMicroseconds), once);
+}
+
+void ConditionChecker::stop()
+{
+    impl_->stop();
+}
+
+ConditionChecker::Hits ConditionChecker::checkConditions(bool report)
+{
+    return impl_->checkConditions(report);
+}
+
+PersistentValues ConditionChecker::getPersistentValues() const
+{
+    return impl_->getPersistentValues();
+}
+
+void ConditionChecker::exit()
+{
+    impl_->exit();
+}
+
+}  // namespace KR

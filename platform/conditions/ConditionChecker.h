@@ -1,0 +1,124 @@
+#pragma once
+
+#include <boost/function.hpp>
+#include <boost/shared_ptr.hpp>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/kr/KRBroker.h"
+#include "platform/kr/KRValue.h"
+
+namespace KR {
+
+/// For every key that a registered condition reads: the stamp of its latest write, in microseconds
+/// since the Unix epoch, and its value.
+using PersistentValues = std::map<std::string, std::pair<std::uint64_t, KRValue>>;
+
+/// Evaluates conditions written over shared-memory keys and reports what becomes of them.
+///
+/// The language: `'Key'` reads a memory key; literals are `"text"`, numbers, `true` and `false`;
+/// operators are `!`, `&&`, `||`, `==`, `!=`, `<`, `<=`, `>`, `>=` and parentheses, with C's
+/// precedence. A key that was never written, or holds an invalid value, is unknown: false as a
+/// truth value, equal to nothing, and without order. See docs/conditions.md.
+///
+///     idle --run()--> running --stop()--> idle
+///
+/// While it runs, each change of memory is one moment: the conditions that read the changed key
+/// are evaluated against memory as of that change, and all that it makes reportable comes in one
+/// hit list, in ascending id order; conditions with a callback of their own follow it. Changes are
+/// handled in the order in which they were raised and none is skipped. Hits are delivered on the
+/// checker's own thread with no lock held, so a callback may call the checker, and may be slow:
+/// changes queue up meanwhile. A callback that throws is logged, and the checker goes on.
+///
+/// Condition texts are parsed once and keys resolved to slots once. Sub-conditions with the same
+/// meaning are one node, which passes on only a change of its truth, so a change costs what it
+/// flips, not how many conditions there are.
+///
+/// Thread-safe. Not to be destroyed by one of its own callbacks.
+class ConditionChecker {
+public:
+    /// When a condition is reported. The values are fixed.
+    enum ReportMode : unsigned {
+        ReportWhileTrue = 0,     ///< when it becomes true, then every period while it stays true
+        ReportBecomesFalse = 1,  ///< when it becomes false
+        ReportChange = 2,        ///< at every change
+        ReportBecomesTrue = 3,   ///< when it becomes true (rising edge)
+        ReportNever = 4          ///< not at all; its cached truth can be asked
+    };
+
+    /// A condition id, and its truth at that moment.
+    using Hit = std::pair<unsigned, KRValue>;
+    using Hits = std::vector<Hit>;
+    using Callback = boost::function<void(Hits)>;
+    using ConditionCallback = boost::function<void(unsigned, const KRValue&)>;
+
+    ConditionChecker();
+    /// Stops.
+    ~ConditionChecker();
+    ConditionChecker(const ConditionChecker&) = delete;
+    ConditionChecker& operator=(const ConditionChecker&) = delete;
+
+    /// Binds the checker to a broker's memory and clock. Once, before anything else that needs
+    /// them (std::logic_error otherwise).
+    void connect(const boost::shared_ptr<KRBroker>& broker);
+
+    /// The receiver of hit lists: those of conditions that have no callback of their own.
+    void setCallback(Callback callback);
+
+    /// Parses and registers a condition. With a callback of its own, its hits go there and not
+    /// into the hit lists. Ids start at 1 and are never reused while the checker lives. Throws
+    /// ConditionSyntaxError (see ConditionParser.h) for a text that does not parse.
+    ///
+    /// On a running checker the condition is evaluated first as of now, in its turn after the
+    /// changes that are queued, and counts as having become true if it is; every later change is
+    /// a moment of it. The id is returned at once.
+    unsigned addCondition(const std::string& text, ReportMode mode,
+                          const ConditionCallback& callback = {});
+    /// False when there is no such condition. A hit that is already on its way may still arrive.
+    bool removeCondition(unsigned id);
+    bool hasCondition(unsigned id) const;
+
+    /// The cached truth of a condition: as of the latest change that the checker has handled.
+    /// False for an unknown id, and before the first evaluation. Nothing is evaluated.
+    bool isConditionTrue(unsigned id) const;
+
+    /// Forgets every cached truth, so that what is true at the next evaluation counts as having
+    /// become true. A running checker evaluates every condition anew once it has handled the
+    /// changes that are queued.
+    void resetChecks();
+
+    /// Starts: evaluates every condition against memory as one first moment, then follows the
+    /// changes and, every `periodInMicroseconds` (0 for never), reports the conditions of mode 0
+    /// that are true, as one hit list. With `once`, handles the first moment only and is idle
+    /// again, before its hits are delivered. A running checker is left as it is.
+    void run(unsigned periodInMicroseconds, bool once);
+    /// Stops. When it returns no callback is running and none will be called (except when called
+    /// from a callback, which then is the last). Cached truths stay as they are.
+    void stop();
+
+    /// Brings every cached truth up to date with memory now, as one moment, and returns what is
+    /// then reportable, a period's report of mode 0 included, in ascending id order, conditions
+    /// with their own callback too. With `report` it is also delivered to the callbacks, on the
+    /// calling thread. Works on an idle checker as well. On a running one the changes that are
+    /// queued come first, each as the moment that it is: their hits are not part of the list, but
+    /// reach the callbacks on the checker's thread as ever.
+    Hits checkConditions(bool report);
+
+    /// As of the latest change that a running checker has handled; as of now on an idle one. A key
+    /// that was never written has the stamp 0 and the invalid value.
+    PersistentValues getPersistentValues() const;
+
+    /// Stops, and drops the callbacks and every condition. For the end of the checker's use.
+    void exit();
+
+private:
+    class Impl;
+    // Shared with the tasks that wait on the checker's thread.
+    std::shared_ptr<Impl> impl_;
+};
+
+}  // namespace KR

@@ -1,0 +1,132 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/conditions/ConditionChecker.h"
+#include "platform/conditions/ConditionGraph.h"
+#include "platform/kr/KRMemory.h"
+#include "platform/kr/MemoryFeed.h"
+#include "platform/vo/Executor.h"
+#include "platform/vo/Mutex.h"
+
+namespace KR {
+
+/// The checker's thread is an executor; what is to be done there waits in the run, and a task is
+/// posted whenever something was put there. Every step of the work is done under the mutex, its
+/// hits are delivered after the mutex is released. Tasks know their run, so those of a run that
+/// has ended do nothing.
+class ConditionChecker::Impl : public std::enable_shared_from_this<Impl> {
+public:
+    void connect(const boost::shared_ptr<KRBroker>& broker);
+    void close();
+    void setCallback(Callback callback);
+    unsigned addCondition(const std::string& text, ReportMode mode,
+                          const ConditionCallback& callback);
+    bool removeCondition(unsigned id);
+    bool hasCondition(unsigned id) const;
+    bool isConditionTrue(unsigned id) const;
+    void resetChecks();
+    void run(vo::Duration period, bool once);
+    void stop();
+    Hits checkConditions(bool report);
+    PersistentValues getPersistentValues() const;
+    void exit();
+
+private:
+    struct Condition {
+        ReportMode mode = ReportNever;
+        std::shared_ptr<const ConditionCallback> callback;  ///< null for the common one
+        bool truth = false;                                 ///< cached
+        bool followed = false;  ///< of a running checker: its first evaluation's turn has come
+    };
+
+    /// What one moment makes reportable, and to whom.
+    struct Report {
+        struct Own {
+            Hit hit;
+            std::shared_ptr<const ConditionCallback> callback;
+        };
+        std::shared_ptr<const Callback> callback;
+        std::uint64_t stops = 0;  ///< how many stops there had been
+        Hits hits;
+        std::vector<Own> own;
+
+        bool empty() const { return hits.empty() && own.empty(); }
+    };
+
+    /// One time of running. Guarded by mutex_, but for what is constant.
+    struct Run {
+        // Constant once it is running.
+        std::shared_ptr<MemoryFeed> feed;
+        vo::Duration period{};
+        bool once = false;
+
+        std::vector<MemoryChange> line;  ///< taken from the feed, waiting for their moment
+        std::size_t next = 0;            ///< the first of the line that waits
+        bool begun = false;              ///< the first moment is handled
+        std::deque<Report> outbox;       ///< of moments that are handled, to be delivered first
+        vo::Executor::TaskId tick = 0;
+    };
+
+    /// The tag of an entry in the line of changes that is no change, but the place at which
+    /// conditions are evaluated anew: the one whose id is the value, or all of them.
+    static constexpr ConditionGraph::Tag kEvaluate = 0;
+
+    // On the checker's thread.
+    void work(const std::shared_ptr<Run>& run) VO_EXCLUDES(mutex_);
+    void repeat(const std::shared_ptr<Run>& run) VO_EXCLUDES(mutex_);
+
+    KRMemory& memory() const VO_REQUIRES(mutex_);
+    std::function<void()> task(const std::shared_ptr<Run>& run,
+                               void (Impl::*function)(const std::shared_ptr<Run>&));
+    void postWork() VO_REQUIRES(mutex_);
+    void enqueueEvaluation(const KRValue& which) VO_REQUIRES(mutex_);
+    std::shared_ptr<Run> endRun() VO_REQUIRES(mutex_);
+    std::vector<KRMemory::Snapshot> readMemory(const ConditionGraph::Watches& watches) const
+        VO_REQUIRES(mutex_);
+    void setAll(const ConditionGraph::Watches& watches, std::vector<KRMemory::Snapshot> snapshots)
+        VO_REQUIRES(mutex_);
+
+    void takeChanges(Run& run) VO_REQUIRES(mutex_);
+    bool handleNext(Run& run, Report& report) VO_REQUIRES(mutex_);
+    Report newReport() const VO_REQUIRES(mutex_);
+    static void addHit(unsigned id, const Condition& condition, Report& report);
+    void evaluateAll(bool repeats, Report& report) VO_REQUIRES(mutex_);
+    void note(unsigned id, Condition& condition, bool repeats, Report& report) VO_REQUIRES(mutex_);
+
+    void deliver(Report report) VO_EXCLUDES(mutex_);
+    template <class Call>
+    bool deliverOne(std::uint64_t stops, const std::string& label, Call call) VO_EXCLUDES(mutex_);
+
+    // Taken before memory's and the executor's locks, never the other way round: wakes come
+    // without locks.
+    mutable vo::Mutex mutex_;
+    boost::shared_ptr<KRBroker> broker_ VO_GUARDED_BY(mutex_);
+    std::shared_ptr<vo::Executor> executor_ VO_GUARDED_BY(mutex_);
+    std::shared_ptr<const Callback> callback_ VO_GUARDED_BY(mutex_);
+    ConditionGraph graph_ VO_GUARDED_BY(mutex_);
+    std::map<unsigned, Condition> conditions_ VO_GUARDED_BY(mutex_);
+    unsigned lastId_ VO_GUARDED_BY(mutex_) = 0;
+    std::shared_ptr<Run> run_ VO_GUARDED_BY(mutex_);  ///< null while idle
+
+    // A callback in progress: its thread, and the stops before its moment. vo::CallbackGate would
+    // not do: once closed it stays closed, and a checker can run again.
+    struct Delivery {
+        std::thread::id thread;
+        std::uint64_t stops;
+    };
+    std::vector<Delivery> deliveries_ VO_GUARDED_BY(mutex_);
+    std::condition_variable_any delivered_;
+    std::uint64_t stops_ VO_GUARDED_BY(mutex_) = 0;
+};
+
+}  // namespace KR

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "platform/kr/KRValue.h"
+
+namespace KR {
+
+/// A condition text that does not parse. what() is "LINE:COLUMN: expected X, found Y"; lines and
+/// columns start at 1, columns count bytes.
+class ConditionSyntaxError : public std::runtime_error {
+public:
+    ConditionSyntaxError(std::size_t line, std::size_t column, const std::string& problem);
+    std::size_t line() const { return line_; }
+    std::size_t column() const { return column_; }
+    /// what() without the place.
+    const std::string& problem() const { return problem_; }
+
+private:
+    std::size_t line_;
+    std::size_t column_;
+    std::string problem_;
+};
+
+/// Longest condition text that is parsed. The longest that people and generators write are a few
+/// hundred bytes; beyond this a text is a mistake, refused before any work is done on it.
+constexpr std::size_t kMaxConditionBytes = 64 * 1024;
+/// Deepest nesting of parentheses and negations, far beyond what a person can read; it bounds the
+/// stack that parsing and evaluating use.
+constexpr std::size_t kMaxConditionDepth = 200;
+
+/// A parsed condition.
+struct Expression {
+    enum class Kind {
+        literal,
+        key,
+        negation,     // one operand
+        conjunction,  // two or more
+        disjunction,  // two or more
+        equal,        // the rest: two operands
+        notEqual,
+        less,
+        lessEqual,
+        greater,
+        greaterEqual
+    };
+
+    Kind kind;
+    KRValue value;    ///< of a literal
+    std::string key;  ///< of a key
+    std::vector<Expression> operands;
+};
+
+/// Parses a condition; ConditionSyntaxError when it does not parse.
+Expression parseCondition(const std::string& text);
+
+/// The keys that a condition reads, each once, in order of first appearance.
+std::vector<std::string> keysOf(const Expression& expression);
+
+}  // namespace KR

@@ -1,0 +1,351 @@
+#include <atomic>
+#include <future>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <thread>
+
+#include "platform/conditions/ConditionChecker.h"
+#include "platform/conditions/ConditionParser.h"
+#include "tests/support/VirtualPlatform.h"
+
+namespace KR {
+namespace {
+
+using std::chrono::seconds;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::Pair;
+using HitLists = std::vector<ConditionChecker::Hits>;
+
+constexpr unsigned kSecond = 1000000;
+
+struct CheckerTest : ::testing::Test {
+    VirtualPlatform platform;
+    KRMemory& memory = platform.memory();
+    HitLists lists;
+    ConditionChecker checker;
+
+    CheckerTest()
+    {
+        checker.connect(platform.broker);
+        checker.setCallback([this](ConditionChecker::Hits hits) { lists.push_back(hits); });
+    }
+    unsigned add(const std::string& text,
+                 ConditionChecker::ReportMode mode = ConditionChecker::ReportBecomesTrue)
+    {
+        return checker.addCondition(text, mode);
+    }
+    void start(unsigned period = 0)
+    {
+        checker.run(period, false);
+        platform.runPending();
+    }
+    /// The hit lists since the last call, after what is due has happened.
+    HitLists taken()
+    {
+        platform.runPending();
+        return std::exchange(lists, {});
+    }
+};
+
+ConditionChecker::Hits hits(std::initializer_list<unsigned> ids, bool truth = true)
+{
+    ConditionChecker::Hits result;
+    for (const unsigned id : ids)
+        result.emplace_back(id, truth);
+    return result;
+}
+
+TEST_F(CheckerTest, EachModeReportsItsChangesInOneAscendingList)
+{
+    std::vector<std::pair<unsigned, KRValue>> own;
+    for (const unsigned mode : {0, 1, 2, 3, 4})
+        add("'Level' > 2", static_cast<ConditionChecker::ReportMode>(mode));
+    const unsigned single = checker.addCondition(
+        "'Level' > 2", ConditionChecker::ReportChange,
+        [&](unsigned id, const KRValue& value) { own.emplace_back(id, value); });
+    start();
+    EXPECT_THAT(taken(), IsEmpty()) << "an unknown key";
+    memory.raiseEvent("Level", 3);
+    EXPECT_FALSE(checker.isConditionTrue(5)) << "not handled yet";
+    EXPECT_THAT(taken(), ElementsAre(hits({1, 3, 4})));
+    EXPECT_TRUE(checker.isConditionTrue(5));
+    memory.raiseEvent("Level", 4.5);
+    memory.raiseEvent("Other", 1);
+    EXPECT_THAT(taken(), IsEmpty()) << "nothing flips";
+    memory.raiseEvent("Level", {});
+    EXPECT_THAT(taken(), ElementsAre(hits({2, 3}, false)));
+    EXPECT_THAT(own, ElementsAre(Pair(single, true), Pair(single, false)));
+}
+
+TEST_F(CheckerTest, EveryChangeIsAMomentOfItsOwnAndNoPulseIsLost)
+{
+    add("'A' && 'B'");
+    add("'A' == 1");
+    add("'B' == 1");
+    start();
+    const std::pair<const char*, int> changes[] = {{"A", 1}, {"A", 0}, {"B", 1},
+                                                   {"A", 1}, {"B", 0}, {"A", 0}};
+    for (const auto& [key, value] : changes)
+        memory.raiseEvent(key, value);
+    EXPECT_THAT(taken(), ElementsAre(hits({2}), hits({3}), hits({1, 2})));
+
+    constexpr int kPulses = 100000;
+    HitLists expected;
+    for (int i = 0; i < kPulses; ++i) {
+        const bool first = i % 3 == 0;
+        memory.raiseEvent(first ? "A" : "B", 0);
+        memory.raiseEvent(first ? "A" : "B", 1);
+        expected.push_back(i == 0 ? hits({2}) : hits({1, first ? 2U : 3U}));
+    }
+    EXPECT_TRUE(taken() == expected);
+}
+
+TEST_F(CheckerTest, AConditionAddedWhileRunningNeverSeesAMomentThatWasNone)
+{
+    add("'Old'");
+    start();
+    for (const int value : {1, 0})
+        memory.raiseEvent("Old", value);
+    memory.raiseEvent("New", 1);
+    const unsigned both = add("'Old' && 'New'");
+    const unsigned pulse = add("'New' == 2");
+    const unsigned present = add("'New' == 1");
+    memory.raiseEvent("New", 2);
+    memory.raiseEvent("New", 1);
+    EXPECT_FALSE(checker.isConditionTrue(present)) << "evaluated on the checker's thread";
+    EXPECT_THAT(taken(), ElementsAre(hits({1}), hits({present}), hits({pulse}), hits({present})));
+    EXPECT_FALSE(checker.isConditionTrue(both));
+
+    EXPECT_TRUE(checker.removeCondition(pulse));
+    EXPECT_FALSE(checker.hasCondition(pulse));
+    memory.raiseEvent("New", 2);
+    EXPECT_THAT(taken(), IsEmpty());
+    EXPECT_THROW(add("'A' and 'B'"), ConditionSyntaxError);
+    EXPECT_EQ(add("'A'"), present + 1) << "ids are not reused";
+}
+
+TEST_F(CheckerTest, ARestartReadsMemoryAnewAndReplaysNothing)
+{
+    memory.raiseEvent("A", 1);
+    const unsigned a = add("'A'");
+    const unsigned pulsed = add("'B' == 1");
+    const unsigned never = add("'A' == 1", ConditionChecker::ReportNever);
+    start();
+    EXPECT_THAT(taken(), ElementsAre(hits({a})));
+    memory.raiseEvent("B", 1);
+    checker.stop();
+    memory.raiseEvent("B", 0);
+    memory.raiseEvent("A", 2);
+    EXPECT_THAT(taken(), IsEmpty()) << "what was queued at the stop is dropped";
+    EXPECT_TRUE(checker.isConditionTrue(never)) << "as of the stop";
+
+    start();
+    EXPECT_THAT(taken(), IsEmpty()) << "A was true before, and the pulse is over";
+    EXPECT_FALSE(checker.isConditionTrue(never));
+    checker.stop();
+    checker.resetChecks();
+    EXPECT_FALSE(checker.isConditionTrue(a));
+    start();
+    EXPECT_THAT(taken(), ElementsAre(hits({a})));
+    checker.resetChecks();
+    EXPECT_THAT(taken(), ElementsAre(hits({a}))) << "anew, while it runs";
+
+    checker.stop();
+    checker.resetChecks();
+    checker.run(kSecond, true);
+    memory.raiseEvent("B", 1);
+    EXPECT_THAT(taken(), ElementsAre(hits({a}))) << "once";
+    memory.raiseEvent("A", 0);
+    platform.advance(seconds(3));
+    EXPECT_THAT(taken(), IsEmpty());
+    EXPECT_FALSE(checker.isConditionTrue(pulsed));
+}
+
+TEST_F(CheckerTest, WhatIsTrueIsReportedAgainAtEveryPeriod)
+{
+    add("'A'", ConditionChecker::ReportWhileTrue);
+    add("'A'");
+    add("'B'", ConditionChecker::ReportWhileTrue);
+    start(6 * kSecond);
+    platform.advance(seconds(5));
+    memory.raiseEvent("A", 1);
+    memory.raiseEvent("B", 1);
+    EXPECT_THAT(taken(), ElementsAre(hits({1, 2}), hits({3})));
+    platform.advance(seconds(13));
+    EXPECT_THAT(taken(), ElementsAre(hits({1, 3}), hits({1, 3}), hits({1, 3})));
+    memory.raiseEvent("A", 0);
+    platform.advance(seconds(6));
+    EXPECT_THAT(taken(), ElementsAre(hits({3})));
+    checker.stop();
+    EXPECT_FALSE(platform.clock->untilNextTask()) << "no timer stays behind";
+}
+
+TEST_F(CheckerTest, ACheckIsUpToDateWithMemory)
+{
+    unsigned own = 0;
+    add("'A'", ConditionChecker::ReportWhileTrue);
+    checker.addCondition("'A'", ConditionChecker::ReportBecomesTrue,
+                         [&](unsigned id, const KRValue&) { own = id; });
+    add("'B'");
+    memory.raiseEvent("A", 1);
+    memory.raiseEvent("B", 1);
+    EXPECT_EQ(checker.checkConditions(false), hits({1, 2, 3})) << "idle";
+    EXPECT_EQ(checker.checkConditions(true), hits({1}));
+    EXPECT_THAT(std::exchange(lists, {}), ElementsAre(hits({1})));
+    EXPECT_EQ(own, 0U);
+
+    start();
+    memory.raiseEvent("B", 0);
+    memory.raiseEvent("B", 1);
+    memory.raiseEvent("A", 0);
+    EXPECT_THAT(checker.checkConditions(false), IsEmpty());
+    EXPECT_FALSE(checker.isConditionTrue(1));
+    EXPECT_THAT(taken(), ElementsAre(hits({3}))) << "a queued pulse is a moment still";
+}
+
+TEST_F(CheckerTest, PersistentValuesAreOfTheLatestHandledChange)
+{
+    const auto stamp = static_cast<std::uint64_t>(platform.clock->now().time_since_epoch() /
+                                                  std::chrono::microseconds(1));
+    memory.raiseEvent("A", 1);
+    add("'A' || 'Never' == 1 || true");
+    const auto present = Pair("A", Pair(stamp, KRValue(1)));
+    const auto unknown = Pair("Never", Pair(0U, KRValue()));
+    EXPECT_THAT(checker.getPersistentValues(), ElementsAre(present, unknown)) << "idle";
+    start();
+    platform.advance(seconds(1));
+    memory.raiseEvent("A", 2);
+    EXPECT_THAT(checker.getPersistentValues(), ElementsAre(present, unknown)) << "still queued";
+    platform.runPending();
+    EXPECT_THAT(checker.getPersistentValues(),
+                ElementsAre(Pair("A", Pair(stamp + kSecond, KRValue(2))), unknown));
+}
+
+TEST_F(CheckerTest, ACallbackMayUseTheCheckerAndMayThrow)
+{
+    unsigned added = 0;
+    checker.addCondition("'A'", ConditionChecker::ReportChange, [&](unsigned, const KRValue& on) {
+        if (!on.isTrue())
+            return checker.stop();
+        added = add("'A' == 1");
+        checker.removeCondition(2);
+        checker.checkConditions(false);
+        throw std::runtime_error("no patience");
+    });
+    checker.addCondition("'A'", ConditionChecker::ReportChange,
+                         [&](unsigned id, const KRValue&) { lists.push_back(hits({id})); });
+    start();
+    memory.raiseEvent("A", 1);
+    const HitLists first = taken();
+    EXPECT_THAT(first, ElementsAre(hits({2}), hits({added}))) << "hit 2 was on its way";
+    EXPECT_THAT(platform.log.lines(vo::LogLevel::error),
+                ElementsAre("ConditionChecker/callback of condition 1: no patience"));
+    checker.addCondition("!'A'", ConditionChecker::ReportBecomesTrue,
+                         [&](unsigned id, const KRValue&) { lists.push_back(hits({id})); });
+    memory.raiseEvent("A", 0);
+    memory.raiseEvent("A", 1);
+    EXPECT_THAT(taken(), IsEmpty()) << "the callback that stopped was the last";
+    EXPECT_FALSE(checker.isConditionTrue(added));
+
+    checker.exit();
+    EXPECT_FALSE(checker.hasCondition(1));
+    start();
+    EXPECT_THAT(taken(), IsEmpty());
+}
+
+TEST_F(CheckerTest, AStopWaitsForTheCallbackThatRuns)
+{
+    std::atomic<bool> ended{false};
+    std::future<bool> endedBeforeStop;
+    add("true");
+    checker.setCallback([&](ConditionChecker::Hits) {
+        endedBeforeStop = std::async(std::launch::async, [&] {
+            checker.stop();
+            return ended.load();
+        });
+        // The stop takes the period's timer away before it waits.
+        while (platform.clock->untilNextTask())
+            std::this_thread::yield();
+        ended = true;
+    });
+    start(kSecond);
+    EXPECT_TRUE(endedBeforeStop.get());
+}
+
+TEST_F(CheckerTest, ConnectionIsNeededOnce)
+{
+    EXPECT_THROW(checker.connect(platform.broker), std::logic_error);
+    ConditionChecker loose;
+    const unsigned id = loose.addCondition("'A'", ConditionChecker::ReportChange);
+    EXPECT_THROW(loose.run(0, false), std::logic_error);
+    EXPECT_THROW(loose.checkConditions(true), std::logic_error);
+    loose.stop();
+    EXPECT_FALSE(loose.isConditionTrue(id));
+}
+
+/// On real threads, for what virtual time has no threads to show: the wake-ups between raisers and
+/// the checker, and what they do to one another.
+struct RealCheckerTest : ::testing::Test {
+    vo::Application application{vo::makeRealClock()};
+    boost::shared_ptr<KRBroker> broker = KRBroker::create(application);
+    KRMemory& memory = broker->memory();
+    ConditionChecker checker;
+
+    RealCheckerTest() { checker.connect(broker); }
+    void raisePulses(const std::string& key, int count)
+    {
+        for (int i = 0; i < count; ++i) {
+            memory.raiseEvent(key, 0);
+            memory.raiseEvent(key, 1);
+        }
+    }
+};
+
+TEST_F(RealCheckerTest, EveryPulseOfAnotherThreadArrives)
+{
+    constexpr int kPulses = 5000;
+    std::promise<void> all;
+    int count = 0;  // of the checker's thread
+    checker.addCondition("'A' == 1", ConditionChecker::ReportBecomesTrue);
+    checker.setCallback([&](ConditionChecker::Hits) {
+        if (++count == kPulses)
+            all.set_value();
+    });
+    checker.run(100, false);
+    std::thread raiser([this] { raisePulses("A", kPulses); });
+    all.get_future().wait();
+    raiser.join();
+    checker.stop();
+    EXPECT_EQ(count, kPulses);
+}
+
+TEST_F(RealCheckerTest, AStormOfWritesAndRestartsEndsWithTheRightTruths)
+{
+    std::atomic<int> inside{0};
+    checker.setCallback([&](ConditionChecker::Hits) { ++inside, --inside; });
+    const unsigned a =
+        checker.addCondition("'A' == 1 && 'B' == 1", ConditionChecker::ReportWhileTrue);
+    std::thread raiserOfA([this] { raisePulses("A", 3000); });
+    std::thread raiserOfB([this] { raisePulses("B", 3000); });
+    for (int i = 0; i < 200; ++i) {
+        checker.run(i % 2 == 0 ? 50 : 0, false);
+        const unsigned extra = checker.addCondition("'A' < 'C'", ConditionChecker::ReportChange);
+        checker.checkConditions(i % 3 == 0);
+        checker.resetChecks();
+        checker.removeCondition(extra);
+        checker.stop();
+        EXPECT_EQ(inside, 0);
+    }
+    raiserOfA.join();
+    raiserOfB.join();
+    std::promise<void> seen;
+    checker.resetChecks();
+    checker.setCallback([&](ConditionChecker::Hits) { seen.set_value(); });
+    checker.run(0, false);
+    seen.get_future().wait();
+    EXPECT_TRUE(checker.isConditionTrue(a));
+}
+
+}  // namespace
+}  // namespace KR

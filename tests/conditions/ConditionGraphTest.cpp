@@ -1,0 +1,249 @@
+#include <algorithm>
+#include <cmath>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <map>
+#include <random>
+
+#include "platform/conditions/Comparison.h"
+#include "platform/conditions/ConditionGraph.h"
+
+namespace KR {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using Kind = Expression::Kind;
+
+TEST(Comparison, OrdersValuesAsConditionsDo)
+{
+    const std::int64_t big = 9007199254740993;  // 2^53 + 1, which no double holds
+    const double limit = 9223372036854775808.0;
+    const std::int64_t greatest = std::numeric_limits<std::int64_t>::max();
+    const KRValue array(KRValue::Array{1, "x"});
+    const struct {
+        const char* what;
+        KRValue a;
+        KRValue b;
+        Order order;
+    } rows[] = {
+        {"int and float of one value", 2, 2.0, Order::equal},
+        {"an int and the double nearest to it", big, 9007199254740992.0, Order::greater},
+        {"the greatest int and 2^63", greatest, limit, Order::less},
+        {"the least int and -2^63", -greatest - 1, -limit, Order::equal},
+        {"a fraction below an int", -2, -2.5, Order::greater},
+        {"a fraction above an int", 2, 2.5, Order::less},
+        {"infinity", greatest, INFINITY, Order::less},
+        {"NaN and itself", NAN, NAN, Order::none},
+        {"a bool and an int", true, 1, Order::equal},
+        {"bools", false, true, Order::less},
+        {"texts by byte, unsigned", "z", "ü", Order::less},
+        {"a text and its beginning", "ab", "a", Order::greater},
+        {"a text and a number", "1", 1, Order::none},
+        {"unknown and false", {}, false, Order::none},
+        {"equal arrays, elements as values", KRValue::Array{1.0, "x"}, array, Order::same},
+        {"arrays of different length", KRValue::Array{1}, array, Order::none},
+        {"binaries", KRValue::Binary{1}, KRValue::Binary{1}, Order::same},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(compare(row.a, row.b), row.order) << row.what;
+        for (const Kind kind : {Kind::equal, Kind::less, Kind::lessEqual, Kind::greater})
+            EXPECT_EQ(holds(mirrored(kind), compare(row.b, row.a)), holds(kind, row.order));
+    }
+    EXPECT_TRUE(holds(Kind::equal, Order::same));
+    EXPECT_FALSE(holds(Kind::lessEqual, Order::same)) << "no order";
+    EXPECT_TRUE(holds(Kind::notEqual, Order::none));
+    EXPECT_FALSE(holds(Kind::greaterEqual, Order::none));
+}
+
+TEST(ThresholdIndex, AChangeFindsOnlyWhatItFlips)
+{
+    ThresholdIndex index;
+    for (unsigned i = 1; i <= 10000; ++i) {
+        index.at(Kind::less, KRValue(i)) = i;
+        index.at(Kind::equal, KRValue(i)) = 10000 + i;
+        index.at(Kind::greaterEqual, KRValue(i)) = 20000 + i;
+    }
+    const auto flips = [&](const KRValue* before, const KRValue* after) {
+        std::vector<ThresholdIndex::NodeId> nodes;
+        index.collectFlips(before, after, nodes);
+        return nodes;
+    };
+    const KRValue low(5000.25), on(5000), between(5000.75), next(5001), far(9999);
+    EXPECT_THAT(flips(&low, &between), IsEmpty());
+    EXPECT_THAT(flips(&between, &next), ElementsAre(15001, 5001, 25001));
+    EXPECT_THAT(flips(&on, &low), ElementsAre(15000));
+    EXPECT_EQ(flips(nullptr, &on).size(), 1U + 5000U + 5000U) << "== 5000, < 5001.., >= ..5000";
+    EXPECT_EQ(flips(&far, nullptr).size(), 1U + 1U + 9999U);
+}
+
+/// What a condition means, by walking its tree.
+class Reference {
+public:
+    std::map<std::string, KRValue> memory;
+
+    bool isTrue(const Expression& e) const { return valueOf(e).isTrue(); }
+
+private:
+    KRValue valueOf(const Expression& e) const
+    {
+        switch (e.kind) {
+            case Kind::literal:
+                return e.value;
+            case Kind::key:
+                return memory.at(e.key);
+            case Kind::negation:
+                return !isTrue(e.operands[0]);
+            case Kind::conjunction:
+                return isTrue(e.operands[0]) && isTrue(e.operands[1]);  // texts below have two
+            case Kind::disjunction:
+                return isTrue(e.operands[0]) || isTrue(e.operands[1]);
+            default:
+                return holds(e.kind, compare(valueOf(e.operands[0]), valueOf(e.operands[1])));
+        }
+    }
+};
+
+class RandomConditions {
+public:
+    std::string text(int depth)
+    {
+        if (depth == 0 || pick(5) == 0)
+            return pick(3) == 0 ? literal() : key();
+        const std::string left = "(" + text(depth - 1) + ")";
+        if (pick(5) == 0)
+            return "!" + left;
+        static constexpr const char* kOperators[] = {
+            "&&", "||", "&&", "||", "==", "!=", "<", "<=", ">", ">="};
+        const std::string right = pick(2) == 0 ? literal() : text(depth - 1);
+        return left + kOperators[pick(10)] + "(" + right + ")";
+    }
+    std::string key() { return "'" + std::string(1, static_cast<char>('A' + pick(4))) + "'"; }
+    KRValue value()
+    {
+        static const KRValue kValues[] = {{},
+                                          false,
+                                          true,
+                                          0,
+                                          1,
+                                          2,
+                                          -1,
+                                          1.0,
+                                          1.5,
+                                          NAN,
+                                          9007199254740993,
+                                          9007199254740992.0,
+                                          "",
+                                          "a",
+                                          "b",
+                                          "ab",
+                                          KRValue::Array{1},
+                                          KRValue::Array{1.0},
+                                          KRValue::Binary{1}};
+        return kValues[pick(std::size(kValues))];
+    }
+    std::size_t pick(std::size_t count) { return random_() % count; }
+
+private:
+    std::string literal()
+    {
+        static constexpr const char* kLiterals[] = {"true",
+                                                    "false",
+                                                    "0",
+                                                    "1",
+                                                    "2",
+                                                    "-1",
+                                                    "1.5",
+                                                    "9007199254740993",
+                                                    "9007199254740992.0",
+                                                    "\"\"",
+                                                    "\"a\"",
+                                                    "\"b\""};
+        return kLiterals[pick(std::size(kLiterals))];
+    }
+    std::mt19937 random_{20240611};
+};
+
+TEST(ConditionGraph, AgreesWithAPlainEvaluatorAndLeavesNothingBehind)
+{
+    struct Condition {
+        std::string text;
+        Expression expression;
+        bool truth;
+    };
+    RandomConditions random;
+    Reference reference;
+    ConditionGraph graph;
+    std::map<unsigned, Condition> conditions;
+    std::map<std::string, ConditionGraph::Tag> tags;
+    for (const char* key : {"A", "B", "C", "D"})
+        reference.memory[key] = {};
+
+    for (unsigned step = 1; step <= 6000; ++step) {
+        if (step % 10 == 0) {
+            Condition added{random.text(3), {}, false};
+            added.expression = parseCondition(added.text);
+            for (const KRMemory::Watch& watch : graph.add(step, added.expression)) {
+                tags[watch.key] = watch.tag;
+                graph.set(watch.tag, reference.memory[watch.key], {});
+            }
+            added.truth = reference.isTrue(added.expression);
+            EXPECT_EQ(graph.isTrue(step), added.truth) << added.text;
+            conditions.emplace(step, std::move(added));
+        }
+        if (conditions.size() > 60) {
+            const auto victim = std::next(conditions.begin(), random.pick(conditions.size()));
+            for (const KRMemory::Watch& watch : graph.remove(victim->first))
+                tags.erase(watch.key);
+            conditions.erase(victim);
+        }
+        const std::string key(1, static_cast<char>('A' + random.pick(4)));
+        reference.memory[key] = random.value();
+        std::vector<unsigned> expected;
+        for (auto& [id, condition] : conditions) {
+            const bool truth = reference.isTrue(condition.expression);
+            if (truth != condition.truth)
+                expected.push_back(id);
+            condition.truth = truth;
+        }
+        if (tags.count(key)) {
+            ASSERT_EQ(graph.set(tags[key], reference.memory[key], {}), expected) << step;
+        }
+        for (const auto& [id, condition] : conditions)
+            ASSERT_EQ(graph.isTrue(id), condition.truth) << condition.text;
+    }
+    for (const auto& [id, condition] : conditions)
+        graph.remove(id);
+    EXPECT_EQ(graph.size(), 0U);
+    EXPECT_THAT(graph.watches(), IsEmpty());
+}
+
+TEST(ConditionGraph, WhatMeansTheSameIsOneNode)
+{
+    ConditionGraph graph;
+    unsigned id = 0;
+    for (const char* same :
+         {"'A' == 1 && 'B'", "'B' && 1.0 == 'A'", "!(!'B' || 'A' != true)",
+          "('B' && 'A' == 1) == true", "('A' == 1 && 'B' && true || false) > 0"}) {
+        graph.add(++id, parseCondition(same));
+        EXPECT_EQ(graph.size(), 3U) << same;
+    }
+    graph.add(++id, parseCondition("'A' == 1 || true"));
+    EXPECT_TRUE(graph.isTrue(id));
+}
+
+TEST(ConditionGraph, TheDeepestConditionThatParsesIsHandled)
+{
+    std::string text = "'A'";
+    for (std::size_t i = 0; i < kMaxConditionDepth; ++i)
+        text = "('B'||'C'&&'D'==" + text + "<2)";
+    ConditionGraph graph;
+    for (const KRMemory::Watch& watch : graph.add(1, parseCondition(text)))
+        graph.set(watch.tag, KRValue(watch.key == "C" || watch.key == "D"), {});
+    EXPECT_TRUE(graph.isTrue(1));
+    graph.remove(1);
+    EXPECT_EQ(graph.size(), 0U);
+}
+
+}  // namespace
+}  // namespace KR

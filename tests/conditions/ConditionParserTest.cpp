@@ -1,0 +1,143 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "platform/conditions/ConditionParser.h"
+
+namespace KR {
+namespace {
+
+using ::testing::ElementsAre;
+
+std::string repeated(const std::string& piece, std::size_t times)
+{
+    std::string text;
+    for (std::size_t i = 0; i < times; ++i)
+        text += piece;
+    return text;
+}
+
+/// The structure of an expression, every operation in brackets: "[op operand operand]".
+std::string structureOf(const Expression& e)
+{
+    static constexpr const char* kNames[] = {
+        "", "", "!", "&&", "||", "==", "!=", "<", "<=", ">", ">="};
+    if (e.kind == Expression::Kind::literal)
+        return e.value.toDisplayString();
+    if (e.kind == Expression::Kind::key)
+        return e.key;
+    std::string text = std::string("[") + kNames[static_cast<int>(e.kind)];
+    for (const Expression& operand : e.operands)
+        text += " " + structureOf(operand);
+    return text + "]";
+}
+
+std::string errorOf(const std::string& text)
+{
+    try {
+        parseCondition(text);
+    } catch (const ConditionSyntaxError& error) {
+        EXPECT_EQ(std::to_string(error.line()) + ":" + std::to_string(error.column()) + ": " +
+                      error.problem(),
+                  error.what());
+        return error.what();
+    }
+    return "parsed";
+}
+
+TEST(ConditionParser, BindsLikeC)
+{
+    const struct {
+        const char* text;
+        const char* structure;
+    } rows[] = {
+        {"'A' || 'B' && 'C'", "[|| A [&& B C]]"},
+        {"('A' || 'B') && 'C'", "[&& [|| A B] C]"},
+        {"'A' && 'B' && 'C' || 'D' || 'E'", "[|| [&& A B C] D E]"},
+        {"'A' && 'B' == 'C'", "[&& A [== B C]]"},
+        {"'A' == 'B' < 'C'", "[== A [< B C]]"},
+        {"1 < 2 < 3", "[< [< 1 2] 3]"},
+        {"'A' != 'B' == true", "[== [!= A B] true]"},
+        {"!'A' == true", "[== [! A] true]"},
+        {"\t'A'\r\n<='B'>2 ", "[> [<= A B] 2]"},
+        {"'A'&&!'B'||'C'!=\"x\"", "[|| [&& A [! B]] [!= C \"x\"]]"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(structureOf(parseCondition(row.text)), row.structure) << row.text;
+}
+
+TEST(ConditionParser, ReadsLiteralsAndKeysExactly)
+{
+    const struct {
+        const char* text;
+        KRValue value;
+    } rows[] = {
+        {"9223372036854775807", std::int64_t{9223372036854775807}},
+        {"-9223372036854775808", std::numeric_limits<std::int64_t>::min()},
+        {"-2.5e-3", -0.0025},
+        {R"("a\"b\\c\nd\te")", "a\"b\\c\nd\te"},
+        {"\"it's\nü\"", "it's\nü"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(parseCondition(row.text).value, row.value) << row.text;
+    EXPECT_EQ(parseCondition("'Größe \"x\" \\n && 1'").key, "Größe \"x\" \\n && 1");
+}
+
+TEST(ConditionParser, RefusedTextsNameThePlaceAndWhatWasExpected)
+{
+    const struct {
+        std::string text;
+        const char* error;
+    } rows[] = {
+        {"", "1:1: expected a key, a literal, '!' or '(', found the end"},
+        {"'A' &&\n  == 1", "2:3: expected a key, a literal, '!' or '(', found '=='"},
+        {"'A' 'B'", "1:5: expected an operator or the end, found a key"},
+        {"'ü' and 'B'", "1:6: expected an operator or the end, found 'and'"},
+        {"('A' 5)", "1:6: expected an operator or ')', found '5'"},
+        {"'A' & 'B'", "1:5: expected '&&', found '&'"},
+        {"'Hour' = 5", "1:8: expected '==', found '='"},
+        {"'Hour' > 5 and 'Hour' < 9", "1:12: expected an operator or the end, found 'and'"},
+        {"Hour > 1", "1:1: expected a key, a literal, '!' or '(', found 'Hour'"},
+        {"''", "1:1: expected a key, found an empty one"},
+        {"1 < 'A", "1:5: expected a ' that closes this key, found the end"},
+        {"'A\n'", "1:3: expected a key without control characters, found byte 0x0A"},
+        {"'A' == \"b", "1:8: expected a \" that closes this text, found the end"},
+        {"\"b\\\"", "1:1: expected a \" that closes this text, found the end"},
+        {R"("\q")", "1:3: expected \", \\, n or t after a \\, found 'q'"},
+        {"1e+", "1:4: expected the digits of an exponent, found the end"},
+        {"9223372036854775808", "1:1: expected an integer of 64 bits, found 9223372036854775808"},
+        {"1e999", "1:1: expected a number in the range of a float, found 1e999"},
+        {std::string("'A'\0", 4), "1:4: expected an operator or the end, found byte 0x00"},
+        {"'A'\n== \"\xff\"", "2:5: expected a character in UTF-8, found byte 0xFF"},
+        {"'\xc3", "1:2: expected a character in UTF-8, found byte 0xC3"},
+        {"'\xc0\xaf'", "1:2: expected a character in UTF-8, found byte 0xC0"},
+        {"'A' == " + std::string(50, 'x'),
+         "1:8: expected a key, a literal, '!' or '(', found a long word"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(errorOf(row.text), row.error) << row.text;
+}
+
+TEST(ConditionParser, SizeAndDepthAreBoundedButFlatChainsMayBeLong)
+{
+    const std::string tooDeep =
+        "1:201: expected at most 200 nested parentheses and negations, found more";
+    EXPECT_EQ(errorOf(repeated("(", 10000) + "'A'" + repeated(")", 10000)), tooDeep);
+    EXPECT_EQ(errorOf(repeated("!", 10000) + "'A'"), tooDeep);
+    EXPECT_EQ(errorOf("1" + repeated("<1", 10000)),
+              "1:404: expected at most 200 chained comparisons, found more");
+    EXPECT_EQ(errorOf(std::string(kMaxConditionBytes + 1, '(')),
+              "1:1: expected at most 65536 bytes, found 65537");
+
+    EXPECT_EQ(errorOf(repeated("(", 200) + "'A'" + repeated(")", 200)), "parsed");
+    EXPECT_EQ(errorOf("'A'" + std::string(kMaxConditionBytes - 3, ' ')), "parsed");
+    EXPECT_EQ(parseCondition("'A'" + repeated("&&'B'", 10000)).operands.size(), 10001U);
+}
+
+TEST(ConditionParser, KeysComeOnceInOrderOfFirstAppearance)
+{
+    EXPECT_THAT(keysOf(parseCondition("'B' == 'A' && !('C' < 'A') || 'B'")),
+                ElementsAre("B", "A", "C"));
+}
+
+}  // namespace
+}  // namespace KR
