@@ -1,0 +1,105 @@
+#include "platform/life/ApiWrapper.h"
+
+#include <stdexcept>
+#include <utility>
+#include <yaml-cpp/yaml.h>
+
+#include "platform/life/YamlValue.h"
+#include "platform/vo/Session.h"
+
+namespace KR {
+namespace {
+
+constexpr const char* kModule = "Module";
+constexpr const char* kMethod = "Method";
+constexpr const char* kArgs = "Args";
+
+[[noreturn]] void fail(const YAML::Node& node, const std::string& problem)
+{
+    throw std::runtime_error(yamlPlace(node) + problem);
+}
+
+/// A name is a text however it looks: an unquoted 5 is the name "5".
+std::string readName(const YAML::Node& call, const char* key)
+{
+    const YAML::Node node = call[key];
+    if (!node.IsDefined())
+        fail(call, std::string("the call has no ") + key);
+    if (!node.IsScalar() || node.Scalar().empty())
+        fail(node, std::string(key) + " must be a text that is not empty");
+    return node.Scalar();
+}
+
+void refuseOtherKeys(const YAML::Node& call)
+{
+    for (const auto& entry : call) {
+        const std::string key = entry.first.IsScalar() ? entry.first.Scalar() : std::string();
+        if (key != kModule && key != kMethod && key != kArgs)
+            fail(entry.first, "a call has Module, Method and Args, but no \"" + key + "\"");
+    }
+}
+
+std::string takeName(const std::map<std::string, KRValue>& parameters, const char* key)
+{
+    const auto it = parameters.find(key);
+    if (it == parameters.end() || !it->second.isString() || it->second.toString().empty())
+        throw std::runtime_error(std::string("a call needs the text parameter ") + key);
+    return it->second.toString();
+}
+
+}  // namespace
+
+ApiWrapper::ApiWrapper(const YAML::Node& node)
+{
+    if (!node.IsDefined() || !node.IsMap())
+        fail(node, "a call is a mapping with Module, Method and Args");
+    refuseOtherKeys(node);
+    module_ = readName(node, kModule);
+    method_ = readName(node, kMethod);
+    const YAML::Node args = node[kArgs];
+    if (!args.IsDefined())
+        return;
+    if (!args.IsSequence())
+        fail(args, "Args must be a sequence");
+    arguments_ = yamlToKRValue(args).toArray();
+    hasArguments_ = true;
+}
+
+ApiWrapper::ApiWrapper(const std::map<std::string, KRValue>& parameters)
+    : module_(takeName(parameters, kModule)), method_(takeName(parameters, kMethod))
+{
+    const auto args = parameters.find(kArgs);
+    hasArguments_ = args != parameters.end();
+    if (parameters.size() != (hasArguments_ ? 3U : 2U))
+        throw std::runtime_error("a call has the parameters Module, Method and Args only");
+    if (!hasArguments_)
+        return;
+    if (!args->second.isArray())
+        throw std::runtime_error("the parameter Args of a call must be an array");
+    arguments_ = args->second.toArray();
+}
+
+std::map<std::string, KRValue> ApiWrapper::exportAutonomousActionParameters() const
+{
+    std::map<std::string, KRValue> parameters{{kModule, module_}, {kMethod, method_}};
+    if (hasArguments_)
+        parameters[kArgs] = KRValue(arguments_);
+    return parameters;
+}
+
+KRValue ApiWrapper::execute() const
+{
+    const vo::AnyObject service = importModule(module_);
+    std::vector<vo::Value> arguments;
+    arguments.reserve(arguments_.size());
+    for (const KRValue& argument : arguments_)
+        arguments.push_back(vo::toValue(argument));
+    return vo::fromValue<KRValue>(service.object()->call(method_, arguments));
+}
+
+vo::AnyObject ApiWrapper::importModule(const std::string& name)
+{
+    return vo::import(name);
+}
+
+}  // namespace KR

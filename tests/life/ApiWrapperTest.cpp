@@ -1,0 +1,53 @@
+#include <gmock/gmock.h>
+#include <yaml-cpp/yaml.h>
+
+#include "platform/life/ApiWrapper.h"
+#include "platform/vo/Session.h"
+#include "tests/support/VirtualPlatform.h"
+
+namespace KR {
+namespace {
+
+TEST(ApiWrapper, malformedCall_isRefused)
+{
+    const std::pair<const char*, const char*> rows[] = {
+        {"", "a call is a mapping"},
+        {"{Method: m}", "line 1, column 1: the call has no Module"},
+        {"{Module: '', Method: m}", "column 10: Module must be a text"},
+        {"{Module: a, Method: m, Args: x}", "column 30: Args must be a sequence"},
+        {"{Module: a, Method: m, Args: [{}]}", "column 31: a mapping is no value"},
+        {"{Module: a, Method: m, args: []}", "column 24: a call has Module, Method and Args"},
+    };
+    for (const auto& [yaml, error] : rows) {
+        try {
+            const ApiWrapper call(YAML::Load(yaml));
+            ADD_FAILURE() << yaml;
+        } catch (const std::runtime_error& e) {
+            EXPECT_THAT(e.what(), testing::HasSubstr(error)) << yaml;
+        }
+    }
+}
+
+TEST(ApiWrapper, call_survivesItsExportAndReachesTheService)
+{
+    VirtualPlatform platform;
+    auto leds = std::make_shared<vo::ServiceObject>("KRLeds");
+    leds->method("fade", [](std::string name, double level, KRValue extra) {
+        return KRValue(KRValue::Array{std::move(name), level, std::move(extra)});
+    });
+    leds->method("off", [] {});
+    platform.application.session().registerService(leds);
+
+    const auto call = [](const char* yaml) {
+        const ApiWrapper written(YAML::Load(yaml));
+        return ApiWrapper(written.exportAutonomousActionParameters()).execute();
+    };
+    EXPECT_EQ(call("{Module: KRLeds, Method: fade, Args: [eyes, 1, ['2']]}"),
+              KRValue(KRValue::Array{"eyes", 1.0, KRValue::Array{"2"}}));
+    EXPECT_FALSE(call("{Args: [], Method: off, Module: KRLeds}").isValid());
+    EXPECT_THROW(call("{Module: KRLeds, Method: off, Args: [1]}"), std::runtime_error);
+    EXPECT_THROW(call("{Module: Nobody, Method: off}"), std::runtime_error);
+}
+
+}  // namespace
+}  // namespace KR
