@@ -15,10 +15,7 @@ class Job {
 public:
     using Result = std::invoke_result_t<F>;
 
-    template <class G>
-    explicit Job(G&& function) : function_(std::forward<G>(function))
-    {
-    }
+    explicit Job(F function) : function_(std::move(function)) {}
     ~Job()
     {
         function_.reset();

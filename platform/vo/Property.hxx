@@ -13,7 +13,7 @@ template <class T>
 Future<void> Property<T>::set(T value)
 {
     Change change{std::move(value), {}};
-    const Future<void> told = change.told.future();
+    Future<void> told = change.told.future();
     bool changes = false;
     bool tell = false;
     {

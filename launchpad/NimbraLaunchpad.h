@@ -1,0 +1,135 @@
+#pragma once
+
+#include <atomic>
+#include <boost/shared_ptr.hpp>
+#include <cstdint>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "launchpad/AutonomousAction.h"
+#include "launchpad/NimbraLaunchpadResponder.h"
+#include "platform/conditions/ConditionChecker.h"
+#include "platform/kr/KRBroker.h"
+#include "platform/vo/AnyObject.h"
+#include "platform/vo/CallbackGate.h"
+#include "platform/vo/Mutex.h"
+
+namespace KR {
+
+class ContextPermission;
+
+/// Decides what the robot does on its own initiative: keeps the table of autonomous actions, has
+/// their conditions evaluated, and hands the actions whose conditions were hit to the responder.
+///
+///     constructed --startMonitoringConditions()--> monitoring
+///     monitoring --stopMonitoringConditions()--> constructed
+///     either --exit()--> ended, to be destroyed
+///
+/// Owned by the host, as are the permission object and the responder, which must outlive it; they
+/// need not outlive it any longer, since a responder call that is still queued then is dropped.
+///
+/// Thread-safe, but for loadModule(). Lock order: the checker lock, then the data lock; the
+/// condition checker's own locks come last. No lock is held while the responder runs. Lines are
+/// logged with locks held, so a listener of the log must not call the launchpad.
+class NimbraLaunchpad {
+public:
+    /// Comes up with the default configuration file, what installed packages bring, the built-in
+    /// plugins and the actions of the main interactive activity module. A failing configuration,
+    /// plugin or module is logged and left out. Monitoring is not started. `contextPermission`
+    /// and `responder` may be null; std::invalid_argument for a null broker.
+    NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker, ContextPermission* contextPermission,
+                    NimbraLaunchpadResponder* responder);
+    /// Stops no plugin: call exit() first. Waits for the responder call in progress, except when
+    /// destroyed from inside of it.
+    virtual ~NimbraLaunchpad();
+    NimbraLaunchpad(const NimbraLaunchpad&) = delete;
+    NimbraLaunchpad& operator=(const NimbraLaunchpad&) = delete;
+
+    /// Replaces the actions of earlier configuration files by those of this one. A malformed
+    /// action or step is warned about and skipped. Throws, before anything is removed, when the
+    /// file cannot be read or parsed, is not of a supported version, or has no description or
+    /// version; and, with the actions before it already added, for a value that cannot be
+    /// converted to its type.
+    void loadConfigFile(const std::string& path);
+
+    /// Adds the actions that a module exports. Throws when there is no such module or its
+    /// "getAutonomousActions" fails; nothing is added then. It takes no lock: call it while
+    /// conditions are not monitored and no other thread uses this launchpad.
+    void loadModule(const std::string& name);
+
+    /// Starts the enabled plugins and the condition checker. KRError, after both were tried, when
+    /// one failed. Does nothing while monitoring.
+    void startMonitoringConditions();
+    /// Stops the condition checker and the plugins; errors as above.
+    void stopMonitoringConditions();
+    bool isMonitoringConditions() const;
+    /// Has every condition evaluated now; hits arrive as usual.
+    void checkConditions();
+
+    /// See PersistentValues.
+    PersistentValues getPersistentValues() const;
+
+    /// Copies of the actions that have a bit of `mask` (see ExecutionSynchronicity) and whose
+    /// condition was true when it was last evaluated, in ascending id order.
+    std::list<AutonomousAction> getActionSuggestions(const int& mask) const;
+
+    /// Names of the activities that launch themselves, in ascending order.
+    std::vector<std::string> getAutonomousActivityNames() const;
+
+    /// The first action, by id, of exactly that description; std::runtime_error if there is none.
+    AutonomousAction getAction(const std::string& description) const;
+
+    /// Stops the condition checker for good and unloads every plugin. Call it before destroying.
+    void exit();
+
+private:
+    friend struct NimbraLaunchpadTestAccess;  // defined by the tests alone
+
+    unsigned _addAction(const AutonomousAction& action) VO_REQUIRES(actionMutex_);
+    bool _removeAction(const unsigned& id) VO_REQUIRES(actionMutex_);
+    bool _removeActions(const std::string& origin) VO_REQUIRES(actionMutex_);
+    void _registerActionCondition(const unsigned& id) VO_REQUIRES(actionMutex_);
+    bool _unregisterActionCondition(const unsigned& id) VO_REQUIRES(actionMutex_);
+    void _conditionHit(ConditionChecker::Hits hits) VO_EXCLUDES(actionMutex_);
+    std::list<AutonomousAction> _actionsOfHits(const ConditionChecker::Hits& hits) const
+        VO_REQUIRES_SHARED(actionMutex_);
+    void _postActions(std::list<AutonomousAction> actions) const;
+
+    void _startConditionChecker();
+    void _stopConditionChecker();
+    bool _isConditionCheckerRunning() const;
+
+    // Constant after construction.
+    boost::shared_ptr<KRBroker> broker_;
+    ContextPermission* contextPermission_;
+    vo::AnyObject packageManager_;
+    vo::AnyObject animationPlayer_;
+    NimbraLaunchpadResponder* responder_;
+    /// Passed by every call of the responder, closed when the launchpad goes.
+    const std::shared_ptr<vo::CallbackGate> responderGate_ = std::make_shared<vo::CallbackGate>();
+
+    // Synchronised by themselves. The flag says that the configuration controls the dialog.
+    std::atomic<bool> configControlsDialog_{false};
+
+    /// The checker lock. Held over start and stop of the checker, and so before the data lock,
+    /// which hits take: stopping waits for them.
+    mutable vo::SharedMutex conditionCheckerMutex_ VO_ACQUIRED_BEFORE(actionMutex_);
+    bool conditionCheckerRunning_ VO_GUARDED_BY(conditionCheckerMutex_) = false;
+
+    /// The data lock.
+    mutable vo::SharedMutex actionMutex_;
+    std::uint32_t lastActionId_ VO_GUARDED_BY(actionMutex_) = 1;
+    std::map<std::uint32_t, AutonomousAction> actions_ VO_GUARDED_BY(actionMutex_);
+    std::map<std::uint32_t, std::uint32_t> conditionToAction_ VO_GUARDED_BY(actionMutex_);
+    std::map<std::string, std::uint32_t> behaviorActions_ VO_GUARDED_BY(actionMutex_);
+    std::map<std::string, std::string> autonomousActivities_ VO_GUARDED_BY(actionMutex_);
+
+    /// Synchronised by itself. Last, so that it is the first to go: until it is gone it calls back.
+    ConditionChecker conditionChecker_;
+};
+
+}  // namespace KR

@@ -1,0 +1,66 @@
+#include "launchpad/NimbraLaunchpad.h"
+#include "tests/launchpad/LaunchpadTest.h"
+
+namespace KR {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+void registerModule(VirtualPlatform& platform, const std::string& name,
+                    const std::vector<AutonomousAction>& actions)
+{
+    auto module = std::make_shared<vo::ServiceObject>(name);
+    module->method("getAutonomousActions", [actions] { return actions; });
+    platform.application.session().registerService(module);
+}
+
+TEST_F(LaunchpadTest, missingParts_areLoggedAndLeftOut)
+{
+    EXPECT_THAT(platform.log.lines(vo::LogLevel::error),
+                ElementsAre(HasSubstr("Can't load default config file: : "),
+                            HasSubstr("Cannot load the main interactive activity module: no ")));
+    EXPECT_THROW(NimbraLaunchpad({}, nullptr, nullptr), std::invalid_argument);
+    registerModule(platform, "empty", {});
+    launchpad->loadModule("empty");
+    EXPECT_THAT(platform.log.lines(vo::LogLevel::info).back(),
+                HasSubstr("0 autonomous actions loaded from empty"));
+    EXPECT_THROW(launchpad->loadModule("missing"), std::runtime_error);
+}
+
+TEST_F(LaunchpadTest, defaultFileAndThenTheModule_areLoaded)
+{
+    folder.write("tessel/autonomy.cfg", kOneAction);
+    AutonomousAction exported;
+    exported.condition = "'K'";
+    exported.conditionId = 1;  // the module's own, which the configured action has here
+    registerModule(platform, "applauncher_module", {exported});
+    launchpad.reset();
+    NimbraLaunchpad fresh(platform.broker, nullptr, &responder);
+
+    auto& actions = NimbraLaunchpadTestAccess{fresh}.actions();
+    ASSERT_THAT(actions, ElementsAre(testing::Key(2), testing::Key(3)));
+    EXPECT_EQ(actions[2].origin, "LifeConfig");
+    EXPECT_EQ(actions[3].origin, "Module.applauncher_module");
+    EXPECT_NE(actions[3].conditionId, actions[2].conditionId);
+}
+
+TEST_F(LaunchpadTest, queries_answerInIdOrder)
+{
+    access.add("b", "'K' == 1", 0x5);
+    const unsigned first = access.add("a", "'K' == 1", 0x2);
+    access.add("a", "'K' == 2", 0x7);
+    raiseK(1);
+    EXPECT_TRUE(launchpad->getActionSuggestions(7).empty()) << "nothing was evaluated yet";
+    launchpad->checkConditions();
+
+    const std::pair<int, Names> rows[] = {{0, {}},    {1, {"b"}},       {2, {"a"}}, {4, {"b"}},
+                                          {5, {"b"}}, {-1, {"b", "a"}}, {8, {}}};
+    for (const auto& [mask, names] : rows)
+        EXPECT_EQ(namesOf(launchpad->getActionSuggestions(mask)), names) << mask;
+    EXPECT_EQ(launchpad->getAction("a").conditionId, first);
+    EXPECT_THROW(launchpad->getAction("A"), std::runtime_error);
+}
+
+}  // namespace
+}  // namespace KR
