@@ -1,0 +1,112 @@
+#include "host/Host.h"
+
+#include <set>
+
+#include "platform/kr/KRMemory.h"
+#include "platform/vo/EventLoop.h"
+
+namespace KR {
+
+namespace {
+
+const vo::Logger logger("Nimbra.Host");
+
+bool startsWith(const std::string& text, const char* prefix)
+{
+    return text.rfind(prefix, 0) == 0;
+}
+
+}  // namespace
+
+Host::Host(const std::shared_ptr<vo::Clock>& clock, Timeline& timeline, const std::string& config,
+           vo::LogLevel logLevel)
+    : timeline_(timeline),
+      application_(clock),
+      broker_(KRBroker::create(application_)),
+      robot_(broker_),
+      life_(KRModule::createModule<LifeService>(broker_)),
+      launcher_(KRModule::createModule<AppLauncher>(broker_)),
+      responder_(*life_, timeline)
+{
+    const std::vector<vo::LogRecord> kept = makeLaunchpad(logLevel);
+    const vo::LogListener listener([this](const vo::LogRecord& record) {
+        if (record.level == vo::LogLevel::error)
+            earlyErrors_.push_back(record);
+    });
+    for (const vo::LogRecord& record : kept)
+        vo::Logger(record.category).error(record.label, record.text);
+    launchpad_->loadConfigFile(config);
+    responder_.setSuggestions(
+        [launchpad = launchpad_.get()](int mask) { return launchpad->getActionSuggestions(mask); });
+}
+
+void Host::recordError(const vo::LogRecord& record)
+{
+    TimelineEvent event{TimelineEvent::Kind::error};
+    event.subject = record.category;
+    event.reason = record.label + ": " + record.text;
+    timeline_.record(event);
+}
+
+/// A launchpad comes up with the default configuration, which is replaced right away by the one
+/// that was chosen: what is logged about the default one would only mislead. Returns the errors
+/// that are about something else.
+std::vector<vo::LogRecord> Host::makeLaunchpad(vo::LogLevel logLevel)
+{
+    std::vector<vo::LogRecord> kept;
+    const vo::LogListener listener([&](const vo::LogRecord& record) {
+        const bool ofDefault = startsWith(record.text, "Can't load default config file: ") ||
+                               startsWith(record.text, "Cannot add condition: ");
+        if (record.level == vo::LogLevel::error && !ofDefault)
+            kept.push_back(record);
+    });
+    vo::setLogLevel(vo::LogLevel::silent);
+    try {
+        launchpad_ = std::make_unique<NimbraLaunchpad>(broker_, nullptr, &responder_);
+    } catch (...) {
+        vo::setLogLevel(logLevel);
+        throw;
+    }
+    vo::setLogLevel(logLevel);
+    return kept;
+}
+
+Host::~Host()
+{
+    stop();
+}
+
+void Host::start(const std::vector<std::string>& moreKeys)
+{
+    for (const vo::LogRecord& record : earlyErrors_)
+        recordError(record);
+    errors_.emplace([this](const vo::LogRecord& record) {
+        if (record.level == vo::LogLevel::error)
+            recordError(record);
+    });
+    std::set<std::string> keys(moreKeys.begin(), moreKeys.end());
+    for (const auto& value : launchpad_->getPersistentValues()) {
+        // Changes of these are shown as what they are, changes of the robot's life.
+        if (!startsWith(value.first, "Nimbra/"))
+            keys.insert(value.first);
+    }
+    timeline_.follow(broker_, {keys.begin(), keys.end()});
+    launchpad_->startMonitoringConditions();
+}
+
+void Host::stop()
+{
+    if (stopped_)
+        return;
+    stopped_ = true;
+    try {
+        launchpad_->stopMonitoringConditions();
+    } catch (const std::exception& e) {
+        logger.error("stop", e.what());
+    }
+    launchpad_->exit();
+    application_.eventLoop().close();
+    timeline_.unfollow();
+}
+
+}  // namespace KR

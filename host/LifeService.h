@@ -1,0 +1,181 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/kr/KRError.h"
+#include "platform/kr/KRModule.h"
+#include "platform/vo/Clock.h"
+#include "platform/vo/Executor.h"
+#include "platform/vo/Mutex.h"
+#include "platform/vo/Signal.h"
+
+namespace KR {
+
+/// Names one time that an activity had the focus; grows with every one. 0 is none.
+using FocusId = std::uint64_t;
+
+/// Something that the life service does not do because its own rules forbid it, in contrast to
+/// something that went wrong.
+class LifeRefusal : public KRError {
+public:
+    using KRError::KRError;
+};
+
+/// A change in the robot's life.
+struct LifeEvent {
+    enum class Kind { focus, state, asleep, autonomousFocus, chain, everythingStopped };
+    Kind kind;
+    std::string subject;   ///< the activity ("" for none), state or chain
+    std::string previous;  ///< the activity or state before
+    std::string reason;    ///< as given by who asked; may be empty
+    bool on = false;       ///< asleep; autonomous focus blocked; chain frozen
+    FocusId lost = 0;      ///< the focus that ended
+};
+
+/// A wish to give an activity the focus.
+struct FocusRequest {
+    /// Flag: an activity that has the focus already is ended and started anew. Without it, such a
+    /// request changes nothing.
+    static constexpr std::int32_t kRestart = 0x1;
+
+    std::string activity;
+    std::int32_t flags = 0;
+    std::string reason;
+    bool autonomous = false;  ///< a rule's, which a block of autonomous focus refuses
+};
+
+/// The service "KRNimbra", which owns the robot's life: its state, whether it sleeps, which
+/// activity has the focus, and which chains are held still.
+///
+///     disabled      a person has switched autonomous life off; no activity may run
+///     safeguard     the robot takes care of itself first; no activity may run
+///     solitary      nobody is near (the first state)
+///     interactive   somebody is
+///
+/// Every state can follow every other, but without force a change is refused
+///  - out of "disabled": what a person switched off, a rule does not switch on;
+///  - to a state in which the activity that has the focus may not run. With force, it is stopped.
+///
+/// Writes the memory keys "Nimbra/State", "Nimbra/Asleep" and "Nimbra/FocusedActivity" ("" for
+/// none) at every change, and first in init().
+///
+/// Thread-safe. Its mutex is held while it writes memory, so that memory sees the changes in their
+/// order; it comes before the locks of memory and clock. Errors are KRError, refusals LifeRefusal.
+class LifeService : public KRModule {
+public:
+    static constexpr const char* kName = "KRNimbra";
+    /// Entries that each history keeps; callers ask for the last few.
+    static constexpr std::size_t kMaxHistory = 100;
+
+    explicit LifeService(const boost::shared_ptr<KRBroker>& broker);
+    ~LifeService() override;
+
+    void init() override;
+    void exit() override;
+
+    /// Told of every change, on the changing thread.
+    vo::Signal<LifeEvent> changed;
+
+    /// What is to be done before an activity starts; called on the thread that asks for it. Set it
+    /// before the life service is used.
+    void setPreparation(std::function<void(const std::string& activity)> preparation);
+
+    std::string getState() const;
+    void setState(const std::string& state, bool force = false);
+    bool isAsleep() const;
+    void setAsleep(bool asleep);
+
+    /// Gives an activity the focus, in place of the one that has it. Returns what names its stay;
+    /// nothing when it has the focus already. The preparation comes first, and once more than
+    /// that is checked whether the activity may start.
+    std::optional<FocusId> switchFocus(const FocusRequest& request);
+    /// Ends the activity that has the focus, if any.
+    void stopFocus(const std::string& reason = {});
+    /// The same, and has whatever waits for its turn forgotten.
+    void stopAll(const std::string& reason = {});
+    /// "" for none.
+    std::string focusedActivity() const;
+
+    /// Whether rules may switch the focus. A block is not counted: one unblock ends it.
+    void blockAutonomousFocus();
+    void unblockAutonomousFocus();
+    bool isAutonomousFocusBlocked() const;
+
+    /// Holds a chain still, for so many seconds (1 or more) or until it is unfrozen. A chain that
+    /// is frozen for longer already stays so.
+    void freezeChain(const std::string& chain, std::optional<std::int32_t> seconds = {});
+    /// Does nothing for a chain that is not frozen.
+    void unfreezeChain(const std::string& chain);
+    /// In ascending order.
+    std::vector<std::string> getFrozenChains() const;
+
+    /// The last `depth` (1 or more) activities that had the focus, newest last; "" stands for the
+    /// times when none had.
+    std::vector<std::string> getFocusHistory(int depth) const;
+    /// The last `depth` states, the present one last.
+    std::vector<std::string> getStateHistory(int depth) const;
+    /// Per activity that ever had the focus: "focusCount", how often, and "focusTime", for how
+    /// many whole seconds in all.
+    std::map<std::string, std::map<std::string, std::int64_t>> getAutonomousActivityStatistics()
+        const;
+    /// Whole seconds of the robot's life, as in memory's histories.
+    std::int64_t getLifeTime() const;
+
+private:
+    struct Focus {
+        FocusId id;
+        std::string activity;
+        vo::Duration since;  ///< uptime
+    };
+    struct Statistics {
+        std::int64_t focusCount = 0;
+        vo::Duration focusTime{};
+    };
+    struct Freeze {
+        std::uint64_t id;
+        std::optional<vo::Duration> until;  ///< uptime; nothing for a freeze without end
+        vo::Executor::TaskId timer = 0;
+    };
+
+    bool admit(const FocusRequest& request) const VO_REQUIRES(mutex_);
+    LifeEvent moveFocus(const std::string& activity, const std::string& reason) VO_REQUIRES(mutex_);
+    void thaw(const std::string& chain, std::uint64_t id);
+    void setAutonomousFocusBlocked(bool blocked);
+    void bindService();
+    void serviceSwitchFocus(const std::string& activity) { switchFocus({activity, 0, {}, false}); }
+    void serviceSetState(const std::string& state) { setState(state, false); }
+    void serviceForceState(const std::string& state) { setState(state, true); }
+    void serviceStopFocus() { stopFocus(); }
+    void serviceStopAll() { stopAll(); }
+    void serviceFreezeChain(const std::string& chain) { freezeChain(chain); }
+    void serviceFreezeChainFor(const std::string& chain, int seconds)
+    {
+        freezeChain(chain, seconds);
+    }
+
+    // Constant after construction, the preparation after set-up.
+    const std::shared_ptr<vo::Clock> clock_;
+    std::function<void(const std::string&)> preparation_;
+    // Synchronised by itself.
+    const std::shared_ptr<vo::Executor> timer_;
+
+    mutable vo::Mutex mutex_;
+    std::string state_ VO_GUARDED_BY(mutex_) = "solitary";
+    bool asleep_ VO_GUARDED_BY(mutex_) = false;
+    bool autonomousFocusBlocked_ VO_GUARDED_BY(mutex_) = false;
+    FocusId lastFocus_ VO_GUARDED_BY(mutex_) = 0;
+    std::optional<Focus> focus_ VO_GUARDED_BY(mutex_);
+    std::deque<std::string> focusHistory_ VO_GUARDED_BY(mutex_);
+    std::deque<std::string> stateHistory_ VO_GUARDED_BY(mutex_);
+    std::map<std::string, Statistics> statistics_ VO_GUARDED_BY(mutex_);
+    std::uint64_t lastFreeze_ VO_GUARDED_BY(mutex_) = 0;
+    std::map<std::string, Freeze> frozen_ VO_GUARDED_BY(mutex_);
+};
+
+}  // namespace KR

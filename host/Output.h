@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdio>
+#include <string>
+
+#include "host/StopRequest.h"
+
+namespace KR {
+
+/// Standard output, or another open stream, that may go away: a reader like `head` takes what it
+/// wants and leaves. After a failed write the rest is dropped and the program asked to stop.
+/// Expects SIGPIPE to be ignored. Used by one thread at a time.
+class Output {
+public:
+    /// With `prompt`, everything written can be seen at once.
+    Output(std::FILE* stream, bool prompt, StopRequest& stop)
+        : stream_(stream), prompt_(prompt), stop_(stop)
+    {
+    }
+
+    void write(const std::string& text);
+    /// Writes what is still buffered.
+    void flush();
+
+    /// The errno of the write that failed; 0 when none has.
+    int error() const { return error_; }
+    /// Whether a person looks at it, and wants colours (see no-color.org).
+    bool wantsColours() const;
+
+private:
+    void check(bool ok);
+
+    std::FILE* const stream_;
+    const bool prompt_;
+    StopRequest& stop_;
+    int error_ = 0;
+};
+
+}  // namespace KR

@@ -1,0 +1,102 @@
+#include "host/Player.h"
+
+#include <algorithm>
+
+#include "platform/kr/KRMemory.h"
+#include "platform/vo/Executor.h"
+
+namespace KR {
+
+namespace {
+
+/// Longer than the period in which the launchpad proposes what stays true.
+constexpr vo::Duration kAfterLastEntry = std::chrono::seconds(10);
+/// Virtual time between two looks at whether to stop.
+constexpr vo::Duration kSlice = std::chrono::minutes(1);
+
+}  // namespace
+
+Player::Player(Host& host, vo::VirtualClock& clock, Timeline& timeline, const StopRequest& stop,
+               std::optional<double> speed)
+    : host_(host), clock_(clock), timeline_(timeline), stop_(stop), speed_(speed)
+{
+    if (!speed_)
+        return;
+    realClock_ = vo::makeRealClock();
+    timer_ = realClock_->makeExecutor("Player", vo::Clock::Threading::shared);
+    realStart_ = realClock_->uptime();
+    virtualStart_ = clock_.now();
+}
+
+Player::~Player()
+{
+    if (timer_)
+        timer_->close();
+}
+
+vo::TimePoint Player::endOf(const Scenario& scenario)
+{
+    if (scenario.end)
+        return *scenario.end;
+    const bool isEmpty = scenario.timeline.empty();
+    return (isEmpty ? scenario.start : scenario.timeline.back().time) + kAfterLastEntry;
+}
+
+bool Player::play(const Scenario& scenario, vo::TimePoint end)
+{
+    clock_.runPending();
+    for (const ScenarioEntry& entry : scenario.timeline) {
+        if (entry.time > end)
+            break;
+        if (!advanceTo(entry.time))
+            return false;
+        for (const ScenarioDeed& deed : entry.deeds)
+            perform(deed);
+        clock_.runPending();
+    }
+    return advanceTo(end);
+}
+
+bool Player::advanceTo(vo::TimePoint time)
+{
+    while (!stop_.isRequested() && clock_.now() < time) {
+        const vo::Duration task = clock_.untilNextTask().value_or(kSlice);
+        const vo::Duration limit = std::min<vo::Duration>(time - clock_.now(), kSlice);
+        const vo::Duration step = speed_ ? std::min(task, limit) : limit;
+        if (!keepPace(clock_.now() + step))
+            return false;
+        clock_.advance(step);
+    }
+    return !stop_.isRequested();
+}
+
+/// Waits until it is real time for a virtual time.
+bool Player::keepPace(vo::TimePoint time)
+{
+    if (!speed_)
+        return true;
+    const double microseconds = static_cast<double>((time - virtualStart_).count()) / *speed_;
+    const vo::Duration due = realStart_ + vo::Duration(static_cast<std::int64_t>(microseconds));
+    const vo::Duration rest = due - realClock_->uptime();
+    return rest <= vo::Duration::zero() || stop_.waitFor(*timer_, rest);
+}
+
+void Player::perform(const ScenarioDeed& deed)
+{
+    if (deed.kind == ScenarioDeed::Kind::raise) {
+        host_.memory().raiseEvent(deed.text, deed.value);
+        return;
+    }
+    TimelineEvent event{TimelineEvent::Kind::say};
+    event.subject = deed.text;
+    if (deed.kind == ScenarioDeed::Kind::call) {
+        event.kind = TimelineEvent::Kind::call;
+        event.subject = describeCall(*deed.call);
+        const StepResult result = attempt([&] { return callResult(*deed.call); });
+        event.outcome = result.outcome;
+        event.reason = result.reason;
+    }
+    timeline_.record(event);
+}
+
+}  // namespace KR

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <functional>
+#include <list>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "host/ActionRunner.h"
+#include "host/LifeService.h"
+#include "host/RuleScheduler.h"
+#include "host/Timeline.h"
+#include "launchpad/NimbraLaunchpadResponder.h"
+#include "platform/vo/Mutex.h"
+
+namespace KR {
+
+/// Carries out what the launchpad decides, step by step, and honours the rule lists of the actions.
+///
+/// A step that is refused or fails drops the rest of its action; the others go on. Before an
+/// activity starts, whoever asks for it, the actions of ExecuteBeforeActivityIfConditionTrue whose
+/// condition is true are carried out, on the asking thread. They obey the lists as well, but cannot
+/// wait: one that would have to is skipped. An activity that they start themselves is not prepared.
+///
+/// An action that has waited runs if its condition is still true. StopAll forgets those that wait.
+///
+/// Thread-safe. The life service and the timeline outlive it; it is destroyed after the event loop
+/// is closed.
+class Responder : public NimbraLaunchpadResponder {
+public:
+    /// The launchpad's getActionSuggestions.
+    using Suggestions = std::function<std::list<AutonomousAction>(int mask)>;
+
+    Responder(LifeService& life, Timeline& timeline);
+    ~Responder() override;
+    Responder(const Responder&) = delete;
+    Responder& operator=(const Responder&) = delete;
+
+    /// Before the first action comes.
+    void setSuggestions(Suggestions suggestions) { suggestions_ = std::move(suggestions); }
+
+    void processActions(const std::list<AutonomousAction>& actions,
+                        const PersistentValues& persistentValues) override;
+    /// The host shows no plugins.
+    void onPluginsChanged() override {}
+
+private:
+    enum class Manner { hit, waited, beforeActivity };
+
+    std::vector<PendingAction> inOrder(const std::list<AutonomousAction>& actions);
+    void warnOfCycles(const std::vector<std::vector<std::string>>& cycles);
+    void decide(const PendingAction& pending, Manner manner, const std::string& activity = {});
+    void carryOut(const AutonomousAction& action);
+    void prepare(const std::string& activity);
+    void onLifeChanged(const LifeEvent& event);
+    void showLife(const LifeEvent& event);
+    void postReady();
+    void runReady();
+    bool isStillTrue(const AutonomousAction& action) const;
+
+    // Constant after construction, the suggestions after set-up.
+    LifeService& life_;
+    Timeline& timeline_;
+    const ActionRunner runner_;
+    Suggestions suggestions_;
+    vo::SignalLink lifeLink_;
+    // Synchronised by itself.
+    RuleScheduler scheduler_;
+
+    vo::Mutex mutex_;
+    std::uint64_t lastTurn_ VO_GUARDED_BY(mutex_) = 0;
+    std::set<std::vector<std::string>> knownCycles_ VO_GUARDED_BY(mutex_);
+};
+
+}  // namespace KR

@@ -1,0 +1,186 @@
+#include "host/RunCommand.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <iostream>
+#include <system_error>
+
+#include "host/ConfigurationCheck.h"
+#include "host/Host.h"
+#include "host/HumanTimeline.h"
+#include "host/JsonTimeline.h"
+#include "host/Output.h"
+#include "host/Player.h"
+#include "host/SignalWatch.h"
+#include "host/StopRequest.h"
+#include "host/Text.h"
+#include "platform/vo/Path.h"
+#include "robot/Scenario.h"
+
+namespace KR {
+
+namespace {
+
+std::string configPath(const RunOptions& options)
+{
+    if (!options.config.empty())
+        return options.config;
+    const std::string path = vo::path::findConf("tessel", "autonomy.cfg");
+    if (path.empty()) {
+        throw std::runtime_error(
+            "there is no tessel/autonomy.cfg in the configuration folders; give one with --config");
+    }
+    return path;
+}
+
+std::vector<std::string> ruleNames(const std::string& config)
+{
+    std::vector<std::string> names;
+    for (const AutonomousAction& rule : inspectConfiguration(config).rules)
+        names.push_back(rule.description);
+    return names;
+}
+
+std::unique_ptr<TimelineRenderer> makeRenderer(Output& output, bool json)
+{
+    const auto sink = [&output](const std::string& text) { output.write(text); };
+    if (json)
+        return std::make_unique<JsonTimeline>(sink);
+    return std::make_unique<HumanTimeline>(sink, output.wantsColours());
+}
+
+/// One run, live or of a scenario.
+class Run {
+public:
+    explicit Run(const RunOptions& options)
+        : options_(options), output_(stdout, !isFast(), stop_), signals_(stop_)
+    {
+    }
+
+    int play()
+    {
+        const Scenario scenario = loadScenario(options_.scenario);
+        const vo::TimePoint end = options_.until.empty()
+                                      ? Player::endOf(scenario)
+                                      : endFromText(options_.until, scenario.start);
+        const auto clock = std::make_shared<vo::VirtualClock>(scenario.start);
+        return live(clock, scenario.title, scenario.keys(), [&](Host& host, Timeline& timeline) {
+            return Player(host, *clock, timeline, stop_, options_.speed).play(scenario, end);
+        });
+    }
+
+    int liveOn()
+    {
+        const std::shared_ptr<vo::Clock> clock = vo::makeRealClock();
+        const vo::TimePoint start = clock->now();
+        std::optional<vo::Duration> length;
+        if (!options_.until.empty())
+            length = endFromText(options_.until, start) - start;
+        return live(clock, {}, {}, [&](Host&, Timeline&) {
+            if (!length) {
+                stop_.wait();
+                return true;
+            }
+            const auto timer = clock->makeExecutor("Run", vo::Clock::Threading::shared);
+            stop_.waitFor(*timer, *length);
+            timer->close();
+            return true;
+        });
+    }
+
+private:
+    bool isFast() const { return !options_.scenario.empty() && !options_.speed; }
+
+    /// Brings a host up, lets `course` pass, which tells whether it came to its end, and brings the
+    /// host down.
+    template <class Course>
+    int live(const std::shared_ptr<vo::Clock>& clock, const std::string& title,
+             const std::vector<std::string>& keys, const Course& course)
+    {
+        const std::string config = configPath(options_);
+        Timeline timeline(clock, makeRenderer(output_, options_.json));
+        const std::vector<std::string> rules = ruleNames(config);
+        bool hasEnded = false;
+        {
+            Host host(clock, timeline, config, options_.logLevel);
+            timeline.begin({title, config, rules, clock->now()});
+            host.start(keys);
+            hasEnded = course(host, timeline);
+            host.stop();
+        }
+        timeline.end(!hasEnded);
+        output_.flush();
+        return exitCode(hasEnded);
+    }
+
+    int exitCode(bool hasEnded) const
+    {
+        // A reader who has seen enough is no failure.
+        if (output_.error() == EPIPE)
+            return 0;
+        if (output_.error() != 0) {
+            throw std::system_error(output_.error(), std::generic_category(),
+                                    "cannot write the timeline");
+        }
+        return hasEnded ? 0 : 128 + stop_.signal();
+    }
+
+    const RunOptions options_;
+    StopRequest stop_;
+    Output output_;
+    SignalWatch signals_;
+};
+
+/// "90s", "5m", "2h", "1d".
+std::optional<vo::Duration> parseDuration(const std::string& text)
+{
+    static const std::map<std::string, std::chrono::seconds> units{{"s", std::chrono::seconds(1)},
+                                                                   {"m", std::chrono::minutes(1)},
+                                                                   {"h", std::chrono::hours(1)},
+                                                                   {"d", std::chrono::hours(24)}};
+    std::int32_t count = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
+    const auto unit = units.find(std::string(end, text.data() + text.size()));
+    if (error != std::errc() || unit == units.end())
+        return std::nullopt;
+    // Still too long when it is cut, and no longer too long for microseconds.
+    constexpr std::chrono::seconds kCut = std::chrono::hours(24) * (kMaxScenarioDays + 1);
+    return std::clamp(unit->second * std::int64_t{count}, -kCut, kCut);
+}
+
+}  // namespace
+
+vo::TimePoint endFromText(const std::string& text, vo::TimePoint start)
+{
+    constexpr vo::Duration kLongest = std::chrono::hours(24) * kMaxScenarioDays;
+    std::optional<vo::Duration> length = parseDuration(text);
+    if (const auto time = parseDayTime(text))
+        length = midnightOf(start) + time->sinceFirstMidnight(1) - start;
+    if (!length) {
+        throw UsageError("'" + printable(text) +
+                         "' is no time (\"07:30\", \"2 07:30\") and no duration (\"90s\", \"5m\")");
+    }
+    if (*length <= vo::Duration::zero())
+        throw UsageError("'" + text + "' is not after the start of the run");
+    if (*length > kLongest)
+        throw UsageError("'" + text + "' is more than " + std::to_string(kMaxScenarioDays) +
+                         " days after the start of the run");
+    return start + *length;
+}
+
+int run(const RunOptions& options)
+{
+    vo::setLogLevel(options.logLevel);
+    try {
+        Run run(options);
+        return options.scenario.empty() ? run.liveOn() : run.play();
+    } catch (const UsageError&) {
+        throw;
+    } catch (const std::exception& e) {
+        std::cerr << "nimbra: " << printable(e.what()) << "\n";
+        return 1;
+    }
+}
+
+}  // namespace KR

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "platform/vo/Clock.h"
+#include "platform/vo/Log.h"
+
+namespace KR {
+
+/// What was asked for makes no sense: the user's mistake, in contrast to one in a file.
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+struct RunOptions {
+    std::string config;           ///< empty for the default file
+    std::string scenario;         ///< empty for a live run
+    std::optional<double> speed;  ///< of a scenario; nothing for as fast as possible
+    std::string until;            ///< empty for no limit
+    bool json = false;
+    vo::LogLevel logLevel = vo::LogLevel::warning;
+};
+
+/// The command `nimbra run`. Returns 0 when the run came to its end: that of its scenario or of
+/// its time, of its reader, or of a live run by SIGINT or SIGTERM; 128 + signal for a scenario that
+/// a signal ended early; 1 when it could not be run, which goes to stderr. UsageError.
+int run(const RunOptions& options);
+
+/// When a run that begins at `start` is to end: "HH:MM" and so on as in a scenario, counted from
+/// the day of the start, or a time from the start like "90s", "5m", "2h" or "1d". UsageError for
+/// anything else, and for a time that is not after the start.
+vo::TimePoint endFromText(const std::string& text, vo::TimePoint start);
+
+}  // namespace KR

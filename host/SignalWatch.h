@@ -1,0 +1,23 @@
+#pragma once
+
+#include <memory>
+
+namespace KR {
+
+class StopRequest;
+
+/// Turns Ctrl-C (SIGINT) and SIGTERM into a stop request, while it lives. The second one ends the
+/// program at once, in case that the orderly end hangs.
+class SignalWatch {
+public:
+    explicit SignalWatch(StopRequest& stop);
+    ~SignalWatch();
+    SignalWatch(const SignalWatch&) = delete;
+    SignalWatch& operator=(const SignalWatch&) = delete;
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace KR

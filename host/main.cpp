@@ -1,0 +1,93 @@
+#include <CLI/CLI.hpp>
+#include <cmath>
+#include <csignal>
+#include <iostream>
+
+#include "host/ConfigurationCheck.h"
+#include "host/RunCommand.h"
+#include "platform/vo/Log.h"
+
+namespace {
+
+constexpr int kUsage = 2;
+
+constexpr const char* kExitCodes =
+    "Exit codes: 0 all went well; 1 problems were found, or the run failed; 2 wrong usage, or "
+    "(for\n"
+    "check) a file that cannot be read; 128 + signal when a signal ended a scenario early.";
+
+struct CommandLine {
+    KR::RunOptions run;
+    double speed = 1;
+    bool fast = false;
+    std::string logLevel = "warning";
+    std::vector<std::string> checked;
+};
+
+CLI::App* addRun(CLI::App& app, CommandLine& line)
+{
+    CLI::App* run = app.add_subcommand("run", "Live, or play a scenario, and show what happens");
+    run->add_option("--config", line.run.config, "Rules to follow (default: tessel/autonomy.cfg)")
+        ->type_name("FILE");
+    CLI::Option* scenario = run->add_option("--scenario", line.run.scenario,
+                                            "What happens to the robot, on virtual time")
+                                ->type_name("FILE");
+    CLI::Option* speed =
+        run->add_option("--speed", line.speed, "Seconds of the scenario in one second")
+            ->type_name("N")
+            ->capture_default_str()
+            ->needs(scenario)
+            ->check([](const std::string& text) {
+                const double value = std::strtod(text.c_str(), nullptr);
+                return std::isfinite(value) && value > 0 ? "" : "must be a number above 0";
+            });
+    run->add_flag("--as-fast-as-possible", line.fast, "Play the scenario without any waiting")
+        ->needs(scenario)
+        ->excludes(speed);
+    run->add_option("--until", line.run.until,
+                    "End at a time of day (\"07:30\", \"2 07:30\") or after a duration (\"90s\")")
+        ->type_name("TIME");
+    run->add_flag("--json", line.run.json, "Print one JSON object a line");
+    run->add_option("--log-level", line.logLevel, "What to log on stderr")
+        ->type_name("L")
+        ->capture_default_str()
+        ->check(CLI::IsMember({"silent", "error", "warning", "info", "verbose"}));
+    return run;
+}
+
+void parse(CLI::App& app, CommandLine& line, int argc, char** argv)
+{
+    app.footer(kExitCodes);
+    app.require_subcommand(1);
+    addRun(app, line);
+    app.add_subcommand("check", "Name the mistakes in configuration files; run nothing")
+        ->add_option("FILE", line.checked, "Configuration files")
+        ->required();
+    app.parse(argc, argv);
+    if (!line.fast)
+        line.run.speed = line.speed;
+    line.run.logLevel = vo::parseLogLevel(line.logLevel);
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    // A reader that goes away is noticed by the write that fails.
+    std::signal(SIGPIPE, SIG_IGN);
+    CLI::App app("Decides what a social robot does on its own initiative.", "nimbra");
+    CommandLine line;
+    try {
+        parse(app, line, argc, argv);
+        return app.got_subcommand("check") ? KR::checkConfigurations(line.checked)
+                                           : KR::run(line.run);
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e) == 0 ? 0 : kUsage;
+    } catch (const KR::UsageError& e) {
+        std::cerr << "nimbra: " << e.what() << "\n";
+        return kUsage;
+    } catch (const std::exception& e) {
+        std::cerr << "nimbra: " << e.what() << "\n";
+        return 1;
+    }
+}

@@ -1,0 +1,46 @@
+#include "robot/KRTextToSpeech.h"
+
+#include <set>
+
+#include "platform/kr/KRError.h"
+#include "platform/kr/KRMemory.h"
+
+namespace KR {
+
+namespace {
+
+const std::set<std::string> kLanguages{"English", "French",   "German",
+                                       "Italian", "Japanese", "Spanish"};
+
+}  // namespace
+
+KRTextToSpeech::KRTextToSpeech(const boost::shared_ptr<KRBroker>& broker) : KRModule(broker, kName)
+{
+    setModuleDescription("The voice");
+    broker->memory().declareEvent(kSentenceKey, kName);
+    bindMethod("say", &KRTextToSpeech::say, this, "Says a text", {{"text", "what to say"}});
+    bindMethod("setLanguage", &KRTextToSpeech::setLanguage, this, "Chooses the language",
+               {{"language", "its English name"}});
+    bindMethod("getLanguage", &KRTextToSpeech::getLanguage, this, "The language in use");
+}
+
+void KRTextToSpeech::say(const std::string& text)
+{
+    getParentBroker()->memory().raiseEvent(kSentenceKey, text);
+}
+
+void KRTextToSpeech::setLanguage(const std::string& language)
+{
+    if (!kLanguages.count(language))
+        throw KRError(kName, "setLanguage", "the language '" + language + "' is not installed");
+    const vo::Lock lock(mutex_);
+    language_ = language;
+}
+
+std::string KRTextToSpeech::getLanguage() const
+{
+    const vo::Lock lock(mutex_);
+    return language_;
+}
+
+}  // namespace KR

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "platform/kr/KRValue.h"
+#include "platform/life/ApiWrapper.h"
+#include "platform/vo/Clock.h"
+
+namespace KR {
+
+/// Largest scenario file that is read, checked before parsing. A day written by hand is a few
+/// kilobytes; a recorded one stays below this.
+constexpr std::size_t kMaxScenarioBytes = 16 * 1024 * 1024;
+/// Longest time that a scenario may take, in days.
+constexpr int kMaxScenarioDays = 366;
+
+/// A scenario that cannot be used; what() is "FILE: line L, column C: problem", without the place
+/// when there is none.
+class ScenarioError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// A time as people write it: "HH:MM", "HH:MM:SS" or "HH:MM:SS.mmm", and before it, where it is
+/// another day, the day's number and a blank ("2 07:30"; day 1 is the first). "24:00" is the end
+/// of a day.
+struct DayTime {
+    std::optional<int> day;  ///< from 1 to kMaxScenarioDays
+    vo::Duration time{};     ///< since that day's midnight
+
+    /// Since the midnight of day 1.
+    vo::Duration sinceFirstMidnight(int defaultDay) const;
+};
+/// Nothing for a text that is no such time.
+std::optional<DayTime> parseDayTime(const std::string& text);
+
+/// The last midnight, in UTC.
+vo::TimePoint midnightOf(vo::TimePoint time);
+
+/// One thing that the world does to the robot.
+struct ScenarioDeed {
+    enum class Kind { say, raise, call };
+    Kind kind;
+    std::string text;                ///< what is said, or the key that is raised
+    KRValue value;                   ///< of a raise
+    std::optional<ApiWrapper> call;  ///< of a call
+};
+
+/// What happens at one time, in the order written. A pulse is two raises, of 0 and of 1.
+struct ScenarioEntry {
+    vo::TimePoint time;
+    std::vector<ScenarioDeed> deeds;
+};
+
+/// A stretch of a robot's life, written down so that it can be played again. A plain value.
+///
+///     Scenario: A visitor
+///     Start: 2026-11-21 06:00:00      # a wall-clock time, without a zone
+///     End: "08:00"                    # optional, a date and time, or as in At
+///     Timeline:
+///       - At: "07:00:30"              # without a day: that of the entry before
+///         Say: Somebody comes in.
+///         Raise: {Launchpad/NoPeopleInZones: false, Launchpad/NumPeopleZone1: 1}
+///         Pulse: Launchpad/WavingDetection
+///         Call: {Module: KRNimbra, Method: stopFocus, Args: []}
+struct Scenario {
+    std::string title;
+    vo::TimePoint start;
+    std::optional<vo::TimePoint> end;
+    std::vector<ScenarioEntry> timeline;  ///< in ascending order of time
+
+    /// The keys that it raises, in ascending order.
+    std::vector<std::string> keys() const;
+};
+
+/// Reads a scenario file. ScenarioError when it is missing, unreadable, wrong, too large or beyond
+/// the bounds of loadYamlFile(), which hold for its nesting and for what its aliases amount to.
+Scenario loadScenario(const std::string& path);
+
+}  // namespace KR

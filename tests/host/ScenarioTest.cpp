@@ -1,0 +1,157 @@
+#include <gmock/gmock.h>
+
+#include "robot/Scenario.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace KR {
+namespace {
+
+using std::chrono::hours;
+using std::chrono::milliseconds;
+using std::chrono::minutes;
+using std::chrono::seconds;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using Kind = ScenarioDeed::Kind;
+
+const char* const kHead = "Scenario: Test\nStart: 2026-11-21 06:00:00\nTimeline:\n";
+
+class ScenarioTest : public testing::Test {
+protected:
+    Scenario load(const std::string& text) { return loadScenario(folder.write("s.yaml", text)); }
+    /// The error, without the path.
+    std::string errorOf(const std::string& text)
+    {
+        const std::string path = folder.write("s.yaml", text);
+        try {
+            loadScenario(path);
+        } catch (const ScenarioError& e) {
+            EXPECT_EQ(std::string(e.what()).rfind(path + ": ", 0), 0U) << e.what();
+            return std::string(e.what()).substr(path.size() + 2);
+        }
+        return "no error";
+    }
+
+    TemporaryFolder folder;
+};
+
+TEST_F(ScenarioTest, HoldsWhatHappensInTheOrderWritten)
+{
+    const Scenario scenario = load(std::string(kHead) + R"(
+  - At: "06:00"
+    Say: Good morning
+    Raise: {K/b: 1, K/a: [true, "1", 2.5, ~]}
+    Pulse: K/pulse
+    Call: {Module: M, Method: m, Args: [1]}
+  - At: "2 07:30:15.25"
+    Raise: {K/a: x}
+  - At: "08:00"
+    Say: The same day
+End: 2026-11-23 00:00:00
+)");
+    using namespace std::chrono_literals;
+    EXPECT_EQ(scenario.title, "Test");
+    EXPECT_EQ(scenario.start.time_since_epoch(), seconds(1795240800));
+    EXPECT_EQ(*scenario.end - scenario.start, 42h);
+    ASSERT_EQ(scenario.timeline.size(), 3U);
+    EXPECT_EQ(scenario.timeline[0].time, scenario.start);
+    EXPECT_EQ(scenario.timeline[1].time - scenario.start, 25h + 30min + 15s + 250ms);
+    EXPECT_EQ(scenario.timeline[2].time - scenario.start, 26h);
+    EXPECT_THAT(scenario.keys(), ElementsAre("K/a", "K/b", "K/pulse"));
+
+    const std::vector<ScenarioDeed>& deeds = scenario.timeline[0].deeds;
+    ASSERT_EQ(deeds.size(), 6U);
+    EXPECT_EQ(deeds[0].text, "Good morning");
+    EXPECT_EQ(deeds[1].text, "K/b");
+    EXPECT_EQ(deeds[2].value, KRValue(KRValue::Array{true, "1", 2.5, {}}));
+    EXPECT_EQ(deeds[3].value, KRValue(0));
+    EXPECT_EQ(deeds[4].text, "K/pulse");
+    EXPECT_EQ(deeds[4].value, KRValue(1));
+    EXPECT_EQ(deeds[5].kind, Kind::call);
+    EXPECT_EQ(deeds[5].call->method(), "m");
+}
+
+TEST_F(ScenarioTest, WrongOnesAreRefusedWithThePlace)
+{
+    struct Row {
+        std::string text;
+        const char* error;
+    };
+    const std::string head = kHead;
+    const std::string entry = head + "  - At: \"06:00\"\n    ";
+    const Row rows[] = {
+        {"", "a scenario is a mapping"},
+        {"[1]", "line 1, column 1: a scenario is a mapping"},
+        {"Scenario: x\nTimeline: []\n", "line 1, column 1: 'Start' is missing"},
+        {"Start: 2026-11-21 06:00\nTimeline: []\n", "'Scenario' is missing"},
+        {"Scenario: x\nStart: 2026-11-21 06:00\n", "'Timeline' is missing"},
+        {"Scenario: [x]\nStart: 1\nTimeline: []", "line 1, column 11: Scenario must be a text"},
+        {"Scenario: x\nStart: 2026-02-30 06:00\nTimeline: []", "line 2, column 8: Start must be"},
+        {"Scenario: x\nStart: 1969-12-31 06:00\nTimeline: []", "Start must be"},
+        {"Scenario: x\nStart: 2026-11-21 06:00\nTimeline: {a: b}", "line 3, column 11: Timeline"},
+        {head + "  - At: \"06:00\"\nBegin: 1\n", "line 5, column 1: unknown key 'Begin'"},
+        {head + "  - x\n", "line 4, column 5: an entry of the Timeline is a mapping"},
+        {head + "  - Say: x\n", "line 4, column 5: 'At' is missing"},
+        {head + "  - At: \"06:00\"\n", "line 4, column 5: an entry needs a Say"},
+        {head + "  - At: \"6\"\n    Say: x\n", "line 4, column 9: At must be a time"},
+        {head + "  - At: \"06:60\"\n    Say: x\n", "At must be a time"},
+        {head + "  - At: \"24:01\"\n    Say: x\n", "At must be a time"},
+        {head + "  - At: \"0 06:00\"\n    Say: x\n", "At must be a time"},
+        {head + "  - At: \"367 06:00\"\n    Say: x\n", "At must be a time"},
+        {head + "  - At: [1]\n    Say: x\n", "line 4, column 9: At must be a text"},
+        {head + "  - At: \"05:59:59\"\n    Say: x\n", "line 4, column 9: At lies before the Start"},
+        {entry + "Say: x\n  - At: \"2 06:00\"\n    Say: x\n  - At: \"1 07:00\"\n    Say: x\n",
+         "line 8, column 9: At lies before the entry above it"},
+        {entry + "Say: x\n    Sing: y\n", "line 6, column 5: unknown key 'Sing'"},
+        {entry + "Say: x\n    Say: y\n", "line 6, column 5: 'Say' is given twice"},
+        {entry + "Say: {a: b}\n", "line 5, column 10: Say must be a text"},
+        {entry + "Raise: Key\n", "line 5, column 12: Raise must be a mapping"},
+        {entry + "Raise: {a: {b: c}}\n", "line 5, column 16: "},
+        {entry + "Raise: {Nimbra/State: solitary}\n", "line 5, column 13: 'Nimbra/State'"},
+        {entry + "Pulse: Nimbra/Asleep\n", "line 5, column 12: 'Nimbra/Asleep'"},
+        {entry + "Pulse: \"\"\n", "must not be empty"},
+        {entry + "Call: {Module: M}\n", "line 5, column 11: "},
+        {entry + "Call: {Module: M, Method: m, Args: 1}\n", "line 5, column 40: "},
+        {head + "  - At: \"06:00\"\n    Say: x\nEnd: \"05:00\"\n", "line 6, column 6: End lies"},
+        {head + "  []\nEnd: 2028-01-01 00:00\n", "a scenario takes 366 days at most"},
+        {"Scenario: [x", "line "},
+        {std::string("\x00\x01\xff", 3), "line 1"},
+        {"Scenario: " + std::string(200'000, '['), "nested deeper than"},
+    };
+    for (const Row& row : rows)
+        EXPECT_THAT(errorOf(row.text), HasSubstr(row.error)) << row.text.substr(0, 200);
+}
+
+TEST_F(ScenarioTest, FilesThatAreNoneOrTooLargeAreRefusedUnread)
+{
+    EXPECT_THROW(loadScenario(folder.path() + "/missing"), ScenarioError);
+    EXPECT_THROW(loadScenario(folder.path()), ScenarioError);
+    const std::string large = folder.write("large", "");
+    std::filesystem::resize_file(large, std::uintmax_t{100} * 1024 * 1024);
+    EXPECT_THROW(loadScenario(large), ScenarioError);
+    std::string bomb = "Scenario: x\nStart: 2026-11-21 06:00\na0: &a0 [x,x,x,x,x,x,x,x,x,x]\n";
+    for (int i = 1; i < 12; ++i) {
+        const std::string last = "*a" + std::to_string(i - 1);
+        bomb += "a" + std::to_string(i) + ": &a" + std::to_string(i) + " [" + last;
+        for (int j = 1; j < 10; ++j)
+            bomb += "," + last;
+        bomb += "]\n";
+    }
+    EXPECT_THAT(errorOf(bomb), HasSubstr("aliases written out"));
+}
+
+TEST(DayTimeTest, MidnightIsThatOfTheDayInUtc)
+{
+    const vo::TimePoint day(hours(24 * 20000));
+    EXPECT_EQ(midnightOf(day), day);
+    EXPECT_EQ(midnightOf(day + hours(24) - vo::Duration(1)), day);
+    EXPECT_EQ(parseDayTime("24:00")->sinceFirstMidnight(2), hours(48));
+    EXPECT_EQ(parseDayTime("3  1:02:03.4")->sinceFirstMidnight(1),
+              hours(49) + minutes(2) + seconds(3) + milliseconds(400));
+    for (const char* text : {"", ":", "1:2", "12:00:", "12:00:00.", "-1 12:00", "12:00 ", "1e1:00"})
+        EXPECT_FALSE(parseDayTime(text)) << text;
+    EXPECT_FALSE(parseDayTime(std::string(1'000'000, '1')));
+}
+
+}  // namespace
+}  // namespace KR

@@ -1,0 +1,51 @@
+# Plays the user of an installed package: script of the test in CMakeLists.txt beside it.
+function(run)
+    execute_process(COMMAND ${ARGV} RESULT_VARIABLE result)
+    if(NOT result EQUAL 0)
+        list(JOIN ARGV " " command)
+        message(FATAL_ERROR "failed with ${result}: ${command}")
+    endif()
+endfunction()
+
+set(flags "")
+if(sanitize STREQUAL "address")
+    set(flags "-fsanitize=address,undefined")
+elseif(sanitize STREQUAL "thread")
+    set(flags "-fsanitize=thread")
+endif()
+
+file(REMOVE_RECURSE ${work})
+
+# The README's examples, so that they stay true: its first file, and its program.
+file(READ ${readme} text)
+string(REGEX MATCH "```yaml\n([^`]*)```" found "${text}")
+file(WRITE ${work}/readme/my.cfg "${CMAKE_MATCH_1}")
+string(REGEX MATCH "```cpp\n([^`]*)```" found "${text}")
+file(WRITE ${work}/readme/main.cpp "${CMAKE_MATCH_1}")
+
+run(${CMAKE_COMMAND} --install ${build} --prefix ${work}/prefix)
+run(${CMAKE_COMMAND} -S ${source} -B ${work}/user -G ${generator}
+    -D CMAKE_PREFIX_PATH=${work}/prefix
+    -D CMAKE_CXX_COMPILER=${compiler}
+    -D CMAKE_CXX_FLAGS=${flags}
+    -D CMAKE_COMPILE_WARNING_AS_ERROR=ON
+    -D README_EXAMPLE=${work}/readme/main.cpp)
+run(${CMAKE_COMMAND} --build ${work}/user)
+
+# Libraries and default configuration are those of the prefix, whatever is around it.
+set(alone ${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH --unset=NIMBRA_PREFIX
+    --unset=XDG_CONFIG_DIRS XDG_CONFIG_HOME=${work}/empty)
+run(${alone} ${work}/user/user ${source}/rules.cfg)
+run(${alone} ${CMAKE_COMMAND} -E chdir ${work}/readme ${work}/user/readme)
+run(${alone} ${work}/prefix/bin/nimbra check
+    ${work}/prefix/share/tessel/autonomy.cfg ${work}/readme/my.cfg)
+
+# The demo day shows every default rule, and nothing that goes wrong.
+execute_process(
+    COMMAND ${alone} ${work}/prefix/bin/nimbra run --as-fast-as-possible
+        --scenario ${work}/prefix/share/nimbralaunchpad/demo-day.scenario.yaml
+    RESULT_VARIABLE result
+    OUTPUT_VARIABLE output)
+if(NOT result EQUAL 0 OR NOT output MATCHES "\nNever hit: 0\n" OR NOT output MATCHES "\nErrors: 0\n")
+    message(FATAL_ERROR "the demo day ended with ${result}:\n${output}")
+endif()
