@@ -29,8 +29,8 @@ class ContextPermission;
 ///     monitoring --stopMonitoringConditions()--> constructed
 ///     either --exit()--> ended, to be destroyed
 ///
-/// Owned by the host, as are the permission object and the responder, which must outlive it; they
-/// need not outlive it any longer, since a responder call that is still queued then is dropped.
+/// Owned by the host, as are the permission object and the responder, which must outlive it. A
+/// responder call that is still queued when the launchpad goes is dropped.
 ///
 /// Thread-safe, but for loadModule(). Lock order: the checker lock, then the data lock; the
 /// condition checker's own locks come last. No lock is held while the responder runs. Lines are
@@ -87,7 +87,7 @@ public:
     void exit();
 
 private:
-    friend struct NimbraLaunchpadTestAccess;  // defined by the tests alone
+    friend class NimbraLaunchpadTestAccess;  // defined by the tests alone
 
     unsigned _addAction(const AutonomousAction& action) VO_REQUIRES(actionMutex_);
     bool _removeAction(const unsigned& id) VO_REQUIRES(actionMutex_);

@@ -40,8 +40,11 @@ void NimbraLaunchpad::loadConfigFile(const std::string& path)
     const vo::Lock lock(actionMutex_);
     if (_removeActions("LifeConfig"))
         kLog.info(kLabel, "Deleted all configuration sets derived from previous config file");
+    // What is no sequence has no elements to find, and looking for them in a large mapping would
+    // take its size squared.
+    const YAML::Node nothing(YAML::NodeType::Undefined);
     for (std::size_t i = 0; i < actions.size(); ++i) {
-        if (const auto action = reader.readAction(actions[i]))
+        if (const auto action = reader.readAction(actions.IsSequence() ? actions[i] : nothing))
             _addAction(*action);
     }
 }

@@ -15,7 +15,8 @@ namespace KR {
 
 /// Reaches the launchpad's private parts. Its users are alone with the launchpad, so no lock is
 /// taken, and the analysis of locks is off.
-struct NimbraLaunchpadTestAccess {
+class NimbraLaunchpadTestAccess {
+public:
     bool removeAll(const char* from) VO_NO_THREAD_SAFETY_ANALYSIS { return l._removeActions(from); }
     void bind(unsigned id) VO_NO_THREAD_SAFETY_ANALYSIS { l._registerActionCondition(id); }
     void hit(const ConditionChecker::Hits& hits) { l._conditionHit(hits); }
@@ -71,7 +72,7 @@ struct ConfigurationFolder {
     {
         std::filesystem::create_directories(path / "tessel");
         for (const char* variable : {"XDG_CONFIG_HOME", "XDG_CONFIG_DIRS", "NIMBRA_PREFIX"})
-            setenv(variable, path.c_str(), 1);
+            setenv(variable, path.c_str(), 1);  // NOLINT(concurrency-mt-unsafe): no thread yet
     }
     ~ConfigurationFolder() { std::filesystem::remove_all(path); }
     std::string write(const std::string& name, const std::string& text) const
