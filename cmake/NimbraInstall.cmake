@@ -9,7 +9,9 @@ set_target_properties(nimbra PROPERTIES INSTALL_RPATH "$ORIGIN/${nimbra_bin_to_l
 
 install(TARGETS nimbraplatform nimbralaunchpad EXPORT nimbra-targets)
 install(TARGETS nimbra)
-install(DIRECTORY platform launchpad
+install(TARGETS nimbra-behavior-guard
+    DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/${PROJECT_NAME})
+install(DIRECTORY platform plugins permission launchpad
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME}
     FILES_MATCHING PATTERN "*.h" PATTERN "*.hxx")
 

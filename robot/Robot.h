@@ -6,6 +6,7 @@
 #include "robot/KRLeds.h"
 #include "robot/KRRobotPosture.h"
 #include "robot/KRTextToSpeech.h"
+#include "robot/SimulatedBattery.h"
 
 namespace KR {
 
@@ -15,7 +16,8 @@ struct Robot {
         : leds(KRModule::createModule<KRLeds>(broker)),
           audio(KRModule::createModule<KRAudioDevice>(broker)),
           voice(KRModule::createModule<KRTextToSpeech>(broker)),
-          posture(KRModule::createModule<KRRobotPosture>(broker))
+          posture(KRModule::createModule<KRRobotPosture>(broker)),
+          battery(broker)
     {
     }
 
@@ -23,6 +25,7 @@ struct Robot {
     boost::shared_ptr<KRAudioDevice> audio;
     boost::shared_ptr<KRTextToSpeech> voice;
     boost::shared_ptr<KRRobotPosture> posture;
+    SimulatedBattery battery;
 };
 
 }  // namespace KR

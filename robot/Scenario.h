@@ -14,7 +14,7 @@ namespace KR {
 
 /// Largest scenario file that is read, checked before parsing. A day written by hand is a few
 /// kilobytes; a recorded one stays below this.
-constexpr std::size_t kMaxScenarioBytes = 16 * 1024 * 1024;
+constexpr std::size_t kMaxScenarioBytes = 2 * 1024 * 1024;
 /// Longest time that a scenario may take, in days.
 constexpr int kMaxScenarioDays = 366;
 

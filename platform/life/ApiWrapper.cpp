@@ -1,5 +1,6 @@
 #include "platform/life/ApiWrapper.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 #include <yaml-cpp/yaml.h>
@@ -39,6 +40,14 @@ void refuseOtherKeys(const YAML::Node& call)
     }
 }
 
+/// Whether there is a value in every place.
+bool isWhole(const KRValue::Array& values)
+{
+    return std::all_of(values.begin(), values.end(), [](const KRValue& value) {
+        return value.isArray() ? isWhole(value.toArray()) : value.isValid();
+    });
+}
+
 std::string takeName(const std::map<std::string, KRValue>& parameters, const char* key)
 {
     const auto it = parameters.find(key);
@@ -62,6 +71,8 @@ ApiWrapper::ApiWrapper(const YAML::Node& node)
     if (!args.IsSequence())
         fail(args, "Args must be a sequence");
     arguments_ = yamlToKRValue(args).toArray();
+    if (!isWhole(arguments_))
+        fail(args, "an argument must not be null");
     hasArguments_ = true;
 }
 

@@ -21,8 +21,9 @@ namespace KR {
 ///     Method: fade              # text, required
 ///     Args: [eyes, 0.5, true]   # sequence, optional
 ///
-/// Args become values as yamlToKRValue() says. Anything else (a mapping in Args, another key, a
-/// tag) is refused with std::runtime_error that says what is wrong and where ("line L, column C:
+/// Args become values as yamlToKRValue() says. Anything else (null, a mapping or a tag in Args,
+/// another key) is refused with std::runtime_error that says what is wrong and where ("line L,
+/// column C:
 /// ...").
 ///
 /// A plain value.

@@ -14,6 +14,7 @@ TEST(ApiWrapper, malformedCall_isRefused)
         {"{Method: m}", "line 1, column 1: the call has no Module"},
         {"{Module: '', Method: m}", "column 10: Module must be a text"},
         {"{Module: a, Method: m, Args: [{}]}", "column 31: a mapping is no value"},
+        {"{Module: a, Method: m, Args: [[~]]}", "column 30: an argument must not be null"},
         {"{Module: a, Method: m, args: []}", "column 24: a call has Module, Method and Args"},
     };
     for (const auto& [yaml, error] : rows) {

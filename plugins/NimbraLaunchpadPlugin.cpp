@@ -1,0 +1,135 @@
+#include "plugins/NimbraLaunchpadPlugin.h"
+
+#include <algorithm>
+#include <boost/weak_ptr.hpp>
+
+#include "platform/vo/EventLoop.h"
+#include "platform/vo/Log.h"
+
+namespace KR {
+
+namespace {
+const vo::Logger logger("NimbraLaunchpadPlugin");
+}
+
+bool NimbraLaunchpadPlugin::_isPluginRunning()
+{
+    return running_;
+}
+
+std::list<std::string> NimbraLaunchpadPlugin::_getConditions(const std::string&)
+{
+    return {};
+}
+
+std::string NimbraLaunchpadPlugin::getPluginName()
+{
+    vo::Lock lock(mutex_);
+    return name_;
+}
+
+void NimbraLaunchpadPlugin::setEnabled(const bool& enabled)
+{
+    vo::Lock lock(mutex_);
+    enabled_ = enabled;
+}
+
+bool NimbraLaunchpadPlugin::isEnabled()
+{
+    vo::Lock lock(mutex_);
+    return enabled_;
+}
+
+std::list<std::string> NimbraLaunchpadPlugin::getConditions(const std::string& purpose)
+{
+    vo::Lock lock(mutex_);
+    return _getConditions(purpose);
+}
+
+std::list<std::string> NimbraLaunchpadPlugin::getGroups()
+{
+    vo::Lock lock(mutex_);
+    return groups_;
+}
+
+bool NimbraLaunchpadPlugin::isInGroup(const std::string& group)
+{
+    vo::Lock lock(mutex_);
+    return std::find(groups_.begin(), groups_.end(), group) != groups_.end();
+}
+
+void NimbraLaunchpadPlugin::startConditionHit(unsigned int, const KRValue&)
+{
+    enabled_ = true;
+    post(&NimbraLaunchpadPlugin::startPlugin);
+}
+
+void NimbraLaunchpadPlugin::stopConditionHit(unsigned int, const KRValue&)
+{
+    enabled_ = false;
+    post(&NimbraLaunchpadPlugin::stopPlugin);
+}
+
+void NimbraLaunchpadPlugin::post(void (NimbraLaunchpadPlugin::*operation)())
+{
+    vo::getEventLoop()->async([weak = weak_from_this(), operation] {
+        const auto plugin = weak.lock();
+        if (!plugin)
+            return;
+        try {
+            (plugin.get()->*operation)();
+        } catch (const std::exception& e) {
+            // Nobody waits for this, so the log is the only place that can tell.
+            logger.error("post", "Error starting/stopping plugin: " + plugin->getPluginName() +
+                                     ": " + e.what());
+        }
+    });
+}
+
+void NimbraLaunchpadPlugin::startPlugin()
+{
+    vo::Lock lock(mutex_);
+    if (_isPluginRunning())
+        return;
+    logger.info("startPlugin", "Starting: " + name_);
+    _startPlugin();
+    logger.info("startPlugin", "Started: " + name_);
+    running_ = true;
+}
+
+void NimbraLaunchpadPlugin::stopPlugin()
+{
+    vo::Lock lock(mutex_);
+    if (!_isPluginRunning())
+        return;
+    logger.info("stopPlugin", "Stopping: " + name_);
+    _stopPlugin();
+    logger.info("stopPlugin", "Stopped: " + name_);
+    running_ = false;
+}
+
+bool NimbraLaunchpadPlugin::isPluginRunning()
+{
+    vo::Lock lock(mutex_);
+    return _isPluginRunning();
+}
+
+void NimbraLaunchpadPlugin::addConditionID(int id)
+{
+    vo::Lock lock(mutex_);
+    conditionIDs_.push_back(id);
+}
+
+void NimbraLaunchpadPlugin::clearConditionIDs()
+{
+    vo::Lock lock(mutex_);
+    conditionIDs_.clear();
+}
+
+std::vector<int> NimbraLaunchpadPlugin::getConditionIDs() const
+{
+    vo::Lock lock(mutex_);
+    return conditionIDs_;
+}
+
+}  // namespace KR

@@ -1,0 +1,123 @@
+#include "robot/SimulatedBattery.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+
+#include "platform/kr/KRError.h"
+#include "platform/kr/KRMemory.h"
+
+namespace KR {
+
+namespace {
+
+constexpr const char* kServiceName = "KRBattery";
+constexpr const char* kStatusKey = "Device/SubDeviceList/Battery/Charge/Sensor/Status";
+constexpr const char* kConnectedKey = "KRBattery/ConnectedToChargingStation";
+constexpr int kCharging = 128;  ///< bit of the status word
+
+void checkRange(double value, double max, const char* method)
+{
+    // Written so that NaN is refused too.
+    if (!(value >= 0 && value <= max))
+        throw KRError(kServiceName, method, "out of range: " + std::to_string(value));
+}
+
+}  // namespace
+
+SimulatedBattery::SimulatedBattery(boost::shared_ptr<KRBroker> broker)
+    : broker_(std::move(broker)),
+      object_(std::make_shared<vo::ServiceObject>(kServiceName)),
+      since_(broker_->clock()->uptime())
+{
+    object_
+        ->method(
+            "getBatteryCharge", [this] { return getBatteryCharge(); }, "Charge in percent")
+        .method("setCharge", [this](double percent) { setCharge(percent); })
+        .method("setDischargeRate", [this](double rate) { setDischargeRate(rate); })
+        .method("setChargeRate", [this](double rate) { setChargeRate(rate); })
+        .method("connectCharger", [this](bool connected) { connectCharger(connected); })
+        .method("isChargerConnected", [this] { return isChargerConnected(); });
+    publish(false);
+    broker_->session().registerService(object_);
+}
+
+SimulatedBattery::~SimulatedBattery()
+{
+    broker_->session().unregisterService(kServiceName);
+}
+
+int SimulatedBattery::getBatteryCharge() const
+{
+    constexpr double kRounding = 1e-6;  // so that 80 that was computed as 79.999... stays 80
+    vo::Lock lock(mutex_);
+    return static_cast<int>(std::floor(chargeNow() + kRounding));
+}
+
+void SimulatedBattery::setCharge(double percent)
+{
+    checkRange(percent, 100, "setCharge");
+    vo::Lock lock(mutex_);
+    settle();
+    charge_ = percent;
+}
+
+void SimulatedBattery::setDischargeRate(double percentPerHour)
+{
+    setRate(&SimulatedBattery::dischargeRate_, percentPerHour, "setDischargeRate");
+}
+
+void SimulatedBattery::setChargeRate(double percentPerHour)
+{
+    setRate(&SimulatedBattery::chargeRate_, percentPerHour, "setChargeRate");
+}
+
+void SimulatedBattery::setRate(double SimulatedBattery::*rate, double percentPerHour,
+                               const char* method)
+{
+    // Empty within a microsecond is as fast as it can get; beyond it, products may overflow.
+    constexpr double kMaxRate = 100 * 3.6e9;
+    checkRange(percentPerHour, kMaxRate, method);
+    vo::Lock lock(mutex_);
+    settle();
+    this->*rate = percentPerHour;
+}
+
+void SimulatedBattery::connectCharger(bool connected)
+{
+    vo::Lock order(publishing_);
+    {
+        vo::Lock lock(mutex_);
+        settle();
+        connected_ = connected;
+    }
+    publish(connected);
+}
+
+bool SimulatedBattery::isChargerConnected() const
+{
+    vo::Lock lock(mutex_);
+    return connected_;
+}
+
+double SimulatedBattery::chargeNow() const
+{
+    using Hours = std::chrono::duration<double, std::ratio<3600>>;
+    const double hours = Hours(broker_->clock()->uptime() - since_).count();
+    const double change = hours * (connected_ ? chargeRate_ : -dischargeRate_);
+    return std::clamp(charge_ + change, 0.0, 100.0);
+}
+
+void SimulatedBattery::settle()
+{
+    charge_ = chargeNow();
+    since_ = broker_->clock()->uptime();
+}
+
+void SimulatedBattery::publish(bool connected) const
+{
+    broker_->memory().raiseEvent(kStatusKey, connected ? kCharging : 0);
+    broker_->memory().raiseEvent(kConnectedKey, connected);
+}
+
+}  // namespace KR

@@ -1,0 +1,277 @@
+// Programs live in real time, so these tests do too. They never wait for a time to pass, only for
+// what a program does: a line that it prints, its end, or the end of a pipe that it holds.
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <map>
+#include <optional>
+#include <spawn.h>
+#include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include "platform/kr/KRError.h"
+#include "platform/packages/KRBehaviorManager.h"
+#include "platform/vo/Application.h"
+#include "platform/vo/Log.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace KR {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+/// What happened, in order, for a test that waits for it.
+class Happenings {
+public:
+    void add(const std::string& what)
+    {
+        vo::Lock lock(mutex_);
+        all_.push_back(what);
+        changed_.notify_all();
+    }
+    /// Waits for something that begins with this, and returns the rest of it.
+    std::string wait(const std::string& begin)
+    {
+        vo::Lock lock(mutex_);
+        while (true) {
+            for (const auto& what : all_)
+                if (what.compare(0, begin.size(), begin) == 0)
+                    return what.substr(begin.size());
+            changed_.wait(mutex_);
+        }
+    }
+    std::vector<std::string> all()
+    {
+        vo::Lock lock(mutex_);
+        return all_;
+    }
+
+private:
+    vo::Mutex mutex_;
+    std::condition_variable_any changed_;
+    std::vector<std::string> all_ VO_GUARDED_BY(mutex_);
+};
+
+struct KRBehaviorManagerTest : testing::Test {
+    TemporaryFolder folder;
+    vo::PackageInfo package{"pkg", folder.path()};
+    Happenings lines;
+    Happenings ends;
+    vo::LogCapture log;
+    vo::LogListener listener{[this](const vo::LogRecord& record) {
+        if (record.category == "Behavior")
+            lines.add(record.text);
+    }};
+    std::shared_ptr<vo::Clock> clock = vo::makeRealClock();
+    vo::Application application{clock};
+    std::optional<KRBehaviorManager> manager;
+
+    /// Installs a behaviour whose program is a shell script.
+    std::string install(const std::string& name, const std::string& script)
+    {
+        const auto file = folder.write(name + "/run", "#!/bin/sh\n" + script + "\n");
+        ::chmod(file.c_str(), 0755);
+        package.addBehavior(vo::BehaviorInfo(name));
+        return "pkg/" + name;
+    }
+    /// The manager, from when on nothing more can be installed.
+    KRBehaviorManager& make(vo::Duration grace = std::chrono::minutes(1))
+    {
+        KRBehaviorManager::Options options;
+        options.grace = grace;
+        manager.emplace(
+            application.session(), clock,
+            [this](auto& uuid) { return uuid == "pkg" ? std::optional(package) : std::nullopt; },
+            options);
+        service().connect<std::string, int>("onBehaviorEnded",
+                                            [this](const std::string& key, int status) {
+                                                ends.add(key + " " + std::to_string(status));
+                                            });
+        return *manager;
+    }
+    vo::AnyObject service() { return application.session().service("KRBehaviorManager"); }
+
+    /// The beginning of a script that holds a pipe for as long as it or a descendant lives.
+    std::string holdPipe() const { return "exec 9>'" + pipePath() + "'; "; }
+    std::string pipePath() const { return folder.path() + "/pipe"; }
+    /// Waits until nobody holds the pipe any more; returns what was written to it.
+    static std::string readToEnd(std::ifstream& pipe)
+    {
+        return {std::istreambuf_iterator<char>(pipe), {}};
+    }
+};
+
+TEST_F(KRBehaviorManagerTest, program_runs_in_its_packages_folder_and_in_a_group_of_its_own)
+{
+    const auto key = install("where",
+                             "read -r nothing && echo input\necho \"folder=$(pwd -P)\"\n"
+                             "read -r pid _ _ _ group _ < /proc/self/stat\n"
+                             "echo group=$group; echo pid=$$; echo error >&2; printf rest; exit 3");
+    make().startBehavior(key);
+    EXPECT_EQ(ends.wait(key + " "), "3");
+    EXPECT_EQ(lines.wait("folder="), std::filesystem::canonical(folder.path()));
+    EXPECT_EQ(lines.wait("group="), lines.wait("pid="));
+    EXPECT_EQ(lines.all().size(), 5U);  // no input
+    EXPECT_EQ(log.lines(vo::LogLevel::info).back(), "Behavior/pkg/where: rest");
+}
+
+TEST_F(KRBehaviorManagerTest, what_cannot_run_is_refused_with_the_reason)
+{
+    install("good", "exit 0");
+    ::chmod(folder.write("plain/run", "#!/bin/sh\n").c_str(), 0644);
+    ::chmod(folder.write("garbage/run", "no program").c_str(), 0755);
+    for (const auto* name : {"plain", "garbage", "missing"})
+        package.addBehavior(vo::BehaviorInfo(name));
+    make();
+    const std::map<std::string, std::string> reasons = {
+        {"other/good", "no behaviour 'other/good' is installed"},
+        {"pkg", "no behaviour"},
+        {"pkg/../good", "no behaviour"},
+        {"pkg/missing", "has no program"},
+        {"pkg/plain", "is not executable"},
+        {"pkg/garbage", "Exec format error"}};
+    for (const auto& [key, reason] : reasons) {
+        SCOPED_TRACE(key);
+        try {
+            manager->preloadBehavior(key);
+            manager->startBehavior(key);
+            ADD_FAILURE() << "started";
+        } catch (const KRError& e) {
+            EXPECT_THAT(e.what(), HasSubstr(reason));
+        }
+        EXPECT_FALSE(manager->isBehaviorRunning(key));
+        EXPECT_NO_THROW(manager->stopBehavior(key));
+    }
+    manager->startBehavior("pkg/good");
+    EXPECT_EQ(ends.wait("pkg/good "), "0");
+}
+
+TEST_F(KRBehaviorManagerTest, stop_asks_the_program_and_waits_for_its_end)
+{
+    const auto polite = install("polite",
+                                "trap 'echo bye; exit 7' TERM; echo ready; "
+                                "while :; do sleep 60 & wait; done");
+    const auto other = install("other", "exec sleep 60");
+    make();
+    service().call("preloadBehavior", polite);
+    service().call("startBehavior", polite);
+    service().call("startBehavior", polite);  // runs already
+    service().call("startBehavior", other);
+    lines.wait("ready");
+    EXPECT_THAT(service().call<std::vector<std::string>>("getRunningBehaviors"),
+                ElementsAre(other, polite));
+    service().call("stopBehavior", polite);
+    EXPECT_FALSE(service().call<bool>("isBehaviorRunning", polite));
+    EXPECT_TRUE(service().call<bool>("isBehaviorRunning", other));
+    EXPECT_EQ(ends.wait(polite + " "), "7");
+    EXPECT_THAT(lines.all(), ElementsAre("ready", "bye"));
+    manager.reset();  // stops the other one
+    EXPECT_EQ(log.count(vo::LogLevel::info, "Behaviour 'pkg/other' was ended by signal 15"), 1U);
+}
+
+TEST_F(KRBehaviorManagerTest, descendants_end_with_their_behaviour_even_outside_of_its_group)
+{
+    const std::string family =
+        holdPipe() + "sleep 60 & setsid sleep 60 & (setsid sh -c 'trap \"\" TERM; sleep 60' &) ; ";
+    const auto ending = install("ending", family + "echo over >&9");
+    const auto stays = install("stays", family + "trap '' TERM; echo ready; sleep 60; sleep 60");
+    ::mkfifo(pipePath().c_str(), 0600);
+    make(std::chrono::milliseconds(20));  // it does not end when it is asked to
+    manager->startBehavior(ending);
+    std::ifstream first(pipePath());
+    EXPECT_EQ(readToEnd(first), "over\n");
+    manager->startBehavior(stays);
+    std::ifstream second(pipePath());
+    lines.wait("ready");
+    manager->stopBehavior(stays);
+    EXPECT_EQ(readToEnd(second), "");
+    EXPECT_EQ(ends.wait(stays + " "), "-9");
+}
+
+TEST_F(KRBehaviorManagerTest, program_killed_from_outside_no_longer_runs_and_can_start_again)
+{
+    const auto key = install("victim", holdPipe() + "echo $$ >&9; echo $PPID >&9; sleep 60 & wait");
+    ::mkfifo(pipePath().c_str(), 0600);
+    make();
+    for (const bool killGuard : {false, true}) {
+        SCOPED_TRACE(killGuard);
+        Happenings ended;
+        const auto link = service().connect<std::string, int>(
+            "onBehaviorEnded",
+            [&](const std::string&, int status) { ended.add(std::to_string(status)); });
+        manager->startBehavior(key);
+        std::ifstream pipe(pipePath());
+        pid_t program = 0;
+        pid_t guard = 0;
+        pipe >> program >> guard;
+        ::kill(killGuard ? guard : program, SIGKILL);
+        EXPECT_EQ(ended.wait(""), "-9");
+        EXPECT_FALSE(manager->isBehaviorRunning(key));
+        EXPECT_EQ(readToEnd(pipe), "\n");
+        service().disconnect(link);
+    }
+}
+
+TEST_F(KRBehaviorManagerTest, endless_output_is_cut_into_lines_and_limited)
+{
+    const auto key = install("loud", "head -c 10000 /dev/zero | tr '\\0' x; echo; echo ready; yes");
+    make().startBehavior(key);
+    lines.wait("ready");
+    lines.wait("y");
+    manager->stopBehavior(key);
+    const auto all = lines.all();
+    EXPECT_EQ(all[0].size(), 4096U);
+    EXPECT_EQ(all[2].size(), 10000U - 2 * 4096U);
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(clock->uptime()).count();
+    EXPECT_LE(all.size(),
+              2 * static_cast<std::size_t>(KRBehaviorManager::kMaxLinesPerSecond) * (seconds + 1));
+}
+
+TEST_F(KRBehaviorManagerTest, starts_and_stops_from_many_threads_leave_a_consistent_state)
+{
+    const auto key = install("shared", "exec sleep 60");
+    make();
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&, i] {
+            for (int k = 0; k < 10; ++k)
+                (i + k) % 2 == 0 ? manager->startBehavior(key) : manager->stopBehavior(key);
+        });
+    for (auto& thread : threads)
+        thread.join();
+    manager->startBehavior(key);
+    EXPECT_TRUE(manager->isBehaviorRunning(key));
+    manager->stopBehavior(key);
+    EXPECT_FALSE(manager->isBehaviorRunning(key));
+}
+
+TEST_F(KRBehaviorManagerTest, no_behaviour_survives_its_host_however_that_ends)
+{
+    install("stay", holdPipe() + "trap '' INT TERM; setsid sleep 60 & echo ready >&9; sleep 60");
+    ::mkfifo(pipePath().c_str(), 0600);
+    for (const int signal : {SIGKILL, SIGINT}) {
+        SCOPED_TRACE(signal);
+        std::string program = NIMBRA_TEST_BEHAVIOR_HOST;
+        std::string argument = folder.path();
+        char* const arguments[] = {program.data(), argument.data(), nullptr};
+        pid_t host = -1;
+        ASSERT_EQ(::posix_spawn(&host, program.c_str(), nullptr, nullptr, arguments, environ), 0);
+        std::ifstream pipe(pipePath());
+        std::string line;
+        std::getline(pipe, line);
+        EXPECT_EQ(line, "ready");
+        ::kill(host, signal);
+        ::waitpid(host, nullptr, 0);
+        EXPECT_EQ(readToEnd(pipe), "");  // ends when the last of them has gone
+    }
+}
+
+}  // namespace
+}  // namespace KR

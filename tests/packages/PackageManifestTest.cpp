@@ -1,0 +1,119 @@
+#include <gmock/gmock.h>
+#include <regex>
+#include <string>
+
+#include "platform/packages/PackageManifest.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace KR {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Pair;
+
+struct PackageManifestTest : testing::Test {
+    TemporaryFolder folder;
+
+    vo::PackageInfo read(const std::string& manifest)
+    {
+        folder.write(kPackageManifestFile, manifest);
+        return readPackageManifest(folder.path());
+    }
+    /// What is wrong with a manifest, its path left out.
+    std::string problems(const std::string& manifest)
+    {
+        try {
+            read(manifest);
+        } catch (const PackageManifestError& e) {
+            const auto path = folder.path() + "/" + kPackageManifestFile + ":";
+            return std::regex_replace(e.what(), std::regex(path), "");
+        }
+        return {};
+    }
+};
+
+const std::string kHead = "ConfigurationVersion: 1.7\nUuid: .p-1_x\nVersion: 1.10\n";
+
+TEST_F(PackageManifestTest, everything_that_is_declared_is_read)
+{
+    const auto package = read(kHead + R"(SupportedLanguages: English
+Behaviors:
+  - Path: a/grüßen
+    Nature: solitary
+    Permissions: [canRunOnPod, other]
+    UserRequestable: true
+    Conditions:
+      launchTrigger: ["'A' == 1", "this does not ((parse"]
+      terminationTrigger: |
+        'B'
+        && 'C'
+    Tags: {English: launcher, French: [launcher, DialogReflex/x]}
+  - Path: plain
+)");
+    EXPECT_EQ(package.uuid(), ".p-1_x");
+    EXPECT_EQ(package.version(), "1.10");
+    EXPECT_THAT(package.supportedLanguages(), ElementsAre("English"));
+    ASSERT_EQ(package.behaviors().size(), 2U);
+    const auto& full = package.behaviors().front();
+    EXPECT_EQ(vo::behaviorKey(package, full), ".p-1_x/a/grüßen");
+    EXPECT_EQ(full.nature(), "solitary");
+    EXPECT_TRUE(full.hasPermission("canRunOnPod") && full.isUserRequestable());
+    EXPECT_THAT(full.conditions("launchTrigger"), ElementsAre("'A' == 1", "this does not ((parse"));
+    EXPECT_THAT(full.conditions("terminationTrigger"), ElementsAre("'B'\n&& 'C'\n"));
+    EXPECT_THAT(full.languagesToTags(),
+                ElementsAre(Pair("English", ElementsAre("launcher")),
+                            Pair("French", ElementsAre("launcher", "DialogReflex/x"))));
+    EXPECT_THAT(package.behaviors().back().conditions("launchTrigger"), IsEmpty());
+}
+
+TEST_F(PackageManifestTest, wrong_manifest_tells_what_is_wrong_and_where)
+{
+    const auto uuid = [](const std::string& text) {
+        return "ConfigurationVersion: 1\nVersion: 1\nUuid: " + text + "\n";
+    };
+    const auto behavior = [](const std::string& text) {
+        return kHead + "Behaviors:\n  - " + text + "\n";
+    };
+    const struct {
+        std::string manifest;
+        const char* problem;
+    } rows[] = {
+        {"", "a manifest is a mapping"},
+        {"Uuid: p\nVersion: 1\n", "1:1: the configuration has no ConfigurationVersion"},
+        {"Uuid: p\nConfigurationVersion: 2.0\nX: y\n", "2:23: ConfigurationVersion \"2.0\" is not"},
+        {"Uuid: p\nUuid: [\n", "3:1: "},
+        {kHead + "Uuid: other\n", "4:1: a manifest has 'Uuid' twice"},
+        {kHead + "SupportedLanguages: [English, \"\"]\n", "4:31: an entry of SupportedLanguages"},
+        {uuid(".."), "3:7: the Uuid '..' is the name of a folder above"},
+        {uuid("a/b"), "the Uuid 'a/b' holds other characters"},
+        {uuid(std::string(201, 'a')), "is longer than 200 bytes"},
+        {uuid("\"p\xff\""), "Uuid is not readable text in UTF-8: 'p\\xff'"},
+        {behavior("{}"), "5:5: there is no Path"},
+        {behavior("{Path: a, path: b}"), "5:15: a behaviour has no 'path'"},
+        {behavior("{Path: ../a}"), "5:12: the Path '../a' holds the name '..'"},
+        {behavior("{Path: a}\n  - {Path: a}"),
+         "6:12: the Path 'a' is that of an earlier behaviour"},
+        {behavior("{Path: a, UserRequestable: 1}"), "5:32: UserRequestable must be true or false"},
+        {behavior("{Path: a, Conditions: {t: [[]]}}"), "5:32: an entry of 't' of Conditions"},
+        {behavior("{Path: a, Nature: \"" + std::string(20'000, 'x') + "\"}"),
+         "5:23: Nature is longer"},
+        {kHead + std::string(2'000'000, '#'), "larger than 1048576 bytes"},
+    };
+    for (const auto& row : rows)
+        EXPECT_THAT(problems(row.manifest), HasSubstr(row.problem));
+}
+
+TEST_F(PackageManifestTest, all_problems_are_told_together)
+{
+    EXPECT_EQ(problems("ConfigurationVersion: 1\nUuid: a b\nX: 1\n"),
+              "3:1: a manifest has no 'X'\n"
+              "2:7: the Uuid 'a b' holds other characters than letters, digits, '.', '_' and '-'\n"
+              "1:1: there is no Version");
+    std::filesystem::remove(folder.path() + "/" + kPackageManifestFile);
+    EXPECT_THROW(readPackageManifest(folder.path()), PackageManifestError);
+}
+
+}  // namespace
+}  // namespace KR

@@ -1,0 +1,89 @@
+#include "plugins/builtin/ActivitiesPlugin.h"
+#include "tests/plugins/SenseTest.h"
+
+namespace KR {
+
+using Names = std::vector<std::string>;
+
+struct ActivitiesPluginTest : SenseTest<ActivitiesPlugin> {
+    FakeService life{
+        platform, "KRNimbra",
+        "getFocusHistory/1 getStateHistory/1 getAutonomousActivityStatistics getLifeTime"};
+
+    /// The statistics are of one activity alone.
+    void live(const Names& focus, const Names& states, const std::string& activity, int count)
+    {
+        using Statistics = std::map<std::string, int>;
+        life.set("getFocusHistory", focus);
+        life.set("getStateHistory", states);
+        life.set("getAutonomousActivityStatistics",
+                 std::map<std::string, Statistics>{{activity, {{"focusCount", count}}}});
+    }
+    void SetUp() override
+    {
+        live({"a"}, {"solitary"}, "a", 1);
+        life.set("getLifeTime", 7);
+        make();
+        follow(
+            "FocusedActivity PreviousActivity State PreviousState FocusCount/a FocusCount/b "
+            "LifeTime");
+    }
+    std::string change()
+    {
+        return inTurn({write("Nimbra/FocusedActivity"), write("Nimbra/State")});
+    }
+};
+
+TEST_F(ActivitiesPluginTest, publishes_nothing_until_a_start_after_the_platform_is_ready)
+{
+    make();
+    EXPECT_EQ(raised(), "LifeTime=none");  // it is not the process's first
+    plugin->startPlugin();
+    EXPECT_EQ(inTurn({start(), change()}), "");
+    stop();
+    EXPECT_EQ(start(),
+              "FocusCount/a=1 FocusedActivity='a' PreviousActivity='' PreviousState='' "
+              "State='solitary' LifeTime=7");
+    EXPECT_EQ(after(seconds(1) - kMoment), "");
+    life.answers["getLifeTime"] = []() -> vo::Value { throw std::runtime_error("broken"); };
+    EXPECT_EQ(after(kMoment), "");
+    life.set("getLifeTime", "old");  // kept as delivered
+    EXPECT_EQ(after(seconds(1) - kMoment), "");
+    EXPECT_EQ(after(kMoment), "LifeTime='old'");
+}
+
+TEST_F(ActivitiesPluginTest, change_raises_only_what_differs_and_stop_blanks_everything)
+{
+    start();
+    EXPECT_EQ(change(), "");
+    live({"a", "b"}, {"solitary"}, "b", 1);  // the count of a is dropped, not blanked
+    EXPECT_EQ(change(), "FocusCount/b=1 FocusedActivity='b' PreviousActivity='a'");
+    live({"x", "b", "y"}, {"solitary", "interactive"}, "b", 1);
+    EXPECT_EQ(change(),
+              "FocusedActivity='y' PreviousActivity='b' PreviousState='solitary' "
+              "State='interactive'");
+    live({}, {}, "b", 2);
+    EXPECT_EQ(change(),
+              "FocusCount/b=2 FocusedActivity='' PreviousActivity='' PreviousState='' State=''");
+    EXPECT_EQ(inTurn({stop(), after(seconds(5)), change()}),
+              "FocusCount/b=none FocusedActivity=none PreviousActivity=none PreviousState=none "
+              "State=none LifeTime=none");
+}
+
+TEST_F(ActivitiesPluginTest, report_that_fails_is_logged_and_raises_nothing)
+{
+    start();
+    for (const auto& fault : std::vector<std::function<void()>>{
+             [&] { life.set("getStateHistory", 5); },
+             [&] { life.set("getAutonomousActivityStatistics", Names{"a"}); },
+             [&] { life.die(); }}) {
+        live({"b"}, {"solitary"}, "b", 1);
+        fault();
+        EXPECT_EQ(change(), "");
+        expectComplaint("Nimbra/_doReport: Cannot do report: ");
+    }
+    write("TesselReady");
+    expectComplaint("LaunchpadPluginActivities/_onReady: Cannot initiate, data will not be ");
+}
+
+}  // namespace KR

@@ -1,0 +1,140 @@
+#include <cmath>
+
+#include "plugins/builtin/PosturePlugin.h"
+#include "tests/plugins/SenseTest.h"
+
+namespace KR {
+constexpr const char* kPush = "KRMotion/Safety/PushRecovery";
+const std::string kTag = "LaunchpadPluginPosture/";
+
+struct PosturePluginTest : SenseTest<PosturePlugin> {
+    FakeService posture{platform, "KRRobotPosture", "getPosture getPostureFamily"};
+    FakeService model{platform, "KRRobotModel", "_getRobotType"};
+    FakeService life{platform, "KRNimbra", "getLifeTime"};
+    int lifeOffset = 0;
+
+    void SetUp() override
+    {
+        model.set("_getRobotType", 0);
+        posture.set("getPosture", "Stand");
+        posture.set("getPostureFamily", "Standing");
+        life.answers["getLifeTime"] = [this] {
+            return vo::toValue(platform.memory().lifeTime() + lifeOffset);
+        };
+        follow("Posture PostureFamily RobotPushedRecently RobotFellRecently Lifted");
+        make();
+    }
+    /// The process remembers when the robot last moved; this is long afterwards.
+    void startLongAfter()
+    {
+        static int time = 0;
+        lifeOffset = time += 1000;
+        sense({0, 0, 0, 0, 0, 0, 0});
+        start();
+        platform.log.clear();
+    }
+    void sense(const std::vector<KRValue>& values)
+    {
+        const std::string sensor = "Device/SubDeviceList/InertialSensor/";
+        std::size_t i = 0;
+        for (const auto* axis : {"AccX", "AccY", "AccZ", "GyrX", "GyrY"})
+            platform.memory().raiseEvent(sensor + axis + "/Sensor/Value", values[i++]);
+        platform.memory().raiseEvent("leftFootContact", values[5]);
+        platform.memory().raiseEvent("rightFootContact", values[6]);
+    }
+};
+
+TEST_F(PosturePluginTest, starts_once_the_platform_is_ready_and_blanks_when_made_and_stopped)
+{
+    const std::string empty =
+        "Posture=none PostureFamily=none RobotPushedRecently=none RobotFellRecently=none "
+        "Lifted=none";
+    EXPECT_EQ(raised(), empty);
+    plugin->startPlugin();
+    expectComplaint(kTag + "_startPlugin: The plugin can't be started before Tessel is ready");
+    EXPECT_EQ(inTurn({write("robotHasFallen"), stop()}), "");
+    startLongAfter();
+    EXPECT_EQ(inTurn({stop(), after(seconds(5))}), empty);
+    // What happened recently was said once in this process.
+    EXPECT_EQ(start(), "Posture='Stand' PostureFamily='Standing' Lifted=false");
+    life.die();
+    write("TesselReady");
+    expectComplaint(kTag + "onTesselReady: error at initialisation. Got: ");
+}
+
+TEST_F(PosturePluginTest, posture_is_polled_every_two_seconds_and_on_events_and_raised_on_change)
+{
+    startLongAfter();
+    posture.set("getPosture", "Crouch");
+    EXPECT_EQ(after(seconds(2) - kMoment), "");
+    EXPECT_EQ(after(kMoment), "Posture='Crouch'");
+    for (const std::string event : {"PostureFamilyChanged", "PostureChanged"}) {
+        posture.set("getPostureFamily", event);
+        EXPECT_EQ(write(event), "PostureFamily='" + event + "'");
+    }
+    posture.die();
+    write("PostureChanged");
+    expectComplaint(kTag + "xNotifyPostureChange: error NotifyPostureChangeKRRobotPosture::");
+}
+
+TEST_F(PosturePluginTest, push_is_recent_for_thirteen_seconds_after_the_last)
+{
+    startLongAfter();
+    lifeOffset = 0;  // as in memory's histories
+    platform.advance(milliseconds(2500));
+    EXPECT_THAT(write(kPush), testing::HasSubstr("RobotPushedRecently=true"));
+    platform.advance(seconds(5));
+    EXPECT_EQ(write(kPush).find("Pushed"), std::string::npos);
+    EXPECT_EQ(after(seconds(13) - kMoment).find("Pushed"), std::string::npos);
+    EXPECT_EQ(after(kMoment), "RobotPushedRecently=false");
+    lifeOffset = -21;
+    EXPECT_FALSE(plugin->xIsStillInRecentPushRecovery());  // it is yet to come
+    life.set("getLifeTime", "old");
+    EXPECT_FALSE(plugin->xIsStillInRecentPushRecovery());
+    expectComplaint(kTag + "xIsStillInRecentPushRecovery: error IsStillInRecentPushRecoveryKRN");
+}
+
+TEST_F(PosturePluginTest, lifted_begins_with_one_step_of_motion_and_ends_four_seconds_after_it)
+{
+    startLongAfter();
+    sense({100, -50, 20, 10, 0, false, 0.49});
+    EXPECT_EQ(after(milliseconds(200) - kMoment), "");
+    EXPECT_EQ(after(kMoment), "Lifted=true");
+    platform.advance(milliseconds(1800));
+    sense({100, -50, 20, 21, 0, 0, 0});  // once lifted, this little is motion
+    EXPECT_EQ(after(milliseconds(4000) - kMoment), "");
+    EXPECT_EQ(after(kMoment), "Lifted=false");
+}
+
+TEST_F(PosturePluginTest, lifting_takes_motion_and_both_feet_off_the_ground)
+{
+    const std::string kCannot = kTag + "xIsLifted: Cannot get data: ";
+    struct Row {
+        const char* what;
+        std::vector<KRValue> values;
+        const char* raised;
+        std::string complaint = "none";
+        int robotType = 0;
+    };
+    for (const auto& row :
+         std::vector<Row>{{"above the threshold", {0, 0, 0, -176, 0, 0, 0}, "Lifted=true"},
+                          {"below the threshold", {0, 0, 0, -174, 0, 0, 0}, ""},
+                          {"the axis that does not count", {0, 0, 0, 0, 1e9, 0, 0}, ""},
+                          {"left foot just has contact", {500, 0, 0, 0, 0, 0.5, 0}, ""},
+                          {"right foot just has contact", {500, 0, 0, 0, 0, 0, 0.5}, ""},
+                          {"not a number", {std::nan(""), 500, 0, 0, 0, 0, 0}, ""},
+                          {"infinite", {0, -INFINITY, 0, 0, 0, 0, 0}, "Lifted=true"},
+                          {"text", {"500", 500, 0, 0, 0, 0, 0}, "", kCannot},
+                          {"missing", {500, 0, 0, 0, 0, KRValue(), 0}, "", kCannot},
+                          {"other robots", {500, 0, 0, 0, 0, 0, 0}, "", "none", 1}}) {
+        SCOPED_TRACE(row.what);
+        model.set("_getRobotType", row.robotType);
+        make();
+        startLongAfter();
+        sense(row.values);
+        EXPECT_EQ(after(milliseconds(200)), row.raised);
+        expectComplaint(row.complaint);
+    }
+}
+
+}  // namespace KR
