@@ -1,5 +1,6 @@
 #include "host/Host.h"
 
+#include <cstring>
 #include <set>
 
 #include "platform/kr/KRMemory.h"
@@ -18,34 +19,52 @@ bool startsWith(const std::string& text, const char* prefix)
 
 }  // namespace
 
-Host::Host(const std::shared_ptr<vo::Clock>& clock, Timeline& timeline, const std::string& config,
-           vo::LogLevel logLevel)
+Host::Host(const std::shared_ptr<vo::Clock>& clock, Timeline& timeline, const Options& options)
     : timeline_(timeline),
       application_(clock),
       broker_(KRBroker::create(application_)),
       robot_(broker_),
       life_(KRModule::createModule<LifeService>(broker_)),
       launcher_(KRModule::createModule<AppLauncher>(broker_)),
+      packages_(broker_, options.packages),
       responder_(*life_, timeline)
 {
-    const std::vector<vo::LogRecord> kept = makeLaunchpad(logLevel);
+    const std::vector<vo::LogRecord> kept = makeLaunchpad(options.logLevel);
     const vo::LogListener listener([this](const vo::LogRecord& record) {
-        if (record.level == vo::LogLevel::error)
-            earlyErrors_.push_back(record);
+        if (record.level != vo::LogLevel::error)
+            return;
+        const vo::Lock lock(earlyErrorsMutex_);
+        earlyErrors_.push_back(record);
     });
     for (const vo::LogRecord& record : kept)
         vo::Logger(record.category).error(record.label, record.text);
-    launchpad_->loadConfigFile(config);
+    launchpad_->loadConfigFile(options.config);
     responder_.setSuggestions(
         [launchpad = launchpad_.get()](int mask) { return launchpad->getActionSuggestions(mask); });
+    pluginSwitch_.emplace(*life_, *launchpad_);
+    responder_.setPluginsChanged([this] { pluginSwitch_->apply(); });
 }
 
-void Host::recordError(const vo::LogRecord& record)
+/// Errors, and what plugins log of their starts and stops: nobody else tells of those.
+void Host::recordLog(const vo::LogRecord& record)
 {
-    TimelineEvent event{TimelineEvent::Kind::error};
-    event.subject = record.category;
-    event.reason = record.label + ": " + record.text;
-    timeline_.record(event);
+    if (record.level == vo::LogLevel::error) {
+        TimelineEvent event{TimelineEvent::Kind::error};
+        event.subject = record.category;
+        event.reason = record.label + ": " + record.text;
+        timeline_.record(event);
+        return;
+    }
+    if (record.category != "NimbraLaunchpadPlugin")
+        return;
+    for (const char* prefix : {"Started: ", "Stopped: "}) {
+        if (!startsWith(record.text, prefix))
+            continue;
+        TimelineEvent event{TimelineEvent::Kind::plugin};
+        event.subject = record.text.substr(std::strlen(prefix));
+        event.on = record.label == "startPlugin";
+        timeline_.record(event);
+    }
 }
 
 /// A launchpad comes up with the default configuration, which is replaced right away by the one
@@ -53,10 +72,12 @@ void Host::recordError(const vo::LogRecord& record)
 /// that are about something else.
 std::vector<vo::LogRecord> Host::makeLaunchpad(vo::LogLevel logLevel)
 {
+    vo::Mutex mutex;
     std::vector<vo::LogRecord> kept;
     const vo::LogListener listener([&](const vo::LogRecord& record) {
         const bool ofDefault = startsWith(record.text, "Can't load default config file: ") ||
                                startsWith(record.text, "Cannot add condition: ");
+        const vo::Lock lock(mutex);
         if (record.level == vo::LogLevel::error && !ofDefault)
             kept.push_back(record);
     });
@@ -68,6 +89,7 @@ std::vector<vo::LogRecord> Host::makeLaunchpad(vo::LogLevel logLevel)
         throw;
     }
     vo::setLogLevel(logLevel);
+    const vo::Lock lock(mutex);
     return kept;
 }
 
@@ -78,12 +100,14 @@ Host::~Host()
 
 void Host::start(const std::vector<std::string>& moreKeys)
 {
-    for (const vo::LogRecord& record : earlyErrors_)
-        recordError(record);
-    errors_.emplace([this](const vo::LogRecord& record) {
-        if (record.level == vo::LogLevel::error)
-            recordError(record);
-    });
+    std::vector<vo::LogRecord> early;
+    {
+        const vo::Lock lock(earlyErrorsMutex_);
+        early.swap(earlyErrors_);
+    }
+    for (const vo::LogRecord& record : early)
+        recordLog(record);
+    log_.emplace([this](const vo::LogRecord& record) { recordLog(record); });
     std::set<std::string> keys(moreKeys.begin(), moreKeys.end());
     for (const auto& value : launchpad_->getPersistentValues()) {
         // Changes of these are shown as what they are, changes of the robot's life.
@@ -99,6 +123,8 @@ void Host::stop()
     if (stopped_)
         return;
     stopped_ = true;
+    responder_.setPluginsChanged({});
+    pluginSwitch_.reset();
     try {
         launchpad_->stopMonitoringConditions();
     } catch (const std::exception& e) {

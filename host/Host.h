@@ -6,13 +6,16 @@
 #include <vector>
 
 #include "host/AppLauncher.h"
+#include "host/InstalledPackages.h"
 #include "host/LifeService.h"
+#include "host/PluginSwitch.h"
 #include "host/Responder.h"
 #include "host/Timeline.h"
 #include "launchpad/NimbraLaunchpad.h"
 #include "platform/kr/KRBroker.h"
 #include "platform/vo/Application.h"
 #include "platform/vo/Log.h"
+#include "platform/vo/Mutex.h"
 #include "robot/Robot.h"
 
 namespace KR {
@@ -25,17 +28,21 @@ namespace KR {
 /// Used by one thread; what it assembles is thread-safe.
 class Host {
 public:
-    /// Loads the configuration file at `config`, and throws what that throws. The timeline
-    /// outlives the host. `logLevel` is what the logger prints.
-    Host(const std::shared_ptr<vo::Clock>& clock, Timeline& timeline, const std::string& config,
-         vo::LogLevel logLevel = vo::LogLevel::warning);
+    struct Options {
+        std::string config;                             ///< path of the configuration file
+        std::string packages;                           ///< the packages folder; empty for none
+        vo::LogLevel logLevel = vo::LogLevel::warning;  ///< what the logger prints
+    };
+
+    /// Throws what loading the configuration file throws. The timeline outlives the host.
+    Host(const std::shared_ptr<vo::Clock>& clock, Timeline& timeline, const Options& options);
     /// Stops.
     ~Host();
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
 
-    /// Has the timeline record errors of the log, also earlier ones, and the changes of the keys
-    /// that the rules read and of these; then starts monitoring.
+    /// Has the timeline record errors of the log, also earlier ones, starts and stops of plugins,
+    /// and the changes of the keys that the rules read and of these; then starts monitoring.
     void start(const std::vector<std::string>& moreKeys = {});
     /// Ends monitoring, then the launchpad, then the event loop. What was posted and has not begun
     /// is dropped. Idempotent.
@@ -47,7 +54,7 @@ public:
 
 private:
     std::vector<vo::LogRecord> makeLaunchpad(vo::LogLevel logLevel);
-    void recordError(const vo::LogRecord& record);
+    void recordLog(const vo::LogRecord& record);
 
     // In the order of who needs whom.
     Timeline& timeline_;
@@ -56,10 +63,14 @@ private:
     Robot robot_;
     boost::shared_ptr<LifeService> life_;
     boost::shared_ptr<AppLauncher> launcher_;
+    InstalledPackages packages_;
     Responder responder_;
     std::unique_ptr<NimbraLaunchpad> launchpad_;
-    std::vector<vo::LogRecord> earlyErrors_;  ///< from before start()
-    std::optional<vo::LogListener> errors_;
+    std::optional<PluginSwitch> pluginSwitch_;
+    vo::Mutex earlyErrorsMutex_;
+    /// From before start().
+    std::vector<vo::LogRecord> earlyErrors_ VO_GUARDED_BY(earlyErrorsMutex_);
+    std::optional<vo::LogListener> log_;
     bool stopped_ = false;
 };
 

@@ -166,6 +166,10 @@ void HumanTimeline::print(const TimelineEvent& event)
         case Kind::call:
             printStep(event);
             break;
+        case Kind::plugin:
+            line(event.time, Paint::dim, "  ",
+                 "plugin " + subject + (event.on ? " starts" : " stops"));
+            break;
         case Kind::error:
             break;  // the log itself stands on stderr
         default:
@@ -219,13 +223,13 @@ void HumanTimeline::end(const RunSummary& summary)
     std::size_t hits = 0;
     for (const auto& rule : summary.rules)
         hits += rule.second.hits;
-    sink_("\n" +
-          painted(Paint::strong, std::string("Summary: ") +
-                                     lengthText(summary.end - summary.start) + " of life, " +
-                                     counted(hits, "hit") + " of " +
-                                     counted(summary.rules.size(), "rule") +
-                                     (summary.interrupted ? ", interrupted" : "")) +
-          "\n\n");
+    sink_(
+        "\n" +
+        painted(Paint::strong, std::string("Summary: ") + lengthText(summary.end - summary.start) +
+                                   " of life, " + counted(hits, "hit") + " of " +
+                                   counted(summary.rules.size() + summary.neverHit.size(), "rule") +
+                                   (summary.interrupted ? ", interrupted" : "")) +
+        "\n\n");
     printTable(summary);
     const std::size_t never = summary.neverHit.size();
     sink_(painted(never == 0 ? Paint::none : Paint::warn, "Never hit: " + std::to_string(never)) +

@@ -147,6 +147,12 @@ Json jsonOf(const TimelineEvent& event)
             addOutcome(json, event);
             return json;
         }
+        case Kind::plugin: {
+            Json json = objectOf(event.time, "plugin");
+            json["plugin"] = event.subject;
+            json["running"] = event.on;
+            return json;
+        }
         case Kind::error: {
             Json json = objectOf(event.time, "error");
             json["source"] = event.subject;

@@ -74,6 +74,19 @@ Responder::~Responder()
     life_.setPreparation({});
 }
 
+void Responder::setPluginsChanged(std::function<void()> pluginsChanged)
+{
+    const vo::Lock lock(pluginsLinkMutex_);
+    pluginsChanged_.disconnect(pluginsLink_);
+    pluginsLink_ = pluginsChanged ? pluginsChanged_.connect(std::move(pluginsChanged))
+                                  : vo::kInvalidSignalLink;
+}
+
+void Responder::onPluginsChanged()
+{
+    pluginsChanged_();
+}
+
 void Responder::processActions(const std::list<AutonomousAction>& actions, const PersistentValues&)
 {
     for (const PendingAction& pending : inOrder(actions))

@@ -12,6 +12,7 @@
 #include "host/Timeline.h"
 #include "launchpad/NimbraLaunchpadResponder.h"
 #include "platform/vo/Mutex.h"
+#include "platform/vo/Signal.h"
 
 namespace KR {
 
@@ -39,10 +40,13 @@ public:
     /// Before the first action comes.
     void setSuggestions(Suggestions suggestions) { suggestions_ = std::move(suggestions); }
 
+    /// What is to be done when the launchpad has a new plugin. When it returns, what was set before
+    /// is not running, unless it is called from there.
+    void setPluginsChanged(std::function<void()> pluginsChanged);
+
     void processActions(const std::list<AutonomousAction>& actions,
                         const PersistentValues& persistentValues) override;
-    /// The host shows no plugins.
-    void onPluginsChanged() override {}
+    void onPluginsChanged() override;
 
 private:
     enum class Manner { hit, waited, beforeActivity };
@@ -64,8 +68,12 @@ private:
     const ActionRunner runner_;
     Suggestions suggestions_;
     vo::SignalLink lifeLink_;
-    // Synchronised by itself.
+    // Synchronised by themselves.
     RuleScheduler scheduler_;
+    vo::Signal<> pluginsChanged_;
+
+    vo::Mutex pluginsLinkMutex_;
+    vo::SignalLink pluginsLink_ VO_GUARDED_BY(pluginsLinkMutex_) = vo::kInvalidSignalLink;
 
     vo::Mutex mutex_;
     std::uint64_t lastTurn_ VO_GUARDED_BY(mutex_) = 0;

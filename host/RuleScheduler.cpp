@@ -7,28 +7,27 @@ namespace KR {
 
 namespace {
 
-/// The graph of who runs behind whom in one hit list, by index.
+/// Who runs behind whom in one hit list, by index. Actions of one description are a group, and one
+/// waits for whole groups, so that the graph is no larger than the lists that made it.
 class HitGraph {
 public:
     explicit HitGraph(const std::vector<PendingAction>& actions)
-        : followers_(actions.size()), leaders_(actions.size())
+        : groups_(actions.size()), blockers_(actions.size())
     {
-        std::map<std::string, std::vector<std::size_t>> byName;
-        for (std::size_t i = 0; i < actions.size(); ++i)
-            byName[actions[i].action.description].push_back(i);
         for (std::size_t i = 0; i < actions.size(); ++i) {
-            const AutonomousAction& action = actions[i].action;
-            for (const std::string& name : action.executeAfterIfSimultaneouslyTrue) {
-                const auto found = byName.find(name);
-                if (found == byName.end() || name == action.description)
-                    continue;
-                for (const std::size_t leader : found->second)
-                    addEdge(leader, i);
-            }
+            groups_[i] = &byName_[actions[i].action.description];
+            groups_[i]->members.insert(i);
+            remaining_.insert(i);
         }
         for (std::size_t i = 0; i < actions.size(); ++i) {
-            remaining_.insert(i);
-            if (leaders_[i].empty())
+            for (const std::string& name : actions[i].action.executeAfterIfSimultaneouslyTrue) {
+                const auto found = byName_.find(name);
+                if (found == byName_.end() || &found->second == groups_[i])
+                    continue;
+                if (blockers_[i].insert(&found->second).second)
+                    found->second.followers.push_back(i);
+            }
+            if (blockers_[i].empty())
                 free_.insert(i);
         }
     }
@@ -42,9 +41,13 @@ public:
         const std::size_t index = *free_.begin();
         free_.erase(free_.begin());
         remaining_.erase(index);
-        for (const std::size_t follower : followers_[index]) {
-            leaders_[follower].erase(index);
-            if (leaders_[follower].empty() && remaining_.count(follower))
+        Group& group = *groups_[index];
+        group.members.erase(index);
+        if (!group.members.empty())
+            return index;
+        for (const std::size_t follower : group.followers) {
+            blockers_[follower].erase(&group);
+            if (blockers_[follower].empty() && remaining_.count(follower))
                 free_.insert(follower);
         }
         return index;
@@ -57,7 +60,7 @@ public:
         std::vector<std::size_t> path{*remaining_.begin()};
         std::map<std::size_t, std::size_t> seenAt{{path.back(), 0}};
         for (;;) {
-            const std::size_t leader = *leaders_[path.back()].begin();
+            const std::size_t leader = leaderOf(path.back());
             const auto [seen, isNew] = seenAt.emplace(leader, path.size());
             if (!isNew) {
                 path.erase(path.begin(), path.begin() + static_cast<std::ptrdiff_t>(seen->second));
@@ -66,20 +69,31 @@ public:
             path.push_back(leader);
         }
         const std::size_t first = *std::min_element(path.begin(), path.end());
-        leaders_[first].clear();
+        blockers_[first].clear();
         free_.insert(first);
         return path;
     }
 
 private:
-    void addEdge(std::size_t leader, std::size_t follower)
+    struct Group {
+        std::set<std::size_t> members;  ///< that remain
+        std::vector<std::size_t> followers;
+    };
+
+    /// The first in list order of those that an action waits for.
+    std::size_t leaderOf(std::size_t index) const
     {
-        if (leaders_[follower].insert(leader).second)
-            followers_[leader].push_back(follower);
+        const auto& blockers = blockers_[index];
+        const auto first =
+            std::min_element(blockers.begin(), blockers.end(), [](const Group* a, const Group* b) {
+                return *a->members.begin() < *b->members.begin();
+            });
+        return *(*first)->members.begin();
     }
 
-    std::vector<std::vector<std::size_t>> followers_;
-    std::vector<std::set<std::size_t>> leaders_;
+    std::map<std::string, Group> byName_;
+    std::vector<Group*> groups_;              ///< by action
+    std::vector<std::set<Group*>> blockers_;  ///< by action; groups with members
     std::set<std::size_t> remaining_;
     std::set<std::size_t> free_;
 };
@@ -134,23 +148,34 @@ std::vector<std::string> RuleScheduler::activeOf(const std::vector<std::string>&
 
 bool RuleScheduler::waitsInList(const PendingAction& pending, const std::string& rule) const
 {
-    return std::any_of(waiting_.begin(), waiting_.end(), [&](const PendingAction& other) {
-        return other.hitList == pending.hitList && other.turn < pending.turn &&
-               other.action.description == rule;
-    });
+    const auto found = waitingTurns_.find({pending.hitList, rule});
+    return found != waitingTurns_.end() && *found->second.begin() < pending.turn;
 }
 
 bool RuleScheduler::wait(const PendingAction& pending)
 {
     const vo::Lock lock(mutex_);
-    const bool waits =
-        std::any_of(waiting_.begin(), waiting_.end(), [&](const PendingAction& other) {
-            return other.action.conditionId == pending.action.conditionId &&
-                   other.action.description == pending.action.description;
-        });
-    if (!waits)
-        waiting_.push_back(pending);
-    return !waits;
+    const AutonomousAction& action = pending.action;
+    if (!waitingActions_.emplace(action.conditionId, action.description).second)
+        return false;
+    waitingTurns_[{pending.hitList, action.description}].insert(pending.turn);
+    awaited_.insert(action.executeAfterActiveRules.begin(), action.executeAfterActiveRules.end());
+    waiting_.push_back(pending);
+    mayBeReady_ = true;  // what it waits for may have ended since it was judged
+    return true;
+}
+
+/// Undoes what wait() noted of an action that is taken from the waiting ones.
+void RuleScheduler::forget(const PendingAction& pending)
+{
+    const AutonomousAction& action = pending.action;
+    waitingActions_.erase({action.conditionId, action.description});
+    const auto turns = waitingTurns_.find({pending.hitList, action.description});
+    turns->second.erase(pending.turn);
+    if (turns->second.empty())
+        waitingTurns_.erase(turns);
+    for (const std::string& rule : action.executeAfterActiveRules)
+        awaited_.erase(awaited_.find(rule));
 }
 
 void RuleScheduler::begin(const std::string& rule)
@@ -181,8 +206,10 @@ void RuleScheduler::focusLost(FocusId focus)
 void RuleScheduler::deactivate(const std::string& rule)
 {
     const auto found = active_.find(rule);
-    if (found != active_.end() && --found->second == 0)
-        active_.erase(found);
+    if (found == active_.end() || --found->second > 0)
+        return;
+    active_.erase(found);
+    mayBeReady_ = mayBeReady_ || awaited_.count(rule) > 0;
 }
 
 bool RuleScheduler::isActive(const std::string& rule) const
@@ -200,36 +227,43 @@ bool RuleScheduler::mayGo(const PendingAction& pending) const
     return activeOf(pending.action.executeAfterActiveRules).empty();
 }
 
-bool RuleScheduler::hasReady() const
+bool RuleScheduler::hasReady()
 {
     const vo::Lock lock(mutex_);
-    for (const PendingAction& pending : waiting_) {
-        if (mayGo(pending))
-            return true;
-    }
-    return false;
+    if (!mayBeReady_)
+        return false;
+    mayBeReady_ = false;
+    for (const PendingAction& pending : waiting_)
+        mayBeReady_ = mayBeReady_ || mayGo(pending);
+    return mayBeReady_;
 }
 
 std::vector<PendingAction> RuleScheduler::takeReady()
 {
     const vo::Lock lock(mutex_);
     std::vector<PendingAction> ready;
-    // One that goes may have held back another.
-    for (auto it = waiting_.begin(); it != waiting_.end();) {
-        if (!mayGo(*it)) {
-            ++it;
-            continue;
+    std::vector<PendingAction> rest;
+    // One that goes may have held back others of its hit list: those came after it.
+    for (PendingAction& pending : waiting_) {
+        if (mayGo(pending)) {
+            forget(pending);
+            ready.push_back(std::move(pending));
+        } else {
+            rest.push_back(std::move(pending));
         }
-        ready.push_back(std::move(*it));
-        waiting_.erase(it);
-        it = waiting_.begin();
     }
+    waiting_ = std::move(rest);
+    mayBeReady_ = false;
     return ready;
 }
 
 std::vector<PendingAction> RuleScheduler::dropWaiting()
 {
     const vo::Lock lock(mutex_);
+    waitingActions_.clear();
+    waitingTurns_.clear();
+    awaited_.clear();
+    mayBeReady_ = false;
     return std::exchange(waiting_, {});
 }
 

@@ -4,6 +4,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/LifeService.h"
@@ -62,7 +63,7 @@ public:
 
     bool isActive(const std::string& rule) const;
     /// Whether takeReady() would give something.
-    bool hasReady() const;
+    bool hasReady();
     /// Takes away the waiting actions that need not wait any more, in the order in which they came.
     std::vector<PendingAction> takeReady();
     /// Takes away all waiting actions.
@@ -75,12 +76,19 @@ private:
         VO_REQUIRES(mutex_);
     bool mayGo(const PendingAction& pending) const VO_REQUIRES(mutex_);
     void deactivate(const std::string& rule) VO_REQUIRES(mutex_);
+    void forget(const PendingAction& pending) VO_REQUIRES(mutex_);
 
     mutable vo::Mutex mutex_;
     std::map<std::string, unsigned> active_ VO_GUARDED_BY(mutex_);  ///< how many times over
     std::multimap<FocusId, std::string> byFocus_ VO_GUARDED_BY(mutex_);
     FocusId lastLost_ VO_GUARDED_BY(mutex_) = 0;
     std::vector<PendingAction> waiting_ VO_GUARDED_BY(mutex_);
+    // What is asked of waiting_ at every hit and every end of a rule.
+    std::set<std::pair<std::uint32_t, std::string>> waitingActions_ VO_GUARDED_BY(mutex_);
+    std::map<std::pair<std::uint64_t, std::string>, std::set<std::uint64_t>> waitingTurns_
+        VO_GUARDED_BY(mutex_);                                  ///< by hit list and description
+    std::multiset<std::string> awaited_ VO_GUARDED_BY(mutex_);  ///< rules whose end is waited for
+    bool mayBeReady_ VO_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace KR

@@ -22,18 +22,6 @@ namespace KR {
 
 namespace {
 
-std::string configPath(const RunOptions& options)
-{
-    if (!options.config.empty())
-        return options.config;
-    const std::string path = vo::path::findConf("tessel", "autonomy.cfg");
-    if (path.empty()) {
-        throw std::runtime_error(
-            "there is no tessel/autonomy.cfg in the configuration folders; give one with --config");
-    }
-    return path;
-}
-
 std::vector<std::string> ruleNames(const std::string& config)
 {
     std::vector<std::string> names;
@@ -50,6 +38,10 @@ std::unique_ptr<TimelineRenderer> makeRenderer(Output& output, bool json)
     return std::make_unique<HumanTimeline>(sink, output.wantsColours());
 }
 
+/// Rules that make one another true without end would keep a scenario at one moment for ever. An
+/// entry of a scenario causes some hundred tasks at most.
+constexpr std::size_t kMaxTasksAtOneMoment = 100'000;
+
 /// One run, live or of a scenario.
 class Run {
 public:
@@ -64,7 +56,7 @@ public:
         const vo::TimePoint end = options_.until.empty()
                                       ? Player::endOf(scenario)
                                       : endFromText(options_.until, scenario.start);
-        const auto clock = std::make_shared<vo::VirtualClock>(scenario.start);
+        const auto clock = std::make_shared<vo::VirtualClock>(scenario.start, kMaxTasksAtOneMoment);
         return live(clock, scenario.title, scenario.keys(), [&](Host& host, Timeline& timeline) {
             return Player(host, *clock, timeline, stop_, options_.speed).play(scenario, end);
         });
@@ -98,18 +90,27 @@ private:
     int live(const std::shared_ptr<vo::Clock>& clock, const std::string& title,
              const std::vector<std::string>& keys, const Course& course)
     {
-        const std::string config = configPath(options_);
+        const std::string config = configPath(options_.config);
         Timeline timeline(clock, makeRenderer(output_, options_.json));
         const std::vector<std::string> rules = ruleNames(config);
         bool hasEnded = false;
+        std::string failure;
         {
-            Host host(clock, timeline, config, options_.logLevel);
+            Host host(clock, timeline, {config, options_.packages, options_.logLevel});
             timeline.begin({title, config, rules, clock->now()});
             host.start(keys);
-            hasEnded = course(host, timeline);
+            try {
+                hasEnded = course(host, timeline);
+            } catch (const std::exception& e) {
+                failure = std::string(e.what()) + ", at " + clockTime(clock->now());
+            }
             host.stop();
         }
         timeline.end(!hasEnded);
+        if (!failure.empty()) {
+            output_.flush();
+            throw std::runtime_error(failure);
+        }
         output_.flush();
         return exitCode(hasEnded);
     }
@@ -150,6 +151,18 @@ std::optional<vo::Duration> parseDuration(const std::string& text)
 }
 
 }  // namespace
+
+std::string configPath(const std::string& given)
+{
+    if (!given.empty())
+        return given;
+    const std::string path = vo::path::findConf("tessel", "autonomy.cfg");
+    if (path.empty()) {
+        throw std::runtime_error(
+            "there is no tessel/autonomy.cfg in the configuration folders; give one with --config");
+    }
+    return path;
+}
 
 vo::TimePoint endFromText(const std::string& text, vo::TimePoint start)
 {

@@ -17,6 +17,7 @@ public:
 
 struct RunOptions {
     std::string config;           ///< empty for the default file
+    std::string packages;         ///< the packages folder; empty for none
     std::string scenario;         ///< empty for a live run
     std::optional<double> speed;  ///< of a scenario; nothing for as fast as possible
     std::string until;            ///< empty for no limit
@@ -28,6 +29,10 @@ struct RunOptions {
 /// its time, of its reader, or of a live run by SIGINT or SIGTERM; 128 + signal for a scenario that
 /// a signal ended early; 1 when it could not be run, which goes to stderr. UsageError.
 int run(const RunOptions& options);
+
+/// The configuration file to use: the given one, or where none is given the first
+/// tessel/autonomy.cfg of the configuration folders. std::runtime_error when there is none.
+std::string configPath(const std::string& given);
 
 /// When a run that begins at `start` is to end: "HH:MM" and so on as in a scenario, counted from
 /// the day of the start, or a time from the start like "90s", "5m", "2h" or "1d". UsageError for

@@ -25,6 +25,7 @@ struct TimelineEvent {
         drop,    ///< a rule that waited is not carried out: rule, reason
         step,    ///< rule, step, subject (the step for people), outcome, reason, rest
         call,    ///< a call of the scenario: subject, outcome, reason
+        plugin,  ///< a plugin has started (on) or stopped: subject
         // With the rule that brought it about, if one did:
         focus,            ///< subject, previous, reason
         state,            ///< subject, previous

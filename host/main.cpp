@@ -1,15 +1,19 @@
 #include <CLI/CLI.hpp>
-#include <cmath>
 #include <csignal>
 #include <iostream>
 
 #include "host/ConfigurationCheck.h"
+#include "host/PluginsCommand.h"
 #include "host/RunCommand.h"
 #include "platform/vo/Log.h"
 
 namespace {
 
 constexpr int kUsage = 2;
+
+/// Slower or faster than this nobody can follow, and times would leave their range.
+constexpr double kMinSpeed = 1e-3;
+constexpr double kMaxSpeed = 1e9;
 
 constexpr const char* kExitCodes =
     "Exit codes: 0 all went well; 1 problems were found, or the run failed; 2 wrong usage, or "
@@ -24,11 +28,25 @@ struct CommandLine {
     std::vector<std::string> checked;
 };
 
+void addConfig(CLI::App& command, CommandLine& line)
+{
+    command
+        .add_option("--config", line.run.config, "Rules to follow (default: tessel/autonomy.cfg)")
+        ->type_name("FILE");
+}
+
+void addPackages(CLI::App& command, CommandLine& line)
+{
+    command
+        .add_option("--packages", line.run.packages,
+                    "Folder of the installed packages (default: no packages)")
+        ->type_name("DIR");
+}
+
 CLI::App* addRun(CLI::App& app, CommandLine& line)
 {
     CLI::App* run = app.add_subcommand("run", "Live, or play a scenario, and show what happens");
-    run->add_option("--config", line.run.config, "Rules to follow (default: tessel/autonomy.cfg)")
-        ->type_name("FILE");
+    addConfig(*run, line);
     CLI::Option* scenario = run->add_option("--scenario", line.run.scenario,
                                             "What happens to the robot, on virtual time")
                                 ->type_name("FILE");
@@ -39,7 +57,9 @@ CLI::App* addRun(CLI::App& app, CommandLine& line)
             ->needs(scenario)
             ->check([](const std::string& text) {
                 const double value = std::strtod(text.c_str(), nullptr);
-                return std::isfinite(value) && value > 0 ? "" : "must be a number above 0";
+                return value >= kMinSpeed && value <= kMaxSpeed
+                           ? ""
+                           : "must be from 0.001 to 1000000000";
             });
     run->add_flag("--as-fast-as-possible", line.fast, "Play the scenario without any waiting")
         ->needs(scenario)
@@ -47,6 +67,7 @@ CLI::App* addRun(CLI::App& app, CommandLine& line)
     run->add_option("--until", line.run.until,
                     "End at a time of day (\"07:30\", \"2 07:30\") or after a duration (\"90s\")")
         ->type_name("TIME");
+    addPackages(*run, line);
     run->add_flag("--json", line.run.json, "Print one JSON object a line");
     run->add_option("--log-level", line.logLevel, "What to log on stderr")
         ->type_name("L")
@@ -63,10 +84,23 @@ void parse(CLI::App& app, CommandLine& line, int argc, char** argv)
     app.add_subcommand("check", "Name the mistakes in configuration files; run nothing")
         ->add_option("FILE", line.checked, "Configuration files")
         ->required();
+    CLI::App* plugins = app.add_subcommand("plugins", "List the plugins of a robot");
+    addConfig(*plugins, line);
+    addPackages(*plugins, line);
     app.parse(argc, argv);
     if (!line.fast)
         line.run.speed = line.speed;
     line.run.logLevel = vo::parseLogLevel(line.logLevel);
+}
+
+int perform(const CLI::App& app, const CommandLine& line)
+{
+    if (app.got_subcommand("check"))
+        return KR::checkConfigurations(line.checked);
+    if (!app.got_subcommand("plugins"))
+        return KR::run(line.run);
+    KR::listPlugins(line.run.config, line.run.packages);
+    return 0;
 }
 
 }  // namespace
@@ -79,8 +113,7 @@ int main(int argc, char** argv)
     CommandLine line;
     try {
         parse(app, line, argc, argv);
-        return app.got_subcommand("check") ? KR::checkConfigurations(line.checked)
-                                           : KR::run(line.run);
+        return perform(app, line);
     } catch (const CLI::ParseError& e) {
         return app.exit(e) == 0 ? 0 : kUsage;
     } catch (const KR::UsageError& e) {

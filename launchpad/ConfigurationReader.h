@@ -16,7 +16,7 @@ namespace KR {
 
 /// Largest configuration file that is read. Files written by people are a few hundred kilobytes at
 /// most; the limit keeps a wrong path from filling the memory, and is checked before parsing.
-constexpr std::size_t kMaxConfigFileBytes = 16UL * 1024 * 1024;
+constexpr std::size_t kMaxConfigFileBytes = 2UL * 1024 * 1024;
 
 /// Something wrong with a configuration file, in the fixed wording of the log, and its place.
 struct ConfigurationProblem {

@@ -5,8 +5,10 @@
 #include <utility>
 
 #include "platform/vo/Log.h"
+#include "platform/vo/PackageInfo.h"
 #include "platform/vo/Path.h"
 #include "platform/vo/Session.h"
+#include "plugins/builtin/BatteryPlugin.h"
 
 namespace KR {
 namespace {
@@ -15,11 +17,21 @@ const vo::Logger kLog("NimbraLaunchpad");
 
 constexpr const char* kInteractiveActivityModule = "applauncher_module";
 
+/// Packages of earlier versions, whose work is done otherwise by now.
+constexpr const char* kDeprecatedPackages[] = {"launchpadplugintouchtablet",
+                                               "default_launchpad_plugins", "standbyreactions",
+                                               "sleepreactions"};
+
 const boost::shared_ptr<KRBroker>& notNull(const boost::shared_ptr<KRBroker>& broker)
 {
     if (!broker)
         throw std::invalid_argument("a launchpad needs a broker");
     return broker;
+}
+
+std::vector<AutonomousAction> actionsOfModule(const std::string& name)
+{
+    return vo::import(name).call<std::vector<AutonomousAction>>("getAutonomousActions");
 }
 
 }  // namespace
@@ -44,15 +56,55 @@ NimbraLaunchpad::NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker,
         kLog.error("NimbraLaunchpad", "Can't load default config file: " + path + ": " + e.what());
     }
 
-    // Installed packages come here: deprecated ones go, the package manager's signals are
-    // connected, and what the others bring is read. Then the built-in plugins.
+    for (const char* uuid : kDeprecatedPackages)
+        _removeDeprecatedPackage(uuid);
+    // Connected before the packages are read, so that no change is missed between the two.
+    _followPackages(packageInstalled_, "onPackageInstalled", true);
+    _followPackages(packageRemoved_, "onPackageRemoved", false);
+    _initPackageData();
+
+    // Before it come the plugins Activities, Timing, Temperature and HardwareInfo, after it comes
+    // Posture.
+    _initAddModulePlugin<BatteryPlugin>("Battery", broker_);
 
     try {
-        loadModule(kInteractiveActivityModule);
+        const auto actions = actionsOfModule(kInteractiveActivityModule);
+        const vo::Lock lock(actionMutex_);
+        _addModuleActions(kInteractiveActivityModule, actions);
     } catch (const std::exception& e) {
         kLog.error("NimbraLaunchpad",
                    std::string("Cannot load the main interactive activity module: ") + e.what());
     }
+}
+
+/// For the constructor alone, during which packages change already. createModule also initialises
+/// the module.
+template <class Plugin>
+void NimbraLaunchpad::_initAddModulePlugin(const std::string& name,
+                                           const boost::shared_ptr<KRBroker>& broker)
+{
+    try {
+        const auto plugin = KRModule::createModule<Plugin>(broker);
+        const vo::Lock lock(pluginMutex_);
+        plugins_[plugin->getPluginName()] = plugin;
+    } catch (const std::exception& e) {
+        kLog.error("_initAddModulePlugin", "Could not load plugin: " + name + e.what());
+    }
+}
+
+void NimbraLaunchpad::_followPackages(PackageSignal& connection, const char* signal, bool installed)
+{
+    connection.link =
+        packageManager_.connect(signal, [this, installed](const vo::PackageInfo& package) {
+            _onPackageChanged(package, installed);
+        });
+    connection.packageManager = packageManager_;
+}
+
+NimbraLaunchpad::PackageSignal::~PackageSignal()
+{
+    if (link != vo::kInvalidSignalLink)
+        packageManager.disconnect(link);
 }
 
 NimbraLaunchpad::~NimbraLaunchpad()
@@ -63,8 +115,13 @@ NimbraLaunchpad::~NimbraLaunchpad()
 // The analysis is off because no lock is taken, see the header.
 void NimbraLaunchpad::loadModule(const std::string& name) VO_NO_THREAD_SAFETY_ANALYSIS
 {
-    auto actions = vo::import(name).call<std::vector<AutonomousAction>>("getAutonomousActions");
-    for (AutonomousAction& action : actions) {
+    _addModuleActions(name, actionsOfModule(name));
+}
+
+void NimbraLaunchpad::_addModuleActions(const std::string& name,
+                                        const std::vector<AutonomousAction>& actions)
+{
+    for (AutonomousAction action : actions) {
         action.origin = "Module." + name;
         // Whatever the module had there, it is no id of our checker.
         action.conditionId = 0;
@@ -116,7 +173,7 @@ void NimbraLaunchpad::exit()
 {
     _stopConditionChecker();
     conditionChecker_.exit();
-    // Plugins are unloaded here.
+    _unloadPlugins();
 }
 
 }  // namespace KR

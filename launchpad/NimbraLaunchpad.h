@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -18,9 +19,15 @@
 #include "platform/vo/CallbackGate.h"
 #include "platform/vo/Mutex.h"
 
+namespace vo {
+class BehaviorInfo;
+class PackageInfo;
+}  // namespace vo
+
 namespace KR {
 
 class ContextPermission;
+class NimbraLaunchpadPlugin;
 
 /// Decides what the robot does on its own initiative: keeps the table of autonomous actions, has
 /// their conditions evaluated, and hands the actions whose conditions were hit to the responder.
@@ -28,6 +35,11 @@ class ContextPermission;
 ///     constructed --startMonitoringConditions()--> monitoring
 ///     monitoring --stopMonitoringConditions()--> constructed
 ///     either --exit()--> ended, to be destroyed
+///
+/// It needs the service "PackageManager", which tells what is installed: each behaviour with a
+/// launch trigger becomes an activity that launches itself, with an action made for it, and each
+/// that describes a plugin becomes one. Later installations and removals are followed on the
+/// platform's threads. The service "KRAnimationPlayer" is needed for packages with dialog reflexes.
 ///
 /// Owned by the host, as are the permission object and the responder, which must outlive it. A
 /// responder call that is still queued when the launchpad goes is dropped.
@@ -39,12 +51,16 @@ class NimbraLaunchpad {
 public:
     /// Comes up with the default configuration file, what installed packages bring, the built-in
     /// plugins and the actions of the main interactive activity module. A failing configuration,
-    /// plugin or module is logged and left out. Monitoring is not started. `contextPermission`
-    /// and `responder` may be null; std::invalid_argument for a null broker.
+    /// plugin or module is logged and left out. Monitoring is not started.
+    ///
+    /// `contextPermission` is told of installed and removed behaviours, and may be null. So may
+    /// `responder`, but not where packages with plugins get installed. std::invalid_argument for a
+    /// null broker, std::runtime_error "This object is null" without a service "PackageManager";
+    /// errors of that service, too, leave this.
     NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker, ContextPermission* contextPermission,
                     NimbraLaunchpadResponder* responder);
-    /// Stops no plugin: call exit() first. Waits for the responder call in progress, except when
-    /// destroyed from inside of it.
+    /// Stops no plugin: call exit() first. Waits for the responder call and the package change in
+    /// progress, except when destroyed from inside of it.
     virtual ~NimbraLaunchpad();
     NimbraLaunchpad(const NimbraLaunchpad&) = delete;
     NimbraLaunchpad& operator=(const NimbraLaunchpad&) = delete;
@@ -83,12 +99,37 @@ public:
     /// The first action, by id, of exactly that description; std::runtime_error if there is none.
     AutonomousAction getAction(const std::string& description) const;
 
+    /// Says whether a plugin is wanted, and while monitoring starts or stops it accordingly, and
+    /// every other plugin that is not as it is wanted. KRError, after all were tried, for an
+    /// unknown name or when one failed.
+    void setPluginEnabled(const std::string& name, const bool& enabled);
+    /// In ascending order.
+    std::vector<std::string> getEnabledPlugins() const;
+    /// The plugins of a group, in ascending order.
+    std::vector<std::string> getPluginsForGroup(const std::string& group) const;
+
+    /// What is known of a plugin at one moment.
+    struct PluginState {
+        std::string name;
+        std::list<std::string> groups;
+        bool enabled = false;
+        bool running = false;
+        std::vector<std::string>
+            publishedKeys;  ///< of a built-in plugin; a behaviour's are unknown
+    };
+    /// All plugins, by name.
+    std::vector<PluginState> getPluginStates() const;
+
     /// Stops the condition checker for good and unloads every plugin. Call it before destroying.
     void exit();
 
 private:
+    using Plugins = std::map<std::string, boost::shared_ptr<NimbraLaunchpadPlugin>>;
+
     friend class NimbraLaunchpadTestAccess;  // defined by the tests alone
 
+    void _addModuleActions(const std::string& name, const std::vector<AutonomousAction>& actions)
+        VO_REQUIRES(actionMutex_);
     unsigned _addAction(const AutonomousAction& action) VO_REQUIRES(actionMutex_);
     bool _removeAction(const unsigned& id) VO_REQUIRES(actionMutex_);
     bool _removeActions(const std::string& origin) VO_REQUIRES(actionMutex_);
@@ -103,6 +144,35 @@ private:
     void _stopConditionChecker();
     bool _isConditionCheckerRunning() const;
 
+    template <class Plugin>
+    void _initAddModulePlugin(const std::string& name, const boost::shared_ptr<KRBroker>& broker)
+        VO_EXCLUDES(pluginMutex_);
+    void _addBehaviorPlugin(const std::string& name, const vo::PackageInfo& package,
+                            const vo::BehaviorInfo& behavior) VO_EXCLUDES(pluginMutex_);
+    bool _isPluginLoaded(const std::string& name) const VO_EXCLUDES(pluginMutex_);
+    void _unloadPlugin(const std::string& name) VO_EXCLUDES(pluginMutex_);
+    void _unloadPlugin(Plugins::iterator& position) VO_REQUIRES(pluginMutex_);
+    void _unloadPlugins() VO_EXCLUDES(pluginMutex_);
+    void _setPluginEnabled(const std::string& name, const bool& enabled) VO_EXCLUDES(pluginMutex_);
+    void _startEnabledStopDisabledPlugins() VO_EXCLUDES(pluginMutex_);
+    void _stopPlugins() VO_EXCLUDES(pluginMutex_);
+
+    /// Tags that begin so make a behaviour a reflex of the dialog.
+    static constexpr std::string_view _prefix_reflex = "DialogReflex/";
+
+    void _initPackageData() VO_EXCLUDES(actionMutex_, pluginMutex_);
+    void _onPackageChanged(const vo::PackageInfo& package, const bool& installed)
+        VO_EXCLUDES(actionMutex_, pluginMutex_);
+    bool _onBehaviorChanged(const vo::PackageInfo& package, const vo::BehaviorInfo& behavior,
+                            const bool& installed) VO_EXCLUDES(actionMutex_, pluginMutex_);
+    bool _isAutonomousActivity(const vo::PackageInfo& package,
+                               const vo::BehaviorInfo& behavior) const;
+    void _addBehaviorAction(const std::string& key, const vo::BehaviorInfo& behavior)
+        VO_EXCLUDES(actionMutex_);
+    void _removeBehaviorAction(const std::string& key) VO_EXCLUDES(actionMutex_);
+    void _removeDeprecatedPackage(const std::string& uuid);
+    void _checkReflexTags(const vo::PackageInfo& package) const;
+
     // Constant after construction.
     boost::shared_ptr<KRBroker> broker_;
     ContextPermission* contextPermission_;
@@ -115,6 +185,11 @@ private:
     // Synchronised by themselves. The flag says that the configuration controls the dialog.
     std::atomic<bool> configControlsDialog_{false};
 
+    /// The plugin lock. Held while plugins start and stop, shared only, and so before their own
+    /// locks; comes with neither of the other two.
+    mutable vo::SharedMutex pluginMutex_;
+    Plugins plugins_ VO_GUARDED_BY(pluginMutex_);
+
     /// The checker lock. Held over start and stop of the checker, and so before the data lock,
     /// which hits take: stopping waits for them.
     mutable vo::SharedMutex conditionCheckerMutex_ VO_ACQUIRED_BEFORE(actionMutex_);
@@ -125,11 +200,32 @@ private:
     std::uint32_t lastActionId_ VO_GUARDED_BY(actionMutex_) = 1;
     std::map<std::uint32_t, AutonomousAction> actions_ VO_GUARDED_BY(actionMutex_);
     std::map<std::uint32_t, std::uint32_t> conditionToAction_ VO_GUARDED_BY(actionMutex_);
+    /// By behaviour key: the id of the action that was made for the behaviour, and the
+    /// description of that action.
     std::map<std::string, std::uint32_t> behaviorActions_ VO_GUARDED_BY(actionMutex_);
     std::map<std::string, std::string> autonomousActivities_ VO_GUARDED_BY(actionMutex_);
 
-    /// Synchronised by itself. Last, so that it is the first to go: until it is gone it calls back.
+    // Last, so that they are the first to go, the signals before the checker: until they are gone
+    // they call back. That holds for a construction that fails, too.
+
+    /// Synchronised by itself.
     ConditionChecker conditionChecker_;
+
+    /// A connection to a signal of the package manager; it ends with this.
+    struct PackageSignal {
+        PackageSignal() = default;
+        ~PackageSignal();
+        PackageSignal(const PackageSignal&) = delete;
+        PackageSignal& operator=(const PackageSignal&) = delete;
+
+        vo::AnyObject packageManager;
+        vo::SignalLink link = vo::kInvalidSignalLink;
+    };
+    void _followPackages(PackageSignal& connection, const char* signal, bool installed);
+
+    // Constant after construction.
+    PackageSignal packageInstalled_;
+    PackageSignal packageRemoved_;
 };
 
 }  // namespace KR

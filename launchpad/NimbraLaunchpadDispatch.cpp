@@ -1,9 +1,8 @@
 #include <exception>
-#include <functional>
 #include <utility>
 
+#include "launchpad/GatheredErrors.h"
 #include "launchpad/NimbraLaunchpad.h"
-#include "platform/kr/KRError.h"
 #include "platform/vo/EventLoop.h"
 #include "platform/vo/Log.h"
 
@@ -24,21 +23,6 @@ ConditionChecker::ReportMode reportModeOf(std::uint32_t synchronicity)
     if (synchronicity & ExecuteBeforeActivityIfConditionTrue)
         return ConditionChecker::ReportNever;
     return ConditionChecker::ReportWhileTrue;
-}
-
-/// Runs every step, whatever the others do, and then raises what failed.
-void runAll(const char* method, std::initializer_list<std::function<void()>> steps)
-{
-    std::string errors;
-    for (const auto& step : steps) {
-        try {
-            step();
-        } catch (const std::exception& e) {
-            errors += std::string(e.what()) + "\n";
-        }
-    }
-    if (!errors.empty())
-        throw KRError("NimbraLaunchpad", method, errors);
 }
 
 }  // namespace
@@ -179,16 +163,20 @@ void NimbraLaunchpad::startMonitoringConditions()
 {
     if (_isConditionCheckerRunning())
         return;
-    // Before the checker, the enabled plugins are started and the disabled ones stopped.
-    runAll("_startMonitoringConditions", {[this] { _startConditionChecker(); }});
+    GatheredErrors errors("_startMonitoringConditions");
+    errors.run([this] { _startEnabledStopDisabledPlugins(); });
+    errors.run([this] { _startConditionChecker(); });
+    errors.raise();
 }
 
 void NimbraLaunchpad::stopMonitoringConditions()
 {
     if (!_isConditionCheckerRunning())
         return;
-    // After the checker, the plugins are stopped.
-    runAll("_stopMonitoringConditions", {[this] { _stopConditionChecker(); }});
+    GatheredErrors errors("_stopMonitoringConditions");
+    errors.run([this] { _stopConditionChecker(); });
+    errors.run([this] { _stopPlugins(); });
+    errors.raise();
 }
 
 void NimbraLaunchpad::checkConditions()

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <future>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -27,9 +28,12 @@ protected:
                          "ConfigurationDescription: d\nConfigurationVersion: \"2.0\"\n"
                          "AutonomousActions:\n" +
                              rules);
-        host.emplace(clock, timeline, config);
+        host.emplace(clock, timeline, Host::Options{config, {}, vo::LogLevel::warning});
         host->start();
         clock->runPending();
+        events.erase(std::remove_if(events.begin(), events.end(),
+                                    [](const auto& event) { return event["event"] == "plugin"; }),
+                     events.end());
     }
     void raise(const std::string& key, const KRValue& value)
     {
@@ -276,7 +280,8 @@ TEST_F(HostTest, MistakesOfTheConfigurationAreErrorsOrLeaveTheConstructor)
     EXPECT_EQ(events[0]["event"], "error");
     EXPECT_THAT(events[0]["text"].get<std::string>(), HasSubstr("Cannot add condition"));
     host.reset();
-    EXPECT_ANY_THROW(host.emplace(clock, timeline, folder.path() + "/missing"));
+    EXPECT_ANY_THROW(host.emplace(
+        clock, timeline, Host::Options{folder.path() + "/missing", {}, vo::LogLevel::warning}));
 }
 
 /// Real threads: proves that the parts are wired to the event loop, the checker's thread and the
@@ -291,7 +296,7 @@ TEST_F(HostTest, LivesOnRealThreads)
     std::promise<void> started;
     const std::shared_ptr<vo::Clock> real = vo::makeRealClock();
     Timeline live(real, std::make_unique<JsonTimeline>([](const std::string&) {}));
-    Host liveHost(real, live, config);
+    Host liveHost(real, live, {config, {}, vo::LogLevel::silent});
     liveHost.life().changed.connect([&](const LifeEvent& event) {
         if (event.subject == "p/a" && event.lost == 0)
             started.set_value();

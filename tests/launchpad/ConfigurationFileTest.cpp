@@ -100,7 +100,7 @@ TEST_F(LaunchpadTest, laterFile_replacesTheActionsOfEarlierFilesOnly)
           "{ConfigurationDescription: d, ConfigurationVersion: 99999999999, AutonomousActions: []}",
           "{ConfigurationDescription: d, ConfigurationVersion: 2., AutonomousActions: []}"})
         EXPECT_THROW(launchpad->loadConfigFile(folder.write("bad.cfg", text)), std::exception);
-    EXPECT_THROW(launchpad->loadConfigFile(folder.path / "missing.cfg"), YAML::BadFile);
+    EXPECT_THROW(launchpad->loadConfigFile(folder.path() + "/missing.cfg"), YAML::BadFile);
     EXPECT_EQ(access.actions().size(), 2U);
 
     // With a value that cannot be converted, the actions before it stay.
@@ -112,10 +112,8 @@ TEST_F(LaunchpadTest, laterFile_replacesTheActionsOfEarlierFilesOnly)
         EXPECT_THROW(load(begin + text), YAML::Exception);
         EXPECT_EQ(access.actions().size(), 2U) << text;
     }
-}
 
-TEST_F(LaunchpadTest, dialogFocusPolicy_holdsUntilAFileSaysOtherwise)
-{
+    // The dialog's policy holds until a file says otherwise.
     for (const char* policy : {"focus_topics", "no_focus", "other"}) {
         load(kList + "DialogFocusPolicy: " + policy);
         load(kList);

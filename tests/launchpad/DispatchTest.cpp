@@ -1,5 +1,4 @@
 #include <future>
-#include <thread>
 
 #include "tests/launchpad/LaunchpadTest.h"
 
@@ -103,6 +102,7 @@ TEST(LaunchpadThreads, everythingAtOnce_leavesALaunchpadThatWorks)
     const vo::LogCapture log;
     vo::Application application(vo::makeRealClock());
     const auto broker = KRBroker::create(application);
+    FakeServices services(application.session());
     RecordingResponder responder;
     std::promise<void> reached;
     std::once_flag once;
@@ -111,8 +111,7 @@ TEST(LaunchpadThreads, everythingAtOnce_leavesALaunchpadThatWorks)
         if (launchpad.getAction("a").conditionId && broker->memory().hasData("Done"))
             std::call_once(once, [&] { reached.set_value(); });
     };
-    launchpad.loadConfigFile(file);
-
+    const auto package = launchedPackage("p");
     const std::function<void(int)> jobs[] = {
         [&](int i) { broker->memory().raiseEvent("K", i % 2); },
         [&](int) { launchpad.loadConfigFile(file); },
@@ -120,16 +119,15 @@ TEST(LaunchpadThreads, everythingAtOnce_leavesALaunchpadThatWorks)
         [&](int) { launchpad.startMonitoringConditions(); },
         [&](int) { launchpad.stopMonitoringConditions(); },
         [&](int) { launchpad.checkConditions(); },
+        [&](int i) { (i % 2 ? services.removed : services.installed)(package); },
     };
-    std::vector<std::thread> threads;
+    std::vector<std::future<void>> done;
     for (const auto& job : jobs)
-        threads.emplace_back([&job] {
+        done.push_back(std::async(std::launch::async, [&job] {
             for (int i = 0; i < 300; ++i)
                 job(i);
-        });
-    for (auto& thread : threads)
-        thread.join();
-
+        }));
+    done.clear();  // waits for them
     launchpad.stopMonitoringConditions();
     broker->memory().raiseEvent("Done", 1);
     broker->memory().raiseEvent("K", 1);

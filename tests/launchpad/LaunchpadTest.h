@@ -1,14 +1,14 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <gmock/gmock.h>
 #include <optional>
-#include <unistd.h>
 
 #include "launchpad/NimbraLaunchpad.h"
+#include "platform/vo/PackageInfo.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/VirtualPlatform.h"
 
 namespace KR {
@@ -23,6 +23,7 @@ public:
     auto& actions() VO_NO_THREAD_SAFETY_ANALYSIS { return l.actions_; }
     auto& conditions() VO_NO_THREAD_SAFETY_ANALYSIS { return l.conditionToAction_; }
     auto& checker() { return l.conditionChecker_; }
+    auto& plugins() VO_NO_THREAD_SAFETY_ANALYSIS { return l.plugins_; }
     bool configControlsDialog() const { return l.configControlsDialog_; }
 
     /// Returns the id of the condition.
@@ -60,29 +61,64 @@ struct RecordingResponder : NimbraLaunchpadResponder {
         if (onCall)
             onCall();
     }
-    void onPluginsChanged() override {}
+    void onPluginsChanged() override { ++pluginChanges; }
 
     std::vector<Names> calls;
+    int pluginChanges = 0;
     std::function<void()> onCall;
 };
 
-/// A folder of the test's own, in which the default configuration is looked for and nowhere else.
-struct ConfigurationFolder {
-    ConfigurationFolder()
+/// A package with the behaviour "b", which is launched by 'K'.
+inline vo::PackageInfo launchedPackage(const std::string& uuid,
+                                       vo::BehaviorInfo behavior = vo::BehaviorInfo("b"))
+{
+    behavior.addCondition("launchTrigger", "'K'");
+    vo::PackageInfo package(uuid, "/nowhere");
+    package.addBehavior(behavior);
+    return package;
+}
+
+/// The services that packages need. What is installed is what the test says; calls that change
+/// something are noted.
+struct FakeServices {
+    explicit FakeServices(vo::Session& session)
     {
-        std::filesystem::create_directories(path / "tessel");
-        for (const char* variable : {"XDG_CONFIG_HOME", "XDG_CONFIG_DIRS", "NIMBRA_PREFIX"})
-            setenv(variable, path.c_str(), 1);  // NOLINT(concurrency-mt-unsafe): no thread yet
-    }
-    ~ConfigurationFolder() { std::filesystem::remove_all(path); }
-    std::string write(const std::string& name, const std::string& text) const
-    {
-        std::ofstream(path / name) << text;
-        return path / name;
+        objects[0]->signal("onPackageInstalled", installed).signal("onPackageRemoved", removed);
+        objects[0]->method("packages", [this] { return packages; });
+        objects[0]->method("hasPackage", [this](const std::string& uuid) {
+            return std::any_of(packages.begin(), packages.end(),
+                               [&](const auto& package) { return package.uuid() == uuid; });
+        });
+        objects[2]->method("isBehaviorRunning", [this](const std::string& key) {
+            return !calls.empty() && calls.back() == "startBehavior " + key;
+        });
+        for (const auto& object : objects) {
+            for (const std::string name : {"removePkg", "_declarePathForTagsPermanently",
+                                           "preloadBehavior", "startBehavior", "stopBehavior"})
+                object->method(name, [this, name](const std::string& argument) {
+                    calls.push_back(name + " " + argument);
+                });
+            session.registerService(object);
+        }
     }
 
-    const std::filesystem::path path =
-        std::filesystem::path(testing::TempDir()) / ("launchpad-" + std::to_string(getpid()));
+    std::vector<vo::PackageInfo> packages;
+    Names calls;
+    vo::Signal<vo::PackageInfo> installed;
+    vo::Signal<vo::PackageInfo> removed;
+    const std::shared_ptr<vo::ServiceObject> objects[3] = {
+        std::make_shared<vo::ServiceObject>("PackageManager"),
+        std::make_shared<vo::ServiceObject>("KRAnimationPlayer"),
+        std::make_shared<vo::ServiceObject>("KRBehaviorManager")};
+};
+
+/// A folder in which the default configuration is looked for, and nowhere else.
+struct ConfigurationFolder : TemporaryFolder {
+    ConfigurationFolder()
+    {
+        for (const char* variable : {"XDG_CONFIG_HOME", "XDG_CONFIG_DIRS", "NIMBRA_PREFIX"})
+            setenv(variable, path().c_str(), 1);  // NOLINT(concurrency-mt-unsafe): no thread yet
+    }
 };
 
 /// A launchpad on virtual time that came up without any action.
@@ -93,9 +129,15 @@ struct LaunchpadTest : testing::Test {
             "test.cfg", "ConfigurationDescription: Test\nConfigurationVersion: \"2.0\"\n" + text));
     }
     void raiseK(int value) { platform.memory().raiseEvent("K", value); }
+    void change(vo::Signal<vo::PackageInfo>& signal, const vo::PackageInfo& package)
+    {
+        signal(package);
+        platform.runPending();
+    }
 
     ConfigurationFolder folder;
     VirtualPlatform platform;
+    FakeServices services{platform.application.session()};
     RecordingResponder responder;
     std::optional<NimbraLaunchpad> launchpad{std::in_place, platform.broker, nullptr, &responder};
     NimbraLaunchpadTestAccess access{*launchpad};

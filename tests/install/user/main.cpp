@@ -4,6 +4,7 @@
 
 #include "launchpad/NimbraLaunchpad.h"
 #include "platform/kr/KRMemory.h"
+#include "platform/packages/PackageManager.h"
 #include "platform/vo/VirtualClock.h"
 
 namespace {
@@ -29,6 +30,7 @@ int main(int, char** argv)
     auto clock = std::make_shared<vo::VirtualClock>(vo::TimePoint(std::chrono::hours(24 * 20000)));
     vo::Application application(clock);
     auto broker = KR::KRBroker::create(application);
+    KR::PackageManager packages(broker->session(), clock, "packages");
     PrintingResponder responder;
     KR::NimbraLaunchpad launchpad(broker, nullptr, &responder);
 

@@ -1,0 +1,194 @@
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "launchpad/NimbraLaunchpad.h"
+#include "permission/ContextPermission.h"
+#include "platform/vo/Log.h"
+#include "platform/vo/PackageInfo.h"
+#include "plugins/NimbraLaunchpadPluginBehavior.h"
+
+namespace KR {
+namespace {
+
+const vo::Logger kLog("NimbraLaunchpad");
+
+constexpr const char* kPackageOrigin = "Package";
+constexpr const char* kLaunchTrigger = "launchTrigger";
+
+/// What the authoring tool uploads for a trial never launches itself.
+constexpr const char* kScratchPackage = ".lastUploadedKinetorBehavior";
+
+bool isRunDialog(const vo::PackageInfo& package)
+{
+    return package.uuid() == "run_dialog" || package.uuid() == "run_dialog_dev";
+}
+
+bool isPlugin(const vo::PackageInfo& package, const vo::BehaviorInfo& behavior)
+{
+    return NimbraLaunchpadPluginBehavior::isPlugin(package, behavior, nullptr, nullptr);
+}
+
+/// A behaviour's launch trigger, guarded by the robot's state and the behaviour's permissions.
+std::string guardedTrigger(const std::string& trigger, const vo::BehaviorInfo& behavior)
+{
+    const std::string state = " && 'Nimbra/State'";
+    std::string text = "(" + trigger + ")" + state + "!=\"disabled\"" + state + "!=\"safeguard\"";
+    if (behavior.nature() == "solitary")
+        text += state + "==\"solitary\"";
+    if (!behavior.hasPermission(vo::BehaviorInfo::k_permCanRunOnPod))
+        text = "(" + text + ") && !'KRBattery/ConnectedToChargingStation'";
+    if (!behavior.hasPermission(vo::BehaviorInfo::k_permCanRunInSleep))
+        text = "(" + text + ") && !'Nimbra/Asleep'";
+    return text;
+}
+
+}  // namespace
+
+bool NimbraLaunchpad::_isAutonomousActivity(const vo::PackageInfo& package,
+                                            const vo::BehaviorInfo& behavior) const
+{
+    return package.uuid() != kScratchPackage && !behavior.conditions(kLaunchTrigger).empty();
+}
+
+/// The first trigger alone counts. The action of a key that is added anew stays, but nothing leads
+/// to it any more.
+void NimbraLaunchpad::_addBehaviorAction(const std::string& key, const vo::BehaviorInfo& behavior)
+{
+    const vo::Lock lock(actionMutex_);
+    const auto triggers = behavior.conditions(kLaunchTrigger);
+    if (triggers.empty())
+        return;
+    AutonomousAction action;
+    action.description = "Action swithFocus to behavior " + key;
+    action.origin = kPackageOrigin;
+    action.items = {{ActionItemSwitchFocus, {{"Activity", key}}}};
+    action.condition = guardedTrigger(triggers.front(), behavior);
+    action.synchronicity = ExecuteAnyTimeConditionTrue;
+    behaviorActions_[key] = _addAction(action);
+    autonomousActivities_[key] = action.description;
+}
+
+void NimbraLaunchpad::_removeBehaviorAction(const std::string& key)
+{
+    const vo::Lock lock(actionMutex_);
+    const auto found = behaviorActions_.find(key);
+    if (found == behaviorActions_.end()) {
+        kLog.warning("_removeBehaviorAction",
+                     "Tried to remove a non mapped behavior action for: " + key);
+        return;
+    }
+    _unregisterActionCondition(found->second);
+    actions_.erase(found->second);
+    behaviorActions_.erase(found);
+    autonomousActivities_.erase(key);
+}
+
+void NimbraLaunchpad::_initPackageData()
+{
+    constexpr const char* kLabel = "_initPackageData";
+    {
+        const vo::Lock lock(actionMutex_);
+        if (_removeActions(kPackageOrigin))
+            kLog.info(kLabel, "Deleted all actions from packages.");
+        autonomousActivities_.clear();
+    }
+    for (const auto& package : packageManager_.call<std::vector<vo::PackageInfo>>("packages")) {
+        if (contextPermission_)
+            contextPermission_->onBehaviorsInstalled(package, package.behaviors());
+        if (package.behaviors().empty())
+            continue;
+        _checkReflexTags(package);
+        if (configControlsDialog_ && isRunDialog(package)) {
+            kLog.warning(kLabel,
+                         "Ignoring conditions for run_dialog*, life configuration now controls "
+                         "collaborative dialog and when to enter interactive state");
+            continue;
+        }
+        for (const vo::BehaviorInfo& behavior : package.behaviors()) {
+            const std::string key = vo::behaviorKey(package, behavior);
+            if (_isAutonomousActivity(package, behavior))
+                _addBehaviorAction(key, behavior);
+            else if (isPlugin(package, behavior))
+                _addBehaviorPlugin(key, package, behavior);
+        }
+    }
+}
+
+/// Touches nothing of this after it has told the responder, which may destroy the launchpad.
+void NimbraLaunchpad::_onPackageChanged(const vo::PackageInfo& package, const bool& installed)
+{
+    constexpr const char* kLabel = "_onPackageChanged";
+    if (contextPermission_ && installed)
+        contextPermission_->onBehaviorsInstalled(package, package.behaviors());
+    else if (contextPermission_)
+        contextPermission_->onBehaviorsRemoved(package, package.behaviors());
+
+    bool pluginAdded = false;
+    try {
+        for (const vo::BehaviorInfo& behavior : package.behaviors())
+            pluginAdded = _onBehaviorChanged(package, behavior, installed) || pluginAdded;
+        if (installed)
+            _checkReflexTags(package);
+    } catch (const std::exception& e) {
+        kLog.error(kLabel,
+                   "Can't process package change for package: " + package.uuid() + ": " + e.what());
+    }
+    if (!pluginAdded)
+        return;
+    try {
+        responder_->onPluginsChanged();
+    } catch (const std::exception& e) {
+        kLog.error(kLabel, std::string("Cant process added plugins: ") + e.what());
+    }
+}
+
+/// Whether it brought a plugin, be it that it could be loaded or not.
+bool NimbraLaunchpad::_onBehaviorChanged(const vo::PackageInfo& package,
+                                         const vo::BehaviorInfo& behavior, const bool& installed)
+{
+    const std::string key = vo::behaviorKey(package, behavior);
+    if (_isAutonomousActivity(package, behavior)) {
+        if (installed)
+            _addBehaviorAction(key, behavior);
+        else
+            _removeBehaviorAction(key);
+    } else if (installed && isPlugin(package, behavior)) {
+        _addBehaviorPlugin(key, package, behavior);
+        return true;
+    } else if (_isPluginLoaded(key) && !installed) {
+        _unloadPlugin(key);
+    }
+    return false;
+}
+
+void NimbraLaunchpad::_removeDeprecatedPackage(const std::string& uuid)
+{
+    constexpr const char* kLabel = "_removeDeprecatedPackage";
+    try {
+        if (!packageManager_.call<bool>("hasPackage", uuid))
+            return;
+        packageManager_.call("removePkg", uuid);
+        kLog.info(kLabel, "Removed deprecated package " + uuid);
+    } catch (const std::exception& e) {
+        kLog.error(kLabel, "Can't remove deprecated package: " + uuid + ": " + e.what());
+    }
+}
+
+/// Declares the animations of a package that has dialog reflexes; once, however many they are.
+void NimbraLaunchpad::_checkReflexTags(const vo::PackageInfo& package) const
+{
+    for (const vo::BehaviorInfo& behavior : package.behaviors()) {
+        for (const auto& [language, tags] : behavior.languagesToTags()) {
+            for (const std::string& tag : tags) {
+                if (tag.compare(0, _prefix_reflex.size(), _prefix_reflex) != 0)
+                    continue;
+                animationPlayer_.call("_declarePathForTagsPermanently",
+                                      package.uuid() + "/[robot]/[posture]");
+                return;
+            }
+        }
+    }
+}
+
+}  // namespace KR
