@@ -79,15 +79,18 @@ private:
         }
         const ConfigurationReader reader(
             [this](const ConfigurationProblem& problem) { report_.problems.push_back(problem); });
+        bool isLoading = true;
         for (const YAML::Node& node : actions) {
             try {
                 if (auto action = reader.readAction(node)) {
                     inspectCondition(*action, node["Condition"]);
-                    report_.rules.push_back(std::move(*action));
+                    if (isLoading)
+                        report_.rules.push_back(std::move(*action));
                 }
             } catch (const YAML::Exception& e) {
                 // The rest is still worth a look.
                 add(e.mark, e.msg + ": loading stops here");
+                isLoading = false;
             }
         }
     }

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <iostream>
 #include <system_error>
+#include <yaml-cpp/exceptions.h>
 
 #include "host/ConfigurationCheck.h"
 #include "host/Host.h"
@@ -190,6 +191,14 @@ int run(const RunOptions& options)
         return options.scenario.empty() ? run.liveOn() : run.play();
     } catch (const UsageError&) {
         throw;
+    } catch (const YAML::Exception& e) {
+        // Only what a value of the configuration raises does not name its file.
+        const std::string text = e.what();
+        const std::string path = configPath(options.config);
+        std::cerr << "nimbra: "
+                  << printable(text.find(path) == std::string::npos ? path + ": " : "")
+                  << printable(text) << "\n";
+        return 1;
     } catch (const std::exception& e) {
         std::cerr << "nimbra: " << printable(e.what()) << "\n";
         return 1;

@@ -28,7 +28,7 @@ protected:
                          "ConfigurationDescription: d\nConfigurationVersion: \"2.0\"\n"
                          "AutonomousActions:\n" +
                              rules);
-        host.emplace(clock, timeline, Host::Options{config, {}, vo::LogLevel::warning});
+        host.emplace(clock, timeline, Host::Options{config, packages, vo::LogLevel::warning});
         host->start();
         clock->runPending();
         events.erase(std::remove_if(events.begin(), events.end(),
@@ -57,8 +57,19 @@ protected:
         return result;
     }
 
+    /// "name", with a "+" for one that is enabled and another for one that runs.
+    std::vector<std::string> plugins()
+    {
+        std::vector<std::string> result;
+        for (const auto& plugin : host->launchpad().getPluginStates())
+            result.push_back(plugin.name + (plugin.enabled ? "+" : "") +
+                             (plugin.running ? "+" : ""));
+        return result;
+    }
+
     vo::LogCapture log;
     TemporaryFolder folder;
+    std::string packages;
     std::shared_ptr<vo::VirtualClock> clock =
         std::make_shared<vo::VirtualClock>(vo::TimePoint(std::chrono::hours(24 * 20000)));
     std::vector<nlohmann::json> events;
@@ -248,6 +259,44 @@ TEST_F(HostTest, ChangesOfKeysThatRulesReadAreToldBeforeWhatTheyCause)
         kinds.push_back(event["event"]);
     EXPECT_THAT(kinds, ElementsAre("key", "key", "hit", "focus", "step"));
     EXPECT_EQ(events[1]["value"], 1);
+}
+
+/// The behaviours are real programs.
+TEST_F(HostTest, LifeStateSwitchesPluginsOfItsGroupAndConditionsSwitchTheirOwn)
+{
+    packages = folder.path() + "/packages";
+    folder.write("packages/p/package.yaml",
+                 "{ConfigurationVersion: 1, Uuid: p, Version: 1, Behaviors: [{Path: group}, "
+                 "{Path: trigger}]}");
+    for (const std::string behavior : {"group", "trigger"}) {
+        const std::string run =
+            folder.write("packages/p/" + behavior + "/run", "#!/bin/sh\nexec tail -f /dev/null\n");
+        std::filesystem::permissions(run, std::filesystem::perms::owner_all);
+    }
+    folder.write("packages/p/group/nimbraLaunchpadPlugin.xml",
+                 "<nimbraLaunchpadPlugin><groups><group>interactive</group></groups>"
+                 "</nimbraLaunchpadPlugin>");
+    folder.write("packages/p/trigger/nimbraLaunchpadPlugin.xml",
+                 "<nimbraLaunchpadPlugin><conditions>"
+                 "<condition purpose='launchTrigger'>'A' == 1</condition>"
+                 "<condition purpose='terminationTrigger'>'A' == 2</condition>"
+                 "</conditions></nimbraLaunchpadPlugin>");
+    start(rule("unused", "B", "Action: StopAll"));
+    const std::string battery = "_LaunchpadPluginBattery";
+    EXPECT_THAT(plugins(), ElementsAre(battery + "++", "p/group", "p/trigger"));
+    raise("A", 1);
+    EXPECT_THAT(plugins(), ElementsAre(battery + "++", "p/group", "p/trigger++"));
+    host->life().setState("interactive");
+    EXPECT_THAT(plugins(), ElementsAre(battery + "++", "p/group++", "p/trigger++"));
+    host->life().setState("safeguard");
+    EXPECT_THAT(plugins(), ElementsAre(battery, "p/group", "p/trigger++"));
+    raise("A", 2);
+    EXPECT_THAT(plugins(), ElementsAre(battery, "p/group", "p/trigger"));
+    raise("A", 1);
+    host->stop();
+    EXPECT_THAT(plugins(), testing::IsEmpty()) << "unloaded";
+    EXPECT_THAT(log.lines(vo::LogLevel::error),
+                ElementsAre(HasSubstr("Can't load default config file")));
 }
 
 TEST_F(HostTest, CircleOfRulesIsWarnedAboutOnce)

@@ -108,6 +108,8 @@ TEST_F(ProgramTest, RunEndsWithItsExitCode)
         {play + "--speed 2 --as-fast-as-possible", 2, "excludes"},
         {run + "--speed 2", 2, "requires"},
         {run + "--until 1y", 2, "is no time"},
+        {"plugins --config " + config, 0, "_LaunchpadPluginBattery  solitary, interactive  yes"},
+        {"plugins --config " + config + " --packages " + config, 1, "nimbra: "},
         {run + "--until 2147483647d", 2, "366 days"},
         {run + "--until=-1d", 2, "not after the start"},
         {run + "--log-level loud", 2, "loud"},
@@ -197,12 +199,20 @@ AutonomousActions:
   Actions:
   - {}
   - Action: SetState
+  - Action: SwitchFocus
+  - {Action: SetConfiguration, ActionParameters: {ConfigurationSet: s}}
+  - {Action: SetConfiguration, ActionParameters: {Module: m}}
+  - Action: FreezeChain
+  - Action: UnfreezeChain
+  - Action: ApiCall
+  - {Action: ApiCall, ActionParameters: {Module: m}}
   - Action: StopAll
 - Description: i
   Condition: >-
     'A'
     || ||
   ExecuteAnyTimeConditionTrue: true
+  ExcuteAfterActiveRules: [x, [y]]
   Action: StopAll
 )");
     const Result result = nimbra("check " + faulty);
@@ -229,7 +239,21 @@ AutonomousActions:
             "16:5: Found Action item without type inside of: h, skipping it",
             "17:5: Found a SetState action without State parameter, skipping: SetState inside of: "
             "h",
-            HasSubstr("20:14: the condition of 'i' does not parse: at its 1:8: expected")));
+            "18:5: Found a SwitchFocus action without Activity parameter, skipping: SwitchFocus "
+            "inside of: h",
+            "19:5: Found a SetConfiguration action without module parameter, skipping: "
+            "SetConfiguration inside of: h",
+            "20:5: Found a SetConfiguration action without ConfigurationSet parameter, skipping: "
+            "SetConfiguration inside of: h",
+            "21:5: Found a FreezeChain/UnfreezeChain action without Chain parameter, skipping: "
+            "FreezeChain inside of: h",
+            "22:5: Found a FreezeChain/UnfreezeChain action without Chain parameter, skipping: "
+            "UnfreezeChain inside of: h",
+            "23:5: Found an ApiCall action without ActionParameters, skipping: ApiCall inside of: "
+            "h",
+            HasSubstr("24:41: Skipping: ApiCall inside of: h: "),
+            HasSubstr("27:14: the condition of 'i' does not parse: at its 1:8: expected"),
+            "31:31: Itmes under ExcuteAfterActiveRules must be strings. Ignoring it for: i"));
 }
 
 TEST_F(ProgramTest, CheckIsQuietAboutGoodFilesAndSortsTheOthers)
