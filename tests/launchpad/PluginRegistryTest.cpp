@@ -1,4 +1,5 @@
 #include <boost/make_shared.hpp>
+#include <thread>
 
 #include "platform/kr/KRError.h"
 #include "plugins/NimbraLaunchpadPlugin.h"
@@ -77,6 +78,29 @@ TEST_F(PluginRegistryTest, failures_areGatheredAfterAllWereTried)
     EXPECT_TRUE(access.plugins().empty());
     EXPECT_THAT(platform.log.lines(LogLevel::warning).back(),
                 HasSubstr("Error exiting removed plugin: stop2: no exit"));
+}
+
+// On real threads, so that a race or a deadlock between the registry's operations can show itself.
+TEST_F(PluginRegistryTest, switchingOnSeveralThreads_endsAsTheLastOnesSaid)
+{
+    constexpr int kRounds = 200;
+    add("p", false);
+    const auto toggle = [&] {
+        for (int i = 0; i <= kRounds; ++i)
+            launchpad->setPluginEnabled("p", i % 2 == 0);
+    };
+    std::thread first(toggle);
+    std::thread second(toggle);
+    for (int i = 0; i < kRounds; ++i) {
+        launchpad->startMonitoringConditions();
+        launchpad->stopMonitoringConditions();
+    }
+    first.join();
+    second.join();
+    launchpad->startMonitoringConditions();
+    EXPECT_TRUE(access.plugins()["p"]->isPluginRunning());
+    for (std::size_t i = 0; i < services.calls.size(); ++i)
+        EXPECT_EQ(services.calls[i], i % 2 == 0 ? "start p" : "stop p");
 }
 
 TEST_F(PluginRegistryTest, pluginOfABehaviour_followsItsPackageAndItsConditions)
