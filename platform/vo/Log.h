@@ -47,7 +47,8 @@ void setLogLevel(LogLevel level);
 LogLevel parseLogLevel(const std::string& name);
 
 /// Sees every log line while it lives, after the printing, on the logging thread and with no lock
-/// of the logger's; who logs may hold locks of its own. Lines that the listener itself logs are not passed to it again.
+/// of the logger's; who logs may hold locks of its own. Lines that the listener itself logs are not
+/// passed to it again.
 class LogListener {
 public:
     explicit LogListener(std::function<void(const LogRecord&)> callback);
