@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <regex>
 #include <string>
 
 #include "platform/packages/PackageManifest.h"
@@ -28,7 +27,10 @@ struct PackageManifestTest : testing::Test {
             read(manifest);
         } catch (const PackageManifestError& e) {
             const auto path = folder.path() + "/" + kPackageManifestFile + ":";
-            return std::regex_replace(e.what(), std::regex(path), "");
+            std::string text = e.what();
+            for (std::size_t at = 0; (at = text.find(path)) != std::string::npos;)
+                text.erase(at, path.size());
+            return text;
         }
         return {};
     }
