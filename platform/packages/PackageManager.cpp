@@ -50,6 +50,7 @@ PackageManager::PackageManager(vo::Session& session, std::shared_ptr<vo::Clock> 
     : session_(session),
       store_(madeFolder(folder), std::move(options.store)),
       settle_(options.settle),
+      clock_(clock),
       executor_(clock->makeExecutor("packages", vo::Clock::Threading::shared))
 {
     try {

@@ -115,6 +115,7 @@ private:
     vo::Session& session_;
     const PackageStore store_;
     const vo::Duration settle_;
+    const std::shared_ptr<vo::Clock> clock_;  ///< outlives the executor
     const std::shared_ptr<vo::Executor> executor_;
 
     // Synchronised by themselves.
