@@ -150,6 +150,9 @@ private:
     void _addBehaviorPlugin(const std::string& name, const vo::PackageInfo& package,
                             const vo::BehaviorInfo& behavior) VO_EXCLUDES(pluginMutex_);
     bool _isPluginLoaded(const std::string& name) const VO_EXCLUDES(pluginMutex_);
+    using PluginHit = void (NimbraLaunchpadPlugin::*)(unsigned, const KRValue&);
+    void _addPluginTriggers(const std::string& name, const std::string& purpose, PluginHit hit)
+        VO_REQUIRES(pluginMutex_);
     void _unloadPlugin(const std::string& name) VO_EXCLUDES(pluginMutex_);
     void _unloadPlugin(Plugins::iterator& position) VO_REQUIRES(pluginMutex_);
     void _unloadPlugins() VO_EXCLUDES(pluginMutex_);
@@ -189,6 +192,8 @@ private:
     /// locks; comes with neither of the other two.
     mutable vo::SharedMutex pluginMutex_;
     Plugins plugins_ VO_GUARDED_BY(pluginMutex_);
+    /// By the name of a behaviour's plugin: the conditions that start and stop it.
+    std::map<std::string, std::vector<unsigned>> pluginTriggers_ VO_GUARDED_BY(pluginMutex_);
 
     /// The checker lock. Held over start and stop of the checker, and so before the data lock,
     /// which hits take: stopping waits for them.

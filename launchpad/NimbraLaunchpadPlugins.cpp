@@ -29,8 +29,6 @@ void tryPlugin(GatheredErrors& errors, const char* label, const std::string& tex
 
 }  // namespace
 
-/// The trigger conditions go straight to the plugin: their ids are recorded nowhere, and the
-/// binding keeps the plugin alive.
 void NimbraLaunchpad::_addBehaviorPlugin(const std::string& name, const vo::PackageInfo& package,
                                          const vo::BehaviorInfo& behavior)
 {
@@ -40,21 +38,23 @@ void NimbraLaunchpad::_addBehaviorPlugin(const std::string& name, const vo::Pack
         _unloadPlugin(name);
         const vo::Lock lock(pluginMutex_);
         plugins_[name] = plugin;
-        for (const std::string& condition : plugin->getConditions("launchTrigger")) {
-            conditionChecker_.addCondition(condition, ConditionChecker::ReportBecomesTrue,
-                                           [plugin](unsigned id, const KRValue& value) {
-                                               plugin->startConditionHit(id, value);
-                                           });
-        }
-        for (const std::string& condition : plugin->getConditions("terminationTrigger")) {
-            conditionChecker_.addCondition(condition, ConditionChecker::ReportBecomesTrue,
-                                           [plugin](unsigned id, const KRValue& value) {
-                                               plugin->stopConditionHit(id, value);
-                                           });
-        }
+        _addPluginTriggers(name, "launchTrigger", &NimbraLaunchpadPlugin::startConditionHit);
+        _addPluginTriggers(name, "terminationTrigger", &NimbraLaunchpadPlugin::stopConditionHit);
     } catch (const std::exception& e) {
         kLog.error("_addBehaviorPlugin",
                    "Could not load Launchpad Plugin: " + name + " " + e.what());
+    }
+}
+
+/// Their hits go straight to the plugin, which the binding keeps alive, until it is unloaded.
+void NimbraLaunchpad::_addPluginTriggers(const std::string& name, const std::string& purpose,
+                                         PluginHit hit)
+{
+    const boost::shared_ptr<NimbraLaunchpadPlugin> plugin = plugins_.at(name);
+    for (const std::string& condition : plugin->getConditions(purpose)) {
+        pluginTriggers_[name].push_back(conditionChecker_.addCondition(
+            condition, ConditionChecker::ReportBecomesTrue,
+            [plugin, hit](unsigned id, const KRValue& value) { (plugin.get()->*hit)(id, value); }));
     }
 }
 
@@ -80,6 +80,9 @@ void NimbraLaunchpad::_unloadPlugin(Plugins::iterator& position)
     for (const int id : plugin.getConditionIDs())
         conditionChecker_.removeCondition(static_cast<unsigned>(id));
     plugin.clearConditionIDs();
+    for (const unsigned id : pluginTriggers_[name])
+        conditionChecker_.removeCondition(id);
+    pluginTriggers_.erase(name);
     try {
         plugin.stopPlugin();
     } catch (const std::exception& e) {

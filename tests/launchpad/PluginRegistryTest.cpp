@@ -131,6 +131,11 @@ TEST_F(PluginRegistryTest, pluginOfABehaviour_followsItsPackageAndItsConditions)
     change(services.removed, package);
     EXPECT_TRUE(access.plugins().empty());
     EXPECT_EQ(services.calls.back(), "stopBehavior p/b");
+    services.calls.clear();
+    for (const int value : {2, 1})
+        raiseK(value);
+    platform.runPending();
+    EXPECT_TRUE(services.calls.empty()) << "its conditions went with it";
 }
 
 }  // namespace
