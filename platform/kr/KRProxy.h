@@ -1,10 +1,14 @@
 #pragma once
 
 #include <boost/shared_ptr.hpp>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/kr/KRError.h"
 #include "platform/vo/AnyObject.h"
+#include "platform/vo/Clock.h"
+#include "platform/vo/Mutex.h"
 
 namespace KR {
 
@@ -32,9 +36,32 @@ public:
         }
     }
 
+    /// The same, but waits for the answer no longer than `limit` (see vo::Clock::runWithin), after
+    /// which it raises KRError. A call that was given up so goes on by itself; until it has ended,
+    /// further ones are refused with KRError, so that a service that hangs costs one thread.
+    template <class R, class... Args>
+    R callWithin(vo::Duration limit, const std::string& method, const Args&... args) const
+    {
+        const vo::Value answer = answerWithin(limit, method, {vo::toValue(args)...});
+        try {
+            return vo::fromValue<R>(answer);
+        } catch (const std::exception& e) {
+            throw KRError(service_, method, e.what());
+        }
+    }
+
 private:
-    std::string service_;
-    vo::AnyObject object_;
+    vo::Value answerWithin(vo::Duration limit, const std::string& method,
+                           std::vector<vo::Value> arguments) const;
+
+    // Constant after construction.
+    const std::string service_;
+    const vo::AnyObject object_;
+    const std::shared_ptr<vo::Clock> clock_;
+
+    mutable vo::Mutex mutex_;
+    /// The call that was given up last, for as long as it has not ended.
+    mutable std::weak_ptr<void> overdue_ VO_GUARDED_BY(mutex_);
 };
 
 }  // namespace KR

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -51,6 +52,14 @@ public:
     /// Makes a serial task queue on this clock. The name is for logs and debuggers.
     virtual std::shared_ptr<Executor> makeExecutor(const std::string& name,
                                                    Threading threading) = 0;
+
+    /// Does work that may never end, and waits for it no longer than `limit`. False when it has
+    /// not ended by then: it goes on by itself, and whatever it uses must live on with it. The
+    /// work throws nothing.
+    ///
+    /// The real clock does it on a thread of its own. A virtual one does it right here, where time
+    /// stands still meanwhile, and so waits to the end.
+    virtual bool runWithin(Duration limit, std::function<void()> work) = 0;
 };
 
 /// The machine's clock, with real threads.

@@ -4,6 +4,7 @@
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/thread_pool.hpp>
 #include <condition_variable>
+#include <future>
 #include <memory>
 #include <optional>
 #include <pthread.h>
@@ -286,6 +287,14 @@ public:
         if (threading == Threading::own)
             return std::make_shared<OwnThreadExecutor>(name, start_, retired_);
         return std::make_shared<SharedExecutor>(pool_, name, start_);
+    }
+
+    bool runWithin(Duration limit, std::function<void()> work) override
+    {
+        std::packaged_task<void()> task(std::move(work));
+        const std::future<void> end = task.get_future();
+        std::thread(std::move(task)).detach();
+        return end.wait_for(limit) == std::future_status::ready;
     }
 
 private:

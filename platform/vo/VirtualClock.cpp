@@ -273,6 +273,12 @@ std::shared_ptr<Executor> VirtualClock::makeExecutor(const std::string& name, Th
     return std::make_shared<VirtualExecutor<Impl>>(impl_, name);
 }
 
+bool VirtualClock::runWithin(Duration /*limit*/, std::function<void()> work)
+{
+    work();
+    return true;
+}
+
 void VirtualClock::advance(Duration duration)
 {
     if (duration < Duration::zero())

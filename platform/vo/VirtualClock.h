@@ -32,6 +32,7 @@ public:
     TimePoint now() const override;
     Duration uptime() const override;
     std::shared_ptr<Executor> makeExecutor(const std::string& name, Threading threading) override;
+    bool runWithin(Duration limit, std::function<void()> work) override;
 
     /// Moves time forward by `duration` (not negative), stopping on the way at each due instant to
     /// run what is due there, up to and including the last instant. std::invalid_argument for a

@@ -12,6 +12,8 @@ const vo::Logger logger("LaunchpadPluginBattery");
 /// The battery board's status word, and its bit that says that the charger is charging.
 constexpr const char* kStatusKey = "Device/SubDeviceList/Battery/Charge/Sensor/Status";
 constexpr int kChargingMask = 128;
+/// A battery that takes longer to answer is taken for one that cannot tell.
+constexpr vo::Duration kAnswerLimit = std::chrono::seconds(2);
 
 }  // namespace
 
@@ -79,7 +81,7 @@ void BatteryPlugin::xCheckBatteryLevel()
 int BatteryPlugin::xGetBatteryLevel()
 {
     try {
-        const int percent = batteryProxy_->call<int>("getBatteryCharge");
+        const int percent = batteryProxy_->callWithin<int>(kAnswerLimit, "getBatteryCharge");
         if (percent < 20)
             return 1;
         if (percent < 40)

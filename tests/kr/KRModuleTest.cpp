@@ -261,5 +261,26 @@ TEST_F(RealModuleTest, ModuleMayBeDestroyedByItsOwnCallback)
     EXPECT_THAT(trace.calls, ElementsAre("K=0 m", "~"));
 }
 
+TEST_F(RealModuleTest, AnswerIsWaitedForNoLongerThanTheLimitAndNotTwice)
+{
+    using testing::HasSubstr;
+    using testing::ThrowsMessage;
+    std::promise<int> answer;
+    auto object = std::make_shared<vo::ServiceObject>("Slow");
+    object->method("now", [] { return 7; }).method("later", [future = answer.get_future().share()] {
+        return future.get();
+    });
+    broker->session().registerService(object);
+    const auto proxy = broker->getProxy("Slow");
+    EXPECT_EQ(proxy->callWithin<int>(std::chrono::hours(1), "now"), 7);
+    const auto ask = [&](const std::string& method) {
+        return [&, method] { proxy->callWithin<int>(std::chrono::milliseconds(1), method); };
+    };
+    EXPECT_THAT(ask("later"), ThrowsMessage<KRError>(HasSubstr("no answer within 1 ms")));
+    EXPECT_THAT(ask("now"), ThrowsMessage<KRError>(HasSubstr("has not been answered yet")));
+    answer.set_value(1);
+    object->close();  // waits for it
+}
+
 }  // namespace
 }  // namespace KR

@@ -28,6 +28,11 @@ public:
     {
         return shared_from_this();
     }
+    bool runWithin(vo::Duration, std::function<void()> work) override
+    {
+        work();
+        return true;
+    }
     TaskId post(Task task, vo::Duration delay) override
     {
         tasks_.emplace(time + delay, std::move(task));
