@@ -5,101 +5,56 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/read.hpp>
 #include <boost/asio/write.hpp>
+#include <boost/process/args.hpp>
+#include <boost/process/async_pipe.hpp>
+#include <boost/process/exe.hpp>
+#include <boost/process/extend.hpp>
+#include <boost/process/io.hpp>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <spawn.h>
+#include <linux/close_range.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
-#include <vector>
+
+#include "platform/packages/FileDescriptor.h"
 
 namespace KR {
+
+namespace bp = boost::process;
 
 namespace {
 
 /// Output that is read after the program has ended: a pipe's capacity, many times over.
 constexpr std::size_t kMaxDrainBytes = 1024 * 1024;
 
-void check(int error, const std::string& what)
-{
-    if (error != 0)
-        throw std::system_error(error, std::generic_category(), what);
-}
-
-/// A file descriptor for a scope.
-class Descriptor {
+/// The last of what a child sets up before it becomes a guard: the socket's place, and untouched
+/// signals in a group of its own, where a terminal's interrupt does not reach it.
+class GuardSetup : public bp::extend::handler {
 public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor()
-    {
-        if (fd_ >= 0)
-            ::close(fd_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int get() const { return fd_; }
-    int release() { return std::exchange(fd_, -1); }
+    explicit GuardSetup(int socket) : socket_(socket) {}
 
-private:
-    int fd_;
-};
-
-/// How a child starts: what its descriptors are, and with untouched signals in a group of its own,
-/// where a terminal's interrupt does not reach it.
-class SpawnSetup {
-public:
-    SpawnSetup()
+    template <class Executor>
+    void on_exec_setup(Executor& executor) const
     {
-        ::posix_spawn_file_actions_init(&actions_);
-        ::posix_spawnattr_init(&attributes_);
+        ::setpgid(0, 0);
+        for (int signal = 1; signal < NSIG; ++signal)
+            ::signal(signal, SIG_DFL);
         sigset_t none;
-        sigset_t all;
         sigemptyset(&none);
-        sigfillset(&all);
-        ::posix_spawnattr_setsigmask(&attributes_, &none);
-        ::posix_spawnattr_setsigdefault(&attributes_, &all);
-        ::posix_spawnattr_setpgroup(&attributes_, 0);
-        ::posix_spawnattr_setflags(
-            &attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
-    }
-    ~SpawnSetup()
-    {
-        ::posix_spawn_file_actions_destroy(&actions_);
-        ::posix_spawnattr_destroy(&attributes_);
-    }
-    SpawnSetup(const SpawnSetup&) = delete;
-    SpawnSetup& operator=(const SpawnSetup&) = delete;
-
-    void connect(int output, int socket)
-    {
-        check(::posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO), "dup2");
-        check(::posix_spawn_file_actions_adddup2(&actions_, output, STDERR_FILENO), "dup2");
-        check(::posix_spawn_file_actions_adddup2(&actions_, socket, guard::kSocket), "dup2");
-        check(::posix_spawn_file_actions_addclosefrom_np(&actions_, guard::kSocket + 1), "close");
-        check(::posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0),
-              "/dev/null");
-    }
-
-    pid_t spawn(const std::vector<std::string>& command) const
-    {
-        std::vector<char*> arguments;
-        for (const auto& word : command)
-            arguments.push_back(const_cast<char*>(word.c_str()));
-        arguments.push_back(nullptr);
-        pid_t child = -1;
-        check(
-            ::posix_spawn(&child, arguments[0], &actions_, &attributes_, arguments.data(), environ),
-            command[0]);
-        return child;
+        ::sigprocmask(SIG_SETMASK, &none, nullptr);
+        if (::dup2(socket_, guard::kSocket) < 0 || ::fcntl(guard::kSocket, F_SETFD, 0) != 0)
+            executor.set_error({errno, std::system_category()}, "the guard's socket");
+        // Of the rest, the connection to another guard would be held open after our end.
+        ::close_range(guard::kSocket + 1, ~0U, CLOSE_RANGE_CLOEXEC);
     }
 
 private:
-    posix_spawn_file_actions_t actions_;
-    posix_spawnattr_t attributes_;
+    int socket_;
 };
 
 }  // namespace
@@ -117,29 +72,22 @@ BehaviorProcess::~BehaviorProcess()
 {
     boost::system::error_code ignored;
     guard_.close(ignored);
-    if (guardId_ >= 0)
+    if (guardProcess_.valid())
         reapGuard();
 }
 
 void BehaviorProcess::launch(const Program& program)
 {
-    // Nothing of these may leak into another guard: it would hold the connection open after our
-    // end.
     int sockets[2];
-    check(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) == 0 ? 0 : errno,
-          "socketpair");
-    Descriptor ours(sockets[0]);
-    Descriptor theirs(sockets[1]);
-    int pipe[2];
-    check(::pipe2(pipe, O_CLOEXEC) == 0 ? 0 : errno, "pipe");
-    Descriptor output(pipe[0]);
-    Descriptor input(pipe[1]);
-
-    SpawnSetup setup;
-    setup.connect(input.get(), theirs.get());
-    guardId_ = setup.spawn({program.guard, program.folder, program.run});
-    guard_.assign(boost::asio::local::stream_protocol(), ours.release());
-    output_.assign(output.release());
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) != 0)
+        failWithErrno("socketpair");
+    const FileDescriptor theirs(sockets[1], "socketpair");
+    guard_.assign(boost::asio::local::stream_protocol(), sockets[0]);
+    bp::async_pipe output(io_);
+    guardProcess_ = bp::child(bp::exe = program.guard, bp::args = {program.folder, program.run},
+                              bp::std_in<bp::null, (bp::std_out & bp::std_err)> output,
+                              GuardSetup(theirs.get()));
+    output_ = std::move(output).source();
 }
 
 void BehaviorProcess::awaitStart()
@@ -149,7 +97,8 @@ void BehaviorProcess::awaitStart()
     if (error)
         throw std::runtime_error("the behaviour's guard ended: " + error.message());
     if (report_.kind != guard::Report::started)
-        check(report_.value, "cannot run the behaviour's program");
+        throw std::system_error(report_.value, std::generic_category(),
+                                "cannot run the behaviour's program");
     programId_ = report_.value;
 }
 
@@ -243,13 +192,12 @@ void BehaviorProcess::finish()
     callbacks_.ended(WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status));
 }
 
+/// Its wait status.
 int BehaviorProcess::reapGuard()
 {
-    int status = 0;
-    while (::waitpid(guardId_, &status, 0) < 0 && errno == EINTR) {
-    }
-    guardId_ = -1;
-    return status;
+    std::error_code ignored;
+    guardProcess_.wait(ignored);
+    return guardProcess_.native_exit_code();
 }
 
 }  // namespace KR

@@ -4,6 +4,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/process/child.hpp>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -71,7 +72,7 @@ private:
 
     // Constant after start().
     boost::asio::io_context& io_;
-    int guardId_ = -1;
+    boost::process::child guardProcess_;
     int programId_ = -1;
     // Constant after watch().
     Callbacks callbacks_;
