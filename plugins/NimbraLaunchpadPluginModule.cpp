@@ -2,6 +2,7 @@
 
 #include <boost/make_shared.hpp>
 
+#include "platform/kr/KRBroker.h"
 #include "platform/kr/KRError.h"
 #include "platform/vo/Log.h"
 
@@ -40,17 +41,30 @@ std::string NimbraLaunchpadPluginModule::xAddLaunchpadPrefix(std::string name) c
 void NimbraLaunchpadPluginModule::xDeclareLaunchpadEvent(std::string name)
 {
     memoryProxy_->declareEvent(xAddLaunchpadPrefix(name), getName());
-    publishedKeys_.push_back(xAddLaunchpadPrefix(name));
 }
 
-void NimbraLaunchpadPluginModule::xPublishUndeclared(std::string name)
+void NimbraLaunchpadPluginModule::xDescribe(KeyDescription datum)
 {
-    publishedKeys_.push_back(xAddLaunchpadPrefix(name));
+    if (datum.empty)
+        emptyValues_[datum.key] = *datum.empty;
+    datum.key = xAddLaunchpadPrefix(datum.key);
+    publishedKeys_.push_back(datum.key);
+    getParentBroker()->keys().addPublished(datum, getName());
+}
+
+void NimbraLaunchpadPluginModule::xReads(const std::string& key)
+{
+    getParentBroker()->keys().addRead(key, getName());
 }
 
 void NimbraLaunchpadPluginModule::xRaiseLaunchpadEvent(std::string name, KRValue value) const
 {
     memoryProxy_->raiseEvent(xAddLaunchpadPrefix(name), value);
+}
+
+void NimbraLaunchpadPluginModule::xRaiseEmpty(const std::string& name) const
+{
+    xRaiseLaunchpadEvent(name, emptyValues_.at(name));
 }
 
 void NimbraLaunchpadPluginModule::xSubscribeMicroEvent(std::string event, std::string callback)

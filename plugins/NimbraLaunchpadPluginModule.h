@@ -2,12 +2,14 @@
 
 #include <boost/shared_ptr.hpp>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
 #include "platform/kr/KRMemoryProxy.h"
 #include "platform/kr/KRModule.h"
 #include "platform/kr/KRValue.h"
+#include "platform/kr/KeyCatalogue.h"
 #include "platform/vo/Future.h"
 #include "plugins/NimbraLaunchpadPlugin.h"
 
@@ -35,17 +37,22 @@ public:
     /// Takes the module out of the session and ends its subscriptions.
     void exit() override;
 
-    /// The full keys that this plugin may write, in the order in which it made them known.
+    /// The full keys that this plugin may write, in the order in which it described them.
     std::vector<std::string> getPublishedKeys() const { return publishedKeys_; }
 
     /// The full key of a datum: "Launchpad/" and its name, which is used unchanged.
     std::string xAddLaunchpadPrefix(std::string name) const;
     /// Declares a datum's key as an event of this module.
     void xDeclareLaunchpadEvent(std::string name);
-    /// Makes a datum's key known without declaring it. For the constructor, as declaring is.
-    void xPublishUndeclared(std::string name);
+    /// Tells the platform of a datum, whose name stands in the place of the key, and what it is
+    /// while there is nothing to tell. For the constructor, as declaring is.
+    void xDescribe(KeyDescription datum);
+    /// Tells the platform that this plugin reads a key.
+    void xReads(const std::string& key);
     /// Writes a datum.
     void xRaiseLaunchpadEvent(std::string name, KRValue value) const;
+    /// Writes the empty value of a datum that was described.
+    void xRaiseEmpty(const std::string& name) const;
     /// Has the bound method `callback` called for every write of the key `event` (which gets no
     /// prefix).
     void xSubscribeMicroEvent(std::string event, std::string callback);
@@ -67,7 +74,9 @@ protected:
     boost::shared_ptr<KRMemoryProxy> memoryProxy_;
 
 private:
+    // Constant after construction.
     std::vector<std::string> publishedKeys_;
+    std::map<std::string, KRValue> emptyValues_;  ///< by name
 };
 
 }  // namespace KR

@@ -5,6 +5,7 @@
 #include "platform/kr/KRError.h"
 #include "platform/kr/KRMemory.h"
 #include "platform/kr/KRProxy.h"
+#include "platform/kr/KeyCatalogue.h"
 
 namespace KR {
 
@@ -14,7 +15,10 @@ boost::shared_ptr<KRBroker> KRBroker::create(vo::Application& application, const
 }
 
 KRBroker::KRBroker(vo::Application& application, const std::string& name)
-    : name_(name), application_(application), memory_(std::make_unique<KRMemory>(application))
+    : name_(name),
+      application_(application),
+      memory_(std::make_unique<KRMemory>(application)),
+      keys_(std::make_unique<KeyCatalogue>())
 {
     try {
         session().registerService(memory_->serviceObject());

@@ -11,6 +11,7 @@ namespace KR {
 
 class KRMemory;
 class KRProxy;
+class KeyCatalogue;
 
 /// Where modules meet the platform: the application's session, its clock, and shared memory.
 ///
@@ -29,6 +30,8 @@ public:
     vo::Session& session() const { return application_.session(); }
     const std::shared_ptr<vo::Clock>& clock() const { return application_.clock(); }
     KRMemory& memory() const { return *memory_; }
+    /// What the memory's keys mean.
+    KeyCatalogue& keys() const { return *keys_; }
 
     /// A proxy of the service of that name; KRError when there is none.
     boost::shared_ptr<KRProxy> getProxy(const std::string& service) const;
@@ -40,6 +43,7 @@ private:
     std::string name_;
     vo::Application& application_;
     std::unique_ptr<KRMemory> memory_;
+    std::unique_ptr<KeyCatalogue> keys_;
 };
 
 }  // namespace KR

@@ -44,11 +44,35 @@ ActivitiesPlugin::ActivitiesPlugin(boost::shared_ptr<KRBroker> broker)
     bindMethod("_onReady", &ActivitiesPlugin::_onReady, this, "The platform is ready", parameters);
     bindMethod("_onActivityStatusChange", &ActivitiesPlugin::_onActivityStatusChange, this,
                "The focus or the life state changed", parameters);
+    describeKeys();
     _declareEvents();
     lifeTimeTask_.setName("LifeTime");
     lifeTimeTask_.setCallback([this] { _onTimeout(); });
     lifeTimeTask_.setUsPeriod(kTimeoutPeriodUs);
     lifeTimeTask_.compensateCallbackTime(true);
+}
+
+void ActivitiesPlugin::describeKeys()
+{
+    const std::vector<KRValue> states = {"disabled", "safeguard", "solitary", "interactive", ""};
+    xDescribe(KeyDescription::text(fEventRaisedFocusedActivity, "activity in focus; \"\" for none")
+                  .emptyAs(KRValue()));
+    xDescribe(
+        KeyDescription::text(fEventRaisedPreviousActivity, "the one before").emptyAs(KRValue()));
+    xDescribe(
+        KeyDescription::text(fEventRaisedState, "life state").oneOf(states).emptyAs(KRValue()));
+    xDescribe(KeyDescription::text(fEventRaisedPreviousState, "the one before; \"\" for none")
+                  .oneOf(states)
+                  .emptyAs(KRValue()));
+    xDescribe(KeyDescription::integer(fEventRaisedFocusCount + "*",
+                                      "how often the named activity had the focus")
+                  .atLeast(0)
+                  .emptyAs(KRValue()));
+    xDescribe(KeyDescription::integer(fEventRaisedLifeTime, "life of the robot, s")
+                  .atLeast(0)
+                  .emptyAs(KRValue()));
+    for (const auto& key : {kReadyKey, kFocusKey, kStateKey})
+        xReads(key);
 }
 
 ActivitiesPlugin::~ActivitiesPlugin()

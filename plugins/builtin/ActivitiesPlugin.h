@@ -58,6 +58,7 @@ private:
 
     void _startPlugin() override VO_REQUIRES(mutex_);
     void _stopPlugin() override VO_REQUIRES(mutex_);
+    void describeKeys();
     /// Blanks everything that was published.
     void _declareEvents() VO_EXCLUDES(reportMutex_);
     /// Reports what changed, or, forced, everything; logs what keeps it from doing so.

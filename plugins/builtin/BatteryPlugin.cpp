@@ -30,7 +30,15 @@ BatteryPlugin::BatteryPlugin(boost::shared_ptr<KRBroker> broker)
     batteryProxy_ = getParentBroker()->getProxy("KRBattery");
     xDeclareLaunchpadEvent(fEventRaisedBatteryLevel);
     xDeclareLaunchpadEvent(fEventRaisedBatteryStatus);
-    xPublishUndeclared(fEventRaisedBatteryIsCharging);
+    xDescribe(KeyDescription::integer(fEventRaisedBatteryLevel, "fifth of the charge")
+                  .between(1, 5)
+                  .emptyAs(-1));
+    xDescribe(KeyDescription::text(fEventRaisedBatteryStatus, "charge in a word")
+                  .oneOf({"Critical", "Low", "Half", "Full"})
+                  .emptyAs("None"));
+    xDescribe(
+        KeyDescription::boolean(fEventRaisedBatteryIsCharging, "the charger charges").emptyAs(0));
+    xReads(kStatusKey);
     checkTask_.setName("Battery Check");
     checkTask_.setCallback([this] { xCheckBatteryLevel(); });
     checkTask_.setUsPeriod(xGetDelayUSec(checkPeriod_));
@@ -115,9 +123,9 @@ bool BatteryPlugin::xGetBatteryChargingStatus()
 
 void BatteryPlugin::xRaiseEmptyEvents()
 {
-    xRaiseLaunchpadEvent(fEventRaisedBatteryLevel, -1);
-    xRaiseLaunchpadEvent(fEventRaisedBatteryStatus, "None");
-    xRaiseLaunchpadEvent(fEventRaisedBatteryIsCharging, 0);
+    for (const auto& name :
+         {fEventRaisedBatteryLevel, fEventRaisedBatteryStatus, fEventRaisedBatteryIsCharging})
+        xRaiseEmpty(name);
 }
 
 }  // namespace KR

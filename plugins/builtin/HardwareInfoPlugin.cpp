@@ -14,6 +14,7 @@ HardwareInfoPlugin::HardwareInfoPlugin(boost::shared_ptr<KRBroker> broker)
     groups_.push_back("interactive");
     robotModelProxy_ = getParentBroker()->getProxy("KRRobotModel");
     xDeclareLaunchpadEvent(fEventRaisedRobotType);
+    xDescribe(KeyDescription::text(fEventRaisedRobotType, "model of the robot"));
 }
 
 void HardwareInfoPlugin::_startPlugin()

@@ -15,6 +15,16 @@ const vo::Logger logger("LaunchpadPluginHumanTracked");
 const std::string kPopulationKey = "PeoplePerception/PopulationUpdated";
 const std::string kTrackedKey = "KRBasicAwareness/HumanTracked";
 
+// What is known of a person.
+constexpr const char* kDistance = "/Distance";
+constexpr const char* kZone = "/EngagementZone";
+constexpr const char* kIsLooking = "/IsLookingAtRobot";
+
+std::string personKey(const std::string& person, const std::string& datum)
+{
+    return "PeoplePerception/Person/" + person + datum;
+}
+
 }  // namespace
 
 const std::string HumanTrackedPlugin::fEventRaisedSameTrackedHuman = "SameTrackedHuman";
@@ -35,6 +45,7 @@ HumanTrackedPlugin::HumanTrackedPlugin(boost::shared_ptr<KRBroker> broker)
          {fEventRaisedSameTrackedHuman, fEventRaisedDistanceOfTrackedHuman,
           fEventRaisedZoneOfTrackedHuman, fEventRaisedTrackedHumanIsLookingAtRobot})
         xDeclareLaunchpadEvent(name);
+    describeKeys();
     const std::vector<ParameterInfo> parameters = {{"key", "Name of the event"},
                                                    {"value", "Value of the event"},
                                                    {"message", "Event message"}};
@@ -42,6 +53,27 @@ HumanTrackedPlugin::HumanTrackedPlugin(boost::shared_ptr<KRBroker> broker)
                "The people around the robot were updated", parameters);
     bindMethod("_onHumanTracked", &HumanTrackedPlugin::_onHumanTracked, this,
                "The tracked person changed", parameters);
+}
+
+void HumanTrackedPlugin::describeKeys()
+{
+    xDescribe(KeyDescription::integer(fEventRaisedSameTrackedHuman,
+                                      "1 while a person is tracked, 0 just before a new one")
+                  .between(0, 1)
+                  .emptyAs(KRValue()));
+    xDescribe(KeyDescription::number(fEventRaisedDistanceOfTrackedHuman, "m; -1 for nobody")
+                  .atLeast(-1)
+                  .emptyAs(KRValue()));
+    xDescribe(KeyDescription::integer(fEventRaisedZoneOfTrackedHuman, "engagement zone; 0 for none")
+                  .between(0, 3)
+                  .emptyAs(KRValue()));
+    xDescribe(KeyDescription::integer(fEventRaisedTrackedHumanIsLookingAtRobot, "1 when so")
+                  .between(0, 1)
+                  .emptyAs(KRValue()));
+    for (const auto& key : {kPopulationKey, kTrackedKey})
+        xReads(key);
+    for (const auto* datum : {kDistance, kZone, kIsLooking})
+        xReads(personKey("*", datum));
 }
 
 void HumanTrackedPlugin::exit()
@@ -118,13 +150,13 @@ void HumanTrackedPlugin::xCheck(bool force)
         lastId_ = noPersonId_;
     currentId_ = xGetTrackedId();
     xRaiseSameTrackedHuman();
-    xRaiseLaunchpadEvent(fEventRaisedDistanceOfTrackedHuman, xGetPersonData("/Distance", -1.0));
+    xRaiseLaunchpadEvent(fEventRaisedDistanceOfTrackedHuman, xGetPersonData(kDistance, -1.0));
     xRaiseLaunchpadEvent(fEventRaisedZoneOfTrackedHuman, xIsProcessing(*engagementZonesProxy_)
-                                                             ? xGetPersonData("/EngagementZone", 0)
+                                                             ? xGetPersonData(kZone, 0)
                                                              : KRValue());
     xRaiseLaunchpadEvent(
         fEventRaisedTrackedHumanIsLookingAtRobot,
-        xIsProcessing(*gazeAnalysisProxy_) ? xGetPersonData("/IsLookingAtRobot", 0) : KRValue());
+        xIsProcessing(*gazeAnalysisProxy_) ? xGetPersonData(kIsLooking, 0) : KRValue());
 }
 
 std::int32_t HumanTrackedPlugin::xGetTrackedId()
@@ -155,8 +187,7 @@ KRValue HumanTrackedPlugin::xGetPersonData(const std::string& datum, T none)
     if (currentId_ == noPersonId_)
         return none;
     try {
-        const KRValue value =
-            memoryProxy_->getData("PeoplePerception/Person/" + std::to_string(currentId_) + datum);
+        const KRValue value = memoryProxy_->getData(personKey(std::to_string(currentId_), datum));
         if constexpr (std::is_floating_point_v<T>)
             return value.toFloat();
         else
@@ -181,7 +212,7 @@ void HumanTrackedPlugin::xRaiseEmptyEvents()
     for (const auto& name :
          {fEventRaisedSameTrackedHuman, fEventRaisedDistanceOfTrackedHuman,
           fEventRaisedZoneOfTrackedHuman, fEventRaisedTrackedHumanIsLookingAtRobot})
-        xRaiseLaunchpadEvent(name, KRValue());
+        xRaiseEmpty(name);
 }
 
 }  // namespace KR

@@ -46,6 +46,7 @@ public:
 private:
     void _startPlugin() override VO_REQUIRES(mutex_);
     void _stopPlugin() override VO_REQUIRES(mutex_);
+    void describeKeys();
     void _onPopulationUpdated(const std::string& key, const KRValue& value,
                               const std::string& message);
     void _onHumanTracked(const std::string& key, const KRValue& value, const std::string& message);

@@ -67,6 +67,31 @@ PerceptionHeavyPlugin::PerceptionHeavyPlugin(boost::shared_ptr<KRBroker> broker)
         xDeclareLaunchpadEvent(zones->none);
     }
     bindCallbacks();
+    describeKeys();
+}
+
+void PerceptionHeavyPlugin::describeKeys()
+{
+    xDescribe(KeyDescription::integer(fEventRaisedWavingDetection, "1 while somebody waves")
+                  .between(0, 1)
+                  .emptyAs(KRValue()));
+    xDescribe(
+        KeyDescription::boolean(fEventRaisedPeopleNotSeen, "nobody is visible").emptyAs(KRValue()));
+    for (const Zones* zones : {&people_, &movements_}) {
+        const std::string what = zones == &people_ ? "people" : "movements";
+        for (int zone = 1; zone <= kZones; ++zone) {
+            const std::string number = std::to_string(zone);
+            xDescribe(KeyDescription::integer(zones->count + number, what + " in zone " + number)
+                          .atLeast(0)
+                          .emptyAs(KRValue()));
+            xReads(zones->key + number);
+        }
+        xDescribe(
+            KeyDescription::boolean(zones->none, "no " + what + " in any zone").emptyAs(KRValue()));
+    }
+    for (const auto& key :
+         {kWavingKey, kPopulationKey, kPeopleZonesKey, kMovementZonesKey, kVisiblePeopleKey})
+        xReads(key);
 }
 
 void PerceptionHeavyPlugin::bindCallbacks()

@@ -90,6 +90,7 @@ private:
     void _onMovementsInZonesUpdated(const std::string& key, const KRValue& value,
                                     const std::string& message);
     void bindCallbacks();
+    void describeKeys();
     void xSubscribeServices();
     void xPushPreferences();
     void xsetStateOnStart();

@@ -95,6 +95,7 @@ PosturePlugin::PosturePlugin(boost::shared_ptr<KRBroker> broker)
     robotModelProxy_ = getParentBroker()->getProxy("KRRobotModel");
     robotType_ = robotModelProxy_->call<std::int32_t>("_getRobotType");
     xSetupLiftedKeys();
+    describeKeys();
     xDeclareLaunchpadEvent(fEventRaisedRobotPushedRecently);
     xDeclareLaunchpadEvent(fEventRaisedRobotFellRecently);
     xDeclareLaunchpadEvent(fEventRaisedPosture);
@@ -113,6 +114,20 @@ PosturePlugin::~PosturePlugin()
     // A check in progress uses the other members.
     postureTask_.stop();
     liftedTask_.stop();
+}
+
+void PosturePlugin::describeKeys()
+{
+    for (const auto& [name, meaning] : {std::pair(fEventRaisedRobotPushedRecently, "was pushed"),
+                                        std::pair(fEventRaisedRobotFellRecently, "fell"),
+                                        std::pair(fEventRaisedLifted, "is held off the ground")})
+        xDescribe(KeyDescription::boolean(name, meaning).emptyAs(KRValue()));
+    xDescribe(KeyDescription::text(fEventRaisedPosture, "posture").emptyAs(KRValue()));
+    xDescribe(KeyDescription::text(fEventRaisedPostureFamily, "its family").emptyAs(KRValue()));
+    for (const auto& key : {kReadyKey, kFamilyKey, kPostureKey, kFallKey, kPushKey})
+        xReads(key);
+    for (const auto& key : liftedKeys_)
+        xReads(key);
 }
 
 void PosturePlugin::bindCallbacks()
@@ -387,7 +402,7 @@ void PosturePlugin::xRaiseEmptyEvents()
     for (const auto& name :
          {fEventRaisedPosture, fEventRaisedPostureFamily, fEventRaisedRobotPushedRecently,
           fEventRaisedRobotFellRecently, fEventRaisedLifted})
-        xRaiseLaunchpadEvent(name, KRValue());
+        xRaiseEmpty(name);
 }
 
 }  // namespace KR

@@ -93,6 +93,7 @@ private:
 
     void _startPlugin() override VO_REQUIRES(mutex_);
     void _stopPlugin() override VO_REQUIRES(mutex_);
+    void describeKeys();
     void bindCallbacks();
     void notifyPostureChange(bool force) VO_REQUIRES(postureMutex_);
     void handleRecency(Recency& recency, Question question, Operation again,

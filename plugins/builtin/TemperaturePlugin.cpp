@@ -15,6 +15,11 @@ const vo::Logger logger("LaunchpadPluginTemperature");
 /// The one joint that is left out of every scan.
 constexpr const char* kUnreadJoint = "RHipYawPitch";
 
+std::string temperatureKey(const std::string& joint)
+{
+    return "Device/SubDeviceList/" + joint + "/Temperature/Sensor/Value";
+}
+
 /// A reading in whole degrees; KRError for anything that is none.
 int wholeDegrees(const KRValue& reading)
 {
@@ -33,6 +38,14 @@ TemperaturePlugin::TemperaturePlugin(boost::shared_ptr<KRBroker> broker)
     groups_.clear();
     groups_.push_back("solitary");
     groups_.push_back("interactive");
+    xDescribe(
+        KeyDescription::integer(fEventRaisedHighestTemperature, "the hottest joint's, Celsius")
+            .emptyAs(0));
+    xDescribe(KeyDescription::text(fEventRaisedHighestJoint, "the hottest joint").emptyAs("None"));
+    xDescribe(KeyDescription::text(fEventRaisedTemperatureStatus, "its temperature in a word")
+                  .oneOf({"Cold", "Warm", "Hot", "Critical"})
+                  .emptyAs("Unknown"));
+    xReads(temperatureKey("*"));
     try {
         motionProxy_ = getParentBroker()->getProxy("KRMotion");
         xDeclareLaunchpadEvent(fEventRaisedHighestTemperature);
@@ -112,8 +125,7 @@ void TemperaturePlugin::xCheckAllJointsTemperature()
 int TemperaturePlugin::xGetTemperature(const std::string& joint)
 {
     try {
-        return wholeDegrees(
-            memoryProxy_->getData("Device/SubDeviceList/" + joint + "/Temperature/Sensor/Value"));
+        return wholeDegrees(memoryProxy_->getData(temperatureKey(joint)));
     } catch (const KRError&) {
         return noTemperature_;
     }
@@ -132,9 +144,9 @@ std::string TemperaturePlugin::xGetStatusTemperature(int temperature)
 
 void TemperaturePlugin::xRaiseEmptyEvents()
 {
-    xRaiseLaunchpadEvent(fEventRaisedHighestTemperature, 0);
-    xRaiseLaunchpadEvent(fEventRaisedHighestJoint, "None");
-    xRaiseLaunchpadEvent(fEventRaisedTemperatureStatus, "Unknown");
+    for (const auto& name :
+         {fEventRaisedHighestTemperature, fEventRaisedHighestJoint, fEventRaisedTemperatureStatus})
+        xRaiseEmpty(name);
 }
 
 }  // namespace KR

@@ -35,6 +35,25 @@ std::tm localTime(vo::TimePoint now)
     return local;
 }
 
+std::vector<KeyDescription> keyDescriptions()
+{
+    using Key = KeyDescription;
+    return {
+        Key::integer("Year", "").atLeast(1970),
+        Key::integer("Month", "").between(1, 12),
+        Key::text("MonthName", "")
+            .oneOf({"January", "February", "March", "April", "May", "June", "July", "August",
+                    "September", "October", "November", "December"}),
+        Key::integer("Day", "day of the year").between(1, 366),
+        Key::text("DayName", "day of the week")
+            .oneOf({"Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday", "Sunday"}),
+        Key::integer("Date", "day of the month").between(1, 31),
+        Key::integer("Hour", "").between(0, 23),
+        Key::integer("Minute", "").between(0, 59),
+        Key::integer("Week", "of the year, from its first Monday on").between(0, 53),
+        Key::integer("MinuteOfDay", "").between(0, 1439)};
+}
+
 }  // namespace
 
 const std::array<TimingPlugin::TimePeriod, TimingPlugin::kTimePeriods>
@@ -58,6 +77,8 @@ TimingPlugin::TimingPlugin(boost::shared_ptr<KRBroker> broker)
 {
     groups_.push_back("solitary");
     groups_.push_back("interactive");
+    for (KeyDescription& key : keyDescriptions())
+        xDescribe(std::move(key));
     try {
         for (const auto period : fAllTimePeriods) {
             current_[period] = KRValue();
