@@ -56,6 +56,12 @@ FeedPump::~FeedPump()
     state_->executor->close();
 }
 
+// What was appended has posted its own task before this one.
+void FeedPump::post(std::function<void()> task)
+{
+    state_->executor->post(std::move(task));
+}
+
 const std::shared_ptr<MemoryFeed>& FeedPump::feed() const
 {
     return state_->feed;

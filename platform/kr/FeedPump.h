@@ -27,6 +27,9 @@ public:
     FeedPump(const FeedPump&) = delete;
     FeedPump& operator=(const FeedPump&) = delete;
 
+    /// Has something done on the platform thread after what the feed holds now.
+    void post(std::function<void()> task);
+
     /// The feed to watch keys with. Memory forgets it once the pump is gone.
     const std::shared_ptr<MemoryFeed>& feed() const;
 

@@ -9,6 +9,7 @@
 #include "platform/kr/KRValue.h"
 #include "platform/kr/MemoryFeed.h"
 #include "platform/vo/Clock.h"
+#include "platform/vo/Future.h"
 
 namespace vo {
 class Application;
@@ -96,6 +97,9 @@ public:
     /// No call for this key begins after this returns; one in progress is not waited for, since it
     /// may want a lock of the caller's. KRError when the module is not subscribed to the key.
     void unsubscribeToMicroEvent(const std::string& key, const std::string& module);
+
+    /// Ends when every module has been called for what was written before, or has gone.
+    vo::Future<void> delivered();
 
     /// The memory as the service "KRMemory": the operations above by name, and
     /// `subscriber(key)`, an object with a signal "signal" that carries each new value.

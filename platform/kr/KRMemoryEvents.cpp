@@ -124,6 +124,17 @@ void KRMemory::unsubscribeToMicroEvent(const std::string& key, const std::string
     unwatch(place->second->feed(), key, *tag);
 }
 
+vo::Future<void> KRMemory::delivered()
+{
+    const vo::Promise<void> promise;
+    // Held by each subscriber's task until that has run or was dropped; the last one tells.
+    const std::shared_ptr<void> waiting(nullptr, [promise](void*) { promise.setValue(); });
+    const vo::Lock lock(impl_->subscribersMutex);
+    for (const auto& entry : impl_->subscribers)
+        entry.second->afterDelivery([waiting] {});
+    return promise.future();
+}
+
 void KRMemory::endSubscriptions(const vo::ServiceObject& module)
 {
     std::unique_ptr<ModuleSubscriber> ended;  // dropped after the lock, as above

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -25,6 +26,9 @@ public:
 
     const std::shared_ptr<vo::ServiceObject>& module() const;
     const std::shared_ptr<MemoryFeed>& feed() const { return pump_.feed(); }
+
+    /// Has something done after the calls that are due now.
+    void afterDelivery(std::function<void()> task) { pump_.post(std::move(task)); }
 
     /// Subscribes to a key, or changes the subscription to it, what is queued included. Returns
     /// the tag under which the feed is to watch a new key, and nothing when it watches already.
