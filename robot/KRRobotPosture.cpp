@@ -1,40 +1,39 @@
 #include "robot/KRRobotPosture.h"
 
-#include <set>
-
-#include "platform/kr/KRError.h"
-
 namespace KR {
 
-namespace {
-
-const std::set<std::string> kPostures{"Stand", "StandInit", "StandZero",  "Crouch",
-                                      "Sit",   "SitRelax",  "LyingBelly", "LyingBack"};
-
-}  // namespace
-
-KRRobotPosture::KRRobotPosture(const boost::shared_ptr<KRBroker>& broker) : KRModule(broker, kName)
+KRRobotPosture::KRRobotPosture(const boost::shared_ptr<KRBroker>& broker,
+                               std::shared_ptr<Body> body)
+    : KRModule(broker, kName), body_(std::move(body))
 {
     setModuleDescription("The posture");
-    bindMethod("goToPosture", &KRRobotPosture::goToPosture, this, "Takes a posture",
+    bindMethod("goToPosture", &KRRobotPosture::goToPosture, this, "Starts to take a posture",
                {{"posture", "its name"}, {"speed", "above 0, up to 1"}});
-    bindMethod("getPosture", &KRRobotPosture::getPosture, this, "The posture last taken");
+    bindMethod("getPosture", &KRRobotPosture::getPosture, this,
+               "The posture; Unknown on the way to one");
+    bindMethod("getPostureFamily", &KRRobotPosture::getPostureFamily, this,
+               "The posture's family; Unknown on the way to one");
+    bindMethod("getPostureList", &KRRobotPosture::getPostureList, this, "All postures");
 }
 
 void KRRobotPosture::goToPosture(const std::string& posture, double speed)
 {
-    if (!kPostures.count(posture))
-        throw KRError(kName, "goToPosture", "there is no posture '" + posture + "'");
-    if (!(speed > 0 && speed <= 1))
-        throw KRError(kName, "goToPosture", "the speed must be above 0 and at most 1");
-    const vo::Lock lock(mutex_);
-    posture_ = posture;
+    body_->goToPosture(posture, speed);
 }
 
 std::string KRRobotPosture::getPosture() const
 {
-    const vo::Lock lock(mutex_);
-    return posture_;
+    return body_->getPosture();
+}
+
+std::string KRRobotPosture::getPostureFamily() const
+{
+    return body_->getPostureFamily();
+}
+
+std::vector<std::string> KRRobotPosture::getPostureList() const
+{
+    return Body::postures();
 }
 
 }  // namespace KR

@@ -1,28 +1,32 @@
 #pragma once
 
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/kr/KRModule.h"
-#include "platform/vo/Mutex.h"
+#include "robot/Body.h"
 
 namespace KR {
 
-/// The posture that the simulated robot was told to take. Thread-safe. Errors are KRError.
+/// The posture of the simulated robot; see Body. Thread-safe. Errors are KRError.
 class KRRobotPosture : public KRModule {
 public:
     static constexpr const char* kName = "KRRobotPosture";
 
-    explicit KRRobotPosture(const boost::shared_ptr<KRBroker>& broker);
+    KRRobotPosture(const boost::shared_ptr<KRBroker>& broker, std::shared_ptr<Body> body);
 
-    /// Takes one of the postures "Stand", "StandInit", "StandZero", "Crouch", "Sit", "SitRelax",
-    /// "LyingBelly" and "LyingBack", at a speed above 0 and up to 1.
+    /// Starts to take one of getPostureList(), at a speed above 0 and up to 1.
     void goToPosture(const std::string& posture, double speed);
-    /// The posture last taken; "Stand" at first.
+    /// The posture, and its family, "Standing", "Crouching", "Sitting", "LyingBelly" or
+    /// "LyingBack"; "Unknown" on the way from one to another.
     std::string getPosture() const;
+    std::string getPostureFamily() const;
+    std::vector<std::string> getPostureList() const;
 
 private:
-    mutable vo::Mutex mutex_;
-    std::string posture_ VO_GUARDED_BY(mutex_) = "Stand";
+    // Constant after construction.
+    const std::shared_ptr<Body> body_;
 };
 
 }  // namespace KR

@@ -1,31 +1,39 @@
 #pragma once
 
 #include <boost/shared_ptr.hpp>
+#include <memory>
+#include <string>
 
-#include "robot/KRAudioDevice.h"
-#include "robot/KRLeds.h"
-#include "robot/KRRobotPosture.h"
-#include "robot/KRTextToSpeech.h"
-#include "robot/SimulatedBattery.h"
+#include "platform/kr/KRBroker.h"
 
 namespace KR {
 
-/// The simulated robot: its services, registered for as long as it lives.
-struct Robot {
-    explicit Robot(const boost::shared_ptr<KRBroker>& broker)
-        : leds(KRModule::createModule<KRLeds>(broker)),
-          audio(KRModule::createModule<KRAudioDevice>(broker)),
-          voice(KRModule::createModule<KRTextToSpeech>(broker)),
-          posture(KRModule::createModule<KRRobotPosture>(broker)),
-          battery(broker)
-    {
-    }
+class Body;
+class KRModule;
 
-    boost::shared_ptr<KRLeds> leds;
-    boost::shared_ptr<KRAudioDevice> audio;
-    boost::shared_ptr<KRTextToSpeech> voice;
-    boost::shared_ptr<KRRobotPosture> posture;
-    SimulatedBattery battery;
+/// The simulated robot: its body, the world around it, and its services, registered for as long as
+/// it lives. Thread-safe.
+class Robot {
+public:
+    struct Options {
+        /// The file that preferences are kept in; empty for none.
+        std::string preferences;
+        /// A folder of power supplies, as the kernel has it. Where there is a battery in it, that
+        /// is the robot's. Empty for the simulated battery in any case.
+        std::string powerSupplies;
+    };
+
+    Robot(const boost::shared_ptr<KRBroker>& broker, const Options& options);
+    explicit Robot(const boost::shared_ptr<KRBroker>& broker) : Robot(broker, Options()) {}
+    ~Robot();
+    Robot(const Robot&) = delete;
+    Robot& operator=(const Robot&) = delete;
+
+    Body& body();
+
+private:
+    struct Parts;
+    const std::unique_ptr<Parts> parts_;
 };
 
 }  // namespace KR

@@ -5,29 +5,26 @@
 #include <cmath>
 
 #include "platform/kr/KRError.h"
-#include "platform/kr/KRMemory.h"
+#include "robot/BatteryKeys.h"
 
 namespace KR {
 
 namespace {
 
-constexpr const char* kServiceName = "KRBattery";
-constexpr const char* kStatusKey = "Device/SubDeviceList/Battery/Charge/Sensor/Status";
-constexpr const char* kConnectedKey = "KRBattery/ConnectedToChargingStation";
-constexpr int kCharging = 128;  ///< bit of the status word
+using BatteryKeys::kService;
 
 void checkRange(double value, double max, const char* method)
 {
     // Written so that NaN is refused too.
     if (!(value >= 0 && value <= max))
-        throw KRError(kServiceName, method, "out of range: " + std::to_string(value));
+        throw KRError(kService, method, "out of range: " + std::to_string(value));
 }
 
 }  // namespace
 
 SimulatedBattery::SimulatedBattery(boost::shared_ptr<KRBroker> broker)
     : broker_(std::move(broker)),
-      object_(std::make_shared<vo::ServiceObject>(kServiceName)),
+      object_(std::make_shared<vo::ServiceObject>(kService)),
       since_(broker_->clock()->uptime())
 {
     object_
@@ -38,13 +35,13 @@ SimulatedBattery::SimulatedBattery(boost::shared_ptr<KRBroker> broker)
         .method("setChargeRate", [this](double rate) { setChargeRate(rate); })
         .method("connectCharger", [this](bool connected) { connectCharger(connected); })
         .method("isChargerConnected", [this] { return isChargerConnected(); });
-    publish(false);
+    BatteryKeys::publish(broker_->memory(), false);
     broker_->session().registerService(object_);
 }
 
 SimulatedBattery::~SimulatedBattery()
 {
-    broker_->session().unregisterService(kServiceName);
+    broker_->session().unregisterService(kService);
 }
 
 int SimulatedBattery::getBatteryCharge() const
@@ -91,7 +88,7 @@ void SimulatedBattery::connectCharger(bool connected)
         settle();
         connected_ = connected;
     }
-    publish(connected);
+    BatteryKeys::publish(broker_->memory(), connected);
 }
 
 bool SimulatedBattery::isChargerConnected() const
@@ -112,12 +109,6 @@ void SimulatedBattery::settle()
 {
     charge_ = chargeNow();
     since_ = broker_->clock()->uptime();
-}
-
-void SimulatedBattery::publish(bool connected) const
-{
-    broker_->memory().raiseEvent(kStatusKey, connected ? kCharging : 0);
-    broker_->memory().raiseEvent(kConnectedKey, connected);
 }
 
 }  // namespace KR

@@ -50,7 +50,6 @@ private:
     /// Begins a new line at what the charge is now.
     void settle() VO_REQUIRES(mutex_);
     void setRate(double SimulatedBattery::*rate, double percentPerHour, const char* method);
-    void publish(bool connected) const;
 
     // Constant after construction.
     boost::shared_ptr<KRBroker> broker_;

@@ -1,0 +1,19 @@
+#pragma once
+
+#include "platform/kr/KRMemory.h"
+
+namespace KR::BatteryKeys {
+
+constexpr const char* kService = "KRBattery";
+constexpr const char* kStatusKey = "Device/SubDeviceList/Battery/Charge/Sensor/Status";
+constexpr const char* kConnectedKey = "KRBattery/ConnectedToChargingStation";
+constexpr int kCharging = 128;  ///< bit of the status word
+
+/// Writes both keys.
+inline void publish(KRMemory& memory, bool connected)
+{
+    memory.raiseEvent(kStatusKey, connected ? kCharging : 0);
+    memory.raiseEvent(kConnectedKey, connected);
+}
+
+}  // namespace KR::BatteryKeys

@@ -1,0 +1,255 @@
+#include "robot/Body.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+#include "platform/kr/KRError.h"
+#include "robot/RobotBody.h"
+
+namespace KR {
+
+namespace {
+
+constexpr const char* kPostureService = "KRRobotPosture";
+constexpr const char* kBodyService = "KRWorld";
+
+struct PostureInfo {
+    const char* family;
+    int level;  ///< how high the body is: 0 lies, 1 sits, 2 crouches, 3 stands
+    double pitch = BodyMotion::kUpright;
+};
+
+const std::map<std::string, PostureInfo> kPostures{
+    {"Crouch", {"Crouching", 2}},
+    {"LyingBack", {"LyingBack", 0, BodyMotion::kOnBack}},
+    {"LyingBelly", {"LyingBelly", 0, BodyMotion::kOnBelly}},
+    {"Sit", {"Sitting", 1}},
+    {"SitRelax", {"Sitting", 1}},
+    {"Stand", {"Standing", 3}},
+    {"StandInit", {"Standing", 3}},
+    {"StandZero", {"Standing", 3}}};
+
+/// Written so that NaN is refused too.
+void checkRange(double value, double min, double max, const char* method)
+{
+    if (!(value >= min && value <= max))
+        throw KRError(kBodyService, method,
+                      std::to_string(value) + " is not from " + std::to_string(int(min)) + " to " +
+                          std::to_string(int(max)));
+}
+
+std::vector<std::string> jointsOf(const std::string& part, const char* method)
+{
+    auto joints = robotPart(part);
+    if (joints.empty())
+        throw KRError(kBodyService, method, "there is no chain or joint '" + part + "'");
+    return joints;
+}
+
+}  // namespace
+
+Body::Body(boost::shared_ptr<KRBroker> broker)
+    : broker_(std::move(broker)),
+      joints_(robotJoints("Body")),
+      heat_(joints_),
+      keys_(broker_->memory()),
+      alarm_(*broker_->clock(), "Body", [this] {
+          const vo::Lock lock(mutex_);
+          update();
+      })
+{
+    const vo::Lock lock(mutex_);
+    writePosture();
+    writeHeat();
+    update();
+}
+
+std::vector<std::string> Body::postures()
+{
+    std::vector<std::string> names;
+    for (const auto& posture : kPostures)
+        names.push_back(posture.first);
+    return names;
+}
+
+void Body::goToPosture(const std::string& posture, double speed)
+{
+    const auto to = kPostures.find(posture);
+    if (to == kPostures.end())
+        throw KRError(kPostureService, "goToPosture", "there is no posture '" + posture + "'");
+    if (!(speed > 0 && speed <= 1))
+        throw KRError(kPostureService, "goToPosture", "the speed must be above 0 and at most 1");
+    const vo::Lock lock(mutex_);
+    if (way_ && way_->falls)
+        throw KRError(kPostureService, "goToPosture", "it is falling");
+    if (posture == posture_ && !way_)
+        return;
+    const int levels = std::abs(to->second.level - kPostures.at(posture_).level);
+    // A robot that takes longer than a day does not move.
+    const double seconds = std::min((1 + levels) / speed, 86400.0);
+    const vo::Duration length(std::llround(seconds * 1e6));
+    way_ = Way{posture, now() + length, false};
+    motion_.tip(to->second.pitch, length, false, now());
+    writePosture();
+    update();
+}
+
+std::string Body::getPosture() const
+{
+    const vo::Lock lock(mutex_);
+    return way_ ? kUnknown : posture_;
+}
+
+std::string Body::getPostureFamily() const
+{
+    const vo::Lock lock(mutex_);
+    return way_ ? kUnknown : kPostures.at(posture_).family;
+}
+
+void Body::lift(bool lifted)
+{
+    const vo::Lock lock(mutex_);
+    motion_.lift(lifted, now());
+    update();
+}
+
+void Body::push(BodyMotion::Side from)
+{
+    const vo::Lock lock(mutex_);
+    motion_.push(from, now());
+    const bool isOnItsFeet = kPostures.at(posture_).level >= 2 && !(way_ && way_->falls);
+    if (isOnItsFeet && !motion_.isLifted())
+        broker_->memory().raiseEvent("KRMotion/Safety/PushRecovery", 1);
+    update();
+}
+
+void Body::fall(bool onBack)
+{
+    const vo::Lock lock(mutex_);
+    const bool lies = kPostures.at(posture_).level == 0 && !motion_.isLifted();
+    if (way_ ? way_->falls : lies)
+        throw KRError(kBodyService, "fall", "it lies on the ground already");
+    const std::string to = onBack ? "LyingBack" : "LyingBelly";
+    motion_.lift(false, now());
+    motion_.tip(kPostures.at(to).pitch, kFall, true, now());
+    way_ = Way{to, now() + kFall, true};
+    writePosture();
+    update();
+}
+
+void Body::heat(const std::string& chainOrJoint, double celsius)
+{
+    const auto joints = jointsOf(chainOrJoint, "heat");
+    checkRange(celsius, -20, 150, "heat");
+    const vo::Lock lock(mutex_);
+    for (const auto& joint : joints)
+        heat_.heat(joint, celsius, now());
+    writeHeat();
+    update();
+}
+
+void Body::use(const std::string& chainOrJoint, double load)
+{
+    const auto joints = jointsOf(chainOrJoint, "use");
+    checkRange(load, 0, 1, "use");
+    const vo::Lock lock(mutex_);
+    for (const auto& joint : joints)
+        loads_[joint] = load;
+    applyLoads();
+}
+
+void Body::holdStill(const std::string& chain, bool still)
+{
+    jointsOf(chain, "holdStill");
+    const vo::Lock lock(mutex_);
+    if (still)
+        still_.insert(chain);
+    else
+        still_.erase(chain);
+    applyLoads();
+}
+
+void Body::applyLoads()
+{
+    std::map<std::string, double> loads = loads_;
+    for (const auto& chain : still_) {
+        for (const auto& joint : robotJoints(chain))
+            loads.erase(joint);
+    }
+    for (const auto& joint : joints_) {
+        const auto load = loads.find(joint);
+        heat_.use(joint, load == loads.end() ? 0 : load->second, now());
+    }
+    update();
+}
+
+void Body::update()
+{
+    arrive();
+    writeMotion();
+    // The keys of temperature are many, and change slowly.
+    if (now() >= nextHeat_)
+        writeHeat();
+    schedule();
+}
+
+void Body::arrive()
+{
+    if (!way_ || now() < way_->end)
+        return;
+    posture_ = way_->to;
+    const bool fell = way_->falls;
+    way_.reset();
+    writePosture();
+    if (fell)
+        broker_->memory().raiseEvent("robotHasFallen", 1);
+}
+
+void Body::writePosture()
+{
+    keys_.write("PostureChanged", way_ ? kUnknown : posture_);
+    keys_.write("PostureFamilyChanged", way_ ? kUnknown : kPostures.at(posture_).family);
+}
+
+void Body::writeMotion()
+{
+    const BodyReadings felt = motion_.at(now());
+    const std::string inertial = "Device/SubDeviceList/InertialSensor/";
+    const auto write = [&](const char* sensor, double value) {
+        keys_.write(inertial + sensor + "/Sensor/Value", value);
+    };
+    write("AccX", felt.acceleration[0]);
+    write("AccY", felt.acceleration[1]);
+    write("AccZ", felt.acceleration[2]);
+    write("GyrX", felt.rotation[0]);
+    write("GyrY", felt.rotation[1]);
+    for (const char* foot : {"leftFootContact", "rightFootContact"})
+        keys_.write(foot, felt.feetOnGround ? 1.0 : 0.0);
+}
+
+void Body::writeHeat()
+{
+    for (const auto& joint : joints_)
+        keys_.write("Device/SubDeviceList/" + joint + "/Temperature/Sensor/Value",
+                    static_cast<int>(std::lround(heat_.at(joint, now()))));
+    nextHeat_ = now() + kHeatCycle;
+}
+
+void Body::schedule()
+{
+    std::optional<vo::Duration> next;
+    const auto sooner = [&](vo::Duration delay) {
+        delay = std::max(delay, vo::Duration::zero());
+        next = std::min(next.value_or(delay), delay);
+    };
+    if (way_)
+        sooner(way_->end - now());
+    if (motion_.isInMotion(now()))
+        sooner(kMotionCycle);
+    if (!heat_.isSettled(now()))
+        sooner(nextHeat_ - now());
+    alarm_.set(next);
+}
+
+}  // namespace KR
