@@ -17,6 +17,16 @@ struct VirtualPlatform {
     vo::Application application{clock};
     boost::shared_ptr<KR::KRBroker> broker = KR::KRBroker::create(application);
 
+    /// Registers a service with one method, and returns it.
+    template <class Method>
+    std::shared_ptr<vo::ServiceObject> addService(const std::string& name,
+                                                  const std::string& method, Method&& call)
+    {
+        const auto object = std::make_shared<vo::ServiceObject>(name);
+        object->method(method, std::forward<Method>(call));
+        application.session().registerService(object);
+        return object;
+    }
     KR::KRMemory& memory() { return broker->memory(); }
     void advance(vo::Duration duration) { clock->advance(duration); }
     void runPending() { clock->runPending(); }
