@@ -6,9 +6,6 @@
 namespace KR {
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-
 /// An action that lacks only its steps and the closing brace.
 const std::string kRule =
     "- {Description: d, Condition: \"'K'\", ExecuteAnyTimeConditionTrue: on, ";

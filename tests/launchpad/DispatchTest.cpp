@@ -5,8 +5,6 @@
 namespace KR {
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
 using vo::LogLevel;
 
 TEST_F(LaunchpadTest, condition_isBoundOnceAndRepaired)
@@ -94,16 +92,10 @@ TEST_F(LaunchpadTest, monitoring_reportsEachActionInItsManner)
     EXPECT_FALSE(launchpad->isMonitoringConditions());
 }
 
-// On real threads, so that a race or a deadlock between the public operations can show itself.
-TEST(LaunchpadThreads, everythingAtOnce_leavesALaunchpadThatWorks)
+TEST_F(LaunchpadThreads, everythingAtOnce_leavesALaunchpadThatWorks)
 {
-    const ConfigurationFolder folder;
     const std::string file = folder.write("storm.cfg", kOneAction);
-    const vo::LogCapture log;
-    vo::Application application(vo::makeRealClock());
-    const auto broker = KRBroker::create(application);
     FakeServices services(application.session());
-    RecordingResponder responder;
     std::promise<void> reached;
     std::once_flag once;
     NimbraLaunchpad launchpad(broker, nullptr, &responder);

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <cstdlib>
 #include <functional>
-#include <gmock/gmock.h>
 #include <optional>
 
 #include "launchpad/NimbraLaunchpad.h"
 #include "platform/vo/PackageInfo.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/Testing.h"
 #include "tests/support/VirtualPlatform.h"
 
 namespace KR {
@@ -119,6 +119,16 @@ struct ConfigurationFolder : TemporaryFolder {
         for (const char* variable : {"XDG_CONFIG_HOME", "XDG_CONFIG_DIRS", "NIMBRA_PREFIX"})
             setenv(variable, path().c_str(), 1);  // NOLINT(concurrency-mt-unsafe): no thread yet
     }
+};
+
+/// What a launchpad needs on real threads, so that a race or a deadlock can show itself.
+struct LaunchpadThreads : testing::Test {
+    const ConfigurationFolder folder;
+    const vo::LogCapture log;
+    const std::shared_ptr<vo::Clock> clock = vo::makeRealClock();
+    vo::Application application{clock};
+    const boost::shared_ptr<KRBroker> broker = KRBroker::create(application);
+    RecordingResponder responder;
 };
 
 /// A launchpad on virtual time that came up without any action.

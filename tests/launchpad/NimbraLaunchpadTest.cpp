@@ -4,16 +4,7 @@
 namespace KR {
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-
-void registerModule(VirtualPlatform& platform, const std::string& name,
-                    const std::vector<AutonomousAction>& actions)
-{
-    auto module = std::make_shared<vo::ServiceObject>(name);
-    module->method("getAutonomousActions", [actions] { return actions; });
-    platform.application.session().registerService(module);
-}
+constexpr const char* kExport = "getAutonomousActions";
 
 TEST_F(LaunchpadTest, missingParts_areLoggedAndLeftOut)
 {
@@ -22,7 +13,7 @@ TEST_F(LaunchpadTest, missingParts_areLoggedAndLeftOut)
     EXPECT_THAT(errors, testing::Contains(HasSubstr("Could not load plugin: BatteryKRProxy::KRP")));
     EXPECT_THAT(errors.back(), HasSubstr("Cannot load the main interactive activity module: no "));
     EXPECT_THROW(NimbraLaunchpad({}, nullptr, nullptr), std::invalid_argument);
-    registerModule(platform, "empty", {});
+    platform.addService("empty", kExport, [] { return std::list<AutonomousAction>(); });
     launchpad->loadModule("empty");
     EXPECT_THAT(platform.log.lines(vo::LogLevel::info).back(),
                 HasSubstr("0 autonomous actions loaded from empty"));
@@ -35,7 +26,7 @@ TEST_F(LaunchpadTest, defaultFileAndThenTheModule_areLoaded)
     AutonomousAction exported;
     exported.condition = "'K'";
     exported.conditionId = 1;  // the module's own, which the configured action has here
-    registerModule(platform, "applauncher_module", {exported});
+    platform.addService("applauncher_module", kExport, [=] { return std::list{exported}; });
     launchpad.reset();
     NimbraLaunchpad fresh(platform.broker, nullptr, &responder);
 

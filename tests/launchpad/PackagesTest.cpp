@@ -5,9 +5,6 @@
 namespace KR {
 namespace {
 
-using testing::Contains;
-using testing::ElementsAre;
-using testing::HasSubstr;
 using vo::LogLevel;
 
 TEST_F(LaunchpadTest, firstLaunchTrigger_becomesAGuardedSwitchOfFocus)
@@ -16,8 +13,6 @@ TEST_F(LaunchpadTest, firstLaunchTrigger_becomesAGuardedSwitchOfFocus)
         R"(('K') && 'Nimbra/State'!="disabled" && 'Nimbra/State'!="safeguard")";
     const std::tuple<const char*, Names, std::string> rows[] = {
         {"interactive", {"canRunOnPod", "canRunInSleep"}, core},
-        {"", {"canRunInSleep"}, "(" + core + ") && !'KRBattery/ConnectedToChargingStation'"},
-        {"", {"canRunOnPod"}, "(" + core + ") && !'Nimbra/Asleep'"},
         {"solitary",
          {},
          R"(((('K') && 'Nimbra/State'!="disabled" && 'Nimbra/State'!="safeguard" && )"

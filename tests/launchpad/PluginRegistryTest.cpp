@@ -8,8 +8,6 @@
 namespace KR {
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::ThrowsMessage;
 using vo::LogLevel;
 
