@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "robot/Body.h"
+#include "robot/KRAnimationPlayer.h"
 #include "robot/KRAudioDevice.h"
 #include "robot/KRBasicAwareness.h"
 #include "robot/KREngagementZones.h"
@@ -39,6 +40,7 @@ Robot::Robot(const boost::shared_ptr<KRBroker>& broker, const Options& options)
     const auto& body = parts_->body;
     const auto& senses = parts_->senses;
     parts_->services = {
+        KRModule::createModule<KRAnimationPlayer>(broker),
         KRModule::createModule<KRLeds>(broker),
         KRModule::createModule<KRAudioDevice>(broker),
         KRModule::createModule<KRTextToSpeech>(broker),
