@@ -18,6 +18,8 @@ install(DIRECTORY platform plugins permission launchpad
 # The configuration is found where the robot's life service looks for it; the rest is ours.
 install(FILES data/autonomy.cfg DESTINATION ${CMAKE_INSTALL_DATADIR}/tessel)
 install(FILES data/demo-day.scenario.yaml DESTINATION ${CMAKE_INSTALL_DATADIR}/${PROJECT_NAME})
+install(DIRECTORY data/packages DESTINATION ${CMAKE_INSTALL_DATADIR}/${PROJECT_NAME}
+    USE_SOURCE_PERMISSIONS)
 
 install(EXPORT nimbra-targets
     FILE ${PROJECT_NAME}-targets.cmake
