@@ -2,8 +2,13 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <iostream>
+#include <sstream>
 #include <string_view>
+#include <system_error>
 #include <unistd.h>
+
+#include "host/Text.h"
 
 namespace KR {
 
@@ -36,6 +41,23 @@ bool Output::wantsColours() const
     const char* terminal = std::getenv("TERM");
     return isatty(fileno(stream_)) == 1 && !(noColour && *noColour) &&
            !(terminal && std::string_view(terminal) == "dumb");
+}
+
+void printOutput(const std::string& text)
+{
+    StopRequest stop;
+    Output output(stdout, true, stop);
+    output.write(text);
+    if (output.error() != 0 && output.error() != EPIPE)
+        throw std::system_error(output.error(), std::generic_category(), "cannot write the output");
+}
+
+void printError(const std::string& text)
+{
+    std::istringstream lines(text);
+    std::string line;
+    for (bool first = true; std::getline(lines, line); first = false)
+        std::cerr << (first ? "nimbra: " : "  ") << printable(line) << "\n";
 }
 
 }  // namespace KR

@@ -36,4 +36,11 @@ private:
     int error_ = 0;
 };
 
+/// Writes what a command has to say to standard output, at once. std::system_error when it cannot;
+/// a reader who has gone is no error.
+void printOutput(const std::string& text);
+
+/// Writes an error to standard error, fit for a terminal, its further lines indented.
+void printError(const std::string& text);
+
 }  // namespace KR

@@ -1,8 +1,11 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
-#include <iostream>
+#include <functional>
 
 #include "host/ConfigurationCheck.h"
+#include "host/Output.h"
+#include "host/PackageCommand.h"
+#include "host/PermissionsCommand.h"
 #include "host/PluginsCommand.h"
 #include "host/RunCommand.h"
 #include "platform/vo/Log.h"
@@ -26,6 +29,7 @@ struct CommandLine {
     bool fast = false;
     std::string logLevel = "warning";
     std::vector<std::string> checked;
+    std::function<int()> command;  ///< one of those that keep their options themselves
 };
 
 void addConfig(CLI::App& command, CommandLine& line)
@@ -87,6 +91,8 @@ void parse(CLI::App& app, CommandLine& line, int argc, char** argv)
     CLI::App* plugins = app.add_subcommand("plugins", "List the plugins of a robot");
     addConfig(*plugins, line);
     addPackages(*plugins, line);
+    KR::addPackageCommand(app, line.command);
+    KR::addPermissionsCommand(app, line.command);
     app.parse(argc, argv);
     if (!line.fast)
         line.run.speed = line.speed;
@@ -95,6 +101,8 @@ void parse(CLI::App& app, CommandLine& line, int argc, char** argv)
 
 int perform(const CLI::App& app, const CommandLine& line)
 {
+    if (line.command)
+        return line.command();
     if (app.got_subcommand("check"))
         return KR::checkConfigurations(line.checked);
     if (!app.got_subcommand("plugins"))
@@ -117,10 +125,10 @@ int main(int argc, char** argv)
     } catch (const CLI::ParseError& e) {
         return app.exit(e) == 0 ? 0 : kUsage;
     } catch (const KR::UsageError& e) {
-        std::cerr << "nimbra: " << e.what() << "\n";
+        KR::printError(e.what());
         return kUsage;
     } catch (const std::exception& e) {
-        std::cerr << "nimbra: " << e.what() << "\n";
+        KR::printError(e.what());
         return 1;
     }
 }

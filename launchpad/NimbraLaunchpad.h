@@ -93,6 +93,9 @@ public:
     /// condition was true when it was last evaluated, in ascending id order.
     std::list<AutonomousAction> getActionSuggestions(const int& mask) const;
 
+    /// Whether a behaviour launches itself once it is installed. One that does is no plugin.
+    static bool isAutonomousActivity(const vo::PackageInfo& package,
+                                     const vo::BehaviorInfo& behavior);
     /// Names of the activities that launch themselves, in ascending order.
     std::vector<std::string> getAutonomousActivityNames() const;
 

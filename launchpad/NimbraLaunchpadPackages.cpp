@@ -48,6 +48,12 @@ std::string guardedTrigger(const std::string& trigger, const vo::BehaviorInfo& b
 bool NimbraLaunchpad::_isAutonomousActivity(const vo::PackageInfo& package,
                                             const vo::BehaviorInfo& behavior) const
 {
+    return isAutonomousActivity(package, behavior);
+}
+
+bool NimbraLaunchpad::isAutonomousActivity(const vo::PackageInfo& package,
+                                           const vo::BehaviorInfo& behavior)
+{
     return package.uuid() != kScratchPackage && !behavior.conditions(kLaunchTrigger).empty();
 }
 

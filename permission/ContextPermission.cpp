@@ -44,16 +44,6 @@ bool isSet(const KRValue& value)
     return (value.isBool() && value.toBool()) || (value.isInt() && value.toInt() != 0);
 }
 
-bool isUserRequestable(const vo::BehaviorInfo& behavior)
-{
-    if (behavior.isUserRequestable())
-        return true;
-    const auto& tags = behavior.languagesToTags();
-    return std::any_of(tags.begin(), tags.end(), [](const auto& language) {
-        return std::count(language.second.begin(), language.second.end(), kLauncherTag) != 0;
-    });
-}
-
 }  // namespace
 
 ContextPermission::ContextPermission(const boost::shared_ptr<KRBroker>& broker,
@@ -278,6 +268,16 @@ bool ContextPermission::_isActivityCompatibleWithLocale(std::string activity,
     const auto languages = behaviors().packageSupportedLanguages(activity);
     return languages.empty() ||
            std::find(languages.begin(), languages.end(), locale) != languages.end();
+}
+
+bool ContextPermission::isUserRequestable(const vo::BehaviorInfo& behavior)
+{
+    if (behavior.isUserRequestable())
+        return true;
+    const auto& tags = behavior.languagesToTags();
+    return std::any_of(tags.begin(), tags.end(), [](const auto& language) {
+        return std::count(language.second.begin(), language.second.end(), kLauncherTag) != 0;
+    });
 }
 
 void ContextPermission::onBehaviorsInstalled(const vo::PackageInfo& package,

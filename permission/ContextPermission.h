@@ -57,9 +57,12 @@ public:
     /// whatever fails is logged, and gives "error".
     std::vector<std::string> checkPermissionViolations(const std::string& activity) const;
 
-    /// Makes the behaviours of a package known to the behaviours cache, and keeps the reasons
-    /// against those that a user may ask for: which say so, or have the tag "launcher" in any
+    /// Whether a user may ask for a behaviour: it says so, or has the tag "launcher" in any
     /// language.
+    static bool isUserRequestable(const vo::BehaviorInfo& behavior);
+
+    /// Makes the behaviours of a package known to the behaviours cache, and keeps the reasons
+    /// against those that a user may ask for.
     void onBehaviorsInstalled(const vo::PackageInfo& package,
                               const std::list<vo::BehaviorInfo>& behaviors);
     void onBehaviorsRemoved(const vo::PackageInfo& package,

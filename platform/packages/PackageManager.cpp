@@ -200,10 +200,7 @@ std::optional<vo::PackageInfo> PackageManager::read(const std::string& name, con
 {
     std::string problem;
     try {
-        vo::PackageInfo package = readPackageManifest(store_.path(name));
-        if (package.uuid() == name)
-            return package;
-        problem = "its package's uuid is " + quoted(package.uuid()) + ", not the folder's name";
+        return store_.package(name);
     } catch (const std::exception& e) {
         problem = e.what();
     }

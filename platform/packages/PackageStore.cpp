@@ -117,6 +117,17 @@ void checkBehaviors(const vo::PackageInfo& package)
         throw std::runtime_error(missing);
 }
 
+/// Errors name the manifest where the user finds it.
+vo::PackageInfo readStaged(const std::string& staging, const std::string& source)
+{
+    try {
+        return readPackageManifest(staging);
+    } catch (const PackageManifestError& e) {
+        throw PackageManifestError((fs::path(source) / kPackageManifestFile).string(),
+                                   e.problems());
+    }
+}
+
 void movePath(const std::string& from, const std::string& to, unsigned flags)
 {
     if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags) != 0)
@@ -151,7 +162,7 @@ std::string PackageStore::install(const std::string& source, IfInstalled ifInsta
     PackageWriter writer(staging.path(), options_.limits, options_.beforeStep);
     fill(writer, source);
 
-    const vo::PackageInfo package = readPackageManifest(staging.path());
+    const vo::PackageInfo package = readStaged(staging.path(), source);
     checkBehaviors(package);
     checkTaken(package.uuid(), ifInstalled);
     writer.syncFolders();
@@ -165,7 +176,10 @@ std::string PackageStore::install(const std::string& source, IfInstalled ifInsta
 
 void PackageStore::fill(PackageWriter& writer, const std::string& source) const
 {
-    const fs::path path = fs::canonical(source);
+    std::error_code error;
+    const fs::path path = fs::canonical(source, error);
+    if (error)
+        throw std::system_error(error, quoted(source));
     if (!fs::is_directory(path)) {
         if (!fs::is_regular_file(path))
             throw std::runtime_error(source + " is neither a folder nor a file");
@@ -241,6 +255,15 @@ std::vector<std::string> PackageStore::folders() const
     }
     std::sort(names.begin(), names.end());
     return names;
+}
+
+vo::PackageInfo PackageStore::package(const std::string& name) const
+{
+    vo::PackageInfo found = readPackageManifest(path(name));
+    if (found.uuid() != name)
+        throw std::runtime_error("its package's uuid is " + quoted(found.uuid()) +
+                                 ", not the folder's name");
+    return found;
 }
 
 }  // namespace KR

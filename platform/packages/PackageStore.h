@@ -6,6 +6,7 @@
 
 #include "platform/packages/FileDescriptor.h"
 #include "platform/packages/PackageWriter.h"
+#include "platform/vo/PackageInfo.h"
 
 namespace KR {
 
@@ -49,6 +50,9 @@ public:
 
     /// Names of the folders that may hold packages, in ascending order.
     std::vector<std::string> folders() const;
+    /// The package in the folder of that name. What is no usable package is an error: it has no
+    /// usable manifest, or its uuid is another name.
+    vo::PackageInfo package(const std::string& name) const;
 
 private:
     FileDescriptor lock() const;

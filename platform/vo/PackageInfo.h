@@ -29,11 +29,15 @@ public:
     void setNature(const std::string& nature) { nature_ = nature; }
 
     bool hasPermission(const std::string& name) const;
+    /// In order of declaration.
+    const std::vector<std::string>& permissions() const { return permissions_; }
     void addPermission(const std::string& name);
 
     /// The condition texts declared under a name ("launchTrigger", "terminationTrigger", ...), in
     /// order of declaration; none for an unknown name.
     std::list<std::string> conditions(const std::string& name) const;
+    /// All of them, by name.
+    const std::map<std::string, std::list<std::string>>& conditions() const { return conditions_; }
     void addCondition(const std::string& name, const std::string& text);
 
     /// The tags of each language, in order of declaration.

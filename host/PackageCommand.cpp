@@ -1,0 +1,252 @@
+#include "host/PackageCommand.h"
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <stdlib.h>
+
+#include "host/Output.h"
+#include "host/PackageDescription.h"
+#include "host/SignalWatch.h"
+#include "host/StopRequest.h"
+#include "host/Table.h"
+#include "platform/packages/PackageManifest.h"
+#include "platform/packages/PackageNames.h"
+
+namespace KR {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using Json = nlohmann::ordered_json;
+
+struct PackageOptions {
+    std::string packages;               ///< the packages folder
+    std::vector<std::string> subjects;  ///< sources or uuids
+    bool upgrade = false;
+    bool json = false;
+};
+
+/// A signal came.
+class Interrupted : public std::runtime_error {
+public:
+    Interrupted() : std::runtime_error("interrupted") {}
+};
+
+/// A store whose operations a signal ends, with everything as it was.
+PackageStore interruptible(const std::string& folder, const StopRequest& stop)
+{
+    PackageStore::Options options;
+    options.beforeStep = [&stop](const std::string&) {
+        if (stop.isRequested())
+            throw Interrupted();
+    };
+    return {folder, options};
+}
+
+/// A folder for what is not to stay, gone with its scope.
+class ScratchFolder {
+public:
+    ScratchFolder() : path_((fs::temp_directory_path() / "nimbra-XXXXXX").string())
+    {
+        if (!::mkdtemp(path_.data()))
+            failWithErrno(path_);
+    }
+    ~ScratchFolder()
+    {
+        std::error_code ignored;
+        fs::remove_all(path_, ignored);
+    }
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+void makeFolder(const std::string& folder)
+{
+    std::error_code error;
+    fs::create_directories(folder, error);
+    std::error_code unseen;
+    if (!fs::is_directory(folder, unseen))
+        throw std::runtime_error(quoted(folder) + " is no folder" +
+                                 (error ? ": " + error.message() : ""));
+}
+
+/// Does one thing after another, whether or not it fails, until a signal comes.
+int forEach(const std::vector<std::string>& subjects, const char* verb, const StopRequest& stop,
+            const std::function<std::string(const std::string&)>& change)
+{
+    int exitCode = 0;
+    for (const std::string& subject : subjects) {
+        try {
+            printOutput(change(subject) + "\n");
+        } catch (const std::exception& e) {
+            printError(std::string("cannot ") + verb + " " + quoted(subject) + ": " + e.what());
+            exitCode = 1;
+        }
+        if (stop.isRequested())
+            return 128 + stop.signal();
+    }
+    return exitCode;
+}
+
+int installPackages(const PackageOptions& options)
+{
+    StopRequest stop;
+    const SignalWatch signals(stop);
+    makeFolder(options.packages);
+    const PackageStore store = interruptible(options.packages, stop);
+    store.clearLeftovers();
+    const auto ifInstalled =
+        options.upgrade ? PackageStore::IfInstalled::replace : PackageStore::IfInstalled::refuse;
+    return forEach(options.subjects, "install", stop, [&](const std::string& source) {
+        return "Installed " + store.install(source, ifInstalled);
+    });
+}
+
+int removePackages(const PackageOptions& options)
+{
+    StopRequest stop;
+    const SignalWatch signals(stop);
+    const PackageStore store = interruptible(options.packages, stop);
+    return forEach(options.subjects, "remove", stop, [&](const std::string& uuid) {
+        store.remove(uuid);
+        return "Removed " + uuid;
+    });
+}
+
+int listPackages(const PackageOptions& options)
+{
+    const PackageFolder found = readPackageFolder(options.packages);
+    std::vector<TableRow> rows{{"package", "version", "languages", "behaviours"}};
+    std::string lines;
+    for (const vo::PackageInfo& package : found.packages) {
+        std::vector<std::string> paths;
+        for (const vo::BehaviorInfo& behavior : package.behaviors())
+            paths.push_back(behavior.path());
+        rows.push_back({printable(package.uuid()), printable(package.version()),
+                        listText(package.supportedLanguages(), "all"), listText(paths)});
+        const Json json{{"uuid", package.uuid()},
+                        {"version", package.version()},
+                        {"languages", package.supportedLanguages()},
+                        {"behaviors", paths}};
+        lines += json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+    }
+    printOutput(options.json ? lines : tableText(rows));
+    for (const std::string& problem : found.problems)
+        printError(problem);
+    return found.problems.empty() ? 0 : 1;
+}
+
+/// An archive is looked at where nobody uses it, with everything that an install would refuse.
+std::string describeArchive(const std::string& source, const StopRequest& stop,
+                            std::string (*render)(const vo::PackageInfo&, const std::string&))
+{
+    const ScratchFolder scratch;
+    const PackageStore store = interruptible(scratch.path(), stop);
+    return render(store.package(store.install(source, PackageStore::IfInstalled::refuse)), source);
+}
+
+int showPackage(const PackageOptions& options)
+{
+    const std::string& subject = options.subjects.front();
+    const auto render = options.json ? packageJson : packageText;
+    StopRequest stop;
+    const SignalWatch signals(stop);
+    const PackageStore store(options.packages);
+    const bool isInstalled = !options.packages.empty() && uuidProblem(subject).empty() &&
+                             fs::exists(fs::symlink_status(store.path(subject)));
+    try {
+        if (isInstalled)
+            printOutput(render(store.package(subject), store.path(subject)));
+        else if (fs::is_directory(subject))
+            printOutput(render(readPackageManifest(subject), subject));
+        else if (fs::exists(subject))
+            printOutput(describeArchive(subject, stop, render));
+        else
+            throw std::runtime_error("it is neither an installed package nor a file or folder");
+    } catch (const Interrupted&) {
+        return 128 + stop.signal();
+    } catch (const std::exception& e) {
+        printError("cannot read " + quoted(subject) + ": " + e.what());
+        return 1;
+    }
+    return 0;
+}
+
+using Command = int (*)(const PackageOptions&);
+
+CLI::App* addCommand(CLI::App& parent, const char* name, const char* description, Command command,
+                     std::function<int()>& perform, const std::shared_ptr<PackageOptions>& options)
+{
+    CLI::App* added = parent.add_subcommand(name, description);
+    added->callback([command, options, &perform] {
+        perform = [command, options] { return command(*options); };
+    });
+    return added;
+}
+
+CLI::Option* addFolder(CLI::App& command, PackageOptions& options)
+{
+    return command.add_option("--packages", options.packages, "Folder of the installed packages")
+        ->type_name("DIR");
+}
+
+}  // namespace
+
+void addPackageCommand(CLI::App& app, std::function<int()>& perform)
+{
+    CLI::App* package = app.add_subcommand("package", "Install, remove and look at packages");
+    package->require_subcommand(1);
+    const auto options = std::make_shared<PackageOptions>();
+
+    CLI::App* install =
+        addCommand(*package, "install", "Install packages", installPackages, perform, options);
+    install->add_option("SOURCE", options->subjects, "Folders or archives (tar or zip)")
+        ->required();
+    install->add_flag("--upgrade", options->upgrade,
+                      "Replace packages of the same uuid, which are refused otherwise");
+    CLI::App* remove =
+        addCommand(*package, "remove", "Remove packages", removePackages, perform, options);
+    remove->add_option("UUID", options->subjects, "Installed packages")->required();
+    CLI::App* list =
+        addCommand(*package, "list", "List the installed packages", listPackages, perform, options);
+    CLI::App* info =
+        addCommand(*package, "info", "Tell what becomes of the behaviours of a package",
+                   showPackage, perform, options);
+    info->add_option("UUID|SOURCE", options->subjects,
+                     "An installed package, or a folder or archive")
+        ->required()
+        ->expected(1);
+    for (CLI::App* command : {install, remove, list})
+        addFolder(*command, *options)->required();
+    addFolder(*info, *options);
+    for (CLI::App* command : {list, info})
+        command->add_flag("--json", options->json, "Print one JSON object a line");
+}
+
+PackageFolder readPackageFolder(const std::string& folder)
+{
+    std::error_code error;
+    if (!fs::is_directory(folder, error))
+        throw std::runtime_error("there is no packages folder " + quoted(folder) +
+                                 (error ? ": " + error.message() : ""));
+    const PackageStore store(folder);
+    PackageFolder found;
+    for (const std::string& name : store.folders()) {
+        try {
+            found.packages.push_back(store.package(name));
+        } catch (const std::exception& e) {
+            found.problems.push_back(quoted(store.path(name)) +
+                                     " is no usable package: " + e.what());
+        }
+    }
+    return found;
+}
+
+}  // namespace KR

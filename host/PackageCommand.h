@@ -1,0 +1,29 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "platform/packages/PackageStore.h"
+
+namespace CLI {
+class App;
+}
+
+namespace KR {
+
+/// Adds the command `nimbra package` with its own commands. The one that is given on the command
+/// line is set as `perform`, which returns the exit code: 0; 1 when something could not be done,
+/// which goes to stderr; 128 + signal when a signal came between.
+void addPackageCommand(CLI::App& app, std::function<int()>& perform);
+
+/// The packages of a packages folder, and for each folder in it that is no usable package why.
+struct PackageFolder {
+    std::vector<vo::PackageInfo> packages;  ///< in ascending order of uuid
+    std::vector<std::string> problems;
+};
+
+/// Reads a packages folder and changes nothing. std::runtime_error when it is not there.
+PackageFolder readPackageFolder(const std::string& folder);
+
+}  // namespace KR

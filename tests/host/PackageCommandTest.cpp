@@ -1,0 +1,216 @@
+#include <CLI/CLI.hpp>
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include "host/Host.h"
+#include "host/JsonTimeline.h"
+#include "host/PackageCommand.h"
+#include "host/PackageDescription.h"
+#include "host/PermissionsCommand.h"
+#include "platform/vo/VirtualClock.h"
+#include "tests/packages/TestPackages.h"
+
+/// The commands about packages, and the packages that come with the program.
+namespace KR {
+namespace {
+
+namespace fs = std::filesystem;
+
+using testing::Each;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+const std::string kDemoPackages = NIMBRA_TEST_DATA "/packages";
+
+struct Result {
+    int exitCode;
+    std::string out;
+    std::string err;
+};
+
+Result nimbra(const std::string& arguments)
+{
+    CLI::App app;
+    std::function<int()> perform;
+    addPackageCommand(app, perform);
+    addPermissionsCommand(app, perform);
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    Result result{2, {}, {}};
+    try {
+        app.parse(arguments);
+        result.exitCode = perform();
+    } catch (const std::exception& e) {
+        result.err = e.what();
+    }
+    result.out = testing::internal::GetCapturedStdout();
+    result.err += testing::internal::GetCapturedStderr();
+    return result;
+}
+
+struct PackageCommandTest : testing::Test {
+    TemporaryFolder folder;
+    const std::string packages = folder.path() + "/installed";
+    const std::string in = " --packages " + packages + " ";
+};
+
+TEST_F(PackageCommandTest, packages_come_and_go_and_what_fails_stops_nothing_else)
+{
+    const std::string p = writeTestPackage(folder, "p", "p", "1");
+    const std::string p2 = writeTestPackage(folder, "p2", "p", "2");
+    const std::string q = writeTestPackage(folder, "q", "q");
+    const std::string wrong = writeTestPackage(folder, "wrong", "../x");
+    const std::string archive = writeTestArchive(
+        folder.path() + "/r.tgz", {{kPackageManifestFile, testManifest("r")}, {"go/x", ""}});
+    const std::string link = writeTestArchive(folder.path() + "/link.tgz",
+                                              {{"link", "", AE_IFLNK, "/etc"}, {"link/x", ""}});
+    const struct {
+        std::string arguments;
+        int exitCode;
+        const char* out;
+        const char* err;
+    } rows[] = {
+        {"package", 2, "", "subcommand is required"},
+        {"package list", 2, "", "--packages is required"},
+        {"package list" + in, 2, "", "there is no packages folder"},
+        {"package remove p" + in, 1, "", "cannot remove 'p': "},
+        {"package install " + p + " " + archive + in, 0, "Installed p\nInstalled r\n", ""},
+        {"package install " + p2 + " " + q + in, 1, "Installed q\n", "'p' is installed already"},
+        {"package install --upgrade " + p2 + in, 0, "Installed p\n", ""},
+        {"package install " + link + in, 1, "", "'link' is a symbolic link"},
+        {"package install " + wrong + in, 1, "", "wrong/package.yaml:2:7: the Uuid '../x'"},
+        {"package install /missing" + in, 1, "", "'/missing': No such file or directory"},
+        {"package install " + q + " --packages " + q + "/go/run", 2, "", "is no folder"},
+        {"package list" + in, 0, "p        2        all        go\nq        1 ", ""},
+        {"package info r" + in, 0, "go/run", ""},
+        {"package info " + archive, 0, "r 1\n  in         ", ""},
+        {"package info " + link, 1, "", "'link' is a symbolic link"},
+        {"package info ../x" + in, 1, "", "neither an installed package nor a file"},
+        {"package remove ../p q q r" + in, 1, "Removed q\nRemoved r\n", "cannot remove '../p'"},
+    };
+    for (const auto& row : rows) {
+        const Result result = nimbra(row.arguments);
+        EXPECT_EQ(result.exitCode, row.exitCode) << row.arguments;
+        EXPECT_THAT(result.out, HasSubstr(row.out)) << row.arguments;
+        EXPECT_THAT(result.err, HasSubstr(row.err)) << row.arguments;
+        EXPECT_EQ(result.err.empty(), result.exitCode == 0) << row.arguments;
+    }
+    EXPECT_EQ(std::distance(fs::directory_iterator(packages), fs::directory_iterator()), 1);
+
+    fs::rename(packages + "/p", packages + "/x");
+    const Result broken = nimbra("package list --json" + in);
+    EXPECT_EQ(broken.exitCode, 1);
+    EXPECT_EQ(broken.out, "");
+    EXPECT_THAT(broken.err, HasSubstr("x' is no usable package: its package's uuid is 'p'"));
+}
+
+TEST_F(PackageCommandTest, info_tells_what_becomes_of_each_behaviour)
+{
+    folder.write("p/package.yaml", R"(
+ConfigurationVersion: 1
+Uuid: p
+Version: 1
+SupportedLanguages: [French]
+Behaviors:
+  - {Path: self, Nature: solitary, Permissions: [canRunOnPod, other], Conditions: {launchTrigger: "'A' &&"}}
+  - {Path: plugin, Tags: {French: launcher}}
+  - {Path: switched, UserRequestable: true}
+  - {Path: faulty}
+)");
+    for (const char* behavior : {"plugin", "switched", "faulty", "self"})
+        folder.write("p/" + std::string(behavior) + "/nimbraLaunchpadPlugin.xml",
+                     "<nimbraLaunchpadPlugin><groups><group>g</group></groups>" +
+                         std::string(behavior == std::string("switched")
+                                         ? "<conditions><condition purpose='launchTrigger'>'B'"
+                                           "</condition></conditions>"
+                                         : "") +
+                         (behavior == std::string("faulty") ? "<" : "</nimbraLaunchpadPlugin>"));
+    fs::permissions(folder.write("p/self/run", ""), fs::perms(0755));
+    folder.write("p/plugin/run", "");
+
+    const auto json =
+        nlohmann::json::parse(nimbra("package info --json " + folder.path() + "/p").out);
+    std::vector<std::string> told;
+    for (const auto& behavior : json["behaviors"]) {
+        std::string text = behavior["key"].get<std::string>() + " " +
+                           behavior["becomes"].get<std::string>() +
+                           (behavior["requestable"] ? " requestable" : "") +
+                           (behavior["startable"] ? " startable" : "");
+        const auto plugin = behavior.value("plugin", nlohmann::json::object());
+        for (const auto& group : plugin.value("groups", std::vector<std::string>()))
+            text += " " + group;
+        told.push_back(text);
+    }
+    EXPECT_THAT(told, ElementsAre("p/self activity startable", "p/plugin plugin requestable g",
+                                  "p/switched plugin requestable conditional", "p/faulty plugin"));
+    const std::string text = nimbra("package info " + folder.path() + "/p").out;
+    for (const char* part : {"languages  French", "canRunOnPod, other", "launchTrigger: 'A' &&",
+                             "the condition launchTrigger does not parse: 1:7: expected",
+                             "plugin/run is not executable", "there is no file faulty/run",
+                             "the plugin descriptor cannot be read at 1:"})
+        EXPECT_THAT(text, HasSubstr(part));
+}
+
+TEST_F(PackageCommandTest, permissions_name_what_holds_an_activity_back)
+{
+    const std::string demo = " --packages " + kDemoPackages + " ";
+    const struct {
+        std::string arguments;
+        const char* out;
+    } rows[] = {
+        {"companion/greet" + demo, "companion/greet  may run\n"},
+        {"companion/greet --on-pod" + demo,
+         "may not run:  it may not run on the charging station; "
+         "KRBattery/ConnectedToChargingStation is true\n"},
+        {"power/leave-station --on-pod" + demo, "may run\n"},
+        {"night-light/glow --asleep --on-pod" + demo, "may run\n"},
+        {"power/leave-station --asleep" + demo, "Nimbra/Asleep is true\n"},
+        {"daydream/dream --state interactive" + demo, "Nimbra/State is \"interactive\"\n"},
+        {"storyteller/tell --language German" + demo, "it speaks English, French\n"},
+        {"dialog:x --state disabled", "may run\n"},
+        {"action:nobody --json", "\"allowed\":false,\"reasons\":[{\"violation\":\"error\""},
+    };
+    for (const auto& row : rows)
+        EXPECT_THAT(nimbra("permissions " + row.arguments).out, HasSubstr(row.out))
+            << row.arguments;
+    EXPECT_THAT(nimbra("permissions --language Klingon" + demo).err, HasSubstr("is not installed"));
+    EXPECT_THAT(nimbra("permissions x/y" + demo).err, HasSubstr("no behaviour 'x/y'"));
+    EXPECT_THAT(nimbra("permissions").err, HasSubstr("--packages"));
+}
+
+TEST_F(PackageCommandTest, demo_packages_are_whole_and_a_robot_comes_up_with_them)
+{
+    std::vector<std::string> plugins;
+    std::size_t behaviors = 0;
+    for (const vo::PackageInfo& package : readPackageFolder(kDemoPackages).packages) {
+        EXPECT_EQ(nimbra("package install " + package.path() + in).exitCode, 0);
+        for (const BehaviorDescription& described : describeBehaviors(package)) {
+            ++behaviors;
+            EXPECT_EQ(described.programProblem, "") << described.key;
+            EXPECT_THAT(described.problems, IsEmpty()) << described.key;
+            if (described.role == BehaviorDescription::Role::plugin)
+                plugins.push_back(described.key);
+        }
+    }
+    EXPECT_GE(behaviors, 8U);
+    EXPECT_THAT(plugins, ElementsAre("hall-watch/listen"));
+
+    vo::LogCapture log;
+    const auto clock = std::make_shared<vo::VirtualClock>(vo::TimePoint());
+    Timeline timeline(clock, std::make_unique<JsonTimeline>([](const std::string&) {}));
+    Host host(clock, timeline, {NIMBRA_TEST_DATA "/autonomy.cfg", packages, vo::LogLevel::warning});
+    EXPECT_THAT(log.lines(vo::LogLevel::error), Each(HasSubstr("default config file")));
+    EXPECT_THAT(
+        host.launchpad().getAutonomousActivityNames(),
+        ElementsAre("daydream/dream", "night-light/glow", "run_dialog/talk", "storyteller/tell"));
+    const vo::AnyObject player = vo::import("KRAnimationPlayer");
+    player.call("_declarePathForTagsPermanently", std::string("gestures/[robot]/[posture]"));
+    EXPECT_THAT(player.call<std::vector<std::string>>("getDeclaredPathsForTags"),
+                ElementsAre("gestures/[robot]/[posture]", "run_dialog/[robot]/[posture]"));
+    EXPECT_THROW(player.call("_declarePathForTagsPermanently", std::string()), std::exception);
+    host.stop();
+}
+
+}  // namespace
+}  // namespace KR
