@@ -15,8 +15,12 @@ using testing::IsEmpty;
 using testing::Not;
 
 const std::string kData = NIMBRA_TEST_DATA;
-const std::string kDemo = "run --config " + kData + "/autonomy.cfg --scenario " + kData +
-                          "/demo-day.scenario.yaml --as-fast-as-possible";
+/// In the repository's root, from which the demo day installs packages.
+const std::string kDemo =
+    "cd " + kData +
+    "/.. && " NIMBRA_TEST_PROGRAM
+    " run --config data/autonomy.cfg --scenario data/demo-day.scenario.yaml --as-fast-as-possible "
+    "--packages ";
 
 struct Result {
     int exitCode;
@@ -48,6 +52,18 @@ protected:
         setenv("XDG_CONFIG_DIRS", folder.path().c_str(), 1);
     }
 
+    /// Plays the demo day with the packages that `./dev run` gives it.
+    Result demo(const std::string& options, const std::string& tail = "2>&1") const
+    {
+        namespace fs = std::filesystem;
+        const std::string packages = folder.path() + "/packages/";
+        fs::remove_all(packages);
+        fs::copy(kData + "/packages", packages, fs::copy_options::recursive);
+        for (const char* later : {"night-light", "storyteller"})
+            fs::remove_all(packages + later);
+        return shell("bash -c '" + kDemo + packages + " " + options + " " + tail + "'");
+    }
+
     TemporaryFolder folder;
     const std::string config = folder.write("good.cfg", R"(
 ConfigurationDescription: d
@@ -66,9 +82,9 @@ Timeline:
 
 TEST_F(ProgramTest, DemoDayIsTheSameEveryTimeAndHitsEveryRule)
 {
-    const Result first = nimbra(kDemo + " --json");
+    const Result first = demo("--json");
     EXPECT_EQ(first.exitCode, 0);
-    EXPECT_EQ(nimbra(kDemo + " --json").output, first.output);
+    EXPECT_EQ(demo("--json").output, first.output);
 
     const std::size_t last = first.output.rfind('\n', first.output.size() - 2) + 1;
     const auto summary = nlohmann::json::parse(first.output.substr(last));
@@ -79,7 +95,7 @@ TEST_F(ProgramTest, DemoDayIsTheSameEveryTimeAndHitsEveryRule)
 
 TEST_F(ProgramTest, DemoDayUsesAllStepTypesAndAllListsOfTheTimeline)
 {
-    const std::string output = nimbra(kDemo + " --json").output;
+    const std::string output = demo("--json").output;
     for (const char* step :
          {"SwitchFocus", "StopFocus", "StopAll", "BlockAutonomousFocus", "UnblockAutonomousFocus",
           "SetState", "SetConfiguration", "ApiCall", "FreezeChain", "UnfreezeChain"})
@@ -130,12 +146,10 @@ TEST_F(ProgramTest, RunEndsWithItsExitCode)
 
 TEST_F(ProgramTest, OutputIsPlainWhenPipedAndMayBeCutShort)
 {
-    const std::string program = NIMBRA_TEST_PROGRAM;
-    EXPECT_THAT(nimbra(kDemo).output, Not(HasSubstr("\x1b")));
-    const Result cut =
-        shell("bash -c '" + program + " " + kDemo + " 2>&1 | head -n 1; echo ${PIPESTATUS[0]}'");
-    EXPECT_THAT(cut.output, HasSubstr("A Monday in the hall\n0\n"));
-    EXPECT_EQ(shell(program + " " + kDemo + " 2>&1 >/dev/full").exitCode, 1);
+    EXPECT_THAT(demo("").output, Not(HasSubstr("\x1b")));
+    EXPECT_THAT(demo("", "2>&1 | head -n 1; echo ${PIPESTATUS[0]}").output,
+                HasSubstr("A Monday in the hall\n0\n"));
+    EXPECT_EQ(demo("", "2>&1 >/dev/full").exitCode, 1);
 }
 
 /// Runs the program until its first line is there, sends it a signal, and waits for its end.
