@@ -6,7 +6,10 @@
 #include <tuple>
 #include <yaml-cpp/yaml.h>
 
+#include "host/KeyCheck.h"
+#include "host/KnownRobot.h"
 #include "host/Text.h"
+#include "launchpad/NimbraLaunchpad.h"
 #include "platform/conditions/ConditionParser.h"
 #include "platform/life/Configurator.h"
 
@@ -19,7 +22,7 @@ constexpr int kSupportedVersion = 2;
 
 class Inspection {
 public:
-    explicit Inspection(const std::string& path) : path_(path) {}
+    Inspection(const std::string& path, const KeyCatalogue* keys) : path_(path), keys_(keys) {}
 
     ConfigurationReport run()
     {
@@ -30,10 +33,11 @@ public:
         } catch (const YAML::Exception& e) {
             add(e);
         }
-        auto& problems = report_.problems;
-        std::sort(problems.begin(), problems.end(), [](const auto& a, const auto& b) {
-            return std::tie(a.line, a.column, a.text) < std::tie(b.line, b.column, b.text);
-        });
+        for (auto* problems : {&report_.problems, &report_.warnings}) {
+            std::sort(problems->begin(), problems->end(), [](const auto& a, const auto& b) {
+                return std::tie(a.line, a.column, a.text) < std::tie(b.line, b.column, b.text);
+            });
+        }
         return std::move(report_);
     }
 
@@ -51,7 +55,26 @@ private:
         const YAML::Node policy = document["DialogFocusPolicy"];
         if (policy && !policy.IsScalar())
             add(policy.Mark(), "DialogFocusPolicy must be a text");
+        inspectPlugins(document["Plugins"]);
         inspectActions(document);
+    }
+
+    void inspectPlugins(const YAML::Node& plugins)
+    {
+        if (!plugins || plugins.IsNull())
+            return;
+        if (!plugins.IsSequence()) {
+            add(plugins.Mark(), "Plugins must be a sequence");
+            return;
+        }
+        const std::vector<std::string> known = NimbraLaunchpad::addableModulePlugins();
+        for (const YAML::Node& plugin : plugins) {
+            const std::string name = plugin.IsScalar() ? plugin.Scalar() : "";
+            if (std::find(known.begin(), known.end(), name) == known.end())
+                add(plugin.Mark(), "there is no plugin '" + name + "' to add");
+            else
+                report_.plugins.push_back(name);
+        }
     }
 
     void requireText(const YAML::Node& document, const std::string& key)
@@ -102,9 +125,13 @@ private:
             return;
         }
         try {
-            parseCondition(action.condition);
+            const Expression condition = parseCondition(action.condition);
+            if (keys_)
+                warnOfKeys(action, condition, node);
         } catch (const ConditionSyntaxError& e) {
-            const auto [line, column] = placeInFile(node.Mark(), action.condition, e);
+            const auto [line, column] = e.line() == 1
+                                            ? placeInFile(node.Mark(), action.condition, e.column())
+                                            : std::pair<std::size_t, std::size_t>();
             const std::string text =
                 "the condition of '" + action.description + "' does not parse: ";
             if (line == 0)
@@ -114,13 +141,28 @@ private:
         }
     }
 
-    /// Where in the file a place of a condition is, if the condition stands there as it is: in one
-    /// line, without escapes before that place. {0, 0} otherwise.
+    void warnOfKeys(const AutonomousAction& action, const Expression& condition,
+                    const YAML::Node& node)
+    {
+        for (const KeyDoubt& doubt : keyDoubts(condition, *keys_)) {
+            const std::size_t at = action.condition.find("'" + doubt.key + "'");
+            auto [line, column] = placeInFile(node.Mark(), action.condition, at + 1);
+            if (line == 0) {
+                line = static_cast<std::size_t>(node.Mark().line) + 1;
+                column = static_cast<std::size_t>(node.Mark().column) + 1;
+            }
+            report_.warnings.push_back(
+                {"", "the condition of '" + action.description + "': " + doubt.text, line, column});
+        }
+    }
+
+    /// Where in the file a column of a condition's first line is, if the condition stands there as
+    /// it is: without escapes before that place. {0, 0} otherwise.
     std::pair<std::size_t, std::size_t> placeInFile(const YAML::Mark& mark,
                                                     const std::string& condition,
-                                                    const ConditionSyntaxError& error)
+                                                    std::size_t column)
     {
-        if (mark.is_null() || error.line() != 1)
+        if (mark.is_null())
             return {0, 0};
         readLines();
         const auto index = static_cast<std::size_t>(mark.line);
@@ -130,13 +172,13 @@ private:
         const std::string& line = lines_[index];
         if (line[begin] == '"' || line[begin] == '\'')
             ++begin;
-        const std::string before = condition.substr(0, error.column() - 1);
+        const std::string before = condition.substr(0, column - 1);
         if (line.compare(begin, before.size(), before) != 0)
             return {0, 0};
-        return {index + 1, begin + error.column()};
+        return {index + 1, begin + column};
     }
 
-    /// Once, and only for a file that has a condition that does not parse.
+    /// Once, and only for a file that has a condition to complain of.
     void readLines()
     {
         if (!lines_.empty())
@@ -165,30 +207,48 @@ private:
     }
 
     const std::string path_;
+    const KeyCatalogue* const keys_;
     std::vector<std::string> lines_;
     ConfigurationReport report_;
 };
 
+void print(const std::string& path, const std::vector<ConfigurationProblem>& problems,
+           const std::string& kind)
+{
+    for (const ConfigurationProblem& problem : problems) {
+        std::cout << printable(path) << ":" << problem.line << ":" << problem.column << ": " << kind
+                  << printable(problem.text) << "\n";
+    }
+}
+
 }  // namespace
 
-ConfigurationReport inspectConfiguration(const std::string& path)
+std::vector<std::string> ConfigurationReport::ruleNames() const
 {
-    return Inspection(path).run();
+    std::vector<std::string> names;
+    for (const AutonomousAction& rule : rules)
+        names.push_back(rule.description);
+    return names;
+}
+
+ConfigurationReport inspectConfiguration(const std::string& path, const KeyCatalogue* keys)
+{
+    return Inspection(path, keys).run();
 }
 
 int checkConfigurations(std::vector<std::string> paths)
 {
     std::sort(paths.begin(), paths.end());
     paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
+    const KnownRobot robot;
     bool hasProblems = false;
     bool hasUnreadable = false;
     for (const std::string& path : paths) {
         try {
-            for (const ConfigurationProblem& problem : inspectConfiguration(path).problems) {
-                std::cout << printable(path) << ":" << problem.line << ":" << problem.column << ": "
-                          << printable(problem.text) << "\n";
-                hasProblems = true;
-            }
+            const ConfigurationReport report = inspectConfiguration(path, &robot.keys());
+            print(path, report.problems, "");
+            print(path, report.warnings, "warning: ");
+            hasProblems = hasProblems || !report.problems.empty();
         } catch (const UnreadableFile& e) {
             std::cerr << "nimbra: " << printable(e.what()) << "\n";
             hasUnreadable = true;

@@ -6,6 +6,7 @@
 
 #include "launchpad/AutonomousAction.h"
 #include "launchpad/ConfigurationReader.h"
+#include "platform/kr/KeyCatalogue.h"
 
 namespace KR {
 
@@ -20,15 +21,24 @@ struct ConfigurationReport {
     /// Everything that loading it warns about or stops at, and every condition that does not
     /// parse; by line, column and text.
     std::vector<ConfigurationProblem> problems;
+    /// What its author can hardly mean, though it loads: conditions on keys that nobody publishes
+    /// and on values that a key never has. In the same order.
+    std::vector<ConfigurationProblem> warnings;
     std::vector<AutonomousAction> rules;  ///< those that loading would keep, in file order
+    std::vector<std::string> plugins;     ///< built-in ones to add to those of every robot
+
+    std::vector<std::string> ruleNames() const;
 };
 
-/// Reads a configuration file and runs nothing. UnreadableFile when there is none.
-ConfigurationReport inspectConfiguration(const std::string& path);
+/// Reads a configuration file and runs nothing. Keys are judged by a catalogue, if there is one.
+/// UnreadableFile when there is no such file.
+ConfigurationReport inspectConfiguration(const std::string& path,
+                                         const KeyCatalogue* keys = nullptr);
 
 /// The command `nimbra check`: writes "file:line:column: text" for every problem of the files to
-/// stdout, by file, line and column. Returns 0 when there is none, 1 when there is one, and 2 when
-/// a file cannot be read, which goes to stderr.
+/// stdout, by file, line and column, and then "file:line:column: warning: text" for every warning.
+/// Returns 0 when there is no problem, 1 when there is one, and 2 when a file cannot be read, which
+/// goes to stderr.
 int checkConfigurations(std::vector<std::string> paths);
 
 }  // namespace KR

@@ -12,6 +12,13 @@ namespace {
 
 const vo::Logger logger("Nimbra.Host");
 
+constexpr const char* kHost = "nimbra";  ///< as a publisher of keys
+constexpr const char* kReadyKey = "TesselReady";
+
+/// Keys that change every minute or more often, whatever happens.
+const std::set<std::string> kTimes{"Launchpad/LifeTime", "Launchpad/Minute",
+                                   "Launchpad/MinuteOfDay"};
+
 bool startsWith(const std::string& text, const char* prefix)
 {
     return text.rfind(prefix, 0) == 0;
@@ -23,7 +30,7 @@ Host::Host(const std::shared_ptr<vo::Clock>& clock, Timeline& timeline, const Op
     : timeline_(timeline),
       application_(clock),
       broker_(KRBroker::create(application_)),
-      robot_(broker_),
+      robot_(broker_, options.robot),
       life_(KRModule::createModule<LifeService>(broker_)),
       launcher_(KRModule::createModule<AppLauncher>(broker_)),
       packages_(broker_, options.packages),
@@ -38,11 +45,19 @@ Host::Host(const std::shared_ptr<vo::Clock>& clock, Timeline& timeline, const Op
     });
     for (const vo::LogRecord& record : kept)
         vo::Logger(record.category).error(record.label, record.text);
-    launchpad_->loadConfigFile(options.config);
+    for (const std::string& plugin : options.plugins)
+        launchpad_->addModulePlugin(plugin);
+    if (!options.config.empty())
+        launchpad_->loadConfigFile(options.config);
     responder_.setSuggestions(
         [launchpad = launchpad_.get()](int mask) { return launchpad->getActionSuggestions(mask); });
     pluginSwitch_.emplace(*life_, *launchpad_);
     responder_.setPluginsChanged([this] { pluginSwitch_->apply(); });
+    broker_->keys().addPublished(
+        KeyDescription::integer(kReadyKey, "1 once the robot may begin to live").between(1, 1),
+        kHost);
+    memory().raiseEvent(kReadyKey, 1);
+    ready_ = memory().delivered();
 }
 
 /// Errors, and what plugins log of their starts and stops: nobody else tells of those.
@@ -110,8 +125,9 @@ void Host::start(const std::vector<std::string>& moreKeys)
     log_.emplace([this](const vo::LogRecord& record) { recordLog(record); });
     std::set<std::string> keys(moreKeys.begin(), moreKeys.end());
     for (const auto& value : launchpad_->getPersistentValues()) {
-        // Changes of these are shown as what they are, changes of the robot's life.
-        if (!startsWith(value.first, "Nimbra/"))
+        // Changes of the first are shown as what they are, changes of the robot's life; the others
+        // pass with the time.
+        if (!startsWith(value.first, "Nimbra/") && !kTimes.count(value.first))
             keys.insert(value.first);
     }
     timeline_.follow(broker_, {keys.begin(), keys.end()});

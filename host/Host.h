@@ -13,7 +13,9 @@
 #include "host/Timeline.h"
 #include "launchpad/NimbraLaunchpad.h"
 #include "platform/kr/KRBroker.h"
+#include "platform/kr/KeyCatalogue.h"
 #include "platform/vo/Application.h"
+#include "platform/vo/Future.h"
 #include "platform/vo/Log.h"
 #include "platform/vo/Mutex.h"
 #include "robot/Robot.h"
@@ -29,9 +31,11 @@ namespace KR {
 class Host {
 public:
     struct Options {
-        std::string config;                             ///< path of the configuration file
+        std::string config;                             ///< its path; empty for no rules
         std::string packages;                           ///< the packages folder; empty for none
         vo::LogLevel logLevel = vo::LogLevel::warning;  ///< what the logger prints
+        std::vector<std::string> plugins = {};          ///< built-in ones to add to the usual ones
+        Robot::Options robot = {};
     };
 
     /// Throws what loading the configuration file throws. The timeline outlives the host.
@@ -41,6 +45,10 @@ public:
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
 
+    /// Ends when everybody knows that the robot is ready ("TesselReady"), which some plugins wait
+    /// for: wait for it before start(), or under a virtual clock run what is pending.
+    const vo::Future<void>& ready() const { return ready_; }
+
     /// Has the timeline record errors of the log, also earlier ones, starts and stops of plugins,
     /// and the changes of the keys that the rules read and of these; then starts monitoring.
     void start(const std::vector<std::string>& moreKeys = {});
@@ -49,6 +57,7 @@ public:
     void stop();
 
     KRMemory& memory() { return broker_->memory(); }
+    KeyCatalogue& keys() { return broker_->keys(); }
     LifeService& life() { return *life_; }
     NimbraLaunchpad& launchpad() { return *launchpad_; }
 
@@ -67,6 +76,7 @@ private:
     Responder responder_;
     std::unique_ptr<NimbraLaunchpad> launchpad_;
     std::optional<PluginSwitch> pluginSwitch_;
+    vo::Future<void> ready_;
     vo::Mutex earlyErrorsMutex_;
     /// From before start().
     std::vector<vo::LogRecord> earlyErrors_ VO_GUARDED_BY(earlyErrorsMutex_);

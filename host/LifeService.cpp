@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/kr/KRMemory.h"
+#include "platform/kr/KeyCatalogue.h"
 #include "robot/RobotBody.h"
 
 namespace KR {
@@ -49,8 +50,16 @@ LifeService::LifeService(const boost::shared_ptr<KRBroker>& broker)
       stateHistory_{state_}
 {
     setModuleDescription("The robot's life: state, sleep, focus, frozen chains");
-    for (const char* key : {kStateKey, kAsleepKey, kFocusKey})
-        broker->memory().declareEvent(key, kName);
+    std::vector<KRValue> states;
+    for (const auto& [state, mayRunActivities] : kStates)
+        states.emplace_back(state);
+    for (const KeyDescription& key :
+         {KeyDescription::text(kStateKey, "life state").oneOf(states),
+          KeyDescription::boolean(kAsleepKey, "the robot sleeps"),
+          KeyDescription::text(kFocusKey, "activity in focus; \"\" for none")}) {
+        broker->memory().declareEvent(key.key, kName);
+        broker->keys().addPublished(key, kName);
+    }
     bindService();
 }
 

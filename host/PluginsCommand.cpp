@@ -1,6 +1,8 @@
 #include "host/PluginsCommand.h"
 
+#include "host/ConfigurationCheck.h"
 #include "host/Host.h"
+#include "host/NoTimeline.h"
 #include "host/Output.h"
 #include "host/RunCommand.h"
 #include "host/Table.h"
@@ -8,14 +10,6 @@
 namespace KR {
 
 namespace {
-
-/// Nobody looks at the timeline of a robot that is brought up for its plugins only.
-class NoTimeline : public TimelineRenderer {
-public:
-    void begin(const RunHeader&) override {}
-    void event(const TimelineEvent&) override {}
-    void end(const RunSummary&) override {}
-};
 
 TableRow rowOf(const NimbraLaunchpad::PluginState& plugin)
 {
@@ -25,11 +19,16 @@ TableRow rowOf(const NimbraLaunchpad::PluginState& plugin)
 
 }  // namespace
 
-void listPlugins(const std::string& config, const std::string& packages)
+void listPlugins(const std::string& given, const std::string& packages)
 {
     const std::shared_ptr<vo::Clock> clock = vo::makeRealClock();
     Timeline timeline(clock, std::make_unique<NoTimeline>());
-    Host host(clock, timeline, {configPath(config), packages, vo::LogLevel::warning});
+    Host::Options options;
+    options.config = configPath(given);
+    options.packages = packages;
+    options.plugins = inspectConfiguration(options.config).plugins;
+    Host host(clock, timeline, options);
+    host.ready().wait();
     host.start();
     std::vector<TableRow> rows{{"name", "groups", "enabled", "running", "keys"}};
     for (const NimbraLaunchpad::PluginState& plugin : host.launchpad().getPluginStates())

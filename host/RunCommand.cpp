@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <cstdlib>
 #include <iostream>
 #include <system_error>
 #include <yaml-cpp/exceptions.h>
@@ -17,19 +18,12 @@
 #include "host/StopRequest.h"
 #include "host/Text.h"
 #include "platform/vo/Path.h"
+#include "robot/MachineBattery.h"
 #include "robot/Scenario.h"
 
 namespace KR {
 
 namespace {
-
-std::vector<std::string> ruleNames(const std::string& config)
-{
-    std::vector<std::string> names;
-    for (const AutonomousAction& rule : inspectConfiguration(config).rules)
-        names.push_back(rule.description);
-    return names;
-}
 
 std::unique_ptr<TimelineRenderer> makeRenderer(Output& output, bool json)
 {
@@ -58,9 +52,11 @@ public:
                                       ? Player::endOf(scenario)
                                       : endFromText(options_.until, scenario.start);
         const auto clock = std::make_shared<vo::VirtualClock>(scenario.start, kMaxTasksAtOneMoment);
-        return live(clock, scenario.title, scenario.keys(), [&](Host& host, Timeline& timeline) {
+        const auto settle = [&](Host&) { clock->runPending(); };
+        const auto play = [&](Host& host, Timeline& timeline) {
             return Player(host, *clock, timeline, stop_, options_.speed).play(scenario, end);
-        });
+        };
+        return live(clock, robotOptions(), {scenario.title, scenario.keys()}, settle, play);
     }
 
     int liveOn()
@@ -70,7 +66,10 @@ public:
         std::optional<vo::Duration> length;
         if (!options_.until.empty())
             length = endFromText(options_.until, start) - start;
-        return live(clock, {}, {}, [&](Host&, Timeline&) {
+        Robot::Options robot = robotOptions();
+        robot.powerSupplies = MachineBattery::kFolder;
+        const auto settle = [](Host& host) { host.ready().wait(); };
+        return live(clock, robot, {}, settle, [&](Host&, Timeline&) {
             if (!length) {
                 stop_.wait();
                 return true;
@@ -85,21 +84,41 @@ public:
 private:
     bool isFast() const { return !options_.scenario.empty() && !options_.speed; }
 
-    /// Brings a host up, lets `course` pass, which tells whether it came to its end, and brings the
-    /// host down.
-    template <class Course>
-    int live(const std::shared_ptr<vo::Clock>& clock, const std::string& title,
-             const std::vector<std::string>& keys, const Course& course)
+    Robot::Options robotOptions() const
+    {
+        Robot::Options robot;
+        robot.preferences = options_.preferences;
+        return robot;
+    }
+
+    /// What the timeline shows of a run beside the rules.
+    struct Subject {
+        std::string title;
+        std::vector<std::string> keys;
+    };
+
+    /// Brings a host up, has it settle, lets `course` pass, which tells whether it came to its end,
+    /// and brings the host down.
+    template <class Settle, class Course>
+    int live(const std::shared_ptr<vo::Clock>& clock, const Robot::Options& robot,
+             const Subject& subject, const Settle& settle, const Course& course)
     {
         const std::string config = configPath(options_.config);
         Timeline timeline(clock, makeRenderer(output_, options_.json));
-        const std::vector<std::string> rules = ruleNames(config);
+        const ConfigurationReport report = inspectConfiguration(config);
+        std::vector<std::string> plugins = report.plugins;
+        for (const std::string& plugin : options_.plugins) {
+            if (std::find(plugins.begin(), plugins.end(), plugin) == plugins.end())
+                plugins.push_back(plugin);
+        }
         bool hasEnded = false;
         std::string failure;
         {
-            Host host(clock, timeline, {config, options_.packages, options_.logLevel});
-            timeline.begin({title, config, rules, clock->now()});
-            host.start(keys);
+            Host host(clock, timeline,
+                      {config, options_.packages, options_.logLevel, plugins, robot});
+            timeline.begin({subject.title, config, report.ruleNames(), clock->now()});
+            settle(host);
+            host.start(subject.keys);
             try {
                 hasEnded = course(host, timeline);
             } catch (const std::exception& e) {
@@ -186,6 +205,9 @@ vo::TimePoint endFromText(const std::string& text, vo::TimePoint start)
 int run(const RunOptions& options)
 {
     vo::setLogLevel(options.logLevel);
+    // A scenario's times have no zone, and mean the same everywhere. There is no other thread yet.
+    if (!options.scenario.empty())
+        ::setenv("TZ", "UTC0", 1);  // NOLINT(concurrency-mt-unsafe)
     try {
         Run run(options);
         return options.scenario.empty() ? run.liveOn() : run.play();

@@ -3,6 +3,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "platform/vo/Clock.h"
 #include "platform/vo/Log.h"
@@ -16,11 +17,13 @@ public:
 };
 
 struct RunOptions {
-    std::string config;           ///< empty for the default file
-    std::string packages;         ///< the packages folder; empty for none
-    std::string scenario;         ///< empty for a live run
-    std::optional<double> speed;  ///< of a scenario; nothing for as fast as possible
-    std::string until;            ///< empty for no limit
+    std::string config;                ///< empty for the default file
+    std::string packages;              ///< the packages folder; empty for none
+    std::vector<std::string> plugins;  ///< built-in ones to add, beside those of the file
+    std::string preferences;           ///< file that preferences are kept in; empty for none
+    std::string scenario;              ///< empty for a live run
+    std::optional<double> speed;       ///< of a scenario; nothing for as fast as possible
+    std::string until;                 ///< empty for no limit
     bool json = false;
     vo::LogLevel logLevel = vo::LogLevel::warning;
 };

@@ -3,11 +3,13 @@
 #include <functional>
 
 #include "host/ConfigurationCheck.h"
+#include "host/KeysCommand.h"
 #include "host/Output.h"
 #include "host/PackageCommand.h"
 #include "host/PermissionsCommand.h"
 #include "host/PluginsCommand.h"
 #include "host/RunCommand.h"
+#include "launchpad/NimbraLaunchpad.h"
 #include "platform/vo/Log.h"
 
 namespace {
@@ -72,6 +74,12 @@ CLI::App* addRun(CLI::App& app, CommandLine& line)
                     "End at a time of day (\"07:30\", \"2 07:30\") or after a duration (\"90s\")")
         ->type_name("TIME");
     addPackages(*run, line);
+    run->add_option("--plugin", line.run.plugins, "Built-in plugin to add; may be given again")
+        ->type_name("NAME")
+        ->check(CLI::IsMember(KR::NimbraLaunchpad::addableModulePlugins()));
+    run->add_option("--preferences", line.run.preferences,
+                    "File that the robot's preferences are kept in (default: not kept)")
+        ->type_name("FILE");
     run->add_flag("--json", line.run.json, "Print one JSON object a line");
     run->add_option("--log-level", line.logLevel, "What to log on stderr")
         ->type_name("L")
@@ -91,6 +99,11 @@ void parse(CLI::App& app, CommandLine& line, int argc, char** argv)
     CLI::App* plugins = app.add_subcommand("plugins", "List the plugins of a robot");
     addConfig(*plugins, line);
     addPackages(*plugins, line);
+    CLI::App* keys =
+        app.add_subcommand("keys", "List the memory keys, and who writes and reads them");
+    keys->add_option("--config", line.run.config, "Rules whose keys to show, too")
+        ->type_name("FILE");
+    keys->add_flag("--json", line.run.json, "Print one JSON object a line");
     KR::addPackageCommand(app, line.command);
     KR::addPermissionsCommand(app, line.command);
     app.parse(argc, argv);
@@ -105,9 +118,12 @@ int perform(const CLI::App& app, const CommandLine& line)
         return line.command();
     if (app.got_subcommand("check"))
         return KR::checkConfigurations(line.checked);
-    if (!app.got_subcommand("plugins"))
+    if (app.got_subcommand("run"))
         return KR::run(line.run);
-    KR::listPlugins(line.run.config, line.run.packages);
+    if (app.got_subcommand("keys"))
+        KR::listKeys(line.run.config, line.run.json);
+    else
+        KR::listPlugins(line.run.config, line.run.packages);
     return 0;
 }
 

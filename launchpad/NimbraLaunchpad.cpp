@@ -4,11 +4,19 @@
 #include <stdexcept>
 #include <utility>
 
+#include "platform/kr/KRError.h"
 #include "platform/vo/Log.h"
 #include "platform/vo/PackageInfo.h"
 #include "platform/vo/Path.h"
 #include "platform/vo/Session.h"
+#include "plugins/builtin/ActivitiesPlugin.h"
 #include "plugins/builtin/BatteryPlugin.h"
+#include "plugins/builtin/HardwareInfoPlugin.h"
+#include "plugins/builtin/HumanTrackedPlugin.h"
+#include "plugins/builtin/PerceptionHeavyPlugin.h"
+#include "plugins/builtin/PosturePlugin.h"
+#include "plugins/builtin/TemperaturePlugin.h"
+#include "plugins/builtin/TimingPlugin.h"
 
 namespace KR {
 namespace {
@@ -63,9 +71,12 @@ NimbraLaunchpad::NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker,
     _followPackages(packageRemoved_, "onPackageRemoved", false);
     _initPackageData();
 
-    // Before it come the plugins Activities, Timing, Temperature and HardwareInfo, after it comes
-    // Posture.
+    _initAddModulePlugin<ActivitiesPlugin>("Activities", broker_);
+    _initAddModulePlugin<TimingPlugin>("Timing", broker_);
+    _initAddModulePlugin<TemperaturePlugin>("Temperature", broker_);
+    _initAddModulePlugin<HardwareInfoPlugin>("HardwareInfo", broker_);
     _initAddModulePlugin<BatteryPlugin>("Battery", broker_);
+    _initAddModulePlugin<PosturePlugin>("Posture", broker_);
 
     try {
         const auto actions = actionsOfModule(kInteractiveActivityModule);
@@ -77,8 +88,7 @@ NimbraLaunchpad::NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker,
     }
 }
 
-/// For the constructor alone, during which packages change already. createModule also initialises
-/// the module.
+/// Packages change already while the constructor runs. createModule also initialises the module.
 template <class Plugin>
 void NimbraLaunchpad::_initAddModulePlugin(const std::string& name,
                                            const boost::shared_ptr<KRBroker>& broker)
@@ -90,6 +100,22 @@ void NimbraLaunchpad::_initAddModulePlugin(const std::string& name,
     } catch (const std::exception& e) {
         kLog.error("_initAddModulePlugin", "Could not load plugin: " + name + e.what());
     }
+}
+
+void NimbraLaunchpad::addModulePlugin(const std::string& name)
+{
+    if (name == "PerceptionHeavy")
+        _initAddModulePlugin<PerceptionHeavyPlugin>(name, broker_);
+    else if (name == "HumanTracked")
+        _initAddModulePlugin<HumanTrackedPlugin>(name, broker_);
+    else
+        throw KRError("NimbraLaunchpad", "addModulePlugin",
+                      "there is no plugin '" + name + "' to add");
+}
+
+std::vector<std::string> NimbraLaunchpad::addableModulePlugins()
+{
+    return {"HumanTracked", "PerceptionHeavy"};
 }
 
 void NimbraLaunchpad::_followPackages(PackageSignal& connection, const char* signal, bool installed)

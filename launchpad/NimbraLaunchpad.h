@@ -102,6 +102,13 @@ public:
     /// The first action, by id, of exactly that description; std::runtime_error if there is none.
     AutonomousAction getAction(const std::string& description) const;
 
+    /// Adds a built-in plugin that does not come with every launchpad, because what it costs is
+    /// not for every robot. One that cannot be made is logged and left out. KRError for a name
+    /// that is not one of addableModulePlugins().
+    void addModulePlugin(const std::string& name);
+    /// In ascending order.
+    static std::vector<std::string> addableModulePlugins();
+
     /// Says whether a plugin is wanted, and while monitoring starts or stops it accordingly, and
     /// every other plugin that is not as it is wanted. KRError, after all were tried, for an
     /// unknown name or when one failed.

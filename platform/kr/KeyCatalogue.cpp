@@ -174,7 +174,8 @@ void KeyCatalogue::addRead(const std::string& key, const std::string& reader)
 {
     const vo::Lock lock(mutex_);
     Entry& entry = entries_[key];
-    entry.description.key = key;
+    if (entry.publishers.empty())
+        entry.description.key = key;
     entry.readers.insert(reader);
 }
 

@@ -29,6 +29,7 @@ protected:
                          "AutonomousActions:\n" +
                              rules);
         host.emplace(clock, timeline, Host::Options{config, packages, vo::LogLevel::warning});
+        clock->runPending();
         host->start();
         clock->runPending();
         events.erase(std::remove_if(events.begin(), events.end(),
@@ -57,13 +58,15 @@ protected:
         return result;
     }
 
-    /// "name", with a "+" for one that is enabled and another for one that runs.
+    /// "name", with a "+" for one that is enabled and another for one that runs; of the built-in
+    /// ones, the battery's alone.
     std::vector<std::string> plugins()
     {
         std::vector<std::string> result;
         for (const auto& plugin : host->launchpad().getPluginStates())
-            result.push_back(plugin.name + (plugin.enabled ? "+" : "") +
-                             (plugin.running ? "+" : ""));
+            if (plugin.name[0] != '_' || plugin.name == "_LaunchpadPluginBattery")
+                result.push_back(plugin.name + (plugin.enabled ? "+" : "") +
+                                 (plugin.running ? "+" : ""));
         return result;
     }
 

@@ -124,7 +124,7 @@ TEST_F(ProgramTest, RunEndsWithItsExitCode)
         {play + "--speed 2 --as-fast-as-possible", 2, "excludes"},
         {run + "--speed 2", 2, "requires"},
         {run + "--until 1y", 2, "is no time"},
-        {"plugins --config " + config, 0, "_LaunchpadPluginBattery  solitary, interactive  yes"},
+        {"plugins --config " + config, 0, "_LaunchpadPluginBattery       solitary, interactive  yes      yes "},
         {"plugins --config " + config + " --packages " + config, 1, "nimbra: "},
         {run + "--until 2147483647d", 2, "366 days"},
         {run + "--until=-1d", 2, "not after the start"},

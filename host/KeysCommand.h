@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+namespace KR {
+
+/// The command `nimbra keys`: writes the memory keys that this program's modules publish or read to
+/// stdout, one a line after a heading (key, what it can hold, what it holds while there is nothing
+/// to tell, who publishes and who reads it, its meaning; "-" for nothing), in ascending order.
+/// With `json`, one object a line. "rules" are among the readers of the keys that the conditions of
+/// a configuration file read; an empty path stands for none.
+void listKeys(const std::string& config, bool json);
+
+}  // namespace KR
