@@ -1,6 +1,4 @@
 #include <atomic>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <thread>
 
 #include "platform/kr/KRError.h"
@@ -9,6 +7,7 @@
 #include "platform/kr/KRProxy.h"
 #include "platform/vo/AnyObject.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/Testing.h"
 #include "tests/support/VirtualPlatform.h"
 
 namespace KR {
@@ -16,8 +15,6 @@ namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 using Changes = std::vector<std::pair<std::uint32_t, KRValue>>;
 
@@ -152,11 +149,14 @@ TEST_F(MemoryTest, SteadyRaiseWithoutSubscriberDoesNotAllocate)
     EXPECT_EQ(allocationsOfThisThread(), before);
 }
 
-TEST_F(MemoryTest, ServiceOffersTheOperationsByName)
+TEST_F(MemoryTest, ServiceOffersTheOperationsByNameForAsLongAsTheBrokerLives)
 {
+    EXPECT_THROW(KRBroker::create(platform.application), KRError) << "there is one already";
+    EXPECT_THROW(KRMemoryProxy{nullptr}, KRError);
+    EXPECT_THROW(platform.broker->getProxy("Nobody"), KRError);
     const auto proxy = platform.broker->getProxy("KRMemory");
     proxy->call("declareEvent", "K", "D");
-    proxy->call("raiseEvent", "K", KRValue(1));
+    KRMemoryProxy(platform.broker).raiseEvent("K", 1);
     EXPECT_EQ(proxy->call<KRValue>("getData", "K"), KRValue(1));
     EXPECT_EQ(proxy->call<KRValue>("getListData", std::vector<std::string>{"K", "L"}),
               KRValue(KRValue::Array{1, KRValue()}));
@@ -166,6 +166,9 @@ TEST_F(MemoryTest, ServiceOffersTheOperationsByName)
     proxy->call("unsubscribeToMicroEvent", "L", "KRMemory");
     EXPECT_THROW(proxy->call("unsubscribeToMicroEvent", "L", "KRMemory"), KRError);
     EXPECT_THROW(proxy->call<vo::AnyObject>("subscriber", ""), KRError);
+    platform.broker.reset();
+    EXPECT_FALSE(platform.application.session().findService("KRMemory"));
+    EXPECT_THROW(proxy->call("raiseEvent", "K", KRValue(1)), KRError);
 }
 
 TEST_F(MemoryTest, SubscriberSignalsEveryNewValueInOrder)
@@ -186,19 +189,6 @@ TEST_F(MemoryTest, SubscriberSignalsEveryNewValueInOrder)
     memory.raiseEvent("K", 2);
     platform.runPending();
     EXPECT_EQ(received.back(), KRValue(2)) << "a connection outlives its handle";
-}
-
-TEST_F(MemoryTest, BrokerRegistersItsMemoryAndTakesItAway)
-{
-    EXPECT_THROW(KRBroker::create(platform.application), KRError);
-    EXPECT_THROW(KRMemoryProxy{nullptr}, KRError);
-    EXPECT_THROW(platform.broker->getProxy("Nobody"), KRError);
-    KRMemoryProxy(platform.broker).raiseEvent("K", 1);
-    const auto proxy = platform.broker->getProxy("KRMemory");
-    EXPECT_EQ(proxy->call<KRValue>("getData", "K"), KRValue(1));
-    platform.broker.reset();
-    EXPECT_FALSE(platform.application.session().findService("KRMemory"));
-    EXPECT_THROW(proxy->call<KRValue>("getData", "K"), KRError);
 }
 
 // Real threads, since what is tested is the locking.
