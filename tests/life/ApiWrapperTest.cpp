@@ -1,8 +1,8 @@
-#include <gmock/gmock.h>
 #include <yaml-cpp/yaml.h>
 
 #include "platform/life/ApiWrapper.h"
 #include "platform/vo/Session.h"
+#include "tests/support/Testing.h"
 #include "tests/support/VirtualPlatform.h"
 
 namespace KR {
@@ -17,25 +17,20 @@ TEST(ApiWrapper, malformedCall_isRefused)
         {"{Module: a, Method: m, Args: [[~]]}", "column 30: an argument must not be null"},
         {"{Module: a, Method: m, args: []}", "column 24: a call has Module, Method and Args"},
     };
-    for (const auto& [yaml, error] : rows) {
-        try {
-            const ApiWrapper call(YAML::Load(yaml));
-            ADD_FAILURE() << yaml;
-        } catch (const std::runtime_error& e) {
-            EXPECT_THAT(e.what(), testing::HasSubstr(error)) << yaml;
-        }
-    }
+    for (const auto& [yaml, error] : rows)
+        EXPECT_THAT(errorOf([yaml = yaml] { ApiWrapper(YAML::Load(yaml)); }),
+                    testing::HasSubstr(error));
 }
 
 TEST(ApiWrapper, call_survivesItsExportAndReachesTheService)
 {
     VirtualPlatform platform;
-    auto leds = std::make_shared<vo::ServiceObject>("KRLeds");
-    leds->method("fade", [](std::string name, double level, KRValue extra) {
-        return KRValue(KRValue::Array{std::move(name), level, std::move(extra)});
-    });
-    leds->method("off", [] {});
-    platform.application.session().registerService(leds);
+    platform
+        .addService("KRLeds", "fade",
+                    [](std::string name, double level, KRValue extra) {
+                        return KRValue(KRValue::Array{std::move(name), level, std::move(extra)});
+                    })
+        ->method("off", [] {});
 
     const auto call = [](const char* yaml) {
         const ApiWrapper written(YAML::Load(yaml));

@@ -1,14 +1,12 @@
 #include <cmath>
-#include <filesystem>
-#include <fstream>
-#include <gmock/gmock.h>
 #include <limits>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <yaml-cpp/yaml.h>
 
 #include "platform/life/YamlFile.h"
 #include "platform/life/YamlValue.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Testing.h"
 
 namespace KR {
 namespace {
@@ -50,37 +48,25 @@ TEST(YamlValue, whatIsNoValue_isRefusedWithItsPlace)
         {"&a [*a]", "line 1, column 1: arrays are nested deeper than 32"},
         {many + "]", "line 1, column 1: more than 10000 values"},
     };
-    for (const auto& [yaml, error] : rows) {
-        try {
-            yamlToKRValue(YAML::Load(yaml));
-            ADD_FAILURE() << yaml;
-        } catch (const std::runtime_error& e) {
-            EXPECT_EQ(e.what(), error);
-        }
-    }
+    for (const auto& [yaml, error] : rows)
+        EXPECT_EQ(errorOf([text = yaml] { yamlToKRValue(YAML::Load(text)); }), error);
     EXPECT_THROW(yamlToKRValue(YAML::Load("{}")["none"]), std::runtime_error);
 }
 
 TEST(YamlFile, whateverThePathHolds_isReadOrRefusedWithItsName)
 {
     constexpr std::size_t kMaxBytes = 1'000'000;
-    const std::filesystem::path folder =
-        std::filesystem::path(testing::TempDir()) / ("yaml-file-" + std::to_string(getpid()));
-    std::filesystem::create_directory(folder);
-    const auto outcomeOf = [&](const std::string& path) -> std::string {
-        try {
-            loadYamlFile(path, kMaxBytes);
-            return "read";
-        } catch (const YAML::Exception& e) {
-            EXPECT_THAT(e.what(), testing::HasSubstr(path));
-            return e.what();
-        }
+    const TemporaryFolder folder;
+    const auto outcomeOf = [&](const std::string& path) {
+        const auto outcome = errorOf<YAML::Exception>([&] { loadYamlFile(path, kMaxBytes); });
+        EXPECT_TRUE(outcome == "none" || outcome.find(path) != std::string::npos) << outcome;
+        return outcome;
     };
-    const std::string pipe = folder / "pipe";
+    const std::string pipe = folder.path() + "/pipe";
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     EXPECT_THAT(outcomeOf(pipe), testing::HasSubstr("not a regular file"));
-    EXPECT_THAT(outcomeOf(folder), testing::HasSubstr("not a regular file"));
-    EXPECT_THAT(outcomeOf(folder / "missing"), testing::HasSubstr("No such file"));
+    EXPECT_THAT(outcomeOf(folder.path()), testing::HasSubstr("not a regular file"));
+    EXPECT_THAT(outcomeOf(folder.path() + "/missing"), testing::HasSubstr("No such file"));
 
     std::string bomb = "- &l0 [x]\n";
     for (int i = 1; i < 60; ++i) {
@@ -88,21 +74,18 @@ TEST(YamlFile, whateverThePathHolds_isReadOrRefusedWithItsName)
         bomb += "- &l" + (std::to_string(i) + " [") + alias + (", " + alias) + "]\n";
     }
     const std::pair<std::string, const char*> rows[] = {
-        {"", "read"},
-        {"a: \"\xff\\0\"", "read"},
+        {"", "none"},
+        {"a: \"\xff\\0\"", "none"},
         {"a: " + std::string(kMaxBytes, 'x'), "larger than 1000000 bytes"},
         {std::string(100'000, '['), "nested deeper than 100"},
-        {std::string(kMaxYamlFileDepth, '[') + std::string(kMaxYamlFileDepth, ']'), "read"},
+        {std::string(kMaxYamlFileDepth, '[') + std::string(kMaxYamlFileDepth, ']'), "none"},
         {"&a [b, *a]", "refers to a node that it is inside of"},
         {bomb, "more than 1000000 nodes, aliases written out"},
         {"\x7f\x01: [", "line 1, column"},
     };
-    for (const auto& [text, expected] : rows) {
-        const std::string path = folder / "file.yaml";
-        std::ofstream(path, std::ios::binary) << text;
-        EXPECT_THAT(outcomeOf(path), testing::HasSubstr(expected)) << text.substr(0, 20);
-    }
-    std::filesystem::remove_all(folder);
+    for (const auto& [text, expected] : rows)
+        EXPECT_THAT(outcomeOf(folder.write("file.yaml", text)), testing::HasSubstr(expected))
+            << text.substr(0, 20);
 }
 
 }  // namespace
