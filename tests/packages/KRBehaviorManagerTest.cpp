@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <gmock/gmock.h>
 #include <map>
 #include <optional>
 #include <spawn.h>
@@ -19,45 +18,12 @@
 #include "platform/packages/KRBehaviorManager.h"
 #include "platform/vo/Application.h"
 #include "platform/vo/Log.h"
+#include "tests/support/Happenings.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/Testing.h"
 
 namespace KR {
 namespace {
-
-using testing::ElementsAre;
-using testing::HasSubstr;
-
-/// What happened, in order, for a test that waits for it.
-class Happenings {
-public:
-    void add(const std::string& what)
-    {
-        vo::Lock lock(mutex_);
-        all_.push_back(what);
-        changed_.notify_all();
-    }
-    /// Waits for something that begins with this, and returns the rest of it.
-    std::string wait(const std::string& begin)
-    {
-        vo::Lock lock(mutex_);
-        while (true) {
-            for (const auto& what : all_)
-                if (what.compare(0, begin.size(), begin) == 0)
-                    return what.substr(begin.size());
-            changed_.wait(mutex_);
-        }
-    }
-    std::vector<std::string> all()
-    {
-        vo::Lock lock(mutex_);
-        return all_;
-    }
-
-private:
-    vo::Mutex mutex_;
-    std::condition_variable_any changed_;
-    std::vector<std::string> all_ VO_GUARDED_BY(mutex_);
-};
 
 struct KRBehaviorManagerTest : testing::Test {
     TemporaryFolder folder;
@@ -73,6 +39,7 @@ struct KRBehaviorManagerTest : testing::Test {
     vo::Application application{clock};
     std::optional<KRBehaviorManager> manager;
 
+    KRBehaviorManagerTest() { ::mkfifo(pipePath().c_str(), 0600); }
     /// Installs a behaviour whose program is a shell script.
     std::string install(const std::string& name, const std::string& script)
     {
@@ -118,7 +85,7 @@ TEST_F(KRBehaviorManagerTest, program_runs_in_its_packages_folder_and_in_a_group
     EXPECT_EQ(ends.wait(key + " "), "3");
     EXPECT_EQ(lines.wait("folder="), std::filesystem::canonical(folder.path()));
     EXPECT_EQ(lines.wait("group="), lines.wait("pid="));
-    EXPECT_EQ(lines.all().size(), 5U);  // no input
+    EXPECT_EQ(lines.take(5).size(), 5U);  // no input
     EXPECT_EQ(log.lines(vo::LogLevel::info).back(), "Behavior/pkg/where: rest");
 }
 
@@ -139,13 +106,11 @@ TEST_F(KRBehaviorManagerTest, what_cannot_run_is_refused_with_the_reason)
         {"pkg/garbage", "Exec format error"}};
     for (const auto& [key, reason] : reasons) {
         SCOPED_TRACE(key);
-        try {
-            manager->preloadBehavior(key);
-            manager->startBehavior(key);
-            ADD_FAILURE() << "started";
-        } catch (const KRError& e) {
-            EXPECT_THAT(e.what(), HasSubstr(reason));
-        }
+        EXPECT_THAT(errorOf<KRError>([&, &name = key] {
+                        manager->preloadBehavior(name);
+                        manager->startBehavior(name);
+                    }),
+                    HasSubstr(reason));
         EXPECT_FALSE(manager->isBehaviorRunning(key));
         EXPECT_NO_THROW(manager->stopBehavior(key));
     }
@@ -171,7 +136,7 @@ TEST_F(KRBehaviorManagerTest, stop_asks_the_program_and_waits_for_its_end)
     EXPECT_FALSE(service().call<bool>("isBehaviorRunning", polite));
     EXPECT_TRUE(service().call<bool>("isBehaviorRunning", other));
     EXPECT_EQ(ends.wait(polite + " "), "7");
-    EXPECT_THAT(lines.all(), ElementsAre("ready", "bye"));
+    EXPECT_THAT(lines.take(2), ElementsAre("ready", "bye"));
     manager.reset();  // stops the other one
     EXPECT_EQ(log.count(vo::LogLevel::info, "Behaviour 'pkg/other' was ended by signal 15"), 1U);
 }
@@ -182,7 +147,6 @@ TEST_F(KRBehaviorManagerTest, descendants_end_with_their_behaviour_even_outside_
         holdPipe() + "sleep 60 & setsid sleep 60 & (setsid sh -c 'trap \"\" TERM; sleep 60' &) ; ";
     const auto ending = install("ending", family + "echo over >&9");
     const auto stays = install("stays", family + "trap '' TERM; echo ready; sleep 60; sleep 60");
-    ::mkfifo(pipePath().c_str(), 0600);
     make(std::chrono::milliseconds(20));  // it does not end when it is asked to
     manager->startBehavior(ending);
     std::ifstream first(pipePath());
@@ -198,24 +162,18 @@ TEST_F(KRBehaviorManagerTest, descendants_end_with_their_behaviour_even_outside_
 TEST_F(KRBehaviorManagerTest, program_killed_from_outside_no_longer_runs_and_can_start_again)
 {
     const auto key = install("victim", holdPipe() + "echo $$ >&9; echo $PPID >&9; sleep 60 & wait");
-    ::mkfifo(pipePath().c_str(), 0600);
     make();
     for (const bool killGuard : {false, true}) {
         SCOPED_TRACE(killGuard);
-        Happenings ended;
-        const auto link = service().connect<std::string, int>(
-            "onBehaviorEnded",
-            [&](const std::string&, int status) { ended.add(std::to_string(status)); });
         manager->startBehavior(key);
         std::ifstream pipe(pipePath());
         pid_t program = 0;
         pid_t guard = 0;
         pipe >> program >> guard;
         ::kill(killGuard ? guard : program, SIGKILL);
-        EXPECT_EQ(ended.wait(""), "-9");
+        EXPECT_THAT(ends.take(1), ElementsAre(key + " -9"));
         EXPECT_FALSE(manager->isBehaviorRunning(key));
         EXPECT_EQ(readToEnd(pipe), "\n");
-        service().disconnect(link);
     }
 }
 
@@ -226,7 +184,7 @@ TEST_F(KRBehaviorManagerTest, endless_output_is_cut_into_lines_and_limited)
     lines.wait("ready");
     lines.wait("y");
     manager->stopBehavior(key);
-    const auto all = lines.all();
+    const auto all = lines.take(1);
     EXPECT_EQ(all[0].size(), 4096U);
     EXPECT_EQ(all[2].size(), 10000U - 2 * 4096U);
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(clock->uptime()).count();
@@ -255,7 +213,6 @@ TEST_F(KRBehaviorManagerTest, starts_and_stops_from_many_threads_leave_a_consist
 TEST_F(KRBehaviorManagerTest, no_behaviour_survives_its_host_however_that_ends)
 {
     install("stay", holdPipe() + "trap '' INT TERM; setsid sleep 60 & echo ready >&9; sleep 60");
-    ::mkfifo(pipePath().c_str(), 0600);
     for (const int signal : {SIGKILL, SIGINT}) {
         SCOPED_TRACE(signal);
         std::string program = NIMBRA_TEST_BEHAVIOR_HOST;

@@ -1,6 +1,3 @@
-#include <atomic>
-#include <condition_variable>
-#include <gmock/gmock.h>
 #include <map>
 #include <optional>
 #include <string>
@@ -12,45 +9,13 @@
 #include "platform/vo/Application.h"
 #include "platform/vo/Log.h"
 #include "tests/packages/TestPackages.h"
+#include "tests/support/Happenings.h"
+#include "tests/support/Testing.h"
 
 namespace KR {
 namespace {
 
 namespace fs = std::filesystem;
-
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-
-/// What was signalled, in order, as "+uuid version" and "-uuid version".
-class Signals {
-public:
-    void follow(const vo::AnyObject& service)
-    {
-        const auto add = [this](const char* sign) {
-            return [this, sign](const vo::PackageInfo& package) {
-                const vo::Lock lock(mutex_);
-                all_.push_back(sign + package.uuid() + " " + package.version());
-                changed_.notify_all();
-            };
-        };
-        service.connect("onPackageInstalled", add("+"));
-        service.connect("onPackageRemoved", add("-"));
-    }
-    /// Waits for that many.
-    std::vector<std::string> take(std::size_t count)
-    {
-        const vo::Lock lock(mutex_);
-        while (all_.size() < count)
-            changed_.wait(mutex_);
-        return std::exchange(all_, {});
-    }
-
-private:
-    vo::Mutex mutex_;
-    std::condition_variable_any changed_;
-    std::vector<std::string> all_ VO_GUARDED_BY(mutex_);
-};
 
 // What the system notices of folders comes in real time, so the tests wait for it on the real
 // clock.
@@ -60,7 +25,11 @@ struct PackageManagerTest : testing::Test {
         PackageManager::Options options;
         options.settle = std::chrono::milliseconds(1);
         manager.emplace(application.session(), clock, packages, options);
-        signals.follow(service());
+        for (const auto& [signal, sign] :
+             {std::pair("onPackageInstalled", "+"), {"onPackageRemoved", "-"}})
+            service().connect(signal, [this, sign = sign](const vo::PackageInfo& package) {
+                signals.add(sign + package.uuid() + " " + package.version());
+            });
         return *manager;
     }
     vo::AnyObject service() { return application.session().service("PackageManager"); }
@@ -70,7 +39,7 @@ struct PackageManagerTest : testing::Test {
     const std::string packages = folder.path() + "/deep/packages";
     std::shared_ptr<vo::Clock> clock = vo::makeRealClock();
     vo::Application application{clock};
-    Signals signals;
+    Happenings signals;  ///< "+uuid version" and "-uuid version"
     std::optional<PackageManager> manager;
 };
 
@@ -114,34 +83,28 @@ TEST_F(PackageManagerTest, start_finds_what_is_usable_and_clears_what_was_left_o
 TEST_F(PackageManagerTest, changes_from_many_threads_leave_what_is_on_the_disk)
 {
     make();
-    std::map<std::string, int> balance;
-    std::atomic<bool> alternates{true};
-    const auto count = [&](int change) {
-        return [&, change](const std::vector<vo::Value>& values) {
-            int& now = balance[vo::fromValue<vo::PackageInfo>(values.at(0)).uuid()];
-            now += change;
-            alternates = alternates && (now == 0 || now == 1);
-        };
-    };
-    service().object()->connect("onPackageInstalled", count(1));
-    service().object()->connect("onPackageRemoved", count(-1));
-    const auto first = writeTestPackage(folder, "a", "a");
-    const auto second = writeTestPackage(folder, "b", "b");
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 2; ++t)
-        threads.emplace_back([&, t] {
-            for (int i = 0; i < 25; ++i) {
-                manager->upgrade(t == 0 ? first : second);
-                if (i % 3 == t)
-                    manager->removePkg(t == 0 ? "a" : "b");
-            }
+    std::map<std::string, std::string> told;  // by uuid, as "+-+"
+    for (const auto& [signal, sign] :
+         {std::pair("onPackageInstalled", '+'), {"onPackageRemoved", '-'}})
+        service().object()->connect(signal, [&, sign = sign](const std::vector<vo::Value>& values) {
+            told[vo::fromValue<vo::PackageInfo>(values.at(0)).uuid()] += sign;
         });
-    for (auto& thread : threads)
-        thread.join();
-    EXPECT_TRUE(alternates);
-    for (const auto& [uuid, installed] : balance) {
-        EXPECT_EQ(installed == 1, manager->hasPackage(uuid)) << uuid;
-        EXPECT_EQ(installed == 1, fs::exists(packages + "/" + uuid)) << uuid;
+    const auto change = [&](const std::string& uuid) {
+        const auto source = writeTestPackage(folder, uuid, uuid);
+        for (int i = 0; i < 25; ++i) {
+            manager->upgrade(source);
+            if (i % 3 == (uuid == "a" ? 0 : 1))
+                manager->removePkg(uuid);
+        }
+    };
+    std::thread other(change, "a");
+    change("b");
+    other.join();
+    ASSERT_EQ(told.size(), 2U);
+    for (const auto& [uuid, signs] : told) {
+        EXPECT_THAT(signs, testing::Not(testing::AnyOf(HasSubstr("++"), HasSubstr("--"))));
+        EXPECT_EQ(signs.back() == '+', manager->hasPackage(uuid)) << uuid;
+        EXPECT_EQ(signs.back() == '+', fs::exists(packages + "/" + uuid)) << uuid;
     }
     EXPECT_THAT(log.lines(vo::LogLevel::warning), IsEmpty());
 }

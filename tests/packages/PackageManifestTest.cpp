@@ -1,16 +1,12 @@
-#include <gmock/gmock.h>
+#include <boost/algorithm/string/erase.hpp>
 #include <string>
 
 #include "platform/packages/PackageManifest.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/Testing.h"
 
 namespace KR {
 namespace {
-
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Pair;
 
 struct PackageManifestTest : testing::Test {
     TemporaryFolder folder;
@@ -23,16 +19,10 @@ struct PackageManifestTest : testing::Test {
     /// What is wrong with a manifest, its path left out.
     std::string problems(const std::string& manifest)
     {
-        try {
-            read(manifest);
-        } catch (const PackageManifestError& e) {
-            const auto path = folder.path() + "/" + kPackageManifestFile + ":";
-            std::string text = e.what();
-            for (std::size_t at = 0; (at = text.find(path)) != std::string::npos;)
-                text.erase(at, path.size());
-            return text;
-        }
-        return {};
+        const auto path = folder.path() + "/" + kPackageManifestFile + ":";
+        auto text = errorOf<PackageManifestError>([&] { read(manifest); });
+        boost::erase_all(text, path);
+        return text;
     }
 };
 

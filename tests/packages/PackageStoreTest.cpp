@@ -1,4 +1,3 @@
-#include <gmock/gmock.h>
 #include <string>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -7,15 +6,13 @@
 #include "platform/packages/PackageStore.h"
 #include "platform/vo/Log.h"
 #include "tests/packages/TestPackages.h"
+#include "tests/support/Testing.h"
 
 namespace KR {
 namespace {
 
 namespace fs = std::filesystem;
 
-using testing::Contains;
-using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::Key;
 
 constexpr auto kRefuse = PackageStore::IfInstalled::refuse;
