@@ -260,44 +260,24 @@ void PackageManager::noteChanges(const Entries& found)
     };
     for (const auto& entry : entries_) {
         if (entry.second.package && !isIn(found, entry))
-            untold_.push_back({false, *entry.second.package});
+            untold_.add({false, *entry.second.package});
     }
     for (const auto& entry : found) {
         if (entry.second.package && !isIn(entries_, entry))
-            untold_.push_back({true, *entry.second.package});
+            untold_.add({true, *entry.second.package});
     }
 }
 
 void PackageManager::tell()
 {
-    {
-        const vo::Lock lock(mutex_);
-        if (telling_)
-            return;
-        telling_ = true;
-    }
-    while (const std::optional<Change> change = nextChange()) {
-        logger.info("tell", describe(change->package) +
-                                (change->installed ? " is installed" : " is removed"));
-        if (change->installed)
-            installed_(change->package);
+    untold_.tell([this](const Change& change) {
+        logger.info("tell", describe(change.package) +
+                                (change.installed ? " is installed" : " is removed"));
+        if (change.installed)
+            installed_(change.package);
         else
-            removed_(change->package);
-    }
-}
-
-/// Takes the oldest change that was not told of. None ends the telling: the next change begins it
-/// anew.
-std::optional<PackageManager::Change> PackageManager::nextChange()
-{
-    const vo::Lock lock(mutex_);
-    if (untold_.empty()) {
-        telling_ = false;
-        return std::nullopt;
-    }
-    std::optional<Change> change = std::move(untold_.front());
-    untold_.pop_front();
-    return change;
+            removed_(change.package);
+    });
 }
 
 }  // namespace KR

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <map>
 #include <memory>
 #include <optional>
@@ -15,6 +14,7 @@
 #include "platform/vo/PackageInfo.h"
 #include "platform/vo/Session.h"
 #include "platform/vo/Signal.h"
+#include "platform/vo/TellQueue.h"
 
 namespace KR {
 
@@ -109,7 +109,6 @@ private:
     Entries scan(Notes& notes) const VO_REQUIRES(mutex_);
     void noteChanges(const Entries& found) VO_REQUIRES(mutex_);
     void tell();
-    std::optional<Change> nextChange();
 
     // Constant after construction.
     vo::Session& session_;
@@ -119,14 +118,13 @@ private:
     const std::shared_ptr<vo::Executor> executor_;
 
     // Synchronised by themselves.
+    vo::TellQueue<Change> untold_;
     vo::Signal<vo::PackageInfo> installed_;
     vo::Signal<vo::PackageInfo> removed_;
 
     /// Held while the packages folder is read, so that of two scans the later one sees more.
     mutable vo::Mutex mutex_;
     Entries entries_ VO_GUARDED_BY(mutex_);
-    std::deque<Change> untold_ VO_GUARDED_BY(mutex_);
-    bool telling_ VO_GUARDED_BY(mutex_) = false;  ///< somebody works through untold_
 
     // Used on the watch's thread only.
     vo::Executor::TaskId pendingScan_ = 0;

@@ -1,13 +1,12 @@
 #pragma once
 
-#include <deque>
 #include <functional>
-#include <optional>
 #include <utility>
 
 #include "platform/vo/Future.h"
 #include "platform/vo/Mutex.h"
 #include "platform/vo/Signal.h"
+#include "platform/vo/TellQueue.h"
 
 namespace vo {
 
@@ -44,13 +43,10 @@ private:
         Promise<void> told;
     };
 
-    std::optional<Change> next();
-
     mutable Mutex mutex_;
     T value_ VO_GUARDED_BY(mutex_);
-    std::deque<Change> untold_ VO_GUARDED_BY(mutex_);
-    bool telling_ VO_GUARDED_BY(mutex_) = false;  ///< somebody works through untold_
-    // Synchronised by itself.
+    // Synchronised by themselves.
+    TellQueue<Change> untold_;
     Signal<T> changed_;
 };
 
