@@ -21,7 +21,9 @@ KRTextToSpeech::KRTextToSpeech(const boost::shared_ptr<KRBroker>& broker) : KRMo
     bindMethod("say", &KRTextToSpeech::say, this, "Says a text", {{"text", "what to say"}});
     bindMethod("setLanguage", &KRTextToSpeech::setLanguage, this, "Chooses the language",
                {{"language", "its English name"}});
-    bindMethod("getLanguage", &KRTextToSpeech::getLanguage, this, "The language in use");
+    for (const char* name : {"getLanguage", "locale"})
+        bindMethod(name, &KRTextToSpeech::getLanguage, this, "The language in use");
+    bindProperty("languageTTS", language_);
 }
 
 void KRTextToSpeech::say(const std::string& text)
@@ -33,14 +35,12 @@ void KRTextToSpeech::setLanguage(const std::string& language)
 {
     if (!kLanguages.count(language))
         throw KRError(kName, "setLanguage", "the language '" + language + "' is not installed");
-    const vo::Lock lock(mutex_);
-    language_ = language;
+    language_.set(language);
 }
 
 std::string KRTextToSpeech::getLanguage() const
 {
-    const vo::Lock lock(mutex_);
-    return language_;
+    return language_.get();
 }
 
 }  // namespace KR

@@ -3,12 +3,13 @@
 #include <string>
 
 #include "platform/kr/KRModule.h"
-#include "platform/vo/Mutex.h"
+#include "platform/vo/Property.h"
 
 namespace KR {
 
 /// The voice of the simulated robot: what it says is written to the memory key
-/// "KRTextToSpeech/CurrentSentence". Thread-safe. Errors are KRError.
+/// "KRTextToSpeech/CurrentSentence", and the language in use is its property "languageTTS", which
+/// can be followed. Thread-safe. Errors are KRError.
 class KRTextToSpeech : public KRModule {
 public:
     static constexpr const char* kName = "KRTextToSpeech";
@@ -23,8 +24,8 @@ public:
     std::string getLanguage() const;
 
 private:
-    mutable vo::Mutex mutex_;
-    std::string language_ VO_GUARDED_BY(mutex_) = "English";
+    // Synchronised by itself.
+    vo::Property<std::string> language_{"English"};
 };
 
 }  // namespace KR

@@ -6,6 +6,7 @@
 #include "robot/KRAnimationPlayer.h"
 #include "robot/KRAudioDevice.h"
 #include "robot/KRBasicAwareness.h"
+#include "robot/KRDialog.h"
 #include "robot/KREngagementZones.h"
 #include "robot/KRGazeAnalysis.h"
 #include "robot/KRLeds.h"
@@ -44,6 +45,7 @@ Robot::Robot(const boost::shared_ptr<KRBroker>& broker, const Options& options)
         KRModule::createModule<KRLeds>(broker),
         KRModule::createModule<KRAudioDevice>(broker),
         KRModule::createModule<KRTextToSpeech>(broker),
+        KRModule::createModule<KRDialog>(broker),
         KRModule::createModule<KRRobotModel>(broker),
         KRModule::createModule<KRRobotPosture>(broker, body),
         KRModule::createModule<KRMotion>(broker),

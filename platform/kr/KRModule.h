@@ -79,6 +79,19 @@ protected:
         bind<Args...>(name, function, self, describe(description, parameters));
     }
 
+    /// Publishes a signal under `name`, and a property that others can read and follow. Both are
+    /// members of the module. For the constructor.
+    template <class... Args>
+    void bindSignal(const std::string& name, vo::Signal<Args...>& signal)
+    {
+        object_->signal(name, signal);
+    }
+    template <class T>
+    void bindProperty(const std::string& name, vo::Property<T>& property)
+    {
+        object_->readOnlyProperty(name, property);
+    }
+
 private:
     struct Retire {
         void operator()(KRModule* module) const;

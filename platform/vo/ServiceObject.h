@@ -57,6 +57,10 @@ public:
     /// Adds a property; it must live until close(). Readable, followable, and settable.
     template <class T>
     ServiceObject& property(const std::string& name, Property<T>& property);
+    /// The same, but setting it by name raises std::runtime_error: it tells of something that
+    /// others cannot change.
+    template <class T>
+    ServiceObject& readOnlyProperty(const std::string& name, Property<T>& property);
 
     /// In ascending order of name.
     std::vector<MethodInfo> methods() const;

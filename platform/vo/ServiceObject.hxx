@@ -98,13 +98,22 @@ ServiceObject& ServiceObject::signal(const std::string& name, Signal<Args...>& s
 template <class T>
 ServiceObject& ServiceObject::property(const std::string& name, Property<T>& property)
 {
-    PropertyAccess access;
-    access.get = [&property] { return toValue(property.get()); };
-    access.set = [&property, place = place("property", name)](const Value& value) {
-        property.set(detail::fromValueAt<T>(place, value));
-    };
-    access.connect = detail::connector<Property<T>, T>(property);
-    addProperty(name, std::move(access));
+    addProperty(name, {[&property] { return toValue(property.get()); },
+                       [&property, place = place("property", name)](const Value& value) {
+                           property.set(detail::fromValueAt<T>(place, value));
+                       },
+                       detail::connector<Property<T>, T>(property)});
+    return *this;
+}
+
+template <class T>
+ServiceObject& ServiceObject::readOnlyProperty(const std::string& name, Property<T>& property)
+{
+    addProperty(name, {[&property] { return toValue(property.get()); },
+                       [place = place("property", name)](const Value&) {
+                           throw std::runtime_error(place + " can only be read");
+                       },
+                       detail::connector<Property<T>, T>(property)});
     return *this;
 }
 

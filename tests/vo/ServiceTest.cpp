@@ -37,7 +37,8 @@ struct Battery {
                 "add", [](int a, const std::string& b) { return std::to_string(a) + b; }, "joins")
             .method("fail", [] { throw std::domain_error("no power"); })
             .signal("onEmpty", onEmpty)
-            .property("charge", charge);
+            .property("charge", charge)
+            .readOnlyProperty("lid", charge);
     }
     ~Battery()
     {
@@ -87,6 +88,8 @@ TEST_F(ServiceTest, aWrongUseNamesServiceMemberAndArgument)
          "service 'Battery', property 'charge': expected text, got int"},
         {[&] { handle.setProperty("charge", true); },
          "service 'Battery', property 'charge': expected int, got bool"},
+        {[&] { handle.setProperty("lid", 1); },
+         "service 'Battery', property 'lid' can only be read"},
         {[&] { battery.object->method("add", [] {}); },
          "service 'Battery' already has a method 'add'"},
         {[&] { battery.object->signal("onEmpty", battery.onEmpty); },
