@@ -204,7 +204,9 @@ void KRBehaviorManager::stopAndWait(const std::vector<std::string>& keys)
         const auto isLeft = [&](const auto& entry) {
             return std::count(processes.begin(), processes.end(), entry.second.process) != 0;
         };
-        while (std::any_of(entries_.begin(), entries_.end(), isLeft))
+        // Who starts a behaviour anew is not to hear of its earlier end after that.
+        while (std::any_of(entries_.begin(), entries_.end(), isLeft) ||
+               (!telling_.empty() && std::count(keys.begin(), keys.end(), telling_) != 0))
             changed_.wait(mutex_);
     }
     graceTimer_->cancel(killing);
@@ -254,6 +256,7 @@ void KRBehaviorManager::onEnded(const std::string& key, int status)
         const auto it = entries_.find(key);
         stopping = it->second.stopping;
         entries_.erase(it);
+        telling_ = key;
         changed_.notify_all();
     }
     const std::string text = "Behaviour '" + key + "' " + describe(status);
@@ -262,6 +265,9 @@ void KRBehaviorManager::onEnded(const std::string& key, int status)
     else
         logger.warning("onEnded", text);
     ended_(key, status);
+    vo::Lock lock(mutex_);
+    telling_.clear();
+    changed_.notify_all();
 }
 
 }  // namespace KR

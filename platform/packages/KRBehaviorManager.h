@@ -69,8 +69,9 @@ public:
     /// Starts a behaviour and returns when its program runs. One that runs is left as it is; one
     /// that is being stopped is waited for first. KRError when it cannot be run.
     void startBehavior(const std::string& key);
-    /// Stops a behaviour and returns when nothing of it is left, which takes the grace time when
-    /// its program does not end by itself. One that does not run is left as it is.
+    /// Stops a behaviour and returns when nothing of it is left and its end has been signalled,
+    /// which takes the grace time when its program does not end by itself. One that does not run is
+    /// left as it is. Not to be called by a receiver of that signal on the signalling thread.
     void stopBehavior(const std::string& key);
     bool isBehaviorRunning(const std::string& key) const;
     /// Keys in ascending order.
@@ -107,10 +108,12 @@ private:
 
     // Synchronised by themselves.
     vo::Signal<std::string, int> ended_;
-    std::condition_variable_any changed_;  ///< entries_ changed
+    std::condition_variable_any changed_;  ///< entries_ or telling_ changed
 
     mutable vo::Mutex mutex_;
     Entries entries_ VO_GUARDED_BY(mutex_);
+    /// The behaviour whose end is being signalled; "" for none. One at a time: there is one thread.
+    std::string telling_ VO_GUARDED_BY(mutex_);
 
     // The outside world's sockets and pipes are waited for on a thread of their own, whatever the
     // clock. It ends before the rest is destroyed.

@@ -1,5 +1,6 @@
 // Programs live in real time, so these tests do too. They never wait for a time to pass, only for
 // what a program does: a line that it prints, its end, or the end of a pipe that it holds.
+#include <atomic>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
@@ -175,6 +176,20 @@ TEST_F(KRBehaviorManagerTest, program_killed_from_outside_no_longer_runs_and_can
         EXPECT_FALSE(manager->isBehaviorRunning(key));
         EXPECT_EQ(readToEnd(pipe), "\n");
     }
+}
+
+TEST_F(KRBehaviorManagerTest, end_is_signalled_before_the_stop_returns)
+{
+    const auto key = install("stays", "exec sleep 60");
+    make();
+    std::atomic<int> told{0};
+    const auto undo = service().object()->connect("onBehaviorEnded", [&](const auto&) { ++told; });
+    for (int stops = 1; stops <= 20; ++stops) {
+        manager->startBehavior(key);
+        manager->stopBehavior(key);
+        ASSERT_EQ(told, stops);
+    }
+    undo();
 }
 
 TEST_F(KRBehaviorManagerTest, endless_output_is_cut_into_lines_and_limited)
