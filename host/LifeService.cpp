@@ -1,14 +1,18 @@
 #include "host/LifeService.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "platform/kr/KRMemory.h"
 #include "platform/kr/KeyCatalogue.h"
+#include "platform/vo/Log.h"
 #include "robot/RobotBody.h"
 
 namespace KR {
 
 namespace {
+
+const vo::Logger logger("Nimbra.Life");
 
 constexpr const char* kStateKey = "Nimbra/State";
 constexpr const char* kAsleepKey = "Nimbra/Asleep";
@@ -42,6 +46,17 @@ void checkChain(const std::string& chain, const char* method)
 }
 
 }  // namespace
+
+class LifeService::Turn {
+public:
+    Turn(LifeService& life, const char* method) : life_(life) { life_.beginTurn(method); }
+    ~Turn() { life_.endTurn(); }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+
+private:
+    LifeService& life_;
+};
 
 LifeService::LifeService(const boost::shared_ptr<KRBroker>& broker)
     : KRModule(broker, kName),
@@ -121,6 +136,27 @@ void LifeService::exit()
 {
     timer_->close();
     KRModule::exit();
+    const Turn turn(*this, "exit");
+    if (focusId() != 0)
+        stopRunning();
+}
+
+void LifeService::beginTurn(const char* method)
+{
+    const auto self = std::this_thread::get_id();
+    const vo::Lock lock(mutex_);
+    if (turn_ == self)
+        throw KRError(kName, method, "the focus is just being changed");
+    while (turn_ != std::thread::id())
+        turnEnded_.wait(mutex_);
+    turn_ = self;
+}
+
+void LifeService::endTurn()
+{
+    const vo::Lock lock(mutex_);
+    turn_ = std::thread::id();
+    turnEnded_.notify_one();
 }
 
 void LifeService::setPreparation(std::function<void(const std::string&)> preparation)
@@ -141,28 +177,44 @@ void LifeService::setState(const std::string& state, bool force)
         throw KRError(kName, "setState",
                       "there is no state '" + state +
                           "' (disabled, safeguard, solitary and interactive are)");
-    std::vector<LifeEvent> events;
+    const bool mayRun = known->second;
+    // A state in which activities may run stands in the way of no start and stop.
+    std::optional<Turn> turn;
+    if (!mayRun)
+        turn.emplace(*this, "setState");
+    std::optional<LifeEvent> ended;
+    std::optional<LifeEvent> event;
     {
         const vo::Lock lock(mutex_);
         if (state == state_)
             return;
         if (!force && state_ == kDisabled)
             throw LifeRefusal(kName, "setState", "leaving 'disabled' needs force");
-        if (focus_ && !known->second) {
-            if (!force) {
-                throw LifeRefusal(
-                    kName, "setState",
-                    "'" + focus_->activity + "' has the focus and may not run in '" + state + "'");
-            }
-            events.push_back(moveFocus("", "it may not run in '" + state + "'"));
+        if (mayRun || !focus_) {
+            event = moveState(state);
+        } else if (!force) {
+            throw LifeRefusal(
+                kName, "setState",
+                "'" + focus_->activity + "' has the focus and may not run in '" + state + "'");
         }
-        events.push_back({LifeEvent::Kind::state, state, state_, {}});
-        state_ = state;
-        remember(stateHistory_, state);
-        getParentBroker()->memory().raiseEvent(kStateKey, state);
     }
-    for (const LifeEvent& event : events)
-        changed(event);
+    if (!event) {
+        ended = endFocus("it may not run in '" + state + "'");
+        const vo::Lock lock(mutex_);
+        event = moveState(state);
+    }
+    turn.reset();
+    if (ended)
+        changed(*ended);
+    changed(*event);
+}
+
+LifeEvent LifeService::moveState(const std::string& state)
+{
+    LifeEvent event{LifeEvent::Kind::state, state, std::exchange(state_, state), {}};
+    remember(stateHistory_, state);
+    getParentBroker()->memory().raiseEvent(kStateKey, state);
+    return event;
 }
 
 bool LifeService::isAsleep() const
@@ -199,29 +251,64 @@ bool LifeService::admit(const FocusRequest& request) const
     return restart || !focus_ || focus_->activity != request.activity;
 }
 
-std::optional<FocusId> LifeService::switchFocus(const FocusRequest& request)
+bool LifeService::mayStart(const FocusRequest& request) const
 {
     {
         const vo::Lock lock(mutex_);
         if (!admit(request))
-            return std::nullopt;
+            return false;
     }
-    if (preparation_)
-        preparation_(request.activity);
-    LifeEvent event{};
-    FocusId started = 0;
-    {
-        const vo::Lock lock(mutex_);
-        if (!admit(request))
-            return std::nullopt;
-        event = moveFocus(request.activity, request.reason);
-        started = lastFocus_;
-    }
-    changed(event);
-    return started;
+    if (runner_)
+        runner_->check(request.activity);
+    return true;
 }
 
-LifeEvent LifeService::moveFocus(const std::string& activity, const std::string& reason)
+std::optional<FocusId> LifeService::switchFocus(const FocusRequest& request)
+{
+    if (!mayStart(request))
+        return std::nullopt;
+    if (preparation_)
+        preparation_(request.activity);
+    Switch result;
+    {
+        const Turn turn(*this, "switchFocus");
+        if (!mayStart(request))
+            return std::nullopt;
+        result = replaceFocus(request);
+    }
+    if (result.event)
+        changed(*result.event);
+    if (result.failure)
+        std::rethrow_exception(result.failure);
+    return result.stay;
+}
+
+/// In a turn.
+LifeService::Switch LifeService::replaceFocus(const FocusRequest& request)
+{
+    Switch result;
+    if (focusId() != 0)
+        stopRunning();
+    {
+        const vo::Lock lock(mutex_);
+        result.stay = ++lastFocus_;
+    }
+    try {
+        if (runner_)
+            runner_->start(request.activity, result.stay);
+    } catch (...) {
+        result.failure = std::current_exception();
+    }
+    const vo::Lock lock(mutex_);
+    if (!result.failure)
+        result.event = moveFocus(request.activity, result.stay, request.reason);
+    else if (focus_)
+        result.event = moveFocus("", 0, "'" + request.activity + "' was to follow, but failed");
+    return result;
+}
+
+LifeEvent LifeService::moveFocus(const std::string& activity, FocusId stay,
+                                 const std::string& reason)
 {
     LifeEvent event{LifeEvent::Kind::focus, activity, {}, reason};
     const vo::Duration now = clock_->uptime();
@@ -232,7 +319,7 @@ LifeEvent LifeService::moveFocus(const std::string& activity, const std::string&
         focus_.reset();
     }
     if (!activity.empty()) {
-        focus_ = Focus{++lastFocus_, activity, now};
+        focus_ = Focus{stay, activity, now};
         ++statistics_[activity].focusCount;
     }
     remember(focusHistory_, activity);
@@ -240,16 +327,56 @@ LifeEvent LifeService::moveFocus(const std::string& activity, const std::string&
     return event;
 }
 
+/// In a turn. Nothing when no activity has the focus.
+std::optional<LifeEvent> LifeService::endFocus(const std::string& reason)
+{
+    if (focusId() == 0)
+        return std::nullopt;
+    stopRunning();
+    const vo::Lock lock(mutex_);
+    return moveFocus("", 0, reason);
+}
+
+/// Whatever goes wrong, the activity has had its time.
+void LifeService::stopRunning()
+{
+    try {
+        if (runner_)
+            runner_->stop();
+    } catch (const std::exception& e) {
+        logger.error("stopRunning", e.what());
+    } catch (...) {
+        logger.error("stopRunning", "unknown error");
+    }
+}
+
+FocusId LifeService::focusId() const
+{
+    const vo::Lock lock(mutex_);
+    return focus_ ? focus_->id : 0;
+}
+
+void LifeService::activityEnded(FocusId stay, const std::string& reason)
+{
+    std::optional<LifeEvent> event;
+    {
+        const Turn turn(*this, "activityEnded");
+        if (focusId() == stay)
+            event = endFocus(reason);
+    }
+    if (event)
+        changed(*event);
+}
+
 void LifeService::stopFocus(const std::string& reason)
 {
-    LifeEvent event{};
+    std::optional<LifeEvent> event;
     {
-        const vo::Lock lock(mutex_);
-        if (!focus_)
-            return;
-        event = moveFocus("", reason);
+        const Turn turn(*this, "stopFocus");
+        event = endFocus(reason);
     }
-    changed(event);
+    if (event)
+        changed(*event);
 }
 
 void LifeService::stopAll(const std::string& reason)

@@ -1,13 +1,17 @@
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <exception>
 #include <functional>
 #include <map>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "host/ActivityRunner.h"
 #include "platform/kr/KRError.h"
 #include "platform/kr/KRModule.h"
 #include "platform/vo/Clock.h"
@@ -16,9 +20,6 @@
 #include "platform/vo/Signal.h"
 
 namespace KR {
-
-/// Names one time that an activity had the focus; grows with every one. 0 is none.
-using FocusId = std::uint64_t;
 
 /// Something that the life service does not do because its own rules forbid it, in contrast to
 /// something that went wrong.
@@ -62,11 +63,17 @@ struct FocusRequest {
 ///  - out of "disabled": what a person switched off, a rule does not switch on;
 ///  - to a state in which the activity that has the focus may not run. With force, it is stopped.
 ///
+/// An activity runs while it has the focus: it is started before it gets the focus, and one that
+/// loses it is stopped before. One that ends by itself leaves the focus to none.
+///
 /// Writes the memory keys "Nimbra/State", "Nimbra/Asleep" and "Nimbra/FocusedActivity" ("" for
 /// none) at every change, and first in init().
 ///
-/// Thread-safe. Its mutex is held while it writes memory, so that memory sees the changes in their
-/// order; it comes before the locks of memory and clock. Errors are KRError, refusals LifeRefusal.
+/// Thread-safe. Of the threads that change what runs, one at a time has its turn, for as long as a
+/// stop and a start take; the others wait, but who comes from inside of a start or stop is in
+/// error. No lock is held meanwhile. Its mutex is held while it writes memory, so that memory sees
+/// the changes in their order; it comes before the locks of memory and clock. Errors are KRError,
+/// refusals LifeRefusal.
 class LifeService : public KRModule {
 public:
     static constexpr const char* kName = "KRNimbra";
@@ -77,6 +84,7 @@ public:
     ~LifeService() override;
 
     void init() override;
+    /// Also stops what runs, without further ado.
     void exit() override;
 
     /// Told of every change, on the changing thread.
@@ -86,14 +94,22 @@ public:
     /// before the life service is used.
     void setPreparation(std::function<void(const std::string& activity)> preparation);
 
+    /// What runs the activities; without it, they are names only. Set it before the life service is
+    /// used, and to null before it goes.
+    void setRunner(ActivityRunner* runner) { runner_ = runner; }
+    /// The runner's news that an activity has ended, or has to, in the stay of that name. Nothing
+    /// happens when the stay is over already.
+    void activityEnded(FocusId stay, const std::string& reason);
+
     std::string getState() const;
     void setState(const std::string& state, bool force = false);
     bool isAsleep() const;
     void setAsleep(bool asleep);
 
     /// Gives an activity the focus, in place of the one that has it. Returns what names its stay;
-    /// nothing when it has the focus already. The preparation comes first, and once more than
-    /// that is checked whether the activity may start.
+    /// nothing when it has the focus already. Whether it may and can start is checked before and
+    /// after the preparation, and nothing has changed when it is not so. When its start fails
+    /// nevertheless, no activity has the focus.
     std::optional<FocusId> switchFocus(const FocusRequest& request);
     /// Ends the activity that has the focus, if any.
     void stopFocus(const std::string& reason = {});
@@ -143,8 +159,26 @@ private:
         vo::Executor::TaskId timer = 0;
     };
 
+    /// The right to change what runs.
+    class Turn;
+    /// What a switch of focus came to.
+    struct Switch {
+        std::optional<LifeEvent> event;
+        std::exception_ptr failure;
+        FocusId stay = 0;
+    };
+
+    void beginTurn(const char* method);
+    void endTurn();
+    bool mayStart(const FocusRequest& request) const;
     bool admit(const FocusRequest& request) const VO_REQUIRES(mutex_);
-    LifeEvent moveFocus(const std::string& activity, const std::string& reason) VO_REQUIRES(mutex_);
+    Switch replaceFocus(const FocusRequest& request);
+    std::optional<LifeEvent> endFocus(const std::string& reason);
+    void stopRunning();
+    FocusId focusId() const;
+    LifeEvent moveState(const std::string& state) VO_REQUIRES(mutex_);
+    LifeEvent moveFocus(const std::string& activity, FocusId stay, const std::string& reason)
+        VO_REQUIRES(mutex_);
     void thaw(const std::string& chain, std::uint64_t id);
     void setAutonomousFocusBlocked(bool blocked);
     void bindService();
@@ -159,13 +193,16 @@ private:
         freezeChain(chain, seconds);
     }
 
-    // Constant after construction, the preparation after set-up.
+    // Constant after construction, preparation and runner after set-up.
     const std::shared_ptr<vo::Clock> clock_;
     std::function<void(const std::string&)> preparation_;
-    // Synchronised by itself.
+    ActivityRunner* runner_ = nullptr;
+    // Synchronised by themselves.
     const std::shared_ptr<vo::Executor> timer_;
+    std::condition_variable_any turnEnded_;
 
     mutable vo::Mutex mutex_;
+    std::thread::id turn_ VO_GUARDED_BY(mutex_);  ///< whose turn it is; nobody's by default
     std::string state_ VO_GUARDED_BY(mutex_) = "solitary";
     bool asleep_ VO_GUARDED_BY(mutex_) = false;
     bool autonomousFocusBlocked_ VO_GUARDED_BY(mutex_) = false;

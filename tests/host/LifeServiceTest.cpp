@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <thread>
 
 #include "host/LifeService.h"
 #include "platform/kr/KRProxy.h"
@@ -14,11 +15,43 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Pair;
 
+/// Runs nothing; notes what it is told to do.
+class FakeRunner : public ActivityRunner {
+public:
+    void check(const std::string& activity) override
+    {
+        if (activity == refused)
+            throw LifeRefusal("FakeRunner", "check", "no");
+    }
+    void start(const std::string& activity, FocusId) override
+    {
+        calls.push_back("start " + activity);
+        if (onStart)
+            onStart();
+        if (activity == broken)
+            throw KRError("FakeRunner", "start", "broken");
+    }
+    void stop() override
+    {
+        calls.emplace_back("stop");
+        if (!broken.empty())
+            throw KRError("FakeRunner", "stop", "broken");
+    }
+
+    std::string refused;  ///< the activity that may not run
+    std::string broken;   ///< the one that does not start; a stop fails, too, if there is one
+    std::function<void()> onStart;
+    std::vector<std::string> calls;  ///< guarded by the life service's turns
+};
+
 class LifeServiceTest : public testing::Test {
 protected:
     LifeServiceTest()
     {
-        life->changed.connect([this](const LifeEvent& event) { events.push_back(event); });
+        life->changed.connect([this](const LifeEvent& event) {
+            const vo::Lock lock(mutex);
+            events.push_back(event);
+        });
     }
 
     std::optional<FocusId> focus(const std::string& activity, std::int32_t flags = 0)
@@ -36,8 +69,13 @@ protected:
         return {};
     }
 
+    /// What the runner was told to do since the last call.
+    std::vector<std::string> calls() { return std::exchange(runner.calls, {}); }
+
     VirtualPlatform platform;
+    FakeRunner runner;
     boost::shared_ptr<LifeService> life = KRModule::createModule<LifeService>(platform.broker);
+    vo::Mutex mutex;  ///< guards events where there are several threads
     std::vector<LifeEvent> events;
 };
 
@@ -142,6 +180,87 @@ TEST_F(LifeServiceTest, PreparationComesBeforeTheStartAndMayPreventIt)
     EXPECT_THAT(refusalOf([&] { focus("p/b"); }), HasSubstr("'safeguard'"));
     EXPECT_THAT(prepared, ElementsAre("p/a over ", "p/b over p/a"));
     EXPECT_EQ(life->focusedActivity(), "");
+}
+
+TEST_F(LifeServiceTest, ActivityRunsWhileItHasTheFocus)
+{
+    life->setRunner(&runner);
+    focus("p/a");
+    focus("p/b");
+    focus("p/b");
+    life->stopFocus();
+    life->stopFocus();
+    EXPECT_THAT(calls(), ElementsAre("start p/a", "stop", "start p/b", "stop"));
+    focus("p/a");
+    refusalOf([&] { life->setState("safeguard"); });
+    EXPECT_THAT(calls(), ElementsAre("start p/a"));
+    life->setState("safeguard", true);
+    life->setState("solitary");
+    focus("p/a");
+    life->exit();
+    EXPECT_THAT(calls(), ElementsAre("stop", "start p/a", "stop"));
+}
+
+TEST_F(LifeServiceTest, ActivityThatMayNotRunLeavesTheFocusAloneAndOneThatFailsTakesItAway)
+{
+    life->setRunner(&runner);
+    runner.refused = "p/refused";
+    runner.broken = "p/broken";
+    EXPECT_THROW(focus("p/broken"), KRError);
+    EXPECT_THAT(events, IsEmpty());
+    focus("p/a");
+    EXPECT_EQ(refusalOf([&] { focus("p/refused"); }), "no");
+    EXPECT_EQ(life->focusedActivity(), "p/a");
+    EXPECT_THROW(focus("p/broken"), KRError);
+    EXPECT_EQ(life->focusedActivity(), "");
+    EXPECT_THAT(events.back().reason, HasSubstr("'p/broken' was to follow"));
+    EXPECT_THAT(life->getFocusHistory(9), ElementsAre("p/a", ""));
+    EXPECT_TRUE(focus("p/a")) << "a start or stop that failed stands in nobody's way";
+}
+
+TEST_F(LifeServiceTest, EndOfAnEarlierStayEndsNoLaterOne)
+{
+    const FocusId first = *focus("p/a");
+    const FocusId second = *focus("p/a", FocusRequest::kRestart);
+    life->activityEnded(first, "late news");
+    EXPECT_EQ(life->focusedActivity(), "p/a");
+    life->activityEnded(second, "it has ended");
+    life->activityEnded(second, "it has ended");
+    EXPECT_EQ(life->focusedActivity(), "");
+    ASSERT_EQ(events.size(), 3U);
+    EXPECT_EQ(events.back().lost, second);
+    EXPECT_EQ(events.back().reason, "it has ended");
+}
+
+/// Real threads, as only they can come in between.
+TEST_F(LifeServiceTest, ThreadsTakeTurnsAndWhoIsInsideOfAStartCannot)
+{
+    std::thread stopper;
+    life->setRunner(&runner);
+    runner.onStart = [&] {
+        EXPECT_THROW(life->stopFocus(), KRError);
+        if (!stopper.joinable())
+            stopper = std::thread([&] { life->stopAll(); });
+    };
+    focus("p/a");
+    stopper.join();
+    EXPECT_EQ(life->focusedActivity(), "");
+    EXPECT_THAT(calls(), ElementsAre("start p/a", "stop"));
+
+    constexpr int kSwitches = 500;
+    runner.onStart = nullptr;
+    const auto switchOften = [&](const std::string& activity) {
+        for (int i = 0; i < kSwitches; ++i)
+            life->switchFocus({activity, FocusRequest::kRestart, {}, false});
+    };
+    std::thread other(switchOften, "p/b");
+    switchOften("p/a");
+    other.join();
+    life->stopAll();
+    const std::vector<std::string> all = calls();
+    ASSERT_EQ(all.size(), 4U * kSwitches);
+    for (std::size_t i = 1; i < all.size(); i += 2)
+        ASSERT_EQ(all[i], "stop") << "no two run at once";
 }
 
 TEST_F(LifeServiceTest, HistoriesAndStatisticsTellWhatWas)
