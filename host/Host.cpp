@@ -33,7 +33,9 @@ Host::Host(const std::shared_ptr<vo::Clock>& clock, Timeline& timeline, const Op
       robot_(broker_, options.robot),
       life_(KRModule::createModule<LifeService>(broker_)),
       launcher_(KRModule::createModule<AppLauncher>(broker_)),
+      permissions_(broker_),
       packages_(broker_, options.packages),
+      activities_(broker_, permissions_, *life_),
       responder_(*life_, timeline)
 {
     const std::vector<vo::LogRecord> kept = makeLaunchpad(options.logLevel);
@@ -98,7 +100,8 @@ std::vector<vo::LogRecord> Host::makeLaunchpad(vo::LogLevel logLevel)
     });
     vo::setLogLevel(vo::LogLevel::silent);
     try {
-        launchpad_ = std::make_unique<NimbraLaunchpad>(broker_, nullptr, &responder_);
+        launchpad_ = std::make_unique<NimbraLaunchpad>(broker_, &permissions_.contextPermission(),
+                                                       &responder_);
     } catch (...) {
         vo::setLogLevel(logLevel);
         throw;
@@ -148,6 +151,7 @@ void Host::stop()
     }
     launchpad_->exit();
     application_.eventLoop().close();
+    life_->exit();
     timeline_.unfollow();
 }
 

@@ -5,11 +5,13 @@
 #include <string>
 #include <vector>
 
+#include "host/ActivityPermissions.h"
 #include "host/AppLauncher.h"
 #include "host/InstalledPackages.h"
 #include "host/LifeService.h"
 #include "host/PluginSwitch.h"
 #include "host/Responder.h"
+#include "host/ServiceActivities.h"
 #include "host/Timeline.h"
 #include "launchpad/NimbraLaunchpad.h"
 #include "platform/kr/KRBroker.h"
@@ -52,8 +54,8 @@ public:
     /// Has the timeline record errors of the log, also earlier ones, starts and stops of plugins,
     /// and the changes of the keys that the rules read and of these; then starts monitoring.
     void start(const std::vector<std::string>& moreKeys = {});
-    /// Ends monitoring, then the launchpad, then the event loop. What was posted and has not begun
-    /// is dropped. Idempotent.
+    /// Ends monitoring, then the launchpad, then the event loop, then the activity that has the
+    /// focus. What was posted and has not begun is dropped. Idempotent.
     void stop();
 
     KRMemory& memory() { return broker_->memory(); }
@@ -72,7 +74,9 @@ private:
     Robot robot_;
     boost::shared_ptr<LifeService> life_;
     boost::shared_ptr<AppLauncher> launcher_;
+    ActivityPermissions permissions_;
     InstalledPackages packages_;
+    ServiceActivities activities_;
     Responder responder_;
     std::unique_ptr<NimbraLaunchpad> launchpad_;
     std::optional<PluginSwitch> pluginSwitch_;

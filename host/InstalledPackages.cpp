@@ -18,10 +18,9 @@ InstalledPackages::InstalledPackages(const boost::shared_ptr<KRBroker>& broker,
         registerNone();
         return;
     }
-    const std::shared_ptr<vo::Clock> clock = vo::makeRealClock();
-    packages_ = std::make_unique<PackageManager>(broker->session(), clock, folder);
+    packages_ = std::make_unique<PackageManager>(broker->session(), broker->clock(), folder);
     behaviors_ = std::make_unique<KRBehaviorManager>(
-        broker->session(), clock,
+        broker->session(), vo::makeRealClock(),
         [packages = packages_.get()](const std::string& uuid) { return packages->find(uuid); });
 }
 

@@ -15,8 +15,9 @@ namespace KR {
 /// The robot's application packages: the services "PackageManager" and, where there is a packages
 /// folder, "KRBehaviorManager".
 ///
-/// Folders and programs live in real time, so both services do, even where the robot lives by
-/// another clock.
+/// Programs live in real time, even where the robot lives by another clock. Packages live by the
+/// robot's clock, so that on virtual time a look at what was changed by hand never comes in between
+/// the operations of a scenario.
 class InstalledPackages {
 public:
     /// `folder` is the packages folder; empty for a robot without packages. KRError when it cannot

@@ -1,13 +1,6 @@
-#include <algorithm>
-#include <future>
-#include <gmock/gmock.h>
-#include <nlohmann/json.hpp>
+#include "tests/host/HostTest.h"
 
-#include "host/Host.h"
-#include "host/JsonTimeline.h"
-#include "platform/kr/KRMemory.h"
-#include "platform/vo/VirtualClock.h"
-#include "tests/support/TemporaryFolder.h"
+#include <future>
 
 namespace KR {
 namespace {
@@ -17,87 +10,10 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-/// A whole host on virtual time, with rules of the test's own.
-class HostTest : public testing::Test {
-protected:
-    /// `rules` are elements of AutonomousActions; they read the keys A, B, C...
-    void start(const std::string& rules)
-    {
-        const std::string config =
-            folder.write("autonomy.cfg",
-                         "ConfigurationDescription: d\nConfigurationVersion: \"2.0\"\n"
-                         "AutonomousActions:\n" +
-                             rules);
-        host.emplace(clock, timeline, Host::Options{config, packages, vo::LogLevel::warning});
-        clock->runPending();
-        host->start();
-        clock->runPending();
-        events.erase(std::remove_if(events.begin(), events.end(),
-                                    [](const auto& event) { return event["event"] == "plugin"; }),
-                     events.end());
-    }
-    void raise(const std::string& key, const KRValue& value)
-    {
-        host->memory().raiseEvent(key, value);
-        clock->runPending();
-    }
-    /// What was told since the last call, of the rules and the focus, one short text each.
-    std::vector<std::string> told()
-    {
-        std::vector<std::string> result;
-        for (const nlohmann::json& event : std::exchange(events, {})) {
-            const std::string kind = event["event"];
-            if (kind == "focus")
-                result.push_back("focus " + event["activity"].get<std::string>());
-            else if (kind == "step")
-                result.push_back(event["outcome"].get<std::string>() + " " +
-                                 event["step"].get<std::string>());
-            else if (event.contains("rule") && kind != "state" && kind != "asleep")
-                result.push_back(kind + " " + event["rule"].get<std::string>());
-        }
-        return result;
-    }
-
-    /// "name", with a "+" for one that is enabled and another for one that runs; of the built-in
-    /// ones, the battery's alone.
-    std::vector<std::string> plugins()
-    {
-        std::vector<std::string> result;
-        for (const auto& plugin : host->launchpad().getPluginStates())
-            if (plugin.name[0] != '_' || plugin.name == "_LaunchpadPluginBattery")
-                result.push_back(plugin.name + (plugin.enabled ? "+" : "") +
-                                 (plugin.running ? "+" : ""));
-        return result;
-    }
-
-    vo::LogCapture log;
-    TemporaryFolder folder;
-    std::string packages;
-    std::shared_ptr<vo::VirtualClock> clock =
-        std::make_shared<vo::VirtualClock>(vo::TimePoint(std::chrono::hours(24 * 20000)));
-    std::vector<nlohmann::json> events;
-    Timeline timeline{clock, std::make_unique<JsonTimeline>([this](const std::string& line) {
-                          events.push_back(nlohmann::json::parse(line));
-                      })};
-    std::optional<Host> host;
-};
-
-/// An edge rule: "- {Description: d, Condition: "'key'", ... rest}".
-std::string rule(const std::string& name, const std::string& key, const std::string& rest)
-{
-    return "- {Description: " + name + ", Condition: \"'" + key +
-           "'\", ExecuteAnyTimeConditionEdgeTrue: true, " + rest + "}\n";
-}
-
-std::string focusOn(const std::string& activity)
-{
-    return "Action: SwitchFocus, ActionParameters: {Activity: " + activity + "}";
-}
-
 TEST_F(HostTest, AllStepTypesDoWhatTheySay)
 {
     start(rule("first", "A", R"(Actions: [
-        {Action: SwitchFocus, ActionParameters: {Activity: p/a, Flags: 1, Reason: why}},
+        {Action: SwitchFocus, ActionParameters: {Activity: dialog:a, Flags: 1, Reason: why}},
         {Action: BlockAutonomousFocus},
         {Action: SetState, ActionParameters: {State: interactive}},
         {Action: SetConfiguration, ActionParameters: {Module: KRAudioDevice, ConfigurationSet: night}},
@@ -110,7 +26,7 @@ TEST_F(HostTest, AllStepTypesDoWhatTheySay)
         {Action: StopFocus, ActionParameters: {Reason: enough}}])") +
           rule("third", "C", "Action: StopAll"));
     raise("A", true);
-    EXPECT_EQ(host->life().focusedActivity(), "p/a");
+    EXPECT_EQ(host->life().focusedActivity(), "dialog:a");
     EXPECT_TRUE(host->life().isAutonomousFocusBlocked());
     EXPECT_EQ(host->life().getState(), "interactive");
     EXPECT_EQ(vo::import("KRAudioDevice").call<int>("getOutputVolume"), 30);
@@ -145,7 +61,7 @@ TEST_F(HostTest, StepThatIsRefusedOrFailsDropsTheRestOfItsActionOnly)
         "Actions: [{Action: SetState, ActionParameters: {State: bored}}" + then,
         "Actions: [{Action: SwitchFocus, ActionParameters: {Activity: a, Flags: 8}}" + then};
     std::string all = rule("block", "A", "Action: BlockAutonomousFocus") +
-                      rule("blocked", "A", "Actions: [{" + focusOn("p/a") + "}" + then);
+                      rule("blocked", "A", "Actions: [{" + focusOn("dialog:a") + "}" + then);
     for (const std::string& each : rules)
         all += rule("failing", "A", each);
     start(all + rule("last", "A", "Action: StopFocus"));
@@ -165,13 +81,13 @@ TEST_F(HostTest, StepThatIsRefusedOrFailsDropsTheRestOfItsActionOnly)
 
 TEST_F(HostTest, RuleListsOrderSkipAndDelay)
 {
-    start(rule("late", "A", "ExecuteAfterIfSimultaniouslyTrue: early, " + focusOn("p/late")) +
-          rule("early", "A", focusOn("p/early")) +
-          rule("skipping", "B", "SkipIfRulesActive: late, " + focusOn("p/skip")) +
-          rule("waiting", "C", "ExcuteAfterActiveRules: late, " + focusOn("p/wait")));
+    start(rule("late", "A", "ExecuteAfterIfSimultaniouslyTrue: early, " + focusOn("dialog:late")) +
+          rule("early", "A", focusOn("dialog:early")) +
+          rule("skipping", "B", "SkipIfRulesActive: late, " + focusOn("dialog:skip")) +
+          rule("waiting", "C", "ExcuteAfterActiveRules: late, " + focusOn("dialog:wait")));
     raise("A", true);
-    EXPECT_THAT(told(), ElementsAre("hit early", "focus p/early", "done SwitchFocus", "hit late",
-                                    "focus p/late", "done SwitchFocus"));
+    EXPECT_THAT(told(), ElementsAre("hit early", "focus dialog:early", "done SwitchFocus",
+                                    "hit late", "focus dialog:late", "done SwitchFocus"));
     raise("B", true);
     raise("C", true);
     EXPECT_THAT(told(),
@@ -180,15 +96,15 @@ TEST_F(HostTest, RuleListsOrderSkipAndDelay)
     host->life().stopFocus();
     clock->runPending();
     EXPECT_THAT(told(),
-                ElementsAre("focus ", "resume waiting", "focus p/wait", "done SwitchFocus"));
+                ElementsAre("focus ", "resume waiting", "focus dialog:wait", "done SwitchFocus"));
     raise("B", false);
     raise("B", true);
-    EXPECT_THAT(told(), ElementsAre("hit skipping", "focus p/skip", "done SwitchFocus"));
+    EXPECT_THAT(told(), ElementsAre("hit skipping", "focus dialog:skip", "done SwitchFocus"));
 }
 
 TEST_F(HostTest, ActionThatWaitedIsDroppedWhenItsConditionIsFalseOrAllIsStopped)
 {
-    start(rule("busy", "A", focusOn("p/busy")) +
+    start(rule("busy", "A", focusOn("dialog:busy")) +
           rule("waiting", "B", "ExcuteAfterActiveRules: busy, Action: StopFocus"));
     raise("A", true);
     raise("B", true);
@@ -212,30 +128,30 @@ TEST_F(HostTest, RuleThatNamesItselfIsNotRepeatedWhileItsActivityLasts)
     start(
         "- {Description: charge, Condition: \"'A'\", ExecuteAnyTimeConditionTrue: true, "
         "SkipIfRulesActive: charge, " +
-        focusOn("p/charge") + "}\n");
+        focusOn("dialog:charge") + "}\n");
     raise("A", true);
     clock->advance(seconds(60));
     std::size_t skips = 0;
     for (const std::string& text : told())
         skips += text == "skip charge" ? 1 : 0;
     EXPECT_GE(skips, 9U);
-    EXPECT_THAT(host->life().getFocusHistory(10), ElementsAre("p/charge"));
+    EXPECT_THAT(host->life().getFocusHistory(10), ElementsAre("dialog:charge"));
     host->life().stopFocus();
     clock->advance(seconds(6));
-    EXPECT_EQ(host->life().focusedActivity(), "p/charge") << "still true: started again";
+    EXPECT_EQ(host->life().focusedActivity(), "dialog:charge") << "still true: started again";
 }
 
 TEST_F(HostTest, RulesBeforeAnActivityComeOnceBeforeWhoeverStartsIt)
 {
     const std::string before =
         ", Condition: \"'K' == 1\", ExecuteBeforeActivityIfConditionTrue: true, ";
-    start(rule("start", "A", focusOn("p/a")) + "- {Description: prepare" + before +
+    start(rule("start", "A", focusOn("dialog:a")) + "- {Description: prepare" + before +
           "Actions: [{Action: SetConfiguration, ActionParameters: {Module: KRLeds, "
           "ConfigurationSet: day}}, {" +
-          focusOn("p/other") + "}]}\n" + "- {Description: refused" + before +
-          "ExcuteAfterActiveRules: start, " + focusOn("p/no") + "}\n");
+          focusOn("dialog:other") + "}]}\n" + "- {Description: refused" + before +
+          "ExcuteAfterActiveRules: start, " + focusOn("dialog:no") + "}\n");
     raise("A", true);
-    EXPECT_THAT(told(), ElementsAre("hit start", "focus p/a", "done SwitchFocus"));
+    EXPECT_THAT(told(), ElementsAre("hit start", "focus dialog:a", "done SwitchFocus"));
     raise("K", 1);
     raise("A", false);
     host->life().stopFocus();
@@ -243,16 +159,16 @@ TEST_F(HostTest, RulesBeforeAnActivityComeOnceBeforeWhoeverStartsIt)
 
     raise("A", true);
     EXPECT_THAT(told(), ElementsAre("hit start", "hit prepare", "done SetConfiguration",
-                                    "focus p/other", "done SwitchFocus", "hit refused",
-                                    "skip refused", "focus p/a", "done SwitchFocus"));
-    vo::import("KRNimbra").call<void>("switchFocus", "p/person");
+                                    "focus dialog:other", "done SwitchFocus", "hit refused",
+                                    "skip refused", "focus dialog:a", "done SwitchFocus"));
+    vo::import("KRNimbra").call<void>("switchFocus", "dialog:person");
     EXPECT_THAT(told(), testing::Contains("hit prepare"));
-    EXPECT_EQ(host->life().focusedActivity(), "p/person");
+    EXPECT_EQ(host->life().focusedActivity(), "dialog:person");
 }
 
 TEST_F(HostTest, ChangesOfKeysThatRulesReadAreToldBeforeWhatTheyCause)
 {
-    start(rule("go", "A", focusOn("p/a")));
+    start(rule("go", "A", focusOn("dialog:a")));
     raise("Unread", 1);
     raise("A", 0);
     raise("A", 0);
@@ -271,11 +187,8 @@ TEST_F(HostTest, LifeStateSwitchesPluginsOfItsGroupAndConditionsSwitchTheirOwn)
     folder.write("packages/p/package.yaml",
                  "{ConfigurationVersion: 1, Uuid: p, Version: 1, Behaviors: [{Path: group}, "
                  "{Path: trigger}]}");
-    for (const std::string behavior : {"group", "trigger"}) {
-        const std::string run =
-            folder.write("packages/p/" + behavior + "/run", "#!/bin/sh\nexec tail -f /dev/null\n");
-        std::filesystem::permissions(run, std::filesystem::perms::owner_all);
-    }
+    for (const std::string behavior : {"group", "trigger"})
+        writeProgram("packages/p/" + behavior, "exec tail -f /dev/null");
     folder.write("packages/p/group/nimbraLaunchpadPlugin.xml",
                  "<nimbraLaunchpadPlugin><groups><group>interactive</group></groups>"
                  "</nimbraLaunchpadPlugin>");
@@ -344,13 +257,13 @@ TEST_F(HostTest, LivesOnRealThreads)
         folder.write("live.cfg",
                      "ConfigurationDescription: d\nConfigurationVersion: \"2.0\"\n"
                      "AutonomousActions:\n" +
-                         rule("go", "A", focusOn("p/a")));
+                         rule("go", "A", focusOn("dialog:a")));
     std::promise<void> started;
     const std::shared_ptr<vo::Clock> real = vo::makeRealClock();
     Timeline live(real, std::make_unique<JsonTimeline>([](const std::string&) {}));
     Host liveHost(real, live, {config, {}, vo::LogLevel::silent});
     liveHost.life().changed.connect([&](const LifeEvent& event) {
-        if (event.subject == "p/a" && event.lost == 0)
+        if (event.subject == "dialog:a" && event.lost == 0)
             started.set_value();
     });
     liveHost.start({"B"});

@@ -1,0 +1,84 @@
+#include "host/ActivityPermissions.h"
+
+#include "platform/vo/EventLoop.h"
+#include "platform/vo/Session.h"
+
+namespace KR {
+
+namespace {
+
+constexpr const char* kService = "ContextPermission";
+constexpr const char* kSpeech = "KRTextToSpeech";
+constexpr const char* kLanguageProperty = "languageTTS";
+
+}  // namespace
+
+ActivityPermissions::ActivityPermissions(const boost::shared_ptr<KRBroker>& broker)
+    : broker_(broker),
+      speech_(broker->session().findService(kSpeech)),
+      permission_(broker, &behaviors_, this)
+{
+    permission_.connectSignals();
+    // After the permission object, so that it knows the new language when its cache is refreshed.
+    if (speech_) {
+        languageLink_ = speech_.follow<std::string>(kLanguageProperty,
+                                                    [this](const std::string&) { postRefresh(); });
+    }
+    registerService();
+}
+
+ActivityPermissions::~ActivityPermissions()
+{
+    broker_->session().unregisterService(kService);
+    if (languageLink_ != vo::kInvalidSignalLink)
+        speech_.disconnect(languageLink_);
+}
+
+void ActivityPermissions::registerService()
+{
+    using Text = const std::string&;
+    const auto object = std::make_shared<vo::ServiceObject>(kService);
+    object
+        ->method(
+            "checkPermissionViolations",
+            [this](Text activity) { return permission_.checkPermissionViolations(activity); },
+            "The reasons against an activity now; none when it may run")
+        .method(
+            "getPermissionsCache",
+            [this](Text activity) { return permission_.getPermissionsCache(activity); },
+            "The kept reasons against an activity that a user may ask for")
+        .readOnlyProperty("permissions", permission_.permissions());
+    broker_->session().registerService(object);
+}
+
+bool ActivityPermissions::isBehavior(const std::string& activity) const
+{
+    try {
+        behaviors_.getBehaviorInfo(activity);
+        return true;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+/// The permission object hears of the context's changes on the platform's threads, later than a
+/// rule that, say, wakes the robot and then starts an activity. So it has to read it now; what it
+/// has read is no news to it any more, which leaves the refresh to us.
+std::vector<std::string> ActivityPermissions::violations(const std::string& activity)
+{
+    permission_.connectSignals();
+    postRefresh();
+    return permission_.checkPermissionViolations(activity);
+}
+
+void ActivityPermissions::postRefresh()
+{
+    if (refreshPosted_.exchange(true))
+        return;
+    vo::getEventLoop()->async([this] {
+        refreshPosted_ = false;
+        permission_.refreshBehaviorsPermissions();
+    });
+}
+
+}  // namespace KR

@@ -1,0 +1,176 @@
+#include <future>
+#include <sys/stat.h>
+
+#include "tests/host/HostTest.h"
+
+namespace KR {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+/// A host with a package "p" of real programs, and another one to be installed. Programs live in
+/// real time; all that is told of them arrives when the clock is run.
+class ActivitiesTest : public HostTest {
+protected:
+    ActivitiesTest()
+    {
+        packages = folder.path() + "/packages";
+        folder.write("packages/p/package.yaml", R"({ConfigurationVersion: 1, Uuid: p, Version: 1,
+            Behaviors: [{Path: go, UserRequestable: true}, {Path: ends}, {Path: none}, {Path: plain},
+                        {Path: alone, Nature: solitary}]})");
+        for (const std::string behavior : {"go", "alone"})
+            writeProgram("packages/p/" + behavior, "exec tail -f /dev/null");
+        writeProgram("packages/p/ends", "cat pipe; exit 3");
+        folder.write("packages/p/plain/run", "no program");
+        folder.write("new/package.yaml", R"({ConfigurationVersion: 1, Uuid: new, Version: 1,
+            SupportedLanguages: [French], Behaviors: [{Path: go, UserRequestable: true,
+            Permissions: [canRunOnPod], Conditions: {launchTrigger: "'B'"}}]})");
+        writeProgram("new/go", "exec tail -f /dev/null");
+        start(rule("wake", "A",
+                   "Actions: [{Action: ApiCall, ActionParameters: {Module: KRNimbra, "
+                   "Method: setAsleep, Args: [false]}}, {" +
+                       focusOn("p/go") + "}]"));
+    }
+
+    void install() { call("PackageManager", "install", folder.path() + "/new"); }
+    template <class... Args>
+    void call(const std::string& service, const std::string& method, const Args&... arguments)
+    {
+        vo::import(service).call(method, arguments...);
+        clock->runPending();
+    }
+    /// Why a switch of focus does not come about: "refused: ..." or "failed: ...".
+    std::string failureOf(const std::string& activity)
+    {
+        const StepResult result = attempt([&] {
+            host->life().switchFocus({activity, 0, {}, false});
+            return StepResult();
+        });
+        return std::string(stepOutcomeName(result.outcome)) + ": " + result.reason;
+    }
+    std::vector<std::string> running()
+    {
+        return vo::import("KRBehaviorManager")
+            .call<std::vector<std::string>>("getRunningBehaviors");
+    }
+    std::vector<std::string> kept(const std::string& activity)
+    {
+        using Kept = std::map<std::string, std::vector<std::string>>;
+        return vo::import("ContextPermission").property<Kept>("permissions").at(activity);
+    }
+};
+
+TEST_F(ActivitiesTest, WhatMayNotOrCannotRunIsRefusedInWordsAndLeavesTheFocusAlone)
+{
+    call("KRNimbra", "switchFocus", "p/go");
+    install();
+    call("KRNimbra", "setState", "interactive");
+    call("KRNimbra", "setAsleep", true);
+    call("KRBattery", "connectCharger", true);
+    EXPECT_EQ(failureOf("action:mod"), "refused: there is no service 'action' that could run it");
+    const auto action = std::make_shared<vo::ServiceObject>("action");
+    vo::Application::current().session().registerService(action);
+    const std::pair<const char*, const char*> rows[] = {
+        {"nobody/go", "refused: no behaviour 'nobody/go' is installed"},
+        {"p", "refused: no behaviour 'p' is installed"},
+        {"new/go", "refused: language: it does not speak English; it may not run in sleep"},
+        {"p/alone",
+         "refused: nature: it needs the state solitary; it may not run on the charging station; it "
+         "may not run in sleep"},
+        {"action:mod", "refused: error: its permissions cannot be found out; the log says why"}};
+    for (const auto& [activity, failure] : rows)
+        EXPECT_EQ(failureOf(activity), failure);
+    host->life().setAsleep(false);
+    host->life().setState("solitary");
+    call("KRBattery", "connectCharger", false);
+    EXPECT_THAT(failureOf("p/none"), HasSubstr("failed: behaviour 'p/none' has no program"));
+    EXPECT_THAT(failureOf("p/plain"), HasSubstr("is not executable"));
+    EXPECT_EQ(host->life().focusedActivity(), "p/go");
+    EXPECT_THAT(running(), ElementsAre("p/go"));
+}
+
+TEST_F(ActivitiesTest, StepMayRelyOnTheStepsBeforeIt)
+{
+    host->life().setAsleep(true);
+    clock->runPending();
+    told();
+    raise("A", 1);
+    EXPECT_THAT(told(), ElementsAre("hit wake", "done ApiCall", "focus p/go", "done SwitchFocus"));
+    host->life().stopFocus();
+    EXPECT_THAT(running(), IsEmpty());
+}
+
+/// Real time: the program ends when it is told to.
+TEST_F(ActivitiesTest, ProgramThatEndsByItselfGivesTheFocusBack)
+{
+    const std::string pipe = packages + "/p/pipe";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    call("KRNimbra", "switchFocus", "p/ends");
+    std::promise<void> ended;  // set after the host has been told: its connection is the older one
+    const auto link =
+        vo::import("KRBehaviorManager").object()->connect("onBehaviorEnded", [&](const auto&) {
+            ended.set_value();
+        });
+    std::ofstream(pipe) << "end";
+    ASSERT_EQ(ended.get_future().wait_for(std::chrono::seconds(30)), std::future_status::ready);
+    EXPECT_EQ(host->life().focusedActivity(), "p/ends") << "the loop has not run yet";
+    clock->runPending();
+    EXPECT_EQ(host->life().focusedActivity(), "");
+    EXPECT_EQ(events.back()["reason"], "it ended with exit code 3");
+    link();
+}
+
+TEST_F(ActivitiesTest, PackagesTakeEffectAtTheVirtualInstantAndEndWhatRunsWhenTheyGo)
+{
+    const vo::Duration before = clock->uptime();
+    install();
+    EXPECT_THAT(host->launchpad().getAutonomousActivityNames(), ElementsAre("new/go"));
+    EXPECT_THAT(kept("new/go"), ElementsAre("language"));
+    call("KRTextToSpeech", "setLanguage", "French");
+    EXPECT_THAT(kept("new/go"), IsEmpty());
+    raise("B", 1);
+    EXPECT_EQ(host->life().focusedActivity(), "new/go");
+    call("KRNimbra", "setAsleep", true);
+    EXPECT_THAT(kept("new/go"), ElementsAre("canRunInSleep"));
+    EXPECT_THAT(running(), ElementsAre("new/go")) << "what runs is not ended by the context";
+    call("KRNimbra", "setAsleep", false);
+
+    // The news of the old package's removal come when the new one has the focus already.
+    vo::import("PackageManager").call("upgrade", folder.path() + "/new");
+    host->life().switchFocus({"new/go", FocusRequest::kRestart, {}, false});
+    clock->runPending();
+    EXPECT_THAT(running(), ElementsAre("new/go"));
+    told();
+    call("PackageManager", "removePkg", "new");
+    EXPECT_THAT(told(), ElementsAre("focus "));
+    EXPECT_THAT(running(), IsEmpty());
+    EXPECT_EQ(clock->uptime(), before);
+    EXPECT_THROW(vo::import("ContextPermission").call("getPermissionsCache", "new/go"),
+                 std::runtime_error);
+}
+
+TEST_F(ActivitiesTest, DialogRunsItsTopicUntilEitherSideEndsItOrTheServiceIsGone)
+{
+    const auto topic = [&] { return host->memory().getData("KRDialog/Topic").toString(); };
+    call("KRNimbra", "switchFocus", "dialog:weather");
+    EXPECT_EQ(topic(), "weather");
+    call("dialog", "end");
+    EXPECT_EQ(host->life().focusedActivity(), "");
+    EXPECT_THAT(failureOf("dialog:"), HasSubstr("failed: the topic has no name"));
+    call("KRNimbra", "switchFocus", "dialog:news");
+    call("KRNimbra", "switchFocus", "p/go");
+    EXPECT_EQ(topic(), "");
+    call("KRNimbra", "switchFocus", "dialog:news");
+    EXPECT_THAT(running(), IsEmpty());
+    vo::Application::current().session().unregisterService("dialog");
+    call("KRNimbra", "stopFocus");
+    EXPECT_EQ(host->life().focusedActivity(), "");
+    EXPECT_THAT(failureOf("dialog:news"), HasSubstr("refused: there is no service 'dialog'"));
+    EXPECT_THAT(log.lines(vo::LogLevel::error),
+                ElementsAre(HasSubstr("Can't load default config file")));
+}
+
+}  // namespace
+}  // namespace KR

@@ -1,0 +1,100 @@
+#pragma once
+
+#include <algorithm>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include "host/Host.h"
+#include "host/JsonTimeline.h"
+#include "platform/kr/KRMemory.h"
+#include "platform/vo/VirtualClock.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace KR {
+
+/// A whole host on virtual time, with rules of the test's own.
+class HostTest : public testing::Test {
+protected:
+    /// `rules` are elements of AutonomousActions; they read the keys A, B, C...
+    void start(const std::string& rules)
+    {
+        const std::string config =
+            folder.write("autonomy.cfg",
+                         "ConfigurationDescription: d\nConfigurationVersion: \"2.0\"\n"
+                         "AutonomousActions:\n" +
+                             rules);
+        host.emplace(clock, timeline, Host::Options{config, packages, vo::LogLevel::warning});
+        clock->runPending();
+        host->start();
+        clock->runPending();
+        events.erase(std::remove_if(events.begin(), events.end(),
+                                    [](const auto& event) { return event["event"] == "plugin"; }),
+                     events.end());
+    }
+    void raise(const std::string& key, const KRValue& value)
+    {
+        host->memory().raiseEvent(key, value);
+        clock->runPending();
+    }
+    /// What was told since the last call, of the rules and the focus, one short text each.
+    std::vector<std::string> told()
+    {
+        std::vector<std::string> result;
+        for (const nlohmann::json& event : std::exchange(events, {})) {
+            const std::string kind = event["event"];
+            if (kind == "focus")
+                result.push_back("focus " + event["activity"].get<std::string>());
+            else if (kind == "step")
+                result.push_back(event["outcome"].get<std::string>() + " " +
+                                 event["step"].get<std::string>());
+            else if (event.contains("rule") && kind != "state" && kind != "asleep")
+                result.push_back(kind + " " + event["rule"].get<std::string>());
+        }
+        return result;
+    }
+
+    /// Writes a behaviour's program, a shell script.
+    void writeProgram(const std::string& path, const std::string& script) const
+    {
+        const std::string run = folder.write(path + "/run", "#!/bin/sh\n" + script + "\n");
+        std::filesystem::permissions(run, std::filesystem::perms::owner_all);
+    }
+
+    /// "name", with a "+" for one that is enabled and another for one that runs; of the built-in
+    /// ones, the battery's alone.
+    std::vector<std::string> plugins()
+    {
+        std::vector<std::string> result;
+        for (const auto& plugin : host->launchpad().getPluginStates())
+            if (plugin.name[0] != '_' || plugin.name == "_LaunchpadPluginBattery")
+                result.push_back(plugin.name + (plugin.enabled ? "+" : "") +
+                                 (plugin.running ? "+" : ""));
+        return result;
+    }
+
+    vo::LogCapture log;
+    TemporaryFolder folder;
+    std::string packages;
+    std::shared_ptr<vo::VirtualClock> clock =
+        std::make_shared<vo::VirtualClock>(vo::TimePoint(std::chrono::hours(24 * 20000)));
+    std::vector<nlohmann::json> events;
+    Timeline timeline{clock, std::make_unique<JsonTimeline>([this](const std::string& line) {
+                          events.push_back(nlohmann::json::parse(line));
+                      })};
+    std::optional<Host> host;
+};
+
+/// An edge rule: "- {Description: d, Condition: "'key'", ... rest}".
+inline std::string rule(const std::string& name, const std::string& key, const std::string& rest)
+{
+    return "- {Description: " + name + ", Condition: \"'" + key +
+           "'\", ExecuteAnyTimeConditionEdgeTrue: true, " + rest + "}\n";
+}
+
+inline std::string focusOn(const std::string& activity)
+{
+    return "Action: SwitchFocus, ActionParameters: {Activity: " + activity + "}";
+}
+
+}  // namespace KR
