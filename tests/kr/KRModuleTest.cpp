@@ -258,7 +258,6 @@ TEST_F(RealModuleTest, ModuleMayBeDestroyedByItsOwnCallback)
 
 TEST_F(RealModuleTest, AnswerIsWaitedForNoLongerThanTheLimitAndNotTwice)
 {
-    using testing::HasSubstr;
     using testing::ThrowsMessage;
     std::promise<int> answer;
     auto object = std::make_shared<vo::ServiceObject>("Slow");
