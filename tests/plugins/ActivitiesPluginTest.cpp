@@ -45,7 +45,7 @@ TEST_F(ActivitiesPluginTest, publishes_nothing_until_a_start_after_the_platform_
               "FocusCount/a=1 FocusedActivity='a' PreviousActivity='' PreviousState='' "
               "State='solitary' LifeTime=7");
     EXPECT_EQ(after(seconds(1) - kMoment), "");
-    life.answers["getLifeTime"] = []() -> vo::Value { throw std::runtime_error("broken"); };
+    life.fail("getLifeTime");
     EXPECT_EQ(after(kMoment), "");
     life.set("getLifeTime", "old");  // kept as delivered
     EXPECT_EQ(after(seconds(1) - kMoment), "");

@@ -1,66 +1,29 @@
+#include <boost/algorithm/string/erase.hpp>
 #include <boost/make_shared.hpp>
-#include <functional>
-#include <gmock/gmock.h>
-#include <map>
+#include <optional>
 #include <thread>
 
-#include "platform/kr/KRError.h"
-#include "platform/vo/ServiceObject.h"
 #include "plugins/NimbraLaunchpadPluginBehavior.h"
+#include "tests/plugins/SenseTest.h"
 #include "tests/support/TemporaryFolder.h"
-#include "tests/support/VirtualPlatform.h"
 
 namespace KR {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
 using Plugin = NimbraLaunchpadPluginBehavior;
 
 constexpr const char* kDescriptor = "nimbraLaunchpadPlugin.xml";
-
-/// A behaviour manager that remembers what it was asked, and fails where the test says.
-struct FakeBehaviorManager {
-    std::vector<std::string> calls;
-    std::string failing;  ///< method that raises an error
-    bool running = false;
-
-    std::shared_ptr<vo::ServiceObject> object()
-    {
-        auto object = std::make_shared<vo::ServiceObject>("KRBehaviorManager");
-        const auto method = [this, &object](const std::string& name, bool runningAfter) {
-            object->method(name, [this, name, runningAfter](const std::string& key) {
-                note(name, key);
-                running = runningAfter;
-            });
-        };
-        method("preloadBehavior", false);
-        method("startBehavior", true);
-        method("stopBehavior", false);
-        object->method("isBehaviorRunning", [this](const std::string&) {
-            if (failing == "isBehaviorRunning")
-                throw std::runtime_error("broken");
-            return running;
-        });
-        return object;
-    }
-    void note(const std::string& name, const std::string& key)
-    {
-        calls.push_back(name + " " + key);
-        if (failing == name)
-            throw std::runtime_error("broken");
-    }
-};
+constexpr const char* kMethods =
+    "preloadBehavior/1 startBehavior/1 stopBehavior/1 isBehaviorRunning/1";
 
 struct NimbraLaunchpadPluginBehaviorTest : testing::Test {
     VirtualPlatform platform;
-    FakeBehaviorManager manager;
+    FakeService manager{platform, "KRBehaviorManager", kMethods};
     TemporaryFolder folder;
     vo::PackageInfo package{"pkg", folder.path()};
     vo::BehaviorInfo behavior{"senses/door"};
 
-    void SetUp() override { platform.broker->session().registerService(manager.object()); }
-
+    void SetUp() override { manager.set("isBehaviorRunning", false); }
     void writeDescriptor(const std::string& content)
     {
         folder.write(behavior.path() + "/" + kDescriptor, content);
@@ -75,31 +38,29 @@ struct NimbraLaunchpadPluginBehaviorTest : testing::Test {
         writeDescriptor("<nimbraLaunchpadPlugin>" + content + "</nimbraLaunchpadPlugin>");
         return make();
     }
-    std::string errorOf(const std::function<void()>& action)
+    /// What the manager was told since the last call, of the one behaviour; its queries left out.
+    std::string told()
     {
-        try {
-            action();
-            return "none";
-        } catch (const KRError& e) {
-            return e.what();
-        }
+        std::string calls = std::exchange(manager.calls, "") + " ";
+        boost::erase_all(calls, "isBehaviorRunning:\"pkg/senses/door\" ");
+        boost::erase_all(calls, "Behavior:\"pkg/senses/door\"");
+        return calls;
     }
 };
 
 TEST_F(NimbraLaunchpadPluginBehaviorTest, only_installed_behaviours_with_a_descriptor_are_plugins)
 {
-    const std::map<std::pair<std::string, std::string>, bool> rows = {
-        {{".lastUploadedKinetorBehavior", "a"}, false},
-        {{"user_session", "a"}, false},
-        {{"default_launchpad_plugins", "Timing"}, false},
-        {{"default_launchpad_plugins", "timing"}, true},
-        {{"pkg", "Timing"}, true}};
-    for (const auto& [key, expected] : rows) {
-        folder.write(key.second + "/" + kDescriptor, "");
-        EXPECT_EQ(Plugin::isPlugin({key.first, folder.path()}, vo::BehaviorInfo(key.second),
-                                   nullptr, nullptr),
-                  expected)
-            << key.first << "/" << key.second;
+    const std::tuple<const char*, std::string, bool> rows[] = {
+        {".lastUploadedKinetorBehavior", "a", false},
+        {"user_session", "a", false},
+        {"default_launchpad_plugins", "Timing", false},
+        {"default_launchpad_plugins", "timing", true},
+        {"pkg", "Timing", true}};
+    for (const auto& [uuid, path, expected] : rows) {
+        folder.write(path + "/" + kDescriptor, "");
+        const vo::BehaviorInfo info(path);
+        EXPECT_EQ(Plugin::isPlugin({uuid, folder.path()}, info, nullptr, nullptr), expected)
+            << uuid;
     }
     std::string id;
     std::string path;
@@ -107,7 +68,7 @@ TEST_F(NimbraLaunchpadPluginBehaviorTest, only_installed_behaviours_with_a_descr
     EXPECT_EQ(id, "pkg/a/b");
     EXPECT_EQ(path, "/nowhere/a/b/nimbraLaunchpadPlugin.xml");
     EXPECT_THAT(platform.log.records(), IsEmpty());
-    EXPECT_EQ(errorOf([&] { make(); }),
+    EXPECT_EQ(errorOf<KRError>([&] { make(); }),
               "NimbraLaunchpadPlugin::getPluginGroups: senses/door is not an NimbraLaunchpad "
               "Plugin");
 }
@@ -176,7 +137,8 @@ TEST_F(NimbraLaunchpadPluginBehaviorTest, bad_descriptors_are_refused_after_logg
         SCOPED_TRACE(row.what);
         platform.log.clear();
         writeDescriptor(row.document);
-        EXPECT_EQ(errorOf([&] { make(); }), "NimbraLaunchpadPlugin::_loadInfo: parse error");
+        EXPECT_EQ(errorOf<KRError>([&] { make(); }),
+                  "NimbraLaunchpadPlugin::_loadInfo: parse error");
         EXPECT_THAT(platform.log.lines(vo::LogLevel::error),
                     ElementsAre(testing::StartsWith(
                         std::string("NimbraLaunchpadPluginBehavior/_loadInfo: Syntax error ") +
@@ -201,35 +163,36 @@ TEST_F(NimbraLaunchpadPluginBehaviorTest, starts_stops_and_follows_the_behaviour
 {
     const auto plugin = makeOf("");
     plugin->startPlugin();
+    manager.set("isBehaviorRunning", true);
     plugin->startPlugin();
     EXPECT_TRUE(plugin->isPluginRunning());
-    manager.running = false;  // it ended by itself
+    EXPECT_EQ(told(), "preload start ");
+    manager.set("isBehaviorRunning", false);  // it ended by itself
     EXPECT_FALSE(plugin->isPluginRunning());
     plugin->startPlugin();
+    manager.set("isBehaviorRunning", true);
     plugin->stopPlugin();
-    const std::string key = " pkg/senses/door";
-    EXPECT_THAT(manager.calls,
-                ElementsAre("preloadBehavior" + key, "startBehavior" + key, "preloadBehavior" + key,
-                            "startBehavior" + key, "stopBehavior" + key));
+    EXPECT_EQ(told(), "preload start stop ");
 }
 
 TEST_F(NimbraLaunchpadPluginBehaviorTest, manager_failures_are_reported_in_the_plugins_words)
 {
     const auto plugin = makeOf("");
-    for (const auto* method : {"preloadBehavior", "startBehavior"}) {
-        manager.failing = method;
-        manager.calls.clear();
-        EXPECT_EQ(errorOf([&] { plugin->startPlugin(); }),
+    const std::pair<const char*, const char*> rows[] = {{"startBehavior", "preload start "},
+                                                        {"preloadBehavior", "preload "}};
+    for (const auto& [method, calls] : rows) {
+        manager.fail(method);
+        EXPECT_EQ(errorOf<KRError>([&] { plugin->startPlugin(); }),
                   "NimbraLaunchpadPlugin::start: Could not start Launchpad Plugin: broken");
-        EXPECT_NE(manager.calls.back(), "stopBehavior pkg/senses/door");
+        EXPECT_EQ(told(), calls);
         platform.runPending();
-        EXPECT_EQ(manager.calls.back(), "stopBehavior pkg/senses/door");
+        EXPECT_EQ(told(), "stop ");
     }
-    manager.failing = "stopBehavior";
-    manager.running = true;
-    EXPECT_EQ(errorOf([&] { plugin->stopPlugin(); }),
+    manager.fail("stopBehavior");
+    manager.set("isBehaviorRunning", true);
+    EXPECT_EQ(errorOf<KRError>([&] { plugin->stopPlugin(); }),
               "NimbraLaunchpadPlugin::stop: Could not stop Launchpad Plugin: broken");
-    manager.failing = "isBehaviorRunning";
+    manager.fail("isBehaviorRunning");
     EXPECT_FALSE(plugin->isPluginRunning());
     EXPECT_EQ(platform.log.lines(vo::LogLevel::error).back(),
               "NimbraLaunchpadPluginBehavior/_isPluginRunning: Could not check behavior status: "
@@ -241,9 +204,9 @@ TEST(NimbraLaunchpadPluginBehaviorSetup, waits_for_the_behaviour_manager)
 {
     VirtualPlatform platform;
     TemporaryFolder folder;
-    FakeBehaviorManager manager;
+    std::optional<FakeService> manager;
     folder.write(std::string("b/") + kDescriptor, "<nimbraLaunchpadPlugin/>");
-    std::thread late([&] { platform.broker->session().registerService(manager.object()); });
+    std::thread late([&] { manager.emplace(platform, "KRBehaviorManager", kMethods); });
     Plugin plugin({"pkg", folder.path()}, vo::BehaviorInfo("b"), platform.broker);
     late.join();
     EXPECT_EQ(plugin.getPluginName(), "pkg/b");

@@ -70,7 +70,7 @@ TEST_F(PerceptionHeavyPluginTest, preferences_that_are_no_number_give_the_defaul
         expectComplaint(expected == 1.0F ? error : "none");
     }
     preferences.set("getValue", "NAN");
-    zones.answers["setLimitAngle"] = []() -> vo::Value { throw std::runtime_error("broken"); };
+    zones.fail("setLimitAngle");
     start();
     EXPECT_THAT(people.calls, testing::EndsWith("setMaximumDetectionRange:nan"));
     expectComplaint(kTag + "_startPlugin: Fail to update parameters with error: KREngagementZ");

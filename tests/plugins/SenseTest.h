@@ -3,12 +3,12 @@
 #include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/split.hpp>
 #include <functional>
-#include <gmock/gmock.h>
 #include <map>
 
 #include "platform/kr/KRError.h"
 #include "platform/kr/KRModule.h"
 #include "platform/kr/MemoryFeed.h"
+#include "tests/support/Testing.h"
 #include "tests/support/VirtualPlatform.h"
 
 namespace KR {
@@ -47,6 +47,10 @@ struct FakeService {
     void set(const std::string& method, T value)
     {
         answers[method] = [value] { return vo::toValue(value); };
+    }
+    void fail(const std::string& method)
+    {
+        answers[method] = []() -> vo::Value { throw std::runtime_error("broken"); };
     }
 
     vo::Session& session;
