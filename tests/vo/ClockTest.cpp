@@ -1,14 +1,12 @@
 #include <algorithm>
 #include <future>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "platform/vo/Executor.h"
 #include "platform/vo/Log.h"
 #include "platform/vo/VirtualClock.h"
+#include "tests/support/Testing.h"
 
 using namespace std::chrono_literals;
-using testing::ElementsAre;
 using vo::Clock;
 using vo::Duration;
 using vo::TimePoint;

@@ -1,13 +1,11 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <limits>
 
 #include "platform/vo/Application.h"
 #include "platform/vo/EventLoop.h"
 #include "platform/vo/VirtualClock.h"
+#include "tests/support/Testing.h"
 
 using namespace std::chrono_literals;
-using testing::ElementsAre;
 
 namespace {
 
@@ -89,15 +87,6 @@ TEST(ApplicationTest, is_current_while_it_lives_and_alone)
     }
     EXPECT_TRUE(waiting.isCanceled());
     EXPECT_EQ(vo::Application::currentOrNull(), nullptr);
-}
-
-// Needs real time: proves that the loop has a thread, on which a function finds the application.
-TEST(ApplicationTest, runs_functions_on_a_thread_of_its_own_on_the_real_clock)
-{
-    vo::Application application(vo::makeRealClock());
-    const auto inside = [] { return vo::getEventLoop()->isInEventLoopThread(); };
-    EXPECT_TRUE(vo::getEventLoop()->async(inside, 1).value());
-    EXPECT_FALSE(inside());
 }
 
 }  // namespace

@@ -1,10 +1,8 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "platform/vo/Future.h"
 #include "platform/vo/Log.h"
+#include "tests/support/Testing.h"
 
-using testing::ElementsAre;
 using vo::Future;
 using vo::Promise;
 

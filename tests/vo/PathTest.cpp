@@ -1,16 +1,13 @@
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <stdexcept>
 
 #include "platform/vo/Path.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Testing.h"
 
-using testing::ElementsAre;
 using vo::path::confFolders;
 using vo::path::findConf;
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -18,34 +15,24 @@ class PathTest : public testing::Test {
 protected:
     PathTest()
     {
-        std::string pattern = (fs::temp_directory_path() / "path-test-XXXXXX").string();
-        root_ = mkdtemp(pattern.data());
         for (const char* name : {"XDG_CONFIG_HOME", "XDG_CONFIG_DIRS", "HOME"})
             unsetenv(name);
         set("NIMBRA_PREFIX", at("prefix"));
     }
-
-    ~PathTest() override { fs::remove_all(root_); }
 
     static void set(const std::string& name, const std::string& value)
     {
         setenv(name.c_str(), value.c_str(), 1);
     }
 
-    std::string at(const std::string& path) const { return (root_ / path).string(); }
-
-    std::string write(const std::string& path) const
-    {
-        fs::create_directories(fs::path(at(path)).parent_path());
-        std::ofstream(at(path)) << "x";
-        return at(path);
-    }
+    std::string at(const std::string& path) const { return folder_.path() + "/" + path; }
+    std::string write(const std::string& path) const { return folder_.write(path, "x"); }
 
 private:
-    fs::path root_;
+    TemporaryFolder folder_;
 };
 
-TEST_F(PathTest, unsetVariablesHaveTheirDefaults)
+TEST_F(PathTest, foldersComeFromTheEnvironmentOrByDefaultAndRelativeOnesAreIgnored)
 {
     EXPECT_THAT(confFolders("app", false), ElementsAre("/etc/xdg/app", at("prefix/share/app")));
     set("HOME", at("home"));
@@ -53,11 +40,6 @@ TEST_F(PathTest, unsetVariablesHaveTheirDefaults)
     set("XDG_CONFIG_DIRS", "");
     EXPECT_THAT(confFolders("app", false),
                 ElementsAre(at("home/.config/app"), "/etc/xdg/app", at("prefix/share/app")));
-}
-
-TEST_F(PathTest, relativeEntriesAreIgnored)
-{
-    set("HOME", at("home"));
     set("XDG_CONFIG_HOME", "user");
     set("XDG_CONFIG_DIRS", "one::" + at("two") + ":./three:" + at("four"));
     EXPECT_THAT(confFolders("app", false), ElementsAre(at("home/.config/app"), at("two/app"),
@@ -72,7 +54,7 @@ TEST_F(PathTest, theFirstFileIsFound)
     const std::string last = write("prefix/share/app/a.cfg");
     EXPECT_EQ(findConf("app", "a.cfg"), last);
     const std::string system = write("two/app/a.cfg");
-    fs::create_directories(at("one/app/a.cfg"));
+    std::filesystem::create_directories(at("one/app/a.cfg"));
     EXPECT_EQ(findConf("app", "a.cfg"), system) << "a folder is no file";
     const std::string user = write("user/app/a.cfg");
     EXPECT_EQ(findConf("app", "a.cfg"), user);

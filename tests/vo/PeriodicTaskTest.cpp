@@ -1,6 +1,4 @@
 #include <future>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <map>
 #include <thread>
 
@@ -10,10 +8,10 @@
 #include "platform/vo/Log.h"
 #include "platform/vo/PeriodicTask.h"
 #include "platform/vo/VirtualClock.h"
+#include "tests/support/Testing.h"
 
 using namespace std::chrono_literals;
 using testing::Each;
-using testing::ElementsAre;
 
 namespace {
 

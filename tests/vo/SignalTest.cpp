@@ -1,6 +1,4 @@
 #include <future>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <memory>
 #include <optional>
 #include <thread>
@@ -9,9 +7,8 @@
 #include "platform/vo/Log.h"
 #include "platform/vo/Property.h"
 #include "platform/vo/Signal.h"
+#include "tests/support/Testing.h"
 
-using testing::ElementsAre;
-using testing::IsEmpty;
 using vo::CallbackGate;
 using vo::Property;
 using vo::Signal;

@@ -1,10 +1,9 @@
 #include <cmath>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <limits>
 
 #include "platform/vo/AnyObject.h"
 #include "platform/vo/PackageInfo.h"
+#include "tests/support/Testing.h"
 
 using vo::fromValue;
 using vo::toValue;
@@ -60,7 +59,6 @@ TEST(ConvertTest, everyProvidedTypeTravelsThereAndBack)
 
 TEST(ConvertTest, floatTakesIntsAndWhatIsNoNumberButNothingBeyondItsRange)
 {
-    EXPECT_EQ(fromValue<double>(integer(3)), 3.0);
     EXPECT_EQ(fromValue<float>(integer(-3)), -3.0F);
     EXPECT_TRUE(std::isnan(fromValue<float>(Value(std::nan("")))));
     EXPECT_TRUE(std::isinf(fromValue<float>(toValue(HUGE_VAL))));
@@ -110,14 +108,8 @@ TEST(ConvertTest, aValueThatDoesNotFitIsRefusedWithItsPlace)
          "expected text, got int"},
         {as<vo::AnyObject>, text, "expected object, got text"},
     };
-    for (const auto& c : cases) {
-        try {
-            c.convert(c.value);
-            ADD_FAILURE() << "accepted in spite of: " << c.error;
-        } catch (const vo::ConversionError& error) {
-            EXPECT_STREQ(error.what(), c.error);
-        }
-    }
+    for (const auto& c : cases)
+        EXPECT_EQ(errorOf<vo::ConversionError>([&] { c.convert(c.value); }), c.error);
     EXPECT_THROW(toValue(std::uint64_t{1} << 63), vo::ConversionError);
 }
 
