@@ -49,13 +49,25 @@ void checkChain(const std::string& chain, const char* method)
 
 class LifeService::Turn {
 public:
-    Turn(LifeService& life, const char* method) : life_(life) { life_.beginTurn(method); }
-    ~Turn() { life_.endTurn(); }
+    Turn(LifeService& life, const char* method) : Turn(life, method, true) {}
+    /// With `isNeeded` false there is nothing to wait for and to end.
+    Turn(LifeService& life, const char* method, bool isNeeded) : life_(isNeeded ? &life : nullptr)
+    {
+        if (life_)
+            life_->beginTurn(method);
+    }
+    ~Turn() { end(); }
     Turn(const Turn&) = delete;
     Turn& operator=(const Turn&) = delete;
 
+    void end()
+    {
+        if (LifeService* const life = std::exchange(life_, nullptr))
+            life->endTurn();
+    }
+
 private:
-    LifeService& life_;
+    LifeService* life_;
 };
 
 LifeService::LifeService(const boost::shared_ptr<KRBroker>& broker)
@@ -179,9 +191,7 @@ void LifeService::setState(const std::string& state, bool force)
                           "' (disabled, safeguard, solitary and interactive are)");
     const bool mayRun = known->second;
     // A state in which activities may run stands in the way of no start and stop.
-    std::optional<Turn> turn;
-    if (!mayRun)
-        turn.emplace(*this, "setState");
+    Turn turn(*this, "setState", !mayRun);
     std::optional<LifeEvent> ended;
     std::optional<LifeEvent> event;
     {
@@ -203,7 +213,7 @@ void LifeService::setState(const std::string& state, bool force)
         const vo::Lock lock(mutex_);
         event = moveState(state);
     }
-    turn.reset();
+    turn.end();
     if (ended)
         changed(*ended);
     changed(*event);
