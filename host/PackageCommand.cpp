@@ -83,12 +83,14 @@ int forEach(const std::vector<std::string>& subjects, const char* verb, const St
 {
     int exitCode = 0;
     for (const std::string& subject : subjects) {
+        std::string done;
         try {
-            printOutput(change(subject) + "\n");
+            done = change(subject) + "\n";
         } catch (const std::exception& e) {
             printError(std::string("cannot ") + verb + " " + quoted(subject) + ": " + e.what());
             exitCode = 1;
         }
+        printOutput(done);
         if (stop.isRequested())
             return 128 + stop.signal();
     }

@@ -100,6 +100,10 @@ TEST_F(ProgramTest, DemoDayUsesAllStepTypesAndAllListsOfTheTimeline)
          {"SwitchFocus", "StopFocus", "StopAll", "BlockAutonomousFocus", "UnblockAutonomousFocus",
           "SetState", "SetConfiguration", "ApiCall", "FreezeChain", "UnfreezeChain"})
         EXPECT_THAT(output, HasSubstr("\"step\":\"" + std::string(step) + "\"")) << step;
+    // The last two are installed while the day goes on.
+    for (const char* activity :
+         {"daydream/dream", "run_dialog/talk", "storyteller/tell", "night-light/glow"})
+        EXPECT_THAT(output, HasSubstr("\"activity\":\"" + std::string(activity) + "\""));
     for (const char* event : {"skip", "wait", "resume"})
         EXPECT_THAT(output, HasSubstr("\"event\":\"" + std::string(event) + "\"")) << event;
 }
