@@ -39,14 +39,6 @@ void checkRange(double value, double min, double max, const char* method)
                           std::to_string(int(max)));
 }
 
-std::vector<std::string> jointsOf(const std::string& part, const char* method)
-{
-    auto joints = robotPart(part);
-    if (joints.empty())
-        throw KRError(kBodyService, method, "there is no chain or joint '" + part + "'");
-    return joints;
-}
-
 }  // namespace
 
 Body::Body(boost::shared_ptr<KRBroker> broker)
@@ -71,6 +63,22 @@ std::vector<std::string> Body::postures()
     for (const auto& posture : kPostures)
         names.push_back(posture.first);
     return names;
+}
+
+void Body::checkPart(const std::string& chainOrJoint, const char* method)
+{
+    if (robotPart(chainOrJoint).empty())
+        throw KRError(kBodyService, method, "there is no chain or joint '" + chainOrJoint + "'");
+}
+
+void Body::checkHeat(double celsius, const char* method)
+{
+    checkRange(celsius, -20, 150, method);
+}
+
+void Body::checkLoad(double load, const char* method)
+{
+    checkRange(load, 0, 1, method);
 }
 
 void Body::goToPosture(const std::string& posture, double speed)
@@ -140,10 +148,10 @@ void Body::fall(bool onBack)
 
 void Body::heat(const std::string& chainOrJoint, double celsius)
 {
-    const auto joints = jointsOf(chainOrJoint, "heat");
-    checkRange(celsius, -20, 150, "heat");
+    checkPart(chainOrJoint, "heat");
+    checkHeat(celsius, "heat");
     const vo::Lock lock(mutex_);
-    for (const auto& joint : joints)
+    for (const auto& joint : robotPart(chainOrJoint))
         heat_.heat(joint, celsius, now());
     writeHeat();
     update();
@@ -151,17 +159,17 @@ void Body::heat(const std::string& chainOrJoint, double celsius)
 
 void Body::use(const std::string& chainOrJoint, double load)
 {
-    const auto joints = jointsOf(chainOrJoint, "use");
-    checkRange(load, 0, 1, "use");
+    checkPart(chainOrJoint, "use");
+    checkLoad(load, "use");
     const vo::Lock lock(mutex_);
-    for (const auto& joint : joints)
+    for (const auto& joint : robotPart(chainOrJoint))
         loads_[joint] = load;
     applyLoads();
 }
 
 void Body::holdStill(const std::string& chain, bool still)
 {
-    jointsOf(chain, "holdStill");
+    checkPart(chain, "holdStill");
     const vo::Lock lock(mutex_);
     if (still)
         still_.insert(chain);

@@ -39,7 +39,7 @@ namespace KR {
 class Body {
 public:
     static constexpr vo::Duration kMotionCycle = std::chrono::milliseconds(100);
-    static constexpr vo::Duration kHeatCycle = std::chrono::seconds(2);
+    static constexpr vo::Duration kHeatCycle = std::chrono::seconds(5);
     static constexpr vo::Duration kFall = std::chrono::milliseconds(800);
     static constexpr const char* kUnknown = "Unknown";
 
@@ -67,6 +67,12 @@ public:
     void use(const std::string& chainOrJoint, double load) VO_EXCLUDES(mutex_);
     /// The joints of a chain that is held still carry nothing.
     void holdStill(const std::string& chain, bool still) VO_EXCLUDES(mutex_);
+
+    /// Each raises KRError, naming `method`, for what heat() or use() does not take; NaN is none
+    /// that they take.
+    static void checkPart(const std::string& chainOrJoint, const char* method);
+    static void checkHeat(double celsius, const char* method);
+    static void checkLoad(double load, const char* method);
 
 private:
     struct Way {

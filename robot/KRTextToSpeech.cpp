@@ -1,7 +1,5 @@
 #include "robot/KRTextToSpeech.h"
 
-#include <set>
-
 #include "platform/kr/KRError.h"
 #include "platform/kr/KRMemory.h"
 
@@ -24,6 +22,11 @@ KRTextToSpeech::KRTextToSpeech(const boost::shared_ptr<KRBroker>& broker) : KRMo
     for (const char* name : {"getLanguage", "locale"})
         bindMethod(name, &KRTextToSpeech::getLanguage, this, "The language in use");
     bindProperty("languageTTS", language_);
+}
+
+const std::set<std::string>& KRTextToSpeech::languages()
+{
+    return kLanguages;
 }
 
 void KRTextToSpeech::say(const std::string& text)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <set>
 #include <string>
 
 #include "platform/kr/KRModule.h"
@@ -21,6 +22,7 @@ public:
 
     /// One of "English" (the first), "French", "German", "Italian", "Japanese", "Spanish".
     void setLanguage(const std::string& language);
+    static const std::set<std::string>& languages();
     std::string getLanguage() const;
 
 private:

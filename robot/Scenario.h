@@ -9,14 +9,13 @@
 #include "platform/kr/KRValue.h"
 #include "platform/life/ApiWrapper.h"
 #include "platform/vo/Clock.h"
+#include "robot/ScenarioTime.h"
 
 namespace KR {
 
 /// Largest scenario file that is read, checked before parsing. A day written by hand is a few
 /// kilobytes; a recorded one stays below this.
 constexpr std::size_t kMaxScenarioBytes = 2 * 1024 * 1024;
-/// Longest time that a scenario may take, in days.
-constexpr int kMaxScenarioDays = 366;
 
 /// A scenario that cannot be used; what() is "FILE: line L, column C: problem", without the place
 /// when there is none.
@@ -25,23 +24,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// A time as people write it: "HH:MM", "HH:MM:SS" or "HH:MM:SS.mmm", and before it, where it is
-/// another day, the day's number and a blank ("2 07:30"; day 1 is the first). "24:00" is the end
-/// of a day.
-struct DayTime {
-    std::optional<int> day;  ///< from 1 to kMaxScenarioDays
-    vo::Duration time{};     ///< since that day's midnight
-
-    /// Since the midnight of day 1.
-    vo::Duration sinceFirstMidnight(int defaultDay) const;
-};
-/// Nothing for a text that is no such time.
-std::optional<DayTime> parseDayTime(const std::string& text);
-
-/// The last midnight, in UTC.
-vo::TimePoint midnightOf(vo::TimePoint time);
-
-/// One thing that the world does to the robot.
+/// One thing that happens to the robot; most of them are calls of the service "KRWorld".
 struct ScenarioDeed {
     enum class Kind { say, raise, call };
     Kind kind;
@@ -63,10 +46,13 @@ struct ScenarioEntry {
 ///     End: "08:00"                    # optional, a date and time, or as in At
 ///     Timeline:
 ///       - At: "07:00:30"              # without a day: that of the entry before
-///         Say: Somebody comes in.
-///         Raise: {Launchpad/NoPeopleInZones: false, Launchpad/NumPeopleZone1: 1}
-///         Pulse: Launchpad/WavingDetection
+///         Say: Somebody comes in and waves.
+///         Enter: {Anna: [4, 1]}
+///         Wave: {Anna: 3}
+///         Raise: {Door/IsOpen: true}
 ///         Call: {Module: KRNimbra, Method: stopFocus, Args: []}
+///
+/// ScenarioDeeds reads what an entry holds.
 struct Scenario {
     std::string title;
     vo::TimePoint start;

@@ -72,8 +72,6 @@ void SimulatedBattery::setChargeRate(double percentPerHour)
 void SimulatedBattery::setRate(double SimulatedBattery::*rate, double percentPerHour,
                                const char* method)
 {
-    // Empty within a microsecond is as fast as it can get; beyond it, products may overflow.
-    constexpr double kMaxRate = 100 * 3.6e9;
     checkRange(percentPerHour, kMaxRate, method);
     vo::Lock lock(mutex_);
     settle();

@@ -26,6 +26,8 @@ public:
     /// A full battery lasts five hours, and recharges in two and a half.
     static constexpr double kDefaultDischargeRate = 20;
     static constexpr double kDefaultChargeRate = 40;
+    /// Percent an hour: empty within a microsecond. Beyond it, products may overflow.
+    static constexpr double kMaxRate = 100 * 3.6e9;
 
     /// Starts full, without charger, and registers the service.
     explicit SimulatedBattery(boost::shared_ptr<KRBroker> broker);

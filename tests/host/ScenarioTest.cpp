@@ -71,6 +71,67 @@ End: 2026-11-23 00:00:00
     EXPECT_EQ(deeds[5].call->method(), "m");
 }
 
+TEST_F(ScenarioTest, TheWorldsDeedsBecomeCalls)
+{
+    const Scenario scenario = load(std::string(kHead) + R"(
+  - At: "06:00"
+    Enter: {Anna: [5, -2], Ben: [1.5, 0]}
+    Walk: {Anna: [1, 0], Ben: {To: [[2, 0], [3, 1]], Speed: 0.5}}
+    Look: {Anna: robot, Ben: [0, 1]}
+    Wave: {Anna: 2.5}
+    Leave: [Ben, Anna]
+    Move: {Place: [1, 1], For: 3}
+    Lift: up
+    Push: left
+    Fall: back
+    Heat: {LArm: 78, HeadYaw: 30}
+    Use: {Arms: 0.5}
+    Posture: Sit
+    Charger: off
+    Battery: {Draining: 4, Charge: 50}
+    Language: French
+    Install: packages/x
+    Remove: x
+  - {At: "06:01", Battery: 7, Install: /p, Enter: {Ben: [1, 1]}, Look: {Ben: ahead}, Lift: down}
+)");
+    std::string calls;
+    for (const ScenarioEntry& entry : scenario.timeline) {
+        for (const ScenarioDeed& deed : entry.deeds)
+            calls += deed.call->module() + "." + deed.call->method() +
+                     KRValue(deed.call->arguments()).toDisplayString() + "\n";
+    }
+    EXPECT_EQ(calls, R"(KRWorld.enter["Anna", 5.0, -2.0]
+KRWorld.enter["Ben", 1.5, 0.0]
+KRWorld.walk["Anna", [[1.0, 0.0]], 1.2]
+KRWorld.walk["Ben", [[2.0, 0.0], [3.0, 1.0]], 0.5]
+KRWorld.look["Anna", "robot"]
+KRWorld.look["Ben", [0.0, 1.0]]
+KRWorld.wave["Anna", 2.5]
+KRWorld.leave["Ben"]
+KRWorld.leave["Anna"]
+KRWorld.move[1.0, 1.0, 3.0, 0.5]
+KRWorld.lift[true]
+KRWorld.push["left"]
+KRWorld.fall["back"]
+KRWorld.heat["LArm", 78.0]
+KRWorld.heat["HeadYaw", 30.0]
+KRWorld.use["Arms", 0.5]
+KRRobotPosture.goToPosture["Sit", 1.0]
+KRBattery.connectCharger[false]
+KRBattery.setCharge[50.0]
+KRBattery.setDischargeRate[4.0]
+KRTextToSpeech.setLanguage["French"]
+PackageManager.upgrade[")" +
+                         folder.path() + R"(/packages/x"]
+PackageManager.removePkg["x"]
+KRBattery.setCharge[7.0]
+PackageManager.upgrade["/p"]
+KRWorld.enter["Ben", 1.0, 1.0]
+KRWorld.look["Ben", "ahead"]
+KRWorld.lift[false]
+)");
+}
+
 TEST_F(ScenarioTest, WrongOnesAreRefusedWithThePlace)
 {
     struct Row {
@@ -92,7 +153,7 @@ TEST_F(ScenarioTest, WrongOnesAreRefusedWithThePlace)
         {head + "  - At: \"06:00\"\nBegin: 1\n", "line 5, column 1: unknown key 'Begin'"},
         {head + "  - x\n", "line 4, column 5: an entry of the Timeline is a mapping"},
         {head + "  - Say: x\n", "line 4, column 5: 'At' is missing"},
-        {head + "  - At: \"06:00\"\n", "line 4, column 5: an entry needs a Say"},
+        {head + "  - At: \"06:00\"\n", "line 4, column 5: an entry needs something"},
         {head + "  - At: \"6\"\n    Say: x\n", "line 4, column 9: At must be a time"},
         {head + "  - At: \"06:60\"\n    Say: x\n", "At must be a time"},
         {head + "  - At: \"24:01\"\n    Say: x\n", "At must be a time"},
@@ -112,6 +173,40 @@ TEST_F(ScenarioTest, WrongOnesAreRefusedWithThePlace)
         {entry + "Pulse: \"\"\n", "must not be empty"},
         {entry + "Call: {Module: M}\n", "line 5, column 11: "},
         {entry + "Call: {Module: M, Method: m, Args: 1}\n", "line 5, column 40: "},
+        {entry + "Raise: {a: .nan}\n", "line 5, column 16: a reading must be a finite"},
+        {entry + "Raise: {a: [1, [-.inf]]}\n", "line 5, column 21: a reading"},
+        {entry + "Raise: {a: [1, 1e999]}\n", "line 5, column 20: "},
+        {entry + "Enter: Anna\n", "line 5, column 12: Enter must be a mapping"},
+        {entry + "Enter: {}\n", "line 5, column 12: Enter must be a mapping"},
+        {entry + "Enter: {Anna: [1]}\n", "line 5, column 19: a place is [x, y]"},
+        {entry + "Enter: {Anna: [1, .nan]}\n", "line 5, column 23: a reading"},
+        {entry + "Enter: {Anna: [1, 1e6]}\n", "line 5, column 19: a place lies within 100"},
+        {entry + "Enter: {\"\": [1, 1]}\n", "line 5, column 13: a person's name"},
+        {entry + "Enter: {A: [1, 1], A: [1, 1]}\n", "line 5, column 24: 'A' is given twice"},
+        {entry + "Enter: {A: [1, 1]}\n  - At: \"06:00\"\n    Enter: {A: [1, 1]}\n",
+         "line 7, column 13: 'A' is here already"},
+        {entry + "Walk: {A: [1, 1]}\n", "line 5, column 12: 'A' is not here"},
+        {entry + "Leave: A\n", "line 5, column 12: 'A' is not here"},
+        {entry + "Leave: []\n", "line 5, column 12: Leave needs a name"},
+        {entry + "Enter: {A: [1, 1]}\n    Leave: [A, A]\n", "line 6, column 16: 'A' is not here"},
+        {entry + "Enter: {A: [1, 1]}\n    Walk: {A: []}\n", "line 6, column 15: a walk goes to"},
+        {entry + "Enter: {A: [1, 1]}\n    Walk: {A: {Speed: 1}}\n", "'To' is missing"},
+        {entry + "Enter: {A: [1, 1]}\n    Walk: {A: {To: [1, 1], Speed: 0}}\n",
+         "line 6, column 15: the speed"},
+        {entry + "Enter: {A: [1, 1]}\n    Wave: {A: -1}\n", "line 6, column 15: the time"},
+        {entry + "Enter: {A: [1, 1]}\n    Look: {A: up}\n", "line 6, column 15: where somebody"},
+        {entry + "Move: {For: 1}\n", "line 5, column 11: 'Place' is missing"},
+        {entry + "Lift: true\n", "line 5, column 11: Lift is up or down"},
+        {entry + "Push: below\n", "line 5, column 11: 'below' is not front"},
+        {entry + "Fall: left\n", "line 5, column 11: Fall is front or back"},
+        {entry + "Heat: {Tail: 3}\n", "line 5, column 12: there is no chain or joint 'Tail'"},
+        {entry + "Heat: {Arms: 1000}\n", "line 5, column 18: 1000"},
+        {entry + "Use: {Arms: high}\n", "line 5, column 17: a load must be a number"},
+        {entry + "Posture: Fly\n", "line 5, column 14: there is no posture 'Fly'"},
+        {entry + "Battery: 101\n", "line 5, column 14: Charge is out of range"},
+        {entry + "Battery: {Charging: -1}\n", "line 5, column 25: Charging is out of range"},
+        {entry + "Language: Dog\n", "line 5, column 15: the language 'Dog'"},
+        {entry + "Remove: \"\"\n", "line 5, column 13: Remove needs"},
         {head + "  - At: \"06:00\"\n    Say: x\nEnd: \"05:00\"\n", "line 6, column 6: End lies"},
         {head + "  []\nEnd: 2028-01-01 00:00\n", "a scenario takes 366 days at most"},
         {"Scenario: [x", "line "},
