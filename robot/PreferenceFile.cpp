@@ -52,7 +52,8 @@ KRValue fromJson(const Json& json, int depth)
     if (json.is_boolean())
         return json.get<bool>();
     // Whole numbers beyond 63 bits are none of ours.
-    if (json.is_number_integer() && !(json.is_number_unsigned() && json > INT64_MAX))
+    if (json.is_number_integer() &&
+        !(json.is_number_unsigned() && json.get<std::uint64_t>() > INT64_MAX))
         return json.get<std::int64_t>();
     if (json.is_number_float())
         return json.get<double>();

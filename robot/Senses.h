@@ -58,7 +58,7 @@ public:
     static constexpr double kHalfView = 90;  ///< degrees; the head turns
     /// Ids are used again after this many, so that memory has keys of no more people than this. It
     /// is also the largest population; whoever comes on top of it is not noticed.
-    static constexpr int kMaxId = 999;
+    static constexpr int kMaxId = 2 * static_cast<int>(World::kMaxPersons);
 
     struct Settings {
         double detectionRange = 3.5;  ///< metres

@@ -17,6 +17,8 @@ double distanceBetween(Place a, Place b)
 
 double directionTo(Place from, Place to)
 {
+    if (from.x == to.x && from.y == to.y)
+        return 0;  // whatever signs its zeros have
     return std::atan2(to.y - from.y, to.x - from.x) * 180 / kPi;
 }
 
