@@ -5,6 +5,7 @@
 
 #include "platform/kr/KRMemory.h"
 #include "platform/vo/EventLoop.h"
+#include "robot/Body.h"
 
 namespace KR {
 
@@ -38,6 +39,11 @@ Host::Host(const std::shared_ptr<vo::Clock>& clock, Timeline& timeline, const Op
       activities_(broker_, permissions_, *life_),
       responder_(*life_, timeline)
 {
+    // The robot outlives the life service.
+    life_->changed.connect([this](const LifeEvent& event) {
+        if (event.kind == LifeEvent::Kind::chain)
+            robot_.body().holdStill(event.subject, event.on);
+    });
     const std::vector<vo::LogRecord> kept = makeLaunchpad(options.logLevel);
     const vo::LogListener listener([this](const vo::LogRecord& record) {
         if (record.level != vo::LogLevel::error)
