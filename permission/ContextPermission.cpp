@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/kr/KRBroker.h"
+#include "platform/kr/KeyCatalogue.h"
 #include "platform/life/ApiWrapper.h"
 #include "platform/packages/BehaviorsCache.h"
 #include "platform/vo/Log.h"
@@ -70,6 +71,7 @@ void ContextPermission::connectSignals()
 {
     const vo::Lock lock(connectionsMutex_);
     for (const std::string key : kWatchedKeys) {
+        broker_->keys().addRead(key, "ContextPermission");
         try {
             connectKey(key);
         } catch (const std::exception&) {

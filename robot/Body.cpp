@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "platform/kr/KRError.h"
+#include "platform/kr/KeyCatalogue.h"
 #include "robot/RobotBody.h"
 
 namespace KR {
@@ -30,6 +31,23 @@ const std::map<std::string, PostureInfo> kPostures{
     {"StandInit", {"Standing", 3}},
     {"StandZero", {"Standing", 3}}};
 
+constexpr const char* kMotionService = "KRMotion";
+constexpr const char* kFallKey = "robotHasFallen";
+constexpr const char* kPushKey = "KRMotion/Safety/PushRecovery";
+constexpr const char* kAccelerations[] = {"AccX", "AccY", "AccZ"};
+constexpr const char* kRotations[] = {"GyrX", "GyrY"};
+constexpr const char* kFeet[] = {"leftFootContact", "rightFootContact"};
+
+std::string inertialKey(const std::string& axis)
+{
+    return "Device/SubDeviceList/InertialSensor/" + axis + "/Sensor/Value";
+}
+
+std::string temperatureKey(const std::string& joint)
+{
+    return "Device/SubDeviceList/" + joint + "/Temperature/Sensor/Value";
+}
+
 /// Written so that NaN is refused too.
 void checkRange(double value, double min, double max, const char* method)
 {
@@ -37,6 +55,36 @@ void checkRange(double value, double min, double max, const char* method)
         throw KRError(kBodyService, method,
                       std::to_string(value) + " is not from " + std::to_string(int(min)) + " to " +
                           std::to_string(int(max)));
+}
+
+void describeKeys(KeyCatalogue& keys)
+{
+    using Key = KeyDescription;
+    std::vector<KRValue> postures{Body::kUnknown};
+    std::set<std::string> families{Body::kUnknown};
+    for (const auto& [name, posture] : kPostures) {
+        postures.emplace_back(name);
+        families.insert(posture.family);
+    }
+    keys.addPublished(Key::text("PostureChanged", "posture; \"Unknown\" on the way to one")
+                          .oneOf(std::move(postures)),
+                      kPostureService);
+    keys.addPublished(
+        Key::text("PostureFamilyChanged", "its family").oneOf({families.begin(), families.end()}),
+        kPostureService);
+    keys.addPublished(Key::integer(kFallKey, "1 when it has hit the ground").between(1, 1),
+                      kMotionService);
+    keys.addPublished(
+        Key::integer(kPushKey, "1 when it was pushed and kept its feet").between(1, 1),
+        kMotionService);
+    for (const char* axis : kAccelerations)
+        keys.addPublished(Key::number(inertialKey(axis), "acceleration, mm/s²"), kMotionService);
+    for (const char* axis : kRotations)
+        keys.addPublished(Key::number(inertialKey(axis), "rotation, mrad/s"), kMotionService);
+    for (const char* foot : kFeet)
+        keys.addPublished(Key::number(foot, "1 with contact to the ground").oneOf({0.0, 1.0}),
+                          kMotionService);
+    keys.addPublished(Key::integer(temperatureKey("*"), "of a joint, Celsius"), kMotionService);
 }
 
 }  // namespace
@@ -51,6 +99,7 @@ Body::Body(boost::shared_ptr<KRBroker> broker)
           update();
       })
 {
+    describeKeys(broker_->keys());
     const vo::Lock lock(mutex_);
     writePosture();
     writeHeat();
@@ -128,7 +177,7 @@ void Body::push(BodyMotion::Side from)
     motion_.push(from, now());
     const bool isOnItsFeet = kPostures.at(posture_).level >= 2 && !(way_ && way_->falls);
     if (isOnItsFeet && !motion_.isLifted())
-        broker_->memory().raiseEvent("KRMotion/Safety/PushRecovery", 1);
+        broker_->memory().raiseEvent(kPushKey, 1);
     update();
 }
 
@@ -211,7 +260,7 @@ void Body::arrive()
     way_.reset();
     writePosture();
     if (fell)
-        broker_->memory().raiseEvent("robotHasFallen", 1);
+        broker_->memory().raiseEvent(kFallKey, 1);
 }
 
 void Body::writePosture()
@@ -223,24 +272,18 @@ void Body::writePosture()
 void Body::writeMotion()
 {
     const BodyReadings felt = motion_.at(now());
-    const std::string inertial = "Device/SubDeviceList/InertialSensor/";
-    const auto write = [&](const char* sensor, double value) {
-        keys_.write(inertial + sensor + "/Sensor/Value", value);
-    };
-    write("AccX", felt.acceleration[0]);
-    write("AccY", felt.acceleration[1]);
-    write("AccZ", felt.acceleration[2]);
-    write("GyrX", felt.rotation[0]);
-    write("GyrY", felt.rotation[1]);
-    for (const char* foot : {"leftFootContact", "rightFootContact"})
+    for (std::size_t i = 0; i < std::size(kAccelerations); ++i)
+        keys_.write(inertialKey(kAccelerations[i]), felt.acceleration[i]);
+    for (std::size_t i = 0; i < std::size(kRotations); ++i)
+        keys_.write(inertialKey(kRotations[i]), felt.rotation[i]);
+    for (const char* foot : kFeet)
         keys_.write(foot, felt.feetOnGround ? 1.0 : 0.0);
 }
 
 void Body::writeHeat()
 {
     for (const auto& joint : joints_)
-        keys_.write("Device/SubDeviceList/" + joint + "/Temperature/Sensor/Value",
-                    static_cast<int>(std::lround(heat_.at(joint, now()))));
+        keys_.write(temperatureKey(joint), static_cast<int>(std::lround(heat_.at(joint, now()))));
     nextHeat_ = now() + kHeatCycle;
 }
 

@@ -2,6 +2,7 @@
 
 #include "platform/kr/KRError.h"
 #include "platform/kr/KRMemory.h"
+#include "platform/kr/KeyCatalogue.h"
 
 namespace KR {
 
@@ -9,6 +10,8 @@ KRDialog::KRDialog(const boost::shared_ptr<KRBroker>& broker) : KRModule(broker,
 {
     setModuleDescription("The conversation");
     broker->memory().declareEvent(kTopicKey, kName);
+    broker->keys().addPublished(
+        KeyDescription::text(kTopicKey, "topic of the conversation; \"\" for none"), kName);
     bindMethod("start", &KRDialog::start, this, "Talks about a topic", {{"topic", "its name"}});
     bindMethod("stop", &KRDialog::stop, this, "Stops talking about a topic",
                {{"topic", "its name"}});

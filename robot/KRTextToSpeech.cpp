@@ -2,6 +2,7 @@
 
 #include "platform/kr/KRError.h"
 #include "platform/kr/KRMemory.h"
+#include "platform/kr/KeyCatalogue.h"
 
 namespace KR {
 
@@ -16,6 +17,7 @@ KRTextToSpeech::KRTextToSpeech(const boost::shared_ptr<KRBroker>& broker) : KRMo
 {
     setModuleDescription("The voice");
     broker->memory().declareEvent(kSentenceKey, kName);
+    broker->keys().addPublished(KeyDescription::text(kSentenceKey, "what is being said"), kName);
     bindMethod("say", &KRTextToSpeech::say, this, "Says a text", {{"text", "what to say"}});
     bindMethod("setLanguage", &KRTextToSpeech::setLanguage, this, "Chooses the language",
                {{"language", "its English name"}});

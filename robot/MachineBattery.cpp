@@ -108,6 +108,7 @@ MachineBattery::MachineBattery(boost::shared_ptr<KRBroker> broker, const std::st
         BatteryKeys::publish(broker_->memory(), last_.connected);
         alarm_.set(kPeriod);
     }
+    BatteryKeys::describe(broker_->keys());
     broker_->session().registerService(object_);
 }
 

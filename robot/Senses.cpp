@@ -3,11 +3,23 @@
 #include <algorithm>
 #include <cmath>
 
+#include "platform/kr/KeyCatalogue.h"
+
 namespace KR {
 
 namespace {
 
-constexpr const char* kPerson = "PeoplePerception/Person/";
+constexpr const char* kPeopleKey = "PeoplePerception/PeopleList";
+constexpr const char* kVisibleKey = "PeoplePerception/VisiblePeopleList";
+constexpr const char* kPopulationKey = "PeoplePerception/PopulationUpdated";
+constexpr const char* kPeopleZonesKey = "EngagementZones/PeopleInZonesUpdated";
+constexpr const char* kMovementZonesKey = "EngagementZones/MovementsInZonesUpdated";
+constexpr const char* kWavingKey = "WavingDetection/PersonWaving";
+constexpr const char* kTrackedKey = "KRBasicAwareness/HumanTracked";
+// What is told of a person.
+constexpr const char* kDistance = "Distance";
+constexpr const char* kZone = "EngagementZone";
+constexpr const char* kIsLooking = "IsLookingAtRobot";
 constexpr vo::Duration kWavePeriod = std::chrono::seconds(1);
 constexpr double kRadians = 3.14159265358979323846 / 180;
 constexpr int kZones = 3;
@@ -17,9 +29,24 @@ vo::Duration fromSeconds(double seconds)
     return vo::Duration(std::llround(seconds * 1e6));
 }
 
+std::string personKey(const std::string& id, const char* datum)
+{
+    return "PeoplePerception/Person/" + id + "/" + datum;
+}
+
 std::string personKey(int id, const char* datum)
 {
-    return kPerson + std::to_string(id) + "/" + datum;
+    return personKey(std::to_string(id), datum);
+}
+
+std::string peopleInZoneKey(int zone)
+{
+    return "EngagementZones/PeopleInZone" + std::to_string(zone);
+}
+
+std::string movementsInZoneKey(int zone)
+{
+    return "EngagementZones/LastMovementsInZone" + std::to_string(zone);
 }
 
 KRValue movementValue(const Movement& movement)
@@ -40,6 +67,39 @@ KRValue stampOf(vo::TimePoint time)
     return KRValue::Array{microseconds / 1'000'000, microseconds % 1'000'000};
 }
 
+void describeKeys(KeyCatalogue& keys)
+{
+    using Key = KeyDescription;
+    constexpr const char* kPeople = "KRPeoplePerception";
+    constexpr const char* kZonesService = "KREngagementZones";
+    keys.addPublished(Key::list(kPeopleKey, "ids of those who are around"), kPeople);
+    keys.addPublished(Key::list(kVisibleKey, "ids of those who are seen"), kPeople);
+    keys.addPublished(Key::list(kPopulationKey, "the same, when anything about them has changed"),
+                      kPeople);
+    keys.addPublished(Key::number(personKey("*", kDistance), "m").atLeast(0).emptyAs(KRValue()),
+                      kPeople);
+    keys.addPublished(Key::integer(personKey("*", kZone), "engagement zone")
+                          .between(1, kZones)
+                          .emptyAs(KRValue()),
+                      kZonesService);
+    keys.addPublished(
+        Key::integer(personKey("*", kIsLooking), "1 when so").between(0, 1).emptyAs(KRValue()),
+        "KRGazeAnalysis");
+    for (int zone = 1; zone <= kZones; ++zone) {
+        keys.addPublished(Key::list(peopleInZoneKey(zone), "ids of those who are there"),
+                          kZonesService);
+        keys.addPublished(Key::list(movementsInZoneKey(zone), "[stamp, movements]"), kZonesService);
+    }
+    for (const char* key : {kPeopleZonesKey, kMovementZonesKey})
+        keys.addPublished(Key::integer(key, "1 when they have changed").between(1, 1),
+                          kZonesService);
+    keys.addPublished(Key::integer(kWavingKey, "id of one who waves").between(1, Senses::kMaxId),
+                      "KRWavingDetection");
+    keys.addPublished(Key::integer(kTrackedKey, "id of the one who is tracked; -1 for nobody")
+                          .between(-1, Senses::kMaxId),
+                      "KRBasicAwareness");
+}
+
 }  // namespace
 
 Senses::Senses(boost::shared_ptr<KRBroker> broker)
@@ -50,6 +110,7 @@ Senses::Senses(boost::shared_ptr<KRBroker> broker)
           update();
       })
 {
+    describeKeys(broker_->keys());
     const vo::Lock lock(mutex_);
     update();
 }
@@ -172,7 +233,7 @@ void Senses::forget(vo::Duration now)
             ++known;
             continue;
         }
-        for (const char* datum : {"Distance", "EngagementZone", "IsLookingAtRobot"})
+        for (const char* datum : {kDistance, kZone, kIsLooking})
             keys_.blank(personKey(known->id, datum));
         known = known_.erase(known);
     }
@@ -217,11 +278,11 @@ void Senses::writePeople()
             visible.push_back(known.id);
     }
     tracked_ = chooseTracked();
-    keys_.write("KRBasicAwareness/HumanTracked", tracked_);
-    changed = keys_.write("PeoplePerception/PeopleList", all) || changed;
-    changed = keys_.write("PeoplePerception/VisiblePeopleList", visible) || changed;
+    keys_.write(kTrackedKey, tracked_);
+    changed = keys_.write(kPeopleKey, all) || changed;
+    changed = keys_.write(kVisibleKey, visible) || changed;
     if (changed)
-        broker_->memory().raiseEvent("PeoplePerception/PopulationUpdated", all);
+        broker_->memory().raiseEvent(kPopulationKey, all);
 }
 
 bool Senses::writePerson(const Known& known)
@@ -230,11 +291,11 @@ bool Senses::writePerson(const Known& known)
     const auto write = [&](const char* datum, const KRValue& value) {
         return keys_.write(personKey(known.id, datum), value);
     };
-    bool changed = write("Distance", person.distance);
+    bool changed = write(kDistance, person.distance);
     const KRValue zone = settings_.limits.zoneOf(person.distance, person.direction);
-    changed = write("EngagementZone", processes(Extractor::zones) ? zone : KRValue()) || changed;
+    changed = write(kZone, processes(Extractor::zones) ? zone : KRValue()) || changed;
     const KRValue looks = person.looksAtRobot ? 1 : 0;
-    return write("IsLookingAtRobot", processes(Extractor::gazes) ? looks : KRValue()) || changed;
+    return write(kIsLooking, processes(Extractor::gazes) ? looks : KRValue()) || changed;
 }
 
 void Senses::writeZones()
@@ -248,10 +309,9 @@ void Senses::writeZones()
     }
     bool changed = false;
     for (std::size_t i = 0; i < zones.size(); ++i)
-        changed = keys_.write("EngagementZones/PeopleInZone" + std::to_string(i + 1), zones[i]) ||
-                  changed;
+        changed = keys_.write(peopleInZoneKey(int(i) + 1), zones[i]) || changed;
     if (changed)
-        broker_->memory().raiseEvent("EngagementZones/PeopleInZonesUpdated", 1);
+        broker_->memory().raiseEvent(kPeopleZonesKey, 1);
 }
 
 void Senses::writeMovements(vo::Duration now)
@@ -272,14 +332,14 @@ void Senses::writeMovements(vo::Duration now)
             continue;
         changed = true;
         movements_[i] = movements;
-        const std::string key = "EngagementZones/LastMovementsInZone" + std::to_string(i + 1);
+        const std::string key = movementsInZoneKey(int(i) + 1);
         KRValue::Array last;
         if (!zones[i].empty())
             last = {stampOf(broker_->clock()->now()), movements};
         broker_->memory().raiseEvent(key, last);
     }
     if (changed)
-        broker_->memory().raiseEvent("EngagementZones/MovementsInZonesUpdated", 1);
+        broker_->memory().raiseEvent(kMovementZonesKey, 1);
 }
 
 void Senses::raiseWaves(vo::Duration now)
@@ -291,7 +351,7 @@ void Senses::raiseWaves(vo::Duration now)
             known.lastWave.reset();
         else if (!known.lastWave || now - *known.lastWave >= kWavePeriod) {
             known.lastWave = now;
-            broker_->memory().raiseEvent("WavingDetection/PersonWaving", known.id);
+            broker_->memory().raiseEvent(kWavingKey, known.id);
         }
     }
 }

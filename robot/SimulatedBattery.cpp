@@ -36,6 +36,7 @@ SimulatedBattery::SimulatedBattery(boost::shared_ptr<KRBroker> broker)
         .method("connectCharger", [this](bool connected) { connectCharger(connected); })
         .method("isChargerConnected", [this] { return isChargerConnected(); });
     BatteryKeys::publish(broker_->memory(), false);
+    BatteryKeys::describe(broker_->keys());
     broker_->session().registerService(object_);
 }
 
