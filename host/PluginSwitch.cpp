@@ -20,6 +20,13 @@ bool isInGroup(const NimbraLaunchpad::PluginState& plugin, const std::string& gr
     return std::find(plugin.groups.begin(), plugin.groups.end(), group) != plugin.groups.end();
 }
 
+/// A built-in plugin of no group is there because somebody wants it: wherever the others work.
+bool isAdded(const NimbraLaunchpad::PluginState& plugin, const std::string& state)
+{
+    return plugin.builtIn && plugin.groups.empty() &&
+           (state == "solitary" || state == "interactive");
+}
+
 }  // namespace
 
 PluginSwitch::PluginSwitch(LifeService& life, NimbraLaunchpad& launchpad)
@@ -43,7 +50,7 @@ void PluginSwitch::apply()
     const vo::Lock lock(mutex_);
     const std::string state = life_.getState();
     for (const NimbraLaunchpad::PluginState& plugin : launchpad_.getPluginStates()) {
-        const bool wanted = isInGroup(plugin, state);
+        const bool wanted = isInGroup(plugin, state) || isAdded(plugin, state);
         if (!isConditional(plugin) && plugin.enabled != wanted)
             enable(plugin.name, wanted);
     }

@@ -7,7 +7,8 @@
 namespace KR {
 
 /// Keeps the plugins as the life state wants them: those of the group that is named like the state
-/// are enabled, the others disabled. A plugin whose only group is "conditional" is left to its own
+/// are enabled, the others disabled; built-in ones of no group are enabled in the states "solitary"
+/// and "interactive". A plugin whose only group is "conditional" is left to its own
 /// conditions. What fails is logged.
 ///
 /// Thread-safe. Life service and launchpad outlive it.

@@ -124,6 +124,7 @@ public:
         std::list<std::string> groups;
         bool enabled = false;
         bool running = false;
+        bool builtIn = false;
         std::vector<std::string>
             publishedKeys;  ///< of a built-in plugin; a behaviour's are unknown
     };

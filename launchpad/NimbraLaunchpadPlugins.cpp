@@ -180,9 +180,14 @@ std::vector<NimbraLaunchpad::PluginState> NimbraLaunchpad::getPluginStates() con
     std::vector<PluginState> states;
     const vo::SharedLock lock(pluginMutex_);
     for (const auto& [name, plugin] : plugins_) {
-        PluginState state{
-            name, plugin->getGroups(), plugin->isEnabled(), plugin->isPluginRunning(), {}};
-        if (const auto* module = dynamic_cast<const NimbraLaunchpadPluginModule*>(plugin.get()))
+        const auto* module = dynamic_cast<const NimbraLaunchpadPluginModule*>(plugin.get());
+        PluginState state{name,
+                          plugin->getGroups(),
+                          plugin->isEnabled(),
+                          plugin->isPluginRunning(),
+                          module != nullptr,
+                          {}};
+        if (module)
             state.publishedKeys = module->getPublishedKeys();
         states.push_back(std::move(state));
     }

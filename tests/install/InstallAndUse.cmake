@@ -40,18 +40,15 @@ run(${alone} ${CMAKE_COMMAND} -E chdir ${work}/readme ${work}/user/readme)
 run(${alone} ${work}/prefix/bin/nimbra check
     ${work}/prefix/share/tessel/autonomy.cfg ${work}/readme/my.cfg)
 
-# The demo day shows every default rule, and nothing that goes wrong. It installs packages that it
-# looks for from the root of the sources.
+# The demo day shows every default rule, and nothing that goes wrong.
 set(demo ${work}/prefix/share/nimbralaunchpad)
 foreach(package companion daydream gestures hall-watch power run_dialog)
     run(${alone} ${work}/prefix/bin/nimbra package install --packages ${work}/packages
         ${demo}/packages/${package})
 endforeach()
-get_filename_component(root ${readme} DIRECTORY)
 execute_process(
     COMMAND ${alone} ${work}/prefix/bin/nimbra run --as-fast-as-possible
         --scenario ${demo}/demo-day.scenario.yaml --packages ${work}/packages
-    WORKING_DIRECTORY ${root}
     RESULT_VARIABLE result
     OUTPUT_VARIABLE output)
 if(NOT result EQUAL 0 OR NOT output MATCHES "\nNever hit: 0\n" OR NOT output MATCHES "\nErrors: 0\n")
