@@ -61,6 +61,7 @@ Host::Host(const std::shared_ptr<vo::Clock>& clock, Timeline& timeline, const Op
         [launchpad = launchpad_.get()](int mask) { return launchpad->getActionSuggestions(mask); });
     pluginSwitch_.emplace(*life_, *launchpad_);
     responder_.setPluginsChanged([this] { pluginSwitch_->apply(); });
+    pluginSwitch_->apply();  // to plugins that came in between
     broker_->keys().addPublished(
         KeyDescription::integer(kReadyKey, "1 once the robot may begin to live").between(1, 1),
         kHost);
@@ -140,7 +141,12 @@ void Host::start(const std::vector<std::string>& moreKeys)
             keys.insert(value.first);
     }
     timeline_.follow(broker_, {keys.begin(), keys.end()});
-    launchpad_->startMonitoringConditions();
+    // What fails leaves the rest of the robot alive.
+    try {
+        launchpad_->startMonitoringConditions();
+    } catch (const std::exception& e) {
+        logger.error("start", e.what());
+    }
 }
 
 void Host::stop()

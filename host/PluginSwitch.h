@@ -30,11 +30,13 @@ private:
     // Constant after construction.
     LifeService& life_;
     NimbraLaunchpad& launchpad_;
-    vo::SignalLink link_;
 
     /// Held while plugins are switched, so that of two changes of the state the later one wins;
     /// before all locks of the launchpad and of plugins.
     vo::Mutex mutex_;
+
+    /// Constant after construction. Last, as changes may come from then on.
+    const vo::SignalLink link_;
 };
 
 }  // namespace KR

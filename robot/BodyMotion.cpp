@@ -87,7 +87,8 @@ BodyReadings BodyMotion::at(vo::Duration now) const
 bool BodyMotion::isInMotion(vo::Duration now) const
 {
     return lifted_ || (pushed_ && now < pushedAt_ + kPushIsOver) ||
-           (toPitch_ != fromPitch_ && now < tipsAt_ + tipLength_ + kSettle);
+           ((toPitch_ != fromPitch_ || toPitch_ != kUpright) &&
+            now < tipsAt_ + tipLength_ + kSettle);
 }
 
 }  // namespace KR

@@ -30,7 +30,7 @@ std::string madeFolder(const std::string& folder)
         throw KRError(kServiceName, "PackageManager",
                       path.string() + " is no folder: " +
                           (error ? error.message() : std::string("it is something else")));
-    return path.lexically_normal().string();
+    return fs::canonical(path).string();  // a link cannot be watched
 }
 
 std::int64_t nanoseconds(const timespec& time)

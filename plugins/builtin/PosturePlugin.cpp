@@ -57,12 +57,13 @@ MotionMemory& motionMemory()
     return memory;
 }
 
+/// Whether motion can be seen from these readings on: those of the feet do not count.
 bool holdsReadings(const KRValue& readings)
 {
     if (!readings.isArray() || readings.getSize() != kReadings)
         return false;
     const auto& values = readings.toArray();
-    return std::all_of(values.begin(), values.end(),
+    return std::all_of(values.begin(), values.begin() + kMotionReadings,
                        [](const KRValue& v) { return v.isNumber() || v.isBool(); });
 }
 

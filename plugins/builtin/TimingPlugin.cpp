@@ -79,11 +79,11 @@ TimingPlugin::TimingPlugin(boost::shared_ptr<KRBroker> broker)
     groups_.push_back("interactive");
     for (KeyDescription& key : keyDescriptions())
         xDescribe(std::move(key));
+    for (const auto period : fAllTimePeriods)
+        current_[period] = KRValue();
     try {
-        for (const auto period : fAllTimePeriods) {
-            current_[period] = KRValue();
+        for (const auto period : fAllTimePeriods)
             xDeclareLaunchpadEvent(xTimePeriodToString(period));
-        }
     } catch (const KRError& e) {
         logger.warning("TimingPlugin", std::string("error at initialisation. Got: ") + e.what());
     }

@@ -6,6 +6,7 @@ namespace KR {
 namespace {
 
 using std::chrono::seconds;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -213,6 +214,21 @@ TEST_F(HostTest, LifeStateSwitchesPluginsOfItsGroupAndConditionsSwitchTheirOwn)
     EXPECT_THAT(plugins(), testing::IsEmpty()) << "unloaded";
     EXPECT_THAT(log.lines(vo::LogLevel::error),
                 ElementsAre(HasSubstr("Can't load default config file")));
+}
+
+TEST_F(HostTest, PluginThatCannotStartLeavesTheOthersAlive)
+{
+    packages = folder.path() + "/packages";
+    folder.write("packages/p/package.yaml",
+                 "{ConfigurationVersion: 1, Uuid: p, Version: 1, Behaviors: [{Path: broken}]}");
+    folder.write("packages/p/broken/nimbraLaunchpadPlugin.xml",
+                 "<nimbraLaunchpadPlugin><groups><group>solitary</group></groups>"
+                 "</nimbraLaunchpadPlugin>");
+    start(rule("works", "A", "Action: StopFocus"));
+    EXPECT_THAT(plugins(), ElementsAre("_LaunchpadPluginBattery++", "p/broken+"));
+    EXPECT_THAT(log.lines(vo::LogLevel::error), Contains(HasSubstr("p/broken")));
+    raise("A", true);
+    EXPECT_THAT(told(), Contains("hit works"));
 }
 
 TEST_F(HostTest, CircleOfRulesIsWarnedAboutOnce)
