@@ -228,12 +228,12 @@ void NimbraLaunchpad::_postActions(std::list<AutonomousAction> actions) const
 {
     vo::getEventLoop()->async(
         [gate = responderGate_, responder = responder_, actions = std::move(actions),
-         values = conditionChecker_.getPersistentValues()] {
+         values = conditionChecker_.sharePersistentValues()] {
             const vo::CallbackGate::Pass pass(*gate);
             if (!pass)
                 return;
             try {
-                responder->processActions(actions, values);
+                responder->processActions(actions, *values);
             } catch (const std::exception& e) {
                 kLog.error("processActions", std::string("The responder failed: ") + e.what());
             } catch (...) {

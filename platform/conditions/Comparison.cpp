@@ -63,6 +63,8 @@ bool isEqual(const KRValue& a, const KRValue& b)
 
 Order compare(const KRValue& a, const KRValue& b)
 {
+    if (a.isInt() && b.isInt())
+        return orderOf(a.toInt(), b.toInt());
     if (isNumeric(a) && isNumeric(b))
         return orderOfNumbers(a, b);
     if (a.isString() && b.isString())
@@ -95,6 +97,14 @@ bool holds(Expression::Kind comparison, Order order)
         default:
             return false;
     }
+}
+
+bool holds(Expression::Kind comparison, const KRValue& a, const KRValue& b)
+{
+    // The most frequent of all.
+    if (comparison == Expression::Kind::equal && b.isString())
+        return a.isString() && a.toString() == b.toString();
+    return holds(comparison, compare(a, b));
 }
 
 Expression::Kind mirrored(Expression::Kind comparison)

@@ -22,6 +22,9 @@ Order compare(const KRValue& a, const KRValue& b);
 /// Whether `a OP b` is true, for a comparison operator and the order of a and b.
 bool holds(Expression::Kind comparison, Order order);
 
+/// Whether `a OP b` is true.
+bool holds(Expression::Kind comparison, const KRValue& a, const KRValue& b);
+
 /// The operator with which `b OP a` says what `a comparison b` says.
 Expression::Kind mirrored(Expression::Kind comparison);
 

@@ -43,16 +43,22 @@ void ConditionChecker::Impl::setCallback(Callback callback)
 unsigned ConditionChecker::Impl::addCondition(const std::string& text, ReportMode mode,
                                               const ConditionCallback& callback)
 {
-    const Expression expression = parseCondition(text);
-    Condition condition;
-    condition.mode = mode;
+    std::shared_ptr<const ConditionCallback> own;
     if (callback)
-        condition.callback = std::make_shared<const ConditionCallback>(callback);
+        own = std::make_shared<const ConditionCallback>(callback);
 
     const vo::Lock lock(mutex_);
-    const unsigned id = ++lastId_;
-    const ConditionGraph::Watches added = graph_.add(id, expression);
-    conditions_.emplace(id, std::move(condition));
+    const unsigned id = lastId_ + 1;
+    const ConditionGraph::Watches added = graph_.add(id, text);
+    lastId_ = id;
+    Condition& condition = conditions_.add(id);
+    condition.mode = static_cast<std::uint8_t>(mode);
+    condition.now = graph_.isTrue(id);
+    condition.own = own != nullptr;
+    if (own)
+        callbacks_.emplace(id, std::move(own));
+    if (!added.empty())
+        snapshots_.noteKeys();
     if (run_) {
         // From here on no change of its keys is missed; it is evaluated in its place in the line.
         setAll(added, memory().watch(run_->feed, added));
@@ -63,14 +69,20 @@ unsigned ConditionChecker::Impl::addCondition(const std::string& text, ReportMod
 
 bool ConditionChecker::Impl::removeCondition(unsigned id)
 {
-    Condition removed;  // destroyed without the lock
+    std::shared_ptr<const ConditionCallback> own;  // destroyed without the lock
     const vo::Lock lock(mutex_);
-    const auto place = conditions_.find(id);
-    if (place == conditions_.end())
+    if (!conditions_.find(id))
         return false;
-    removed = std::move(place->second);
-    conditions_.erase(place);
-    for (const KRMemory::Watch& watch : graph_.remove(id))
+    conditions_.erase(id);
+    const auto callback = callbacks_.find(id);
+    if (callback != callbacks_.end()) {
+        own = std::move(callback->second);
+        callbacks_.erase(callback);
+    }
+    const ConditionGraph::Watches removed = graph_.remove(id);
+    if (!removed.empty())
+        snapshots_.noteKeys();
+    for (const KRMemory::Watch& watch : removed)
         if (run_)
             memory().unwatch(run_->feed, watch.key, watch.tag);
     return true;
@@ -79,21 +91,20 @@ bool ConditionChecker::Impl::removeCondition(unsigned id)
 bool ConditionChecker::Impl::hasCondition(unsigned id) const
 {
     const vo::Lock lock(mutex_);
-    return conditions_.count(id) != 0;
+    return conditions_.find(id) != nullptr;
 }
 
 bool ConditionChecker::Impl::isConditionTrue(unsigned id) const
 {
     const vo::Lock lock(mutex_);
-    const auto place = conditions_.find(id);
-    return place != conditions_.end() && place->second.truth;
+    const Condition* const condition = conditions_.find(id);
+    return condition && condition->truth;
 }
 
 void ConditionChecker::Impl::resetChecks()
 {
     const vo::Lock lock(mutex_);
-    for (auto& [id, condition] : conditions_)
-        condition.truth = false;
+    conditions_.forEach([](unsigned, Condition& condition) { condition.truth = false; });
     if (run_)
         enqueueEvaluation(KRValue());
 }
@@ -105,20 +116,21 @@ void ConditionChecker::Impl::run(vo::Duration period, bool once)
     if (run_)
         return;
     run_ = std::make_shared<Run>();
+    run_->number = ++lastRun_;
     run_->period = period;
     run_->once = once;
-    run_->feed = std::make_shared<MemoryFeed>(
-        [executor = executor_, work = task(run_, &Impl::work)] { executor->post(work); });
+    run_->feed = std::make_shared<MemoryFeed>([this, executor = executor_, number = run_->number] {
+        executor->post([this, number] { work(number); });
+    });
 
     const ConditionGraph::Watches watches = graph_.watches();
     setAll(watches, data.watch(run_->feed, watches));
-    for (auto& [id, condition] : conditions_)
-        condition.followed = true;
+    conditions_.forEach([](unsigned, Condition& condition) { condition.followed = true; });
     // Ahead of the changes that are raised from here on.
     run_->line.push_back({kEvaluate, {}, {}});
     postWork();
     if (!once && period > vo::Duration::zero())
-        run_->tick = executor_->post(task(run_, &Impl::repeat), period);
+        run_->tick = executor_->post([this, number = run_->number] { repeat(number); }, period);
 }
 
 void ConditionChecker::Impl::stop()
@@ -133,8 +145,10 @@ void ConditionChecker::Impl::stop()
     if (inside)
         return;
     const auto isAwaited = [stop](const Delivery& d) { return d.stops <= stop; };
+    ++awaiting_;
     while (std::any_of(deliveries_.begin(), deliveries_.end(), isAwaited))
         delivered_.wait(mutex_);
+    --awaiting_;
 }
 
 std::shared_ptr<ConditionChecker::Impl::Run> ConditionChecker::Impl::endRun()
@@ -154,16 +168,19 @@ ConditionChecker::Hits ConditionChecker::Impl::checkConditions(bool report)
         memory();  // refuses a checker that is not connected
         if (run_) {
             takeChanges(*run_);
-            for (Report queued = newReport(); handleNext(*run_, queued); queued = newReport())
-                if (!queued.empty())
-                    run_->outbox.push_back(std::move(queued));
+            for (Report queued; handleNext(*run_, queued); queued = Report()) {
+                if (queued.empty())
+                    continue;
+                address(queued);
+                run_->outbox.push_back(std::move(queued));
+            }
             postWork();
         } else {
             const ConditionGraph::Watches watches = graph_.watches();
             setAll(watches, readMemory(watches));
         }
-        moment = newReport();
         evaluateAll(true, moment);
+        address(moment);
     }
     Hits hits = moment.hits;
     for (const Report::Own& own : moment.own)
@@ -171,7 +188,7 @@ ConditionChecker::Hits ConditionChecker::Impl::checkConditions(bool report)
     std::sort(hits.begin(), hits.end(),
               [](const Hit& a, const Hit& b) { return a.first < b.first; });
     if (report)
-        deliver(std::move(moment));
+        deliver(moment);
     return hits;
 }
 
@@ -194,17 +211,28 @@ PersistentValues ConditionChecker::Impl::getPersistentValues() const
     return values;
 }
 
+std::shared_ptr<const PersistentValues> ConditionChecker::Impl::sharePersistentValues()
+{
+    {
+        const vo::Lock lock(mutex_);
+        if (run_)
+            return snapshots_.take(graph_);
+    }
+    return std::make_shared<const PersistentValues>(getPersistentValues());
+}
+
 void ConditionChecker::Impl::exit()
 {
     stop();
     // Destroyed without the lock.
     std::shared_ptr<const Callback> callback;
-    std::map<unsigned, Condition> conditions;
+    std::map<unsigned, std::shared_ptr<const ConditionCallback>> callbacks;
     const vo::Lock lock(mutex_);
     callback.swap(callback_);
-    conditions.swap(conditions_);
-    for (const auto& [id, condition] : conditions)
-        graph_.remove(id);
+    callbacks.swap(callbacks_);
+    conditions_.forEach([this](unsigned id, const Condition&) { graph_.remove(id); });
+    conditions_ = IdTable<Condition>();
+    snapshots_.noteKeys();
 }
 
 KRMemory& ConditionChecker::Impl::memory() const
@@ -227,13 +255,13 @@ std::vector<KRMemory::Snapshot> ConditionChecker::Impl::readMemory(
 }
 
 void ConditionChecker::Impl::setAll(const ConditionGraph::Watches& watches,
-                                    std::vector<KRMemory::Snapshot> snapshots)
+                                    const std::vector<KRMemory::Snapshot>& snapshots)
 {
     for (std::size_t i = 0; i < watches.size(); ++i)
-        graph_.set(watches[i].tag, std::move(snapshots[i].value), snapshots[i].time);
+        apply(watches[i].tag, snapshots[i].value, snapshots[i].time);
 }
 
-ConditionChecker::ConditionChecker() : impl_(std::make_shared<Impl>()) {}
+ConditionChecker::ConditionChecker() : impl_(std::make_unique<Impl>()) {}
 
 ConditionChecker::~ConditionChecker()
 {
@@ -294,6 +322,11 @@ ConditionChecker::Hits ConditionChecker::checkConditions(bool report)
 PersistentValues ConditionChecker::getPersistentValues() const
 {
     return impl_->getPersistentValues();
+}
+
+std::shared_ptr<const PersistentValues> ConditionChecker::sharePersistentValues() const
+{
+    return impl_->sharePersistentValues();
 }
 
 void ConditionChecker::exit()

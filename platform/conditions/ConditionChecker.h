@@ -34,9 +34,10 @@ using PersistentValues = std::map<std::string, std::pair<std::uint64_t, KRValue>
 /// checker's own thread with no lock held, so a callback may call the checker, and may be slow:
 /// changes queue up meanwhile. A callback that throws is logged, and the checker goes on.
 ///
-/// Condition texts are parsed once and keys resolved to slots once. Sub-conditions with the same
-/// meaning are one node, which passes on only a change of its truth, so a change costs what it
-/// flips, not how many conditions there are.
+/// Condition texts are parsed once, equal ones together, and keys resolved to slots once.
+/// Sub-conditions with the same meaning are one node, which passes on only a change of its truth,
+/// so a change costs what it flips, not how many conditions there are. One that makes nothing
+/// reportable allocates nothing of its own.
 ///
 /// Thread-safe. Not to be destroyed by one of its own callbacks.
 class ConditionChecker {
@@ -111,14 +112,17 @@ public:
     /// As of the latest change that a running checker has handled; as of now on an idle one. A key
     /// that was never written has the stamp 0 and the invalid value.
     PersistentValues getPersistentValues() const;
+    /// The same, in a map that is the caller's alone to read and that nobody alters while it is
+    /// held. Much cheaper on a running checker: maps that were let go are brought up to date and
+    /// handed out again.
+    std::shared_ptr<const PersistentValues> sharePersistentValues() const;
 
     /// Stops, and drops the callbacks and every condition. For the end of the checker's use.
     void exit();
 
 private:
     class Impl;
-    // Shared with the tasks that wait on the checker's thread.
-    std::shared_ptr<Impl> impl_;
+    const std::unique_ptr<Impl> impl_;
 };
 
 }  // namespace KR

@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -13,6 +12,8 @@
 
 #include "platform/conditions/ConditionChecker.h"
 #include "platform/conditions/ConditionGraph.h"
+#include "platform/conditions/IdTable.h"
+#include "platform/conditions/ValueSnapshots.h"
 #include "platform/kr/KRMemory.h"
 #include "platform/kr/MemoryFeed.h"
 #include "platform/vo/Executor.h"
@@ -22,9 +23,10 @@ namespace KR {
 
 /// The checker's thread is an executor; what is to be done there waits in the run, and a task is
 /// posted whenever something was put there. Every step of the work is done under the mutex, its
-/// hits are delivered after the mutex is released. Tasks know their run, so those of a run that
-/// has ended do nothing.
-class ConditionChecker::Impl : public std::enable_shared_from_this<Impl> {
+/// hits are delivered after the mutex is released. Tasks know the number of their run, so those of
+/// a run that has ended do nothing; none runs once the executor is closed, which the checker's end
+/// waits for, so they need not keep the checker alive.
+class ConditionChecker::Impl {
 public:
     void connect(const boost::shared_ptr<KRBroker>& broker);
     void close();
@@ -39,14 +41,16 @@ public:
     void stop();
     Hits checkConditions(bool report);
     PersistentValues getPersistentValues() const;
+    std::shared_ptr<const PersistentValues> sharePersistentValues();
     void exit();
 
 private:
     struct Condition {
-        ReportMode mode = ReportNever;
-        std::shared_ptr<const ConditionCallback> callback;  ///< null for the common one
-        bool truth = false;                                 ///< cached
+        std::uint8_t mode = ReportNever;  ///< a ReportMode
+        bool now = false;                 ///< its truth in the graph
+        bool truth = false;               ///< cached: what was made known of it
         bool followed = false;  ///< of a running checker: its first evaluation's turn has come
+        bool own = false;       ///< has a callback in callbacks_
     };
 
     /// What one moment makes reportable, and to whom.
@@ -66,6 +70,7 @@ private:
     /// One time of running. Guarded by mutex_, but for what is constant.
     struct Run {
         // Constant once it is running.
+        std::uint64_t number = 0;
         std::shared_ptr<MemoryFeed> feed;
         vo::Duration period{};
         bool once = false;
@@ -81,31 +86,42 @@ private:
     /// conditions are evaluated anew: the one whose id is the value, or all of them.
     static constexpr ConditionGraph::Tag kEvaluate = 0;
 
+    /// Moments that make nothing reportable are handled so many at a time: few enough that whoever
+    /// wants the lock meanwhile waits some microseconds, enough that taking it costs next to
+    /// nothing.
+    static constexpr int kMomentsAtOnce = 64;
+
     // On the checker's thread.
-    void work(const std::shared_ptr<Run>& run) VO_EXCLUDES(mutex_);
-    void repeat(const std::shared_ptr<Run>& run) VO_EXCLUDES(mutex_);
+    using Work = void (Impl::*)(std::uint64_t run);
+    void work(std::uint64_t run) VO_EXCLUDES(mutex_);
+    void repeat(std::uint64_t run) VO_EXCLUDES(mutex_);
 
     KRMemory& memory() const VO_REQUIRES(mutex_);
-    std::function<void()> task(const std::shared_ptr<Run>& run,
-                               void (Impl::*function)(const std::shared_ptr<Run>&));
+    bool isRunning(std::uint64_t run) const VO_REQUIRES(mutex_)
+    {
+        return run_ && run_->number == run;
+    }
     void postWork() VO_REQUIRES(mutex_);
     void enqueueEvaluation(const KRValue& which) VO_REQUIRES(mutex_);
     std::shared_ptr<Run> endRun() VO_REQUIRES(mutex_);
     std::vector<KRMemory::Snapshot> readMemory(const ConditionGraph::Watches& watches) const
         VO_REQUIRES(mutex_);
-    void setAll(const ConditionGraph::Watches& watches, std::vector<KRMemory::Snapshot> snapshots)
-        VO_REQUIRES(mutex_);
+    void setAll(const ConditionGraph::Watches& watches,
+                const std::vector<KRMemory::Snapshot>& snapshots) VO_REQUIRES(mutex_);
 
     void takeChanges(Run& run) VO_REQUIRES(mutex_);
+    const std::vector<unsigned>& apply(ConditionGraph::Tag tag, const KRValue& value,
+                                       vo::TimePoint time) VO_REQUIRES(mutex_);
     bool handleNext(Run& run, Report& report) VO_REQUIRES(mutex_);
-    Report newReport() const VO_REQUIRES(mutex_);
-    static void addHit(unsigned id, const Condition& condition, Report& report);
+    bool nextReport(Run& run, Report& report) VO_REQUIRES(mutex_);
+    void address(Report& report) const VO_REQUIRES(mutex_);
+    void addHit(unsigned id, const Condition& condition, Report& report) VO_REQUIRES(mutex_);
     void evaluateAll(bool repeats, Report& report) VO_REQUIRES(mutex_);
     void note(unsigned id, Condition& condition, bool repeats, Report& report) VO_REQUIRES(mutex_);
 
-    void deliver(Report report) VO_EXCLUDES(mutex_);
+    void deliver(Report& report) VO_EXCLUDES(mutex_);
     template <class Call>
-    bool deliverOne(std::uint64_t stops, const std::string& label, Call call) VO_EXCLUDES(mutex_);
+    bool deliverOne(std::uint64_t stops, unsigned id, Call call) VO_EXCLUDES(mutex_);
 
     // Taken before memory's and the executor's locks, never the other way round: wakes come
     // without locks.
@@ -114,9 +130,12 @@ private:
     std::shared_ptr<vo::Executor> executor_ VO_GUARDED_BY(mutex_);
     std::shared_ptr<const Callback> callback_ VO_GUARDED_BY(mutex_);
     ConditionGraph graph_ VO_GUARDED_BY(mutex_);
-    std::map<unsigned, Condition> conditions_ VO_GUARDED_BY(mutex_);
+    IdTable<Condition> conditions_ VO_GUARDED_BY(mutex_);
+    std::map<unsigned, std::shared_ptr<const ConditionCallback>> callbacks_ VO_GUARDED_BY(mutex_);
+    ValueSnapshots snapshots_ VO_GUARDED_BY(mutex_);
     unsigned lastId_ VO_GUARDED_BY(mutex_) = 0;
     std::shared_ptr<Run> run_ VO_GUARDED_BY(mutex_);  ///< null while idle
+    std::uint64_t lastRun_ VO_GUARDED_BY(mutex_) = 0;
 
     // A callback in progress: its thread, and the stops before its moment. vo::CallbackGate would
     // not do: once closed it stays closed, and a checker can run again.
@@ -125,6 +144,7 @@ private:
         std::uint64_t stops;
     };
     std::vector<Delivery> deliveries_ VO_GUARDED_BY(mutex_);
+    int awaiting_ VO_GUARDED_BY(mutex_) = 0;  ///< stops that wait for deliveries
     std::condition_variable_any delivered_;
     std::uint64_t stops_ VO_GUARDED_BY(mutex_) = 0;
 };

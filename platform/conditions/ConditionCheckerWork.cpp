@@ -11,7 +11,7 @@ namespace KR {
 
 namespace {
 
-bool isReportable(ConditionChecker::ReportMode mode, bool truth, bool changed, bool repeats)
+bool isReportable(std::uint8_t mode, bool truth, bool changed, bool repeats)
 {
     switch (mode) {
         case ConditionChecker::ReportWhileTrue:
@@ -30,67 +30,71 @@ bool isReportable(ConditionChecker::ReportMode mode, bool truth, bool changed, b
 
 }  // namespace
 
-std::function<void()> ConditionChecker::Impl::task(
-    const std::shared_ptr<Run>& run, void (Impl::*function)(const std::shared_ptr<Run>&))
-{
-    return [weak = weak_from_this(), weakRun = std::weak_ptr<Run>(run), function] {
-        const auto self = weak.lock();
-        const auto itsRun = weakRun.lock();
-        if (self && itsRun)
-            ((*self).*function)(itsRun);
-    };
-}
-
 void ConditionChecker::Impl::postWork()
 {
-    executor_->post(task(run_, &Impl::work));
+    executor_->post([this, number = run_->number] { work(number); });
 }
 
-void ConditionChecker::Impl::work(const std::shared_ptr<Run>& run)
+void ConditionChecker::Impl::work(std::uint64_t run)
 {
-    {
-        // Once a task is enough: what is raised after it wakes again. And it lets the task of a
-        // period that is over have its turn, however many changes there are.
-        const vo::Lock lock(mutex_);
-        if (run_ != run)
-            return;
-        takeChanges(*run);
-    }
-    for (bool more = true; more;) {
-        std::shared_ptr<Run> ended;  // destroyed without the lock
+    bool more = true;
+    // Once a task is enough: what is raised after it wakes again. And it lets the task of a period
+    // that is over have its turn, however many changes there are.
+    for (bool take = true; more; take = false) {
+        // Destroyed without the lock.
+        std::shared_ptr<Run> ended;
         Report report;
         {
             const vo::Lock lock(mutex_);
-            if (run_ != run)
+            if (!isRunning(run))
                 return;
-            if (run->outbox.empty()) {
-                report = newReport();
-                more = handleNext(*run, report);
-            } else {
-                report = std::move(run->outbox.front());
-                run->outbox.pop_front();
-            }
-            if (run->once && run->begun && run->outbox.empty())
+            if (take)
+                takeChanges(*run_);
+            more = nextReport(*run_, report);
+            if (run_->once && run_->begun && run_->outbox.empty())
                 ended = endRun();
         }
-        deliver(std::move(report));
+        if (!report.empty())
+            deliver(report);
     }
 }
 
+/// What is to be delivered next, if anything; false when there is nothing more to be done.
+bool ConditionChecker::Impl::nextReport(Run& run, Report& report)
+{
+    if (!run.outbox.empty()) {
+        report = std::move(run.outbox.front());
+        run.outbox.pop_front();
+        return true;
+    }
+    for (int i = 0; i < kMomentsAtOnce && report.empty(); ++i) {
+        if (!handleNext(run, report))
+            return false;
+        if (run.once)
+            break;
+    }
+    if (!report.empty())
+        address(report);
+    return true;
+}
+
 /// One period: reports what is true and is to be reported while it is.
-void ConditionChecker::Impl::repeat(const std::shared_ptr<Run>& run)
+void ConditionChecker::Impl::repeat(std::uint64_t run)
 {
     {
         const vo::Lock lock(mutex_);
-        if (run_ != run)
+        if (!isRunning(run))
             return;
-        run->tick = executor_->post(task(run, &Impl::repeat), run->period);
-        Report report = newReport();
-        for (const auto& [id, condition] : conditions_)
+        run_->tick = executor_->post([this, run] { repeat(run); }, run_->period);
+        Report report;
+        conditions_.forEach([&](unsigned id, const Condition& condition) {
             if (condition.mode == ReportWhileTrue && condition.truth)
                 addHit(id, condition, report);
-        if (!report.empty())
-            run->outbox.push_back(std::move(report));
+        });
+        if (!report.empty()) {
+            address(report);
+            run_->outbox.push_back(std::move(report));
+        }
     }
     work(run);
 }
@@ -120,43 +124,59 @@ bool ConditionChecker::Impl::handleNext(Run& run, Report& report)
 {
     if (run.next == run.line.size())
         return false;
-    MemoryChange& change = run.line[run.next++];
+    const MemoryChange& change = run.line[run.next++];
     run.begun = true;
+    if (run.next < run.line.size())
+        graph_.expect(run.line[run.next].tag);
     if (change.tag != kEvaluate) {
-        for (const unsigned id : graph_.set(change.tag, std::move(change.value), change.time))
-            note(id, conditions_.at(id), false, report);
+        const std::vector<unsigned>& changed = apply(change.tag, change.value, change.time);
+        report.hits.reserve(changed.size());
+        for (const unsigned id : changed)
+            note(id, *conditions_.find(id), false, report);
     } else if (!change.value.isValid()) {
         evaluateAll(false, report);
     } else {
-        const auto place = conditions_.find(static_cast<unsigned>(change.value.toInt()));
-        if (place != conditions_.end()) {
-            place->second.followed = true;
-            note(place->first, place->second, false, report);
+        const auto id = static_cast<unsigned>(change.value.toInt());
+        if (Condition* const condition = conditions_.find(id)) {
+            condition->followed = true;
+            note(id, *condition, false, report);
         }
     }
     return true;
 }
 
-ConditionChecker::Impl::Report ConditionChecker::Impl::newReport() const
+/// Brings the graph up to date with one change, and the conditions with the graph.
+const std::vector<unsigned>& ConditionChecker::Impl::apply(ConditionGraph::Tag tag,
+                                                           const KRValue& value, vo::TimePoint time)
 {
-    Report report;
+    const std::vector<unsigned>& changed = graph_.set(tag, value, time);
+    for (const unsigned id : changed) {
+        Condition& condition = *conditions_.find(id);
+        condition.now = !condition.now;
+    }
+    snapshots_.noteChange(tag);
+    return changed;
+}
+
+/// Says to whom a report goes, and as of when.
+void ConditionChecker::Impl::address(Report& report) const
+{
     report.callback = callback_;
     report.stops = stops_;
-    return report;
 }
 
 void ConditionChecker::Impl::addHit(unsigned id, const Condition& condition, Report& report)
 {
-    if (condition.callback)
-        report.own.push_back({{id, condition.truth}, condition.callback});
+    if (condition.own)
+        report.own.push_back({{id, condition.truth}, callbacks_.at(id)});
     else
         report.hits.emplace_back(id, condition.truth);
 }
 
 void ConditionChecker::Impl::evaluateAll(bool repeats, Report& report)
 {
-    for (auto& [id, condition] : conditions_)
-        note(id, condition, repeats, report);
+    conditions_.forEach(
+        [&](unsigned id, Condition& condition) { note(id, condition, repeats, report); });
 }
 
 /// Brings the cached truth up to date. With `repeats` a period counts as over.
@@ -164,7 +184,7 @@ void ConditionChecker::Impl::note(unsigned id, Condition& condition, bool repeat
 {
     if (run_ && !condition.followed)
         return;
-    const bool truth = graph_.isTrue(id);
+    const bool truth = condition.now;
     const bool changed = truth != condition.truth;
     condition.truth = truth;
     if (isReportable(condition.mode, truth, changed, repeats))
@@ -172,22 +192,22 @@ void ConditionChecker::Impl::note(unsigned id, Condition& condition, bool repeat
 }
 
 /// Each callback on its own: one that stops the checker is the last.
-void ConditionChecker::Impl::deliver(Report report)
+void ConditionChecker::Impl::deliver(Report& report)
 {
     if (!report.hits.empty() && report.callback && *report.callback &&
-        !deliverOne(report.stops, "callback", [&] { (*report.callback)(std::move(report.hits)); }))
+        !deliverOne(report.stops, 0, [&] { (*report.callback)(std::move(report.hits)); }))
         return;
     for (const Report::Own& own : report.own) {
         const unsigned id = own.hit.first;
-        if (!deliverOne(report.stops, "callback of condition " + std::to_string(id),
-                        [&] { (*own.callback)(id, own.hit.second); }))
+        if (!deliverOne(report.stops, id, [&] { (*own.callback)(id, own.hit.second); }))
             return;
     }
 }
 
-/// False, and nothing is called, when there was a stop since the moment was handled.
+/// False, and nothing is called, when there was a stop since the moment was handled. The id is of
+/// the condition whose own callback it is, or 0.
 template <class Call>
-bool ConditionChecker::Impl::deliverOne(std::uint64_t stops, const std::string& label, Call call)
+bool ConditionChecker::Impl::deliverOne(std::uint64_t stops, unsigned id, Call call)
 {
     const auto self = std::this_thread::get_id();
     {
@@ -199,13 +219,16 @@ bool ConditionChecker::Impl::deliverOne(std::uint64_t stops, const std::string& 
     try {
         call();
     } catch (...) {
-        vo::logCurrentException("ConditionChecker", label);
+        vo::logCurrentException(
+            "ConditionChecker",
+            id == 0 ? "callback" : "callback of condition " + std::to_string(id));
     }
     // Notified under the lock: the one who waits may be about to destroy the checker.
     const vo::Lock lock(mutex_);
     const auto isThis = [&](const Delivery& d) { return d.thread == self && d.stops == stops; };
     deliveries_.erase(std::find_if(deliveries_.begin(), deliveries_.end(), isThis));
-    delivered_.notify_all();
+    if (awaiting_ > 0)
+        delivered_.notify_all();
     return true;
 }
 

@@ -1,6 +1,7 @@
 #include "platform/conditions/ConditionGraph.h"
 
 #include <algorithm>
+#include <boost/container_hash/hash.hpp>
 
 #include "platform/conditions/Comparison.h"
 
@@ -10,8 +11,13 @@ namespace {
 
 constexpr std::uint32_t kConstant = 0;
 
-template <class T>
-void eraseOne(std::vector<T>& items, const T& item)
+/// As many changed conditions are sorted as they come; more of them are marked in a table of bits.
+constexpr std::size_t kMaxSorted = 64;
+/// The table is used where it has at most as many bits a changed condition.
+constexpr std::size_t kMaxBitsPerChange = 256;
+
+template <class Items, class T>
+void eraseOne(Items& items, const T& item)
 {
     *std::find(items.begin(), items.end(), item) = items.back();
     items.pop_back();
@@ -23,76 +29,122 @@ ConditionGraph::ConditionGraph()
 {
     Node constant;
     constant.truth = true;
-    constant.references = 1;
     nodes_.push_back(std::move(constant));
+    meanings_.emplace_back();
 }
 
-ConditionGraph::Watches ConditionGraph::add(unsigned id, const Expression& expression)
+ConditionGraph::Watches ConditionGraph::add(unsigned id, const std::string& text)
 {
     Watches added;
-    Root root{};
-    for (const std::string& key : keysOf(expression)) {
-        root.slots.push_back(&slotOf(key, added));
-        ++root.slots.back()->readers;
+    const auto known = texts_.find(text);
+    RootId root = 0;
+    if (known != texts_.end()) {
+        root = known->second;
+    } else {
+        root = makeRoot(id, parseCondition(text), added);
+        roots_[root].text = &texts_.emplace(text, root).first->first;
     }
+    roots_[root].conditions.push_back(id);
+    rootOf_.add(id) = root;
+    return added;
+}
+
+ConditionGraph::RootId ConditionGraph::makeRoot(unsigned id, const Expression& expression,
+                                                Watches& added)
+{
+    Root root;
+    collectSlots(id, expression, root, added);
     root.edge = compile(expression);
-    Node& node = nodes_[root.edge.node];
+    auto place = static_cast<RootId>(roots_.size());
+    if (freeRoots_.empty()) {
+        roots_.emplace_back();
+    } else {
+        place = freeRoots_.back();
+        freeRoots_.pop_back();
+    }
+    Node& node = nodes_[root.edge.node()];
     ++node.references;
-    if (root.edge.node != kConstant)
-        node.conditions.push_back(id);
-    roots_.emplace(id, std::move(root));
+    root.next = std::exchange(node.root, place);
+    roots_[place] = std::move(root);
     // What is simplified away goes again; the rest is by now held from above.
     for (const NodeId fresh : fresh_)
         release(fresh);
     fresh_.clear();
-    return added;
+    return place;
+}
+
+void ConditionGraph::collectSlots(unsigned id, const Expression& expression, Root& root,
+                                  Watches& added)
+{
+    if (expression.kind == Expression::Kind::key) {
+        Slot& slot = slotOf(expression.key, added);
+        if (slot.lastAdded != id) {
+            slot.lastAdded = id;
+            ++slot.readers;
+            root.tags.push_back(slot.tag);
+        }
+    }
+    for (const Expression& operand : expression.operands)
+        collectSlots(id, operand, root, added);
 }
 
 ConditionGraph::Watches ConditionGraph::remove(unsigned id)
 {
-    const auto place = roots_.find(id);
-    const Root root = std::move(place->second);
-    roots_.erase(place);
-    if (root.edge.node != kConstant)
-        eraseOne(nodes_[root.edge.node].conditions, id);
-    release(root.edge.node);
-
     Watches removed;
-    for (Slot* slot : root.slots) {
-        if (--slot->readers > 0)
-            continue;
-        removed.push_back({slot->key, slot->tag});
-        tags_.erase(slot->key);
-        slots_.erase(slot->tag);
-    }
+    const RootId root = *rootOf_.find(id);
+    rootOf_.erase(id);
+    auto& conditions = roots_[root].conditions;
+    conditions.erase(std::lower_bound(conditions.begin(), conditions.end(), id));
+    if (conditions.empty())
+        releaseRoot(root, removed);
     return removed;
+}
+
+void ConditionGraph::releaseRoot(RootId id, Watches& removed)
+{
+    const Root root = std::exchange(roots_[id], Root());
+    freeRoots_.push_back(id);
+    texts_.erase(texts_.find(*root.text));
+    RootId* place = &nodes_[root.edge.node()].root;
+    while (*place != id)
+        place = &roots_[*place].next;
+    *place = root.next;
+    release(root.edge.node());
+
+    for (const Tag tag : root.tags) {
+        Slot& slot = *slots_.find(tag);
+        if (--slot.readers > 0)
+            continue;
+        removed.push_back({*slot.key, tag});
+        slots_.erase(tag);
+        tags_.erase(removed.back().key);
+    }
 }
 
 bool ConditionGraph::isTrue(unsigned id) const
 {
-    return isTrue(roots_.at(id).edge);
+    return isTrue(roots_[*rootOf_.find(id)].edge);
 }
 
 ConditionGraph::Watches ConditionGraph::watches() const
 {
     Watches watches;
     watches.reserve(slots_.size());
-    for (const auto& [tag, slot] : slots_)
-        watches.push_back({slot.key, tag});
+    slots_.forEach([&](Tag tag, const Slot& slot) { watches.push_back({*slot.key, tag}); });
     return watches;
 }
 
 ConditionGraph::Slot& ConditionGraph::slotOf(const std::string& key, Watches& added)
 {
     const auto [place, isNew] = tags_.try_emplace(key, 0);
-    if (isNew) {
-        place->second = ++lastTag_;
-        Slot& slot = slots_[lastTag_];
-        slot.key = key;
-        slot.tag = lastTag_;
-        added.push_back({key, lastTag_});
-    }
-    return slots_.at(place->second);
+    if (!isNew)
+        return *slots_.find(place->second);
+    place->second = ++lastTag_;
+    Slot& slot = slots_.add(lastTag_);
+    slot.key = &place->first;
+    slot.tag = lastTag_;
+    added.push_back({key, lastTag_});
+    return slot;
 }
 
 ConditionGraph::Edge ConditionGraph::compile(const Expression& expression)
@@ -123,7 +175,7 @@ ConditionGraph::Operand ConditionGraph::operandOf(const Expression& expression)
     if (expression.kind == Expression::Kind::literal)
         return expression.value;
     if (expression.kind == Expression::Kind::key)
-        return &slots_.at(tags_.at(expression.key));
+        return slots_.find(tags_.at(expression.key));
     return compile(expression);
 }
 
@@ -132,15 +184,14 @@ ConditionGraph::Edge ConditionGraph::truthOf(const Operand& operand)
     if (const auto* edge = std::get_if<Edge>(&operand))
         return *edge;
     if (const auto* literal = std::get_if<KRValue>(&operand))
-        return {kConstant, !literal->isTrue()};
+        return Edge(kConstant, !literal->isTrue());
     Slot& slot = *std::get<Slot*>(operand);
     if (!slot.truth) {
         Node node;
-        node.what = TruthLeaf{&slot};
         node.truth = slot.now.value.isTrue();
-        slot.truth = makeNode(std::move(node));
+        slot.truth = makeNode(TruthLeaf{&slot}, std::move(node));
     }
-    return {slot.truth, false};
+    return Edge(slot.truth, false);
 }
 
 // A truth on one side has two possible values, so the comparison is a choice between what it says
@@ -159,7 +210,7 @@ ConditionGraph::Edge ConditionGraph::comparison(Expression::Kind kind, const Ope
     const auto* literal = std::get_if<KRValue>(&left);
     const auto* other = std::get_if<KRValue>(&right);
     if (literal && other)
-        return {kConstant, !holds(kind, compare(*literal, *other))};
+        return Edge(kConstant, !holds(kind, compare(*literal, *other)));
     if (literal)
         return comparison(mirrored(kind), right, left);
     Slot& slot = *std::get<Slot*>(left);
@@ -170,14 +221,54 @@ ConditionGraph::Edge ConditionGraph::comparison(Expression::Kind kind, const Ope
 ConditionGraph::Edge ConditionGraph::literalComparison(Expression::Kind kind, Slot& slot,
                                                        const KRValue& literal)
 {
-    NodeId& id = indexOf(slot, literal)->at(kind, literal);
+    NodeId id = findLiteral(kind, slot, literal);
     if (!id) {
         Node node;
-        node.what = LiteralLeaf{&slot, kind, literal};
-        node.truth = holds(kind, compare(slot.now.value, literal));
-        id = makeNode(std::move(node));
+        node.truth = holds(kind, slot.now.value, literal);
+        id = makeNode(LiteralLeaf{&slot, kind, literal}, std::move(node));
+        if (slot.indexes) {
+            slot.indexes->of(literal)->at(kind, literal) = id;
+        } else {
+            slot.leaves.push_back(id);
+            if (slot.leaves.size() > kMaxUnindexed)
+                addIndexes(slot);
+        }
     }
-    return {id, false};
+    return Edge(id, false);
+}
+
+/// The leaf that says the same; 0 when there is none.
+ConditionGraph::NodeId ConditionGraph::findLiteral(Expression::Kind kind, const Slot& slot,
+                                                   const KRValue& literal) const
+{
+    if (slot.indexes)
+        return slot.indexes->of(literal)->at(kind, literal);
+    for (const NodeId id : slot.leaves) {
+        const auto* leaf = std::get_if<LiteralLeaf>(&meanings_[id]);
+        if (leaf && leaf->comparison == kind && compare(leaf->literal, literal) == Order::equal)
+            return id;
+    }
+    return 0;
+}
+
+void ConditionGraph::addIndexes(Slot& slot)
+{
+    slot.indexes = std::make_unique<Indexes>();
+    const auto isIndexed = [&](NodeId id) {
+        const auto* leaf = std::get_if<LiteralLeaf>(&meanings_[id]);
+        if (leaf)
+            slot.indexes->of(leaf->literal)->at(leaf->comparison, leaf->literal) = id;
+        return leaf != nullptr;
+    };
+    slot.leaves.erase(std::remove_if(slot.leaves.begin(), slot.leaves.end(), isIndexed),
+                      slot.leaves.end());
+}
+
+ThresholdIndex* ConditionGraph::Indexes::of(const KRValue& value)
+{
+    if (value.isString())
+        return &texts;
+    return compare(value, KRValue(0)) == Order::none ? nullptr : &numbers;
 }
 
 ConditionGraph::Edge ConditionGraph::pairComparison(Expression::Kind kind, Slot& left, Slot& right)
@@ -187,14 +278,13 @@ ConditionGraph::Edge ConditionGraph::pairComparison(Expression::Kind kind, Slot&
     NodeId& id = pairs_[{left.tag, kind, right.tag}];
     if (!id) {
         Node node;
-        node.what = PairLeaf{&left, kind, &right};
-        node.truth = holds(kind, compare(left.now.value, right.now.value));
-        id = makeNode(std::move(node));
-        left.pairs.push_back(id);
+        node.truth = holds(kind, left.now.value, right.now.value);
+        id = makeNode(PairLeaf{&left, kind, &right}, std::move(node));
+        left.leaves.push_back(id);
         if (&left != &right)
-            right.pairs.push_back(id);
+            right.leaves.push_back(id);
     }
-    return {id, false};
+    return Edge(id, false);
 }
 
 ConditionGraph::Edge ConditionGraph::choice(Edge selector, Edge yes, Edge no)
@@ -215,47 +305,49 @@ ConditionGraph::Edge ConditionGraph::conjunction(Inputs inputs)
 {
     std::sort(inputs.begin(), inputs.end());
     inputs.erase(std::unique(inputs.begin(), inputs.end()), inputs.end());
-    const auto contradiction = std::adjacent_find(inputs.begin(), inputs.end(),
-                                                  [](Edge a, Edge b) { return a.node == b.node; });
+    const auto contradiction = std::adjacent_find(
+        inputs.begin(), inputs.end(), [](Edge a, Edge b) { return a.node() == b.node(); });
     // The constant comes first; negated it is false.
-    if (contradiction != inputs.end() || inputs.front() == Edge{kConstant, true})
-        return {kConstant, true};
-    if (inputs.size() > 1 && inputs.front().node == kConstant)
+    if (contradiction != inputs.end() || inputs.front() == Edge(kConstant, true))
+        return Edge(kConstant, true);
+    if (inputs.size() > 1 && inputs.front().node() == kConstant)
         inputs.erase(inputs.begin());
     if (inputs.size() == 1)
         return inputs.front();
 
-    const auto [place, isNew] = conjunctions_.try_emplace(std::move(inputs), 0);
-    if (isNew) {
-        Node node;
-        Conjunction what{&place->first, 0};
-        for (const Edge input : place->first) {
-            what.falseInputs += isTrue(input) ? 0 : 1;
-            node.height = std::max(node.height, nodes_[input.node].height + 1);
-        }
-        node.truth = what.falseInputs == 0;
-        node.what = what;
-        place->second = makeNode(std::move(node));
-        for (const Edge input : place->first) {
-            ++nodes_[input.node].references;
-            nodes_[input.node].outputs.push_back({place->second, input.negated});
-        }
+    const std::size_t hash = boost::hash_range(inputs.begin(), inputs.end());
+    const auto [first, last] = conjunctions_.equal_range(hash);
+    for (auto same = first; same != last; ++same)
+        if (std::get<Inputs>(meanings_[same->second]) == inputs)
+            return Edge(same->second, false);
+
+    Node node;
+    for (const Edge input : inputs) {
+        node.falseInputs += isTrue(input) ? 0 : 1;
+        node.height = std::max(node.height, nodes_[input.node()].height + 1);
+        ++nodes_[input.node()].references;
     }
-    return {place->second, false};
+    node.truth = node.falseInputs == 0;
+    const NodeId id = makeNode(std::move(inputs), std::move(node));
+    conjunctions_.emplace(hash, id);
+    for (const Edge input : std::get<Inputs>(meanings_[id]))
+        nodes_[input.node()].outputs.push_back(Edge(id, input.negated()));
+    return Edge(id, false);
 }
 
-ConditionGraph::NodeId ConditionGraph::makeNode(Node node)
+ConditionGraph::NodeId ConditionGraph::makeNode(Meaning meaning, Node node)
 {
-    NodeId id = static_cast<NodeId>(nodes_.size());
-    node.references = 1;
+    auto id = static_cast<NodeId>(nodes_.size());
     if (due_.size() <= node.height)
         due_.resize(node.height + 1);
     if (free_.empty()) {
         nodes_.push_back(std::move(node));
+        meanings_.push_back(std::move(meaning));
     } else {
         id = free_.back();
         free_.pop_back();
         nodes_[id] = std::move(node);
+        meanings_[id] = std::move(meaning);
     }
     fresh_.push_back(id);
     return id;
@@ -265,95 +357,103 @@ void ConditionGraph::release(NodeId id)
 {
     if (--nodes_[id].references > 0)
         return;
-    const Node node = std::move(nodes_[id]);
+    const Meaning meaning = std::exchange(meanings_[id], Meaning());
     nodes_[id] = Node();
     free_.push_back(id);
-    if (const auto* conjunction = std::get_if<Conjunction>(&node.what)) {
-        const auto place = conjunctions_.find(*conjunction->inputs);
-        for (const Edge input : place->first) {
-            eraseOne(nodes_[input.node].outputs, Edge{id, input.negated});
-            release(input.node);
-        }
-        conjunctions_.erase(place);
-    } else if (const auto* pair = std::get_if<PairLeaf>(&node.what)) {
-        pairs_.erase({pair->left->tag, pair->comparison, pair->right->tag});
-        eraseOne(pair->left->pairs, id);
-        if (pair->left != pair->right)
-            eraseOne(pair->right->pairs, id);
-    } else {
-        takeOutOfSlots(node);
+    const auto* inputs = std::get_if<Inputs>(&meaning);
+    if (!inputs)
+        return takeOutOfSlots(id, meaning);
+    auto place = conjunctions_.find(boost::hash_range(inputs->begin(), inputs->end()));
+    while (place->second != id)
+        ++place;
+    conjunctions_.erase(place);
+    for (const Edge input : *inputs) {
+        eraseOne(nodes_[input.node()].outputs, Edge(id, input.negated()));
+        release(input.node());
     }
 }
 
-void ConditionGraph::takeOutOfSlots(const Node& node)
+void ConditionGraph::takeOutOfSlots(NodeId id, const Meaning& meaning)
 {
-    if (const auto* truth = std::get_if<TruthLeaf>(&node.what))
+    if (const auto* truth = std::get_if<TruthLeaf>(&meaning)) {
         truth->slot->truth = 0;
-    else if (const auto* leaf = std::get_if<LiteralLeaf>(&node.what))
-        indexOf(*leaf->slot, leaf->literal)->erase(leaf->comparison, leaf->literal);
+    } else if (const auto* leaf = std::get_if<LiteralLeaf>(&meaning)) {
+        if (leaf->slot->indexes)
+            leaf->slot->indexes->of(leaf->literal)->erase(leaf->comparison, leaf->literal);
+        else
+            eraseOne(leaf->slot->leaves, id);
+    } else if (const auto* pair = std::get_if<PairLeaf>(&meaning)) {
+        pairs_.erase({pair->left->tag, pair->comparison, pair->right->tag});
+        eraseOne(pair->left->leaves, id);
+        if (pair->left != pair->right)
+            eraseOne(pair->right->leaves, id);
+    }
 }
 
-/// Null for a value that no literal equals or has an order with.
-ThresholdIndex* ConditionGraph::indexOf(Slot& slot, const KRValue& value)
-{
-    if (value.isString())
-        return &slot.texts;
-    return compare(value, KRValue(0)) == Order::none ? nullptr : &slot.numbers;
-}
-
-const std::vector<unsigned>& ConditionGraph::set(Tag tag, KRValue value, vo::TimePoint time)
+const std::vector<unsigned>& ConditionGraph::set(Tag tag, const KRValue& value, vo::TimePoint time)
 {
     changed_.clear();
-    const auto place = slots_.find(tag);
-    if (place == slots_.end())
+    Slot* const slot = slots_.find(tag);
+    if (!slot)
         return changed_;
-    Slot& slot = place->second;
-    const KRValue before = std::exchange(slot.now.value, std::move(value));
-    slot.now.time = time;
+    KRValue before;
+    if (slot->indexes)
+        before = std::move(slot->now.value);
+    slot->now.value = value;
+    slot->now.time = time;
 
-    leafFlips_.clear();
-    collectLeafFlips(slot, before, leafFlips_);
-    for (const NodeId leaf : leafFlips_)
-        flip(leaf);
-    settle();
-    std::sort(changed_.begin(), changed_.end());
+    if (slot->truth && nodes_[slot->truth].truth != value.isTrue())
+        flip(slot->truth);
+    for (const NodeId leaf : slot->leaves)
+        if (nodes_[leaf].truth != evaluate(leaf))
+            flip(leaf);
+    if (slot->indexes)
+        flipIndexed(*slot->indexes, before, value);
+    if (dueCount_ > 0)
+        settle();
+    if (changed_.size() > 1)
+        sortChanged();
     return changed_;
 }
 
-void ConditionGraph::collectLeafFlips(Slot& slot, const KRValue& before,
-                                      std::vector<NodeId>& flips) const
+void ConditionGraph::flipIndexed(Indexes& indexes, const KRValue& before, const KRValue& after)
 {
-    const KRValue& after = slot.now.value;
-    if (slot.truth && before.isTrue() != after.isTrue())
-        flips.push_back(slot.truth);
-    const ThresholdIndex* indexBefore = indexOf(slot, before);
-    const ThresholdIndex* indexAfter = indexOf(slot, after);
-    for (const ThresholdIndex* index : {&slot.numbers, &slot.texts})
+    leafFlips_.clear();
+    const ThresholdIndex* indexBefore = indexes.of(before);
+    const ThresholdIndex* indexAfter = indexes.of(after);
+    for (const ThresholdIndex* index : {&indexes.numbers, &indexes.texts})
         index->collectFlips(index == indexBefore ? &before : nullptr,
-                            index == indexAfter ? &after : nullptr, flips);
-    for (const NodeId id : slot.pairs) {
-        const auto& pair = std::get<PairLeaf>(nodes_[id].what);
-        const Order order = compare(pair.left->now.value, pair.right->now.value);
-        if (holds(pair.comparison, order) != nodes_[id].truth)
-            flips.push_back(id);
-    }
+                            index == indexAfter ? &after : nullptr, leafFlips_);
+    for (const NodeId leaf : leafFlips_)
+        flip(leaf);
+}
+
+/// A leaf of Slot::leaves.
+bool ConditionGraph::evaluate(NodeId leaf) const
+{
+    const Meaning& meaning = meanings_[leaf];
+    if (const auto* literal = std::get_if<LiteralLeaf>(&meaning))
+        return holds(literal->comparison, literal->slot->now.value, literal->literal);
+    const auto& pair = std::get<PairLeaf>(meaning);
+    return holds(pair.comparison, pair.left->now.value, pair.right->now.value);
 }
 
 void ConditionGraph::flip(NodeId id)
 {
     Node& node = nodes_[id];
     node.truth = !node.truth;
-    changed_.insert(changed_.end(), node.conditions.begin(), node.conditions.end());
+    for (RootId root = node.root; root; root = roots_[root].next)
+        changed_.insert(changed_.end(), roots_[root].conditions.begin(),
+                        roots_[root].conditions.end());
     for (const Edge output : node.outputs) {
-        Node& above = nodes_[output.node];
-        auto& conjunction = std::get<Conjunction>(above.what);
-        if (node.truth == output.negated)
-            ++conjunction.falseInputs;
+        Node& above = nodes_[output.node()];
+        if (node.truth == output.negated())
+            ++above.falseInputs;
         else
-            --conjunction.falseInputs;
-        if (!above.due && (conjunction.falseInputs == 0) != above.truth) {
+            --above.falseInputs;
+        if (!above.due && (above.falseInputs == 0) != above.truth) {
             above.due = true;
-            due_[above.height].push_back(output.node);
+            due_[above.height].push_back(output.node());
             ++dueCount_;
         }
     }
@@ -367,12 +467,31 @@ void ConditionGraph::settle()
         for (const NodeId id : *level) {
             Node& node = nodes_[id];
             node.due = false;
-            if ((std::get<Conjunction>(node.what).falseInputs == 0) != node.truth)
+            if ((node.falseInputs == 0) != node.truth)
                 flip(id);
         }
         dueCount_ -= level->size();
         level->clear();
     }
+}
+
+void ConditionGraph::sortChanged()
+{
+    const auto [least, greatest] = std::minmax_element(changed_.begin(), changed_.end());
+    const std::size_t base = *least;
+    const std::size_t bits = *greatest - base + 1;
+    if (changed_.size() <= kMaxSorted || bits > changed_.size() * kMaxBitsPerChange) {
+        std::sort(changed_.begin(), changed_.end());
+        return;
+    }
+    marks_.assign(bits / 64 + 1, 0);
+    for (const unsigned id : changed_)
+        marks_[(id - base) / 64] |= std::uint64_t{1} << ((id - base) % 64);
+    auto out = changed_.begin();
+    for (std::size_t word = 0; word < marks_.size(); ++word)
+        for (std::uint64_t left = marks_[word]; left != 0; left &= left - 1)
+            *out++ = static_cast<unsigned>(base + word * 64 +
+                                           static_cast<std::size_t>(__builtin_ctzll(left)));
 }
 
 }  // namespace KR

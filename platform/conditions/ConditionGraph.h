@@ -1,8 +1,10 @@
 #pragma once
 
+#include <boost/container/small_vector.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <tuple>
 #include <unordered_map>
@@ -11,6 +13,7 @@
 #include <vector>
 
 #include "platform/conditions/ConditionParser.h"
+#include "platform/conditions/IdTable.h"
 #include "platform/conditions/ThresholdIndex.h"
 #include "platform/kr/KRMemory.h"
 #include "platform/kr/KRValue.h"
@@ -20,15 +23,16 @@ namespace KR {
 
 /// Conditions as one graph, kept up to date with the values of their keys.
 ///
-/// A leaf is the truth of a key or one comparison of it. Every other node is a conjunction of
-/// nodes, each taken as it is or negated at the edge; a disjunction is a negated conjunction of
-/// negations, and a comparison of truths is spelt out with both. Sub-conditions with the same
-/// meaning are one node, held by reference counts for as long as a condition needs it.
+/// Conditions of the same text are compiled once, to one root. A leaf is the truth of a key or one
+/// comparison of it. Every other node is a conjunction of nodes, each taken as it is or negated at
+/// the edge; a disjunction is a negated conjunction of negations, and a comparison of truths is
+/// spelt out with both. Sub-conditions with the same meaning are one node, held by reference counts
+/// for as long as a condition needs it.
 ///
-/// A conjunction counts its false inputs. A change of a key asks the key's leaves which of them
-/// flip (see ThresholdIndex); a flip moves the counters of the nodes above it by one, and those
-/// whose truth has changed by then flip in their turn, lowest first, so each node flips at most
-/// once a change. What does not flip costs nothing.
+/// A conjunction counts its false inputs. A change of a key finds those of its leaves that flip: by
+/// looking at each where they are few, by a ThresholdIndex where they are many. A flip moves the
+/// counters of the nodes above it by one, and those whose truth has changed by then flip in their
+/// turn, lowest first, so each node flips at most once a change. What does not flip costs nothing.
 ///
 /// Not synchronised: a part of ConditionChecker.
 class ConditionGraph {
@@ -41,9 +45,10 @@ public:
     ConditionGraph(const ConditionGraph&) = delete;
     ConditionGraph& operator=(const ConditionGraph&) = delete;
 
-    /// Adds a condition under a new id. Returns the keys that no condition has read so far; their
-    /// values are unknown until they are set.
-    Watches add(unsigned id, const Expression& expression);
+    /// Adds a condition under a new id, greater than those before. Returns the keys that no
+    /// condition has read so far; their values are unknown until they are set. Throws
+    /// ConditionSyntaxError, and adds nothing, for a text that does not parse.
+    Watches add(unsigned id, const std::string& text);
     /// Removes a condition that was added. Returns the keys that nobody reads any more.
     Watches remove(unsigned id);
 
@@ -52,7 +57,16 @@ public:
 
     /// Handles one change of a key; that of a tag which is gone is nothing. Returns the conditions
     /// whose truth it changed, in ascending id order, valid until the next call.
-    const std::vector<unsigned>& set(Tag tag, KRValue value, vo::TimePoint time);
+    const std::vector<unsigned>& set(Tag tag, const KRValue& value, vo::TimePoint time);
+
+    /// Has what a change of this key touches first fetched meanwhile.
+    void expect(Tag tag) const
+    {
+        if (const Slot* const slot = slots_.find(tag)) {
+            __builtin_prefetch(slot);
+            __builtin_prefetch(&slot->leaves);
+        }
+    }
 
     /// Every key that a condition reads.
     Watches watches() const;
@@ -60,8 +74,13 @@ public:
     template <class F>
     void forEachKey(F f) const
     {
-        for (const auto& [tag, slot] : slots_)
-            f(slot.key, slot.now);
+        slots_.forEach([&f](Tag, const Slot& slot) { f(*slot.key, slot.now); });
+    }
+    /// The key of a tag and what was set last; nulls for a tag that is gone.
+    std::pair<const std::string*, const KRMemory::Snapshot*> keyOf(Tag tag) const
+    {
+        const Slot* const slot = slots_.find(tag);
+        return slot ? std::pair(slot->key, &slot->now) : std::pair(nullptr, nullptr);
     }
 
     /// Nodes that exist, the constant aside.
@@ -69,31 +88,52 @@ public:
 
 private:
     using NodeId = ThresholdIndex::NodeId;
+    using RootId = std::uint32_t;  ///< 0 for none
+
+    /// Comparisons of a key with literals that are looked at one by one; with more of them the key
+    /// gets an index. It costs as much as looking at some ten.
+    static constexpr std::size_t kMaxUnindexed = 8;
+
+    /// Of the processor's cache: what a change touches lies in as few of its lines as may be.
+    static constexpr std::size_t kLine = 64;
 
     /// A use of a node, as it is or negated.
-    struct Edge {
-        NodeId node;
-        bool negated;
+    class Edge {
+    public:
+        Edge() = default;
+        Edge(NodeId id, bool isNegated) : code_(id << 1 | (isNegated ? 1U : 0U)) {}
 
-        Edge operator!() const { return {node, !negated}; }
-        bool operator==(Edge other) const { return node == other.node && negated == other.negated; }
-        bool operator<(Edge other) const
-        {
-            return std::tie(node, negated) < std::tie(other.node, other.negated);
-        }
+        NodeId node() const { return code_ >> 1; }
+        bool negated() const { return (code_ & 1) != 0; }
+        Edge operator!() const { return {node(), !negated()}; }
+        bool operator==(Edge other) const { return code_ == other.code_; }
+        bool operator<(Edge other) const { return code_ < other.code_; }
+        friend std::size_t hash_value(Edge edge) { return edge.code_; }
+
+    private:
+        std::uint32_t code_ = 0;
     };
     using Inputs = std::vector<Edge>;
 
-    /// A key, and the leaves that read it.
-    struct Slot {
-        std::string key;
-        Tag tag;
-        std::size_t readers = 0;  ///< conditions
-        KRMemory::Snapshot now = {};
-        NodeId truth = 0;
+    struct Indexes {
         ThresholdIndex numbers;
         ThresholdIndex texts;
-        std::vector<NodeId> pairs;  ///< comparisons with a key, evaluated at each change
+        /// The index that a value has a place in; null for one that no literal equals or orders.
+        ThresholdIndex* of(const KRValue& value);
+    };
+
+    /// A key, and the leaves that read it.
+    struct alignas(kLine) Slot {
+        const std::string* key = nullptr;  ///< in tags_
+        Tag tag = 0;
+        std::uint32_t readers = 0;  ///< roots
+        unsigned lastAdded = 0;     ///< the condition that was counted last
+        NodeId truth = 0;
+        KRMemory::Snapshot now = {};
+        /// Comparisons that are evaluated at each change: with another key, and with literals
+        /// while these are few.
+        boost::container::small_vector<NodeId, 2> leaves;
+        std::unique_ptr<Indexes> indexes;  ///< once there were many literals
     };
     using Pair = std::tuple<Tag, Expression::Kind, Tag>;
 
@@ -110,68 +150,82 @@ private:
         Expression::Kind comparison;
         Slot* right;
     };
-    struct Conjunction {
-        const Inputs* inputs;  ///< the key in conjunctions_
-        std::size_t falseInputs;
-    };
+    /// What a node means; inputs are those of a conjunction.
+    using Meaning = std::variant<std::monostate, TruthLeaf, LiteralLeaf, PairLeaf, Inputs>;
 
-    struct Node {
-        std::variant<std::monostate, TruthLeaf, LiteralLeaf, PairLeaf, Conjunction> what;
+    /// What a change of a node touches.
+    struct alignas(kLine) Node {
         bool truth = false;
         bool due = false;  ///< waits in due_
-        std::size_t height = 0;
-        std::size_t references = 0;
-        std::vector<Edge> outputs;  ///< the conjunctions above, and how they use this node
-        std::vector<unsigned> conditions;
+        std::uint32_t height = 0;
+        std::uint32_t falseInputs = 0;  ///< of a conjunction
+        std::uint32_t references = 1;
+        RootId root = 0;  ///< the first of the roots that it is
+        boost::container::small_vector<Edge, 2>
+            outputs;  ///< the conjunctions above, and how they use it
     };
 
-    struct Root {
+    /// The conditions of one text.
+    struct alignas(kLine) Root {
         Edge edge;
-        std::vector<Slot*> slots;
+        RootId next = 0;                                         ///< of the same node
+        const std::string* text = nullptr;                       ///< in texts_
+        boost::container::small_vector<unsigned, 4> conditions;  ///< in ascending order
+        boost::container::small_vector<Tag, 4> tags;             ///< of its keys
     };
 
     /// What one side of a comparison is.
     using Operand = std::variant<KRValue, Slot*, Edge>;
 
     // Building.
+    RootId makeRoot(unsigned id, const Expression& expression, Watches& added);
+    void collectSlots(unsigned id, const Expression& expression, Root& root, Watches& added);
     Slot& slotOf(const std::string& key, Watches& added);
     Edge compile(const Expression& expression);
     Operand operandOf(const Expression& expression);
     Edge truthOf(const Operand& operand);
     Edge comparison(Expression::Kind kind, const Operand& left, const Operand& right);
     Edge literalComparison(Expression::Kind kind, Slot& slot, const KRValue& literal);
+    NodeId findLiteral(Expression::Kind kind, const Slot& slot, const KRValue& literal) const;
+    void addIndexes(Slot& slot);
     Edge pairComparison(Expression::Kind kind, Slot& left, Slot& right);
     Edge choice(Edge selector, Edge yes, Edge no);
     Edge conjunction(Inputs inputs);
     Edge disjunction(Inputs inputs);
-    NodeId makeNode(Node node);
+    NodeId makeNode(Meaning meaning, Node node);
+    void releaseRoot(RootId id, Watches& removed);
     void release(NodeId id);
-    void takeOutOfSlots(const Node& node);
-    static ThresholdIndex* indexOf(Slot& slot, const KRValue& value);
+    void takeOutOfSlots(NodeId id, const Meaning& meaning);
 
     // Following.
-    bool isTrue(Edge edge) const { return nodes_[edge.node].truth != edge.negated; }
-    void collectLeafFlips(Slot& slot, const KRValue& before, std::vector<NodeId>& flips) const;
+    bool isTrue(Edge edge) const { return nodes_[edge.node()].truth != edge.negated(); }
+    bool evaluate(NodeId leaf) const;
+    void flipIndexed(Indexes& indexes, const KRValue& before, const KRValue& after);
     void flip(NodeId id);
     void settle();
+    void sortChanged();
 
-    // Stable addresses: leaves and roots point to their slots.
-    std::unordered_map<Tag, Slot> slots_;
+    IdTable<Slot> slots_;
     std::unordered_map<std::string, Tag> tags_;
     Tag lastTag_ = 0;
-    std::unordered_map<unsigned, Root> roots_;
+    std::unordered_map<std::string, RootId> texts_;
+    std::vector<Root> roots_ = std::vector<Root>(1);  ///< the first one is no root
+    std::vector<RootId> freeRoots_;
+    IdTable<RootId> rootOf_;  ///< by condition
 
-    std::vector<Node> nodes_;  ///< the first one is constantly true
+    std::vector<Node> nodes_;        ///< the first one is constantly true
+    std::vector<Meaning> meanings_;  ///< of the nodes
     std::vector<NodeId> free_;
-    std::map<Inputs, NodeId> conjunctions_;
+    std::unordered_multimap<std::size_t, NodeId> conjunctions_;  ///< by the hash of their inputs
     std::map<Pair, NodeId> pairs_;
 
     // Empty between the calls; kept for their storage.
     std::vector<NodeId> fresh_;             ///< nodes made by this add, held until it ends
-    std::vector<NodeId> leafFlips_;         ///< of this change
+    std::vector<NodeId> leafFlips_;         ///< of this change, found by an index
     std::vector<std::vector<NodeId>> due_;  ///< nodes to look at in this change, by height
     std::size_t dueCount_ = 0;
     std::vector<unsigned> changed_;
+    std::vector<std::uint64_t> marks_;  ///< a bit for each condition that changed
 };
 
 }  // namespace KR

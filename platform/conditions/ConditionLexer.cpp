@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -130,7 +131,7 @@ Token ConditionLexer::next()
 std::optional<TokenKind> ConditionLexer::symbol()
 {
     struct Symbol {
-        const char* text;
+        std::string_view text;
         TokenKind kind;
     };
     // The longer of two that begin alike stands first.
@@ -142,9 +143,8 @@ std::optional<TokenKind> ConditionLexer::symbol()
         {"!", TokenKind::negation},     {"(", TokenKind::open},
         {")", TokenKind::close}};
     for (const Symbol& symbol : kSymbols) {
-        const std::string candidate = symbol.text;
-        if (text_.compare(at_, candidate.size(), candidate) == 0) {
-            at_ += candidate.size();
+        if (text_.compare(at_, symbol.text.size(), symbol.text) == 0) {
+            at_ += symbol.text.size();
             return symbol.kind;
         }
     }

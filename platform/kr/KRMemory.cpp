@@ -67,7 +67,7 @@ void MemorySlot::write(const KRValue& value, vo::TimePoint time, std::int64_t li
         entries_[next_].value = value;
         entries_[next_].lifeTime = lifeTime;
     }
-    next_ = (next_ + 1) % KRMemory::kMaxHistory;
+    next_ = next_ + 1 == KRMemory::kMaxHistory ? 0 : next_ + 1;
     time_ = time;
 }
 
@@ -174,6 +174,7 @@ void KRMemory::raiseEvent(const std::string& key, const KRValue& value)
 void KRMemory::Impl::write(const std::string& key, const KRValue& value, Recipients& recipients)
 {
     MemorySlot& slot = slots[key];
+    slot.expectWrite();
     const vo::TimePoint time = clock->now();
     slot.write(value, time, lifeTime());
     bool expired = false;

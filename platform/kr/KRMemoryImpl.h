@@ -34,10 +34,14 @@ public:
     /// Oldest first.
     std::vector<Entry> history() const;
 
+    /// Has the memory that the next write goes to fetched meanwhile: with many keys it has been
+    /// long out of every cache.
+    void expectWrite() const
+    {
+        if (next_ < entries_.size())
+            __builtin_prefetch(&entries_[next_], 1);
+    }
     void write(const KRValue& value, vo::TimePoint time, std::int64_t lifeTime);
-
-    std::vector<std::string> declarers;
-    std::vector<Watcher> watchers;
 
 private:
     // A ring once it is full. The latest value lives here alone, so a write copies it once, and
@@ -45,6 +49,11 @@ private:
     std::vector<Entry> entries_;
     std::size_t next_ = 0;  ///< where the next entry goes
     vo::TimePoint time_;    ///< of the latest write
+
+public:
+    // Most keys have one.
+    boost::container::small_vector<Watcher, 1> watchers;
+    std::vector<std::string> declarers;
 };
 
 class KRMemory::Impl {

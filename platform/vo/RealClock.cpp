@@ -69,8 +69,8 @@ public:
 private:
     void drain();
     void onTimer();
-    std::optional<Executor::Task> beginTask();
-    void endTask();
+    std::optional<Executor::Task> nextTask();
+    void endTask() VO_REQUIRES(mutex_);
     void armTimer() VO_REQUIRES(mutex_);
 
     // Constant after construction.
@@ -91,6 +91,7 @@ private:
 
 Executor::TaskId TaskRunner::post(Executor::Task task, Duration delay)
 {
+    const bool isDue = delay <= Duration::zero();
     const Duration due = dueAt(uptimeSince(start_), delay);
     Executor::TaskId id = 0;
     bool wake = false;
@@ -98,8 +99,8 @@ Executor::TaskId TaskRunner::post(Executor::Task task, Duration delay)
         const Lock<Mutex> lock(mutex_);
         if (closed_)
             return 0;
-        id = queue_.push(due, std::move(task));
-        if (!draining_ && delay > Duration::zero())
+        id = isDue ? queue_.pushNow(due, std::move(task)) : queue_.pushLater(due, std::move(task));
+        if (!draining_ && !isDue)
             armTimer();
         else if (!draining_)
             wake = draining_ = true;
@@ -112,7 +113,7 @@ Executor::TaskId TaskRunner::post(Executor::Task task, Duration delay)
 void TaskRunner::drain()
 {
     for (int i = 0; i < kTasksPerTurn; ++i) {
-        auto task = beginTask();
+        auto task = nextTask();
         if (!task)
             return;
         try {
@@ -121,15 +122,20 @@ void TaskRunner::drain()
             logCurrentException("Executor", name_);
         }
         task.reset();  // what the task holds is gone before those who wait for it go on
+    }
+    {
+        const Lock<Mutex> lock(mutex_);
         endTask();
     }
     // To the back of the pool's queue, without waking another thread for it.
     asio::defer(threads_, [self = shared_from_this()] { self->drain(); });
 }
 
-std::optional<Executor::Task> TaskRunner::beginTask()
+/// Ends the task before, if any.
+std::optional<Executor::Task> TaskRunner::nextTask()
 {
     const Lock<Mutex> lock(mutex_);
+    endTask();
     if (!queue_.empty() && queue_.nextDue() <= uptimeSince(start_)) {
         running_ = std::this_thread::get_id();
         return queue_.pop();
@@ -142,7 +148,6 @@ std::optional<Executor::Task> TaskRunner::beginTask()
 
 void TaskRunner::endTask()
 {
-    const Lock<Mutex> lock(mutex_);
     running_ = std::thread::id();
     if (closed_)
         taskEnded_.notify_all();

@@ -1,6 +1,7 @@
 #include "platform/vo/VirtualClock.h"
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <stdexcept>
 #include <string>
@@ -35,26 +36,16 @@ struct OwnedTask {
 class VirtualClock::Impl {
 public:
     Impl(TimePoint start, std::size_t maxTasksPerInstant)
-        : maxTasksPerInstant_(maxTasksPerInstant), wallStart_(start)
+        : maxTasksPerInstant_(maxTasksPerInstant), wallStart_(start.time_since_epoch())
     {
     }
 
-    TimePoint now() const
-    {
-        const Lock<Mutex> lock(mutex_);
-        return wallStart_ + uptime_;
-    }
-
-    Duration uptime() const
-    {
-        const Lock<Mutex> lock(mutex_);
-        return uptime_;
-    }
-
+    TimePoint now() const { return TimePoint(wallStart_.load() + uptime_.load()); }
+    Duration uptime() const { return uptime_; }
     void jumpWallClock(Duration offset)
     {
         const Lock<Mutex> lock(mutex_);
-        wallStart_ += offset;
+        wallStart_ = wallStart_.load() + offset;
     }
 
     std::optional<Duration> untilNextTask() const;
@@ -81,8 +72,7 @@ private:
 
     void beginTurn();
     void endTurn();
-    std::optional<OwnedTask> beginTask(Duration target);
-    void endTask();
+    std::optional<OwnedTask> nextTask(Duration target);
     bool isRunning(const Owner& owner) const VO_REQUIRES(mutex_)
     {
         return running_.get() == &owner;
@@ -93,9 +83,11 @@ private:
 
     // No other lock is taken while this one is held.
     mutable Mutex mutex_;
-    std::condition_variable_any changed_;  // a task or a turn has ended
-    TimePoint wallStart_ VO_GUARDED_BY(mutex_);
-    Duration uptime_ VO_GUARDED_BY(mutex_){0};
+    std::condition_variable_any changed_;    // a task or a turn has ended
+    int waiting_ VO_GUARDED_BY(mutex_) = 0;  // for that
+    // Changed under the mutex, read without it: each stamp asks for the time.
+    std::atomic<Duration> wallStart_;
+    std::atomic<Duration> uptime_{Duration::zero()};
     DueQueue<OwnedTask> queue_ VO_GUARDED_BY(mutex_);
     std::size_t tasksAtInstant_ VO_GUARDED_BY(mutex_) = 0;
     std::thread::id advancer_ VO_GUARDED_BY(mutex_);
@@ -107,21 +99,20 @@ std::optional<Duration> VirtualClock::Impl::untilNextTask() const
     const Lock<Mutex> lock(mutex_);
     if (queue_.empty())
         return std::nullopt;
-    return queue_.nextDue() - uptime_;
+    return queue_.nextDue() - uptime();
 }
 
 void VirtualClock::Impl::advance(Duration duration)
 {
     const Turn turn(*this);
     const Duration target = dueAt(uptime(), duration);
-    while (auto due = beginTask(target)) {
+    while (auto due = nextTask(target)) {
         try {
             due->task();
         } catch (...) {
             logCurrentException("Executor", due->owner->name);
         }
         due.reset();  // what the task holds is gone before those who wait for it go on
-        endTask();
     }
 }
 
@@ -131,8 +122,10 @@ void VirtualClock::Impl::beginTurn()
     const Lock<Mutex> lock(mutex_);
     if (advancer_ == self)
         throw std::logic_error("VirtualClock: advanced from one of its own tasks");
+    ++waiting_;
     while (advancer_ != std::thread::id())
         changed_.wait(mutex_);
+    --waiting_;
     advancer_ = self;
     tasksAtInstant_ = 0;
 }
@@ -141,19 +134,24 @@ void VirtualClock::Impl::endTurn()
 {
     const Lock<Mutex> lock(mutex_);
     advancer_ = std::thread::id();
-    changed_.notify_all();
+    running_.reset();  // when a turn ends by an exception
+    if (waiting_ > 0)
+        changed_.notify_all();
 }
 
-// The next task that is due until `target`, and the clock at its due time; none when all have run,
-// and the clock at the target.
-std::optional<OwnedTask> VirtualClock::Impl::beginTask(Duration target)
+// Ends the task before, if any. The next task that is due until `target`, and the clock at its due
+// time; none when all have run, and the clock at the target.
+std::optional<OwnedTask> VirtualClock::Impl::nextTask(Duration target)
 {
     const Lock<Mutex> lock(mutex_);
+    if (running_ && running_->closed)
+        changed_.notify_all();
+    running_.reset();
     if (queue_.empty() || queue_.nextDue() > target) {
         uptime_ = target;
         return std::nullopt;
     }
-    if (queue_.nextDue() > uptime_) {
+    if (queue_.nextDue() > uptime()) {
         uptime_ = queue_.nextDue();
         tasksAtInstant_ = 0;
     }
@@ -164,14 +162,6 @@ std::optional<OwnedTask> VirtualClock::Impl::beginTask(Duration target)
     OwnedTask due = queue_.pop();
     running_ = due.owner;
     return due;
-}
-
-void VirtualClock::Impl::endTask()
-{
-    const Lock<Mutex> lock(mutex_);
-    if (running_->closed)
-        changed_.notify_all();
-    running_.reset();
 }
 
 void VirtualClock::Impl::dropAll()
@@ -187,7 +177,10 @@ Executor::TaskId VirtualClock::Impl::post(const std::shared_ptr<Owner>& owner, E
     const Lock<Mutex> lock(mutex_);
     if (owner->closed)
         return 0;
-    return queue_.push(dueAt(uptime_, delay), OwnedTask{owner, std::move(task)});
+    OwnedTask owned{owner, std::move(task)};
+    if (delay <= Duration::zero())
+        return queue_.pushNow(uptime_, std::move(owned));
+    return queue_.pushLater(dueAt(uptime_, delay), std::move(owned));
 }
 
 bool VirtualClock::Impl::cancel(const Owner& owner, Executor::TaskId id)

@@ -4,6 +4,7 @@
 
 #include "platform/conditions/ConditionChecker.h"
 #include "platform/conditions/ConditionParser.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/Testing.h"
 #include "tests/support/VirtualPlatform.h"
 
@@ -216,6 +217,60 @@ TEST_F(CheckerTest, PersistentValuesAreOfTheLatestHandledChange)
     platform.runPending();
     EXPECT_THAT(checker.getPersistentValues(),
                 ElementsAre(Pair("A", Pair(stamp + kSecond, KRValue(2))), unknown));
+}
+
+TEST_F(CheckerTest, AChangeThatFiresNothingAllocatesNothing)
+{
+    const std::string keys[] = {"A", "B", "C"};
+    for (const std::string& key : keys)
+        add("'" + key + "'==\"Low\" && !'Asleep'");
+    memory.raiseEvent("Asleep", true);
+    start();
+    checker.setCallback([](ConditionChecker::Hits) { ADD_FAILURE() << "something fired"; });
+    const auto change = [&](int rounds) {
+        for (int i = 0; i < rounds; ++i) {
+            for (const std::string& key : keys)
+                memory.raiseEvent(key, KRValue(i % 2 ? "Low" : "High"));
+            if (i % 2)
+                platform.runPending();
+        }
+    };
+    change(2 * KRMemory::kMaxHistory);
+    const std::size_t before = allocationsOfThisThread();
+    change(1000);
+    EXPECT_EQ(allocationsOfThisThread(), before);
+}
+
+TEST_F(CheckerTest, SharedPersistentValuesAreTheHoldersAlone)
+{
+    for (const char* key : {"A", "B"})
+        add("'" + std::string(key) + "'");
+    start();
+    std::vector<std::shared_ptr<const PersistentValues>> held;
+    std::vector<PersistentValues> expected;
+    for (int i = 0; i < 600; ++i) {
+        if (i == 300)
+            add("'C'");
+        if (i == 400)
+            checker.removeCondition(2);
+        memory.raiseEvent(i % 3 ? "A" : "B", i);
+        platform.runPending();
+        // Some are held for long, most are let go, and once in a while many changes are missed.
+        if (i % 50 > 30 || i > 560)
+            continue;
+        held.push_back(checker.sharePersistentValues());
+        expected.push_back(checker.getPersistentValues());
+        ASSERT_EQ(*held.back(), expected.back()) << i;
+        if (i % 7)
+            held.pop_back(), expected.pop_back();
+    }
+    for (int i = 0; i < 400; ++i)
+        memory.raiseEvent("A", -i);
+    platform.runPending();
+    held.push_back(checker.sharePersistentValues());
+    expected.push_back(checker.getPersistentValues());
+    for (std::size_t i = 0; i < held.size(); ++i)
+        EXPECT_EQ(*held[i], expected[i]) << "altered while it was held";
 }
 
 TEST_F(CheckerTest, ACallbackMayUseTheCheckerAndMayThrow)

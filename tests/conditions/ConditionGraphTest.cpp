@@ -153,7 +153,7 @@ TEST(ConditionGraph, AgreesWithAPlainEvaluatorAndLeavesNothingBehind)
         if (step % 10 == 0) {
             Condition added{random.text(3), {}, false};
             added.expression = parseCondition(added.text);
-            for (const KRMemory::Watch& watch : graph.add(step, added.expression)) {
+            for (const KRMemory::Watch& watch : graph.add(step, added.text)) {
                 tags[watch.key] = watch.tag;
                 graph.set(watch.tag, memory[watch.key], {});
             }
@@ -195,10 +195,10 @@ TEST(ConditionGraph, WhatMeansTheSameIsOneNode)
     for (const char* same :
          {"'A' == 1 && 'B'", "'B' && 1.0 == 'A'", "!(!'B' || 'A' != true)",
           "('B' && 'A' == 1) == true", "('A' == 1 && 'B' && true || false) > 0"}) {
-        graph.add(++id, parseCondition(same));
+        graph.add(++id, same);
         EXPECT_EQ(graph.size(), 3U) << same;
     }
-    graph.add(++id, parseCondition("'A' == 1 || true"));
+    graph.add(++id, "'A' == 1 || true");
     EXPECT_TRUE(graph.isTrue(id));
 }
 
@@ -208,7 +208,7 @@ TEST(ConditionGraph, TheDeepestConditionThatParsesIsHandled)
     for (std::size_t i = 0; i < kMaxConditionDepth; ++i)
         text = "('B'||'C'&&'D'==" + text + "<2)";
     ConditionGraph graph;
-    for (const KRMemory::Watch& watch : graph.add(1, parseCondition(text)))
+    for (const KRMemory::Watch& watch : graph.add(1, text))
         graph.set(watch.tag, KRValue(watch.key == "C" || watch.key == "D"), {});
     EXPECT_TRUE(graph.isTrue(1));
     graph.remove(1);

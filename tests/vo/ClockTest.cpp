@@ -108,10 +108,12 @@ TEST_P(ExecutorTest, close_drops_what_waits_and_waits_for_what_runs)
         dropped.get_future().get();
         ended = true;
     });
-    // Its last holder is the queue: when close() drops it, the running task may end.
-    executor->post([signal = std::shared_ptr<void>(nullptr, [&](void*) { dropped.set_value(); })] {
-        FAIL() << "dropped";
-    });
+    // Their last holder is the queue: when close() drops them all, the running task may end.
+    constexpr int kTasks = 1000;
+    std::shared_ptr<void> signal(nullptr, [&](void*) { dropped.set_value(); });
+    for (int i = 0; i < kTasks; ++i)
+        executor->post([signal] { FAIL() << "dropped"; });
+    signal.reset();
     const auto passing = letTimePass();
     begun.get_future().get();
     EXPECT_FALSE(executor->isCurrent());
