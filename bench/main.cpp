@@ -1,0 +1,33 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+
+#include "bench/Rows.h"
+#include "platform/vo/Log.h"
+
+int main(int argc, char** argv)
+{
+    CLI::App app("Measures the engine against what a user would pick instead.");
+    std::string only;
+    app.add_option("--only", only, "Measure only the rows that this regular expression finds");
+    CLI11_PARSE(app, argc, argv);
+#ifndef NDEBUG
+    std::fputs("warning: this build is not optimised, its numbers mean nothing\n", stderr);
+#endif
+    vo::setLogLevel(vo::LogLevel::error);
+
+    bench::Table table(only);
+    table.printHead();
+    for (const auto measure :
+         {bench::measureOneChange, bench::measureWideKeys, bench::measureHandOver,
+          bench::measureBursts, bench::measureLoading, bench::measureHost})
+        measure(table);
+
+    if (table.missed().empty()) {
+        std::printf("\nAll %zu rows are reached.\n", table.judged());
+        return 0;
+    }
+    std::printf("\n%zu of %zu rows are not reached:\n", table.missed().size(), table.judged());
+    for (const std::string& row : table.missed())
+        std::printf("  %s\n", row.c_str());
+    return 1;
+}
