@@ -81,7 +81,7 @@ void HandWrittenEngine::evaluate(Key& key, KR::ConditionChecker::Hits& hits)
 {
     for (Rule& rule : key.rules) {
         const bool truth =
-            key.value.isString() && key.value.toString() == "Low" && !asleep_->value.isTrue();
+            key.value.isString() && key.value.toText() == "Low" && !asleep_->value.isTrue();
         if (truth && !rule.truth)
             hits.emplace_back(rule.id, true);
         rule.truth = truth;

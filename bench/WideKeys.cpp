@@ -147,7 +147,7 @@ double nanosecondsByNativeCode()
     for (const Write& write : kFiveWrites)
         slots[write.slot] = write.value;
     const auto isText = [](const KR::KRValue& value, const char* text) {
-        return value.isString() && value.toString() == text;
+        return value.isString() && value.toText() == text;
     };
     const auto isTrue = [&] {
         return !isText(slots[0], "disabled") &&

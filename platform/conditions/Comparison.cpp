@@ -68,7 +68,7 @@ Order compare(const KRValue& a, const KRValue& b)
     if (isNumeric(a) && isNumeric(b))
         return orderOfNumbers(a, b);
     if (a.isString() && b.isString())
-        return orderOf(a.toString().compare(b.toString()), 0);
+        return orderOf(a.toText().compare(b.toText()), 0);
     bool same = false;
     if (a.isArray() && b.isArray())
         same = std::equal(a.toArray().begin(), a.toArray().end(), b.toArray().begin(),
@@ -103,7 +103,7 @@ bool holds(Expression::Kind comparison, const KRValue& a, const KRValue& b)
 {
     // The most frequent of all.
     if (comparison == Expression::Kind::equal && b.isString())
-        return a.isString() && a.toString() == b.toString();
+        return a.isString() && a.toText() == b.toText();
     return holds(comparison, compare(a, b));
 }
 

@@ -1,5 +1,6 @@
 #include "platform/kr/KRValue.h"
 
+#include <atomic>
 #include <cmath>
 #include <limits>
 #include <nlohmann/json.hpp>
@@ -56,12 +57,76 @@ std::string displayArray(const KRValue::Array& elements)
 
 }  // namespace
 
+// Values with long content point to one of these. The number of owners comes first in all, so that
+// it is found without knowing of what they are.
+template <class T>
+struct KRValue::Shared {
+    explicit Shared(T v) : content(std::move(v)) {}
+    std::atomic<std::size_t> owners{1};
+    const T content;
+};
+
+template <class T>
+KRValue::Data KRValue::share(Type type, T&& content)
+{
+    return {type, new Shared<std::decay_t<T>>(std::forward<T>(content)), Data::kShared};
+}
+
+KRValue::KRValue(const char* v)
+{
+    const std::string_view text(v);
+    data_ =
+        text.size() <= Data::kMaxShortText ? Data(text) : share(Type::string, std::string(text));
+}
+
+KRValue::KRValue(const std::string& v)
+    : data_(v.size() <= Data::kMaxShortText ? Data(v) : share(Type::string, std::string(v)))
+{
+}
+
+KRValue::KRValue(std::string&& v)
+    : data_(v.size() <= Data::kMaxShortText ? Data(v) : share(Type::string, std::move(v)))
+{
+}
+
+KRValue::KRValue(Array v) : data_(share(Type::array, std::move(v))) {}
+
+KRValue::KRValue(Binary v) : data_(share(Type::binary, std::move(v))) {}
+
+template <class T>
+const T& KRValue::shared() const
+{
+    return data_.get<const Shared<T>*>()->content;
+}
+
+void KRValue::addOwner() const
+{
+    static_assert(offsetof(Shared<std::string>, owners) == 0);
+    data_.get<std::atomic<std::size_t>*>()->fetch_add(1, std::memory_order_relaxed);
+}
+
+template <class T>
+void KRValue::release() const
+{
+    auto* const mine = data_.get<Shared<T>*>();
+    if (mine->owners.fetch_sub(1, std::memory_order_acq_rel) == 1)
+        delete mine;
+}
+
+void KRValue::removeOwner() const
+{
+    if (isString())
+        release<std::string>();
+    else if (isArray())
+        release<Array>();
+    else
+        release<Binary>();
+}
+
 bool KRValue::toBool() const
 {
-    if (const auto* v = std::get_if<bool>(&data_))
-        return *v;
-    if (const auto* v = std::get_if<std::int64_t>(&data_))
-        return *v != 0;
+    if (isBool() || isInt())
+        return data_.get<std::int64_t>() != 0;
     mismatch("toBool", Type::boolean, *this);
 }
 
@@ -81,45 +146,48 @@ std::int32_t KRValue::toInt32() const
 
 std::int64_t KRValue::asInt(const char* method) const
 {
-    if (const auto* v = std::get_if<std::int64_t>(&data_))
-        return *v;
-    if (const auto* v = std::get_if<bool>(&data_))
-        return *v ? 1 : 0;
-    if (const auto* v = std::get_if<double>(&data_); v && isWholeInt64(*v))
-        return static_cast<std::int64_t>(*v);
+    if (isInt() || isBool())
+        return data_.get<std::int64_t>();
+    if (isFloat() && isWholeInt64(data_.get<double>()))
+        return static_cast<std::int64_t>(data_.get<double>());
     mismatch(method, Type::integer, *this);
 }
 
 double KRValue::toFloat() const
 {
-    if (const auto* v = std::get_if<double>(&data_))
-        return *v;
-    if (const auto* v = std::get_if<std::int64_t>(&data_))
-        return static_cast<double>(*v);
-    if (const auto* v = std::get_if<bool>(&data_))
-        return *v ? 1.0 : 0.0;
+    if (isFloat())
+        return data_.get<double>();
+    if (isInt() || isBool())
+        return static_cast<double>(data_.get<std::int64_t>());
     mismatch("toFloat", Type::real, *this);
 }
 
-const std::string& KRValue::toString() const
+std::string KRValue::toString() const
 {
-    if (const auto* v = std::get_if<std::string>(&data_))
-        return *v;
-    mismatch("toString", Type::string, *this);
+    if (!isString())
+        mismatch("toString", Type::string, *this);
+    return std::string(toText());
+}
+
+std::string_view KRValue::longText() const
+{
+    if (!isString())
+        mismatch("toText", Type::string, *this);
+    return shared<std::string>();
 }
 
 const KRValue::Array& KRValue::toArray() const
 {
-    if (const auto* v = std::get_if<std::shared_ptr<const Array>>(&data_))
-        return **v;
-    mismatch("toArray", Type::array, *this);
+    if (!isArray())
+        mismatch("toArray", Type::array, *this);
+    return shared<Array>();
 }
 
 const KRValue::Binary& KRValue::toBinary() const
 {
-    if (const auto* v = std::get_if<std::shared_ptr<const Binary>>(&data_))
-        return **v;
-    mismatch("toBinary", Type::binary, *this);
+    if (!isBinary())
+        mismatch("toBinary", Type::binary, *this);
+    return shared<Binary>();
 }
 
 std::size_t KRValue::getSize() const
@@ -140,36 +208,41 @@ const KRValue& KRValue::operator[](std::size_t index) const
     return elements[index];
 }
 
-bool KRValue::isTrue() const
+/// Of a float, and of what is held elsewhere.
+bool KRValue::isTrueOtherwise() const
 {
     switch (getType()) {
-        case Type::invalid:
-            return false;
-        case Type::boolean:
-            return std::get<bool>(data_);
-        case Type::integer:
-            return std::get<std::int64_t>(data_) != 0;
         case Type::real: {
-            const double v = std::get<double>(data_);
+            const auto v = data_.get<double>();
             return v != 0.0 && !std::isnan(v);
         }
         case Type::string:
-            return !std::get<std::string>(data_).empty();
+            return !toText().empty();
         case Type::array:
             return !toArray().empty();
         case Type::binary:
             return !toBinary().empty();
+        default:
+            return false;
     }
-    return false;
 }
 
 bool operator==(const KRValue& a, const KRValue& b)
 {
-    if (a.isArray() && b.isArray())
-        return a.toArray() == b.toArray();
-    if (a.isBinary() && b.isBinary())
-        return a.toBinary() == b.toBinary();
-    return a.data_ == b.data_;
+    if (a.getType() != b.getType())
+        return false;
+    switch (a.getType()) {
+        case KRValue::Type::real:
+            return a.toFloat() == b.toFloat();
+        case KRValue::Type::string:
+            return a.toText() == b.toText();
+        case KRValue::Type::array:
+            return a.toArray() == b.toArray();
+        case KRValue::Type::binary:
+            return a.toBinary() == b.toBinary();
+        default:
+            return a.data_.get<std::int64_t>() == b.data_.get<std::int64_t>();
+    }
 }
 
 std::string KRValue::toDisplayString() const
@@ -178,13 +251,13 @@ std::string KRValue::toDisplayString() const
         case Type::invalid:
             return "none";
         case Type::boolean:
-            return std::get<bool>(data_) ? "true" : "false";
+            return toBool() ? "true" : "false";
         case Type::integer:
-            return std::to_string(std::get<std::int64_t>(data_));
+            return std::to_string(toInt());
         case Type::real:
-            return displayFloat(std::get<double>(data_));
+            return displayFloat(toFloat());
         case Type::string:
-            return displayString(std::get<std::string>(data_));
+            return displayString(toString());
         case Type::array:
             return displayArray(toArray());
         case Type::binary:
