@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
 #include <mutex>
 #include <shared_mutex>
 
@@ -31,8 +33,7 @@
 
 namespace vo {
 
-/// A non-recursive mutex. Meets the standard's Lockable requirements, so it also works with
-/// std::condition_variable_any.
+/// A non-recursive mutex. Meets the standard's Lockable requirements.
 class VO_CAPABILITY("mutex") Mutex {
 public:
     void lock() VO_ACQUIRE() { mutex_.lock(); }
@@ -40,7 +41,32 @@ public:
     bool try_lock() VO_TRY_ACQUIRE(true) { return mutex_.try_lock(); }
 
 private:
+    friend class Condition;
+
     std::mutex mutex_;
+};
+
+/// What threads wait for that hold a Mutex: std::condition_variable, which costs neither the memory
+/// nor the second lock of std::condition_variable_any. A wait may end for no reason.
+class Condition {
+public:
+    void wait(Mutex& mutex) VO_REQUIRES(mutex)
+    {
+        std::unique_lock<std::mutex> lock(mutex.mutex_, std::adopt_lock);
+        woken_.wait(lock);
+        lock.release();
+    }
+    void waitUntil(Mutex& mutex, std::chrono::steady_clock::time_point end) VO_REQUIRES(mutex)
+    {
+        std::unique_lock<std::mutex> lock(mutex.mutex_, std::adopt_lock);
+        woken_.wait_until(lock, end);
+        lock.release();
+    }
+    void notifyOne() { woken_.notify_one(); }
+    void notifyAll() { woken_.notify_all(); }
+
+private:
+    std::condition_variable woken_;
 };
 
 /// A reader/writer mutex.

@@ -1,0 +1,51 @@
+#include "platform/vo/OwnThread.h"
+
+#include <optional>
+#include <pthread.h>
+#include <utility>
+
+namespace vo {
+
+namespace {
+
+/// Longest thread name that the system takes.
+constexpr std::size_t kThreadNameLength = 15;
+
+}  // namespace
+
+void OwnThread::work()
+{
+    pthread_setname_np(pthread_self(), name_.substr(0, kThreadNameLength).c_str());
+    while (auto task = nextTask())
+        run(*std::move(task));
+}
+
+/// Waits for it; none once it is closed.
+std::optional<Executor::Task> OwnThread::nextTask()
+{
+    const Lock<Mutex> lock(mutex_);
+    endTask();
+    while (!closed_) {
+        if (isDue())
+            return beginTask();
+        if (queue_.empty()) {
+            asleepUntil_ = Duration::max();
+            woken_.wait(mutex_);
+        } else {
+            asleepUntil_ = nextWake();
+            woken_.waitUntil(mutex_, start_ + asleepUntil_);
+        }
+        asleepUntil_ = kAwake;
+    }
+    return std::nullopt;
+}
+
+bool OwnThread::needsWake(Duration due)
+{
+    if (due >= asleepUntil_)
+        return false;
+    asleepUntil_ = kAwake;
+    return true;
+}
+
+}  // namespace vo
