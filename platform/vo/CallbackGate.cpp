@@ -38,7 +38,7 @@ void CallbackGate::leave()
         return;
     if (!contains(running_, self))
         closers_.erase(std::remove(closers_.begin(), closers_.end(), self), closers_.end());
-    changed_.notify_all();
+    changed_.notifyAll();
 }
 
 bool CallbackGate::close()
@@ -49,7 +49,7 @@ bool CallbackGate::close()
     const bool inside = contains(running_, self);
     if (inside) {
         closers_.push_back(self);
-        changed_.notify_all();
+        changed_.notifyAll();
     }
     while (!mayGoOn(inside))
         changed_.wait(mutex_);

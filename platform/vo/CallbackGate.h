@@ -1,6 +1,5 @@
 #pragma once
 
-#include <condition_variable>
 #include <thread>
 #include <vector>
 
@@ -55,7 +54,7 @@ private:
     bool mayGoOn(bool inside) const VO_REQUIRES(mutex_);
 
     mutable Mutex mutex_;
-    std::condition_variable_any changed_;
+    Condition changed_;
     bool closed_ VO_GUARDED_BY(mutex_) = false;
     std::vector<std::thread::id> running_ VO_GUARDED_BY(mutex_);  ///< one entry a pass
     std::vector<std::thread::id> closers_ VO_GUARDED_BY(mutex_);  ///< those who closed from inside

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <exception>
 #include <functional>
@@ -78,7 +77,7 @@ private:
 
     struct State {
         mutable Mutex mutex;
-        std::condition_variable_any ended;
+        Condition ended;
         Result result VO_GUARDED_BY(mutex);  ///< final once it is not kRunning
         std::vector<Callback> callbacks VO_GUARDED_BY(mutex);
         std::function<bool()> canceler VO_GUARDED_BY(mutex);

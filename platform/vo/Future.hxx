@@ -174,7 +174,7 @@ bool Promise<T>::finish(V&&... value) const
         shared.result.template emplace<I>(std::move(ending));
         callbacks.swap(shared.callbacks);
         canceler.swap(shared.canceler);
-        shared.ended.notify_all();
+        shared.ended.notifyAll();
     }
     for (const auto& callback : callbacks)
         Future<T>::call(callback, future);

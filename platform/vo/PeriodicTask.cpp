@@ -1,6 +1,5 @@
 #include "platform/vo/PeriodicTask.h"
 
-#include <condition_variable>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -37,7 +36,7 @@ private:
 
     // Held while a clock's or an executor's is taken, never the other way round.
     mutable Mutex mutex_;
-    std::condition_variable_any runEnded_;
+    Condition runEnded_;
     std::string name_ VO_GUARDED_BY(mutex_) = "unnamed";
     Callback callback_ VO_GUARDED_BY(mutex_);  // shared with its run, which may replace it
     Duration period_ VO_GUARDED_BY(mutex_){0};
@@ -148,7 +147,7 @@ void PeriodicTask::Impl::endRun(std::uint64_t start)
 {
     const Lock<Mutex> lock(mutex_);
     runner_ = std::thread::id();
-    runEnded_.notify_all();
+    runEnded_.notifyAll();
     if (!executor_)
         return;
     if (start != starts_)

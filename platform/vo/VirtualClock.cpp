@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -83,7 +82,7 @@ private:
 
     // No other lock is taken while this one is held.
     mutable Mutex mutex_;
-    std::condition_variable_any changed_;    // a task or a turn has ended
+    Condition changed_;                      // a task or a turn has ended
     int waiting_ VO_GUARDED_BY(mutex_) = 0;  // for that
     // Changed under the mutex, read without it: each stamp asks for the time.
     std::atomic<Duration> wallStart_;
@@ -136,7 +135,7 @@ void VirtualClock::Impl::endTurn()
     advancer_ = std::thread::id();
     running_.reset();  // when a turn ends by an exception
     if (waiting_ > 0)
-        changed_.notify_all();
+        changed_.notifyAll();
 }
 
 // Ends the task before, if any. The next task that is due until `target`, and the clock at its due
@@ -145,7 +144,7 @@ std::optional<OwnedTask> VirtualClock::Impl::nextTask(Duration target)
 {
     const Lock<Mutex> lock(mutex_);
     if (running_ && running_->closed)
-        changed_.notify_all();
+        changed_.notifyAll();
     running_.reset();
     if (queue_.empty() || queue_.nextDue() > target) {
         uptime_ = target;
