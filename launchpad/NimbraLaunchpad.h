@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "launchpad/ActionCopies.h"
 #include "launchpad/AutonomousAction.h"
 #include "launchpad/NimbraLaunchpadResponder.h"
 #include "platform/conditions/ConditionChecker.h"
@@ -147,9 +148,9 @@ private:
     void _registerActionCondition(const unsigned& id) VO_REQUIRES(actionMutex_);
     bool _unregisterActionCondition(const unsigned& id) VO_REQUIRES(actionMutex_);
     void _conditionHit(ConditionChecker::Hits hits) VO_EXCLUDES(actionMutex_);
-    std::list<AutonomousAction> _actionsOfHits(const ConditionChecker::Hits& hits) const
+    std::list<AutonomousAction> _actionsOfHits(const ConditionChecker::Hits& hits)
         VO_REQUIRES_SHARED(actionMutex_);
-    void _postActions(std::list<AutonomousAction> actions) const;
+    void _postActions(std::list<AutonomousAction> actions);
 
     void _startConditionChecker();
     void _stopConditionChecker();
@@ -197,6 +198,7 @@ private:
     const std::shared_ptr<vo::CallbackGate> responderGate_ = std::make_shared<vo::CallbackGate>();
 
     // Synchronised by themselves. The flag says that the configuration controls the dialog.
+    ActionCopies copies_;
     std::atomic<bool> configControlsDialog_{false};
 
     /// The plugin lock. Held while plugins start and stop, shared only, and so before their own

@@ -202,8 +202,7 @@ void NimbraLaunchpad::_conditionHit(ConditionChecker::Hits hits)
 }
 
 /// Copies of the actions of those hits that are true, in hit order.
-std::list<AutonomousAction> NimbraLaunchpad::_actionsOfHits(
-    const ConditionChecker::Hits& hits) const
+std::list<AutonomousAction> NimbraLaunchpad::_actionsOfHits(const ConditionChecker::Hits& hits)
 {
     std::list<AutonomousAction> actions;
     for (const auto& [conditionId, value] : hits) {
@@ -217,28 +216,29 @@ std::list<AutonomousAction> NimbraLaunchpad::_actionsOfHits(
         if (action == actions_.end())
             kLog.error("_conditionHit", "Got a mapped action that does not exist.");
         else
-            actions.push_back(action->second);
+            copies_.append(action->second, actions);
     }
     return actions;
 }
 
 /// Hands actions over to the event loop. The responder runs there, with copies and no lock, so the
 /// checker never waits for the host.
-void NimbraLaunchpad::_postActions(std::list<AutonomousAction> actions) const
+void NimbraLaunchpad::_postActions(std::list<AutonomousAction> actions)
 {
     vo::getEventLoop()->async(
-        [gate = responderGate_, responder = responder_, actions = std::move(actions),
-         values = conditionChecker_.sharePersistentValues()] {
+        [this, gate = responderGate_, actions = std::move(actions),
+         values = conditionChecker_.sharePersistentValues()]() mutable {
             const vo::CallbackGate::Pass pass(*gate);
             if (!pass)
                 return;
             try {
-                responder->processActions(actions, *values);
+                responder_->processActions(actions, *values);
             } catch (const std::exception& e) {
                 kLog.error("processActions", std::string("The responder failed: ") + e.what());
             } catch (...) {
                 kLog.error("processActions", "The responder failed with an unknown error.");
             }
+            copies_.giveBack(std::move(actions));
         },
         0);
 }

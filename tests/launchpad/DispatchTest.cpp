@@ -66,6 +66,28 @@ TEST_F(LaunchpadTest, hits_reachTheResponderInOrderOnTheEventLoop)
     EXPECT_EQ(responder.calls.size(), 3U) << "what is queued goes with the launchpad";
 }
 
+TEST_F(LaunchpadTest, copiesAreLentAgainForNoActionButTheirOwn)
+{
+    for (const std::string round : {"1", "2"}) {
+        const unsigned a = access.add("a" + round, "'K'");
+        const unsigned b = access.add("b" + round, "'K'");
+        responder.calls.clear();
+        for (int i = 0; i < 1000; ++i) {  // more than are kept
+            access.hit({{b, true}, {a, true}, {b, true}});
+            if (i % 2)
+                platform.runPending();
+        }
+        platform.runPending();
+        EXPECT_EQ(responder.calls.size(), 1000U);
+        EXPECT_THAT(responder.calls,
+                    testing::Each(ElementsAre("b" + round, "a" + round, "b" + round)));
+        for (int i = 0; i < 1000; ++i)
+            access.hit({{b, true}, {a, true}});
+        platform.runPending();
+        access.removeAll("");
+    }
+}
+
 TEST_F(LaunchpadTest, monitoring_reportsEachActionInItsManner)
 {
     access.add("while", "'K' == 1", 0x1 | 0x2);
