@@ -51,11 +51,12 @@ public:
         return medianLatency([this](int, std::promise<Steady::time_point>& arrived) {
             arrived_ = &arrived;
             low_ = !low_;
-            launchpad_.memory().raiseEvent(LiveLaunchpad::trigger(0), low_ ? kLow : kHigh);
+            launchpad_.memory().raiseEvent(trigger_, low_ ? kLow : kHigh);
         });
     }
 
 private:
+    const std::string trigger_ = LiveLaunchpad::trigger(0);
     const KR::KRValue kLow{"Low"};
     const KR::KRValue kHigh{"High"};
     bool low_ = false;
