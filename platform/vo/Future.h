@@ -75,11 +75,25 @@ private:
     static constexpr std::size_t kError = 2;
     static constexpr std::size_t kCanceled = 3;
 
-    struct State {
-        mutable Mutex mutex;
+    /// Who is to be told of the end.
+    struct Followers {
         Condition ended;
+        std::vector<Callback> callbacks;
+    };
+
+    /// Small, because most futures are dropped at once, and then ended on another thread: what that
+    /// one frees is to be of the sizes for which the allocator needs no lock.
+    struct State {
+        Followers& followed() VO_REQUIRES(mutex)
+        {
+            if (!followers)
+                followers = std::make_unique<Followers>();
+            return *followers;
+        }
+
+        mutable Mutex mutex;
         Result result VO_GUARDED_BY(mutex);  ///< final once it is not kRunning
-        std::vector<Callback> callbacks VO_GUARDED_BY(mutex);
+        std::unique_ptr<Followers> followers VO_GUARDED_BY(mutex);
         std::function<bool()> canceler VO_GUARDED_BY(mutex);
     };
 

@@ -36,7 +36,7 @@ void Future<T>::wait() const
     State& shared = state();
     const Lock<Mutex> lock(shared.mutex);
     while (shared.result.index() == kRunning)
-        shared.ended.wait(shared.mutex);
+        shared.followed().ended.wait(shared.mutex);
 }
 
 template <class T>
@@ -86,7 +86,7 @@ void Future<T>::then(Callback callback) const
     {
         const Lock<Mutex> lock(shared.mutex);
         if (shared.result.index() == kRunning) {
-            shared.callbacks.push_back(std::move(callback));
+            shared.followed().callbacks.push_back(std::move(callback));
             return;
         }
     }
@@ -172,9 +172,11 @@ bool Promise<T>::finish(V&&... value) const
         if (shared.result.index() != Future<T>::kRunning)
             return false;
         shared.result.template emplace<I>(std::move(ending));
-        callbacks.swap(shared.callbacks);
         canceler.swap(shared.canceler);
-        shared.ended.notifyAll();
+        if (shared.followers) {
+            callbacks.swap(shared.followers->callbacks);
+            shared.followers->ended.notifyAll();
+        }
     }
     for (const auto& callback : callbacks)
         Future<T>::call(callback, future);
