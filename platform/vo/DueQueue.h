@@ -64,6 +64,14 @@ public:
         return isLineFirst() ? line_[first_].due : later_.begin()->first.first;
     }
 
+    /// True when the first item is due by then, which `now()` is asked for only when that matters:
+    /// those in the line were due when they came.
+    template <class Now>
+    bool isDue(Now now) const
+    {
+        return isLineFirst() || (!later_.empty() && later_.begin()->first.first <= now());
+    }
+
     /// Takes out the first item; only for a queue that is not empty.
     Item pop() { return isLineFirst() ? takeFromLine(first_) : takeLater(later_.begin()); }
 
@@ -117,7 +125,7 @@ private:
         std::optional<Item> item;
     };
 
-    /// Only for a queue that is not empty.
+    /// True when the first item, if any, is in the line.
     bool isLineFirst() const
     {
         if (waiting_ == 0 || later_.empty())

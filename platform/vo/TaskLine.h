@@ -40,7 +40,7 @@ protected:
 
     bool isDue() const VO_REQUIRES(mutex_)
     {
-        return !queue_.empty() && queue_.nextDue() <= uptime();
+        return queue_.isDue([this] { return uptime(); });
     }
     /// Takes out the first task, which the calling thread is to run.
     Executor::Task beginTask() VO_REQUIRES(mutex_);
