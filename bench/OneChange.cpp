@@ -14,7 +14,7 @@ constexpr int kTurns = 9;
 constexpr std::size_t kChanges = 40'000;
 /// Enough for every key of the larger workloads to have a whole history, as on a robot that has
 /// been running for a while.
-constexpr std::size_t kHistory = 100;
+constexpr std::size_t kHistory = KR::KRMemory::kMaxHistory;
 
 /// Changes every key until no buffer grows any more.
 void warmUp(OurPairEngine& engine, const Pairs& pairs)

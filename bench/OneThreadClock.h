@@ -10,19 +10,14 @@
 
 namespace bench {
 
-/// The machine's time, and executors whose tasks wait until somebody has them run: what the
+/// The real clock's time, and executors whose tasks wait until somebody has them run: what the
 /// platform does without any hand-off between threads. For one thread; tasks with a delay are
 /// dropped.
 class OneThreadClock : public vo::Clock {
 public:
-    vo::TimePoint now() const override
-    {
-        return std::chrono::floor<vo::Duration>(std::chrono::system_clock::now());
-    }
-    vo::Duration uptime() const override
-    {
-        return std::chrono::floor<vo::Duration>(std::chrono::steady_clock::now() - start_);
-    }
+    vo::TimePoint now() const override { return real_->now(); }
+    vo::Duration uptime() const override { return real_->uptime(); }
+    vo::Duration roughUptime() const override { return real_->roughUptime(); }
     std::shared_ptr<vo::Executor> makeExecutor(const std::string&, Threading) override
     {
         return std::make_shared<Waiting>(tasks_);
@@ -37,11 +32,12 @@ public:
     /// Runs what was posted, and what that posts.
     void run()
     {
-        for (std::size_t i = 0; i < tasks_->size(); ++i) {
-            const vo::Executor::Task task = std::move((*tasks_)[i]);
-            task();
+        while (!tasks_->empty()) {
+            running_.swap(*tasks_);
+            for (const vo::Executor::Task& task : running_)
+                task();
+            running_.clear();
         }
-        tasks_->clear();
     }
 
 private:
@@ -65,8 +61,9 @@ private:
         bool closed_ = false;
     };
 
-    const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    const std::shared_ptr<vo::Clock> real_ = vo::makeRealClock();
     const std::shared_ptr<Tasks> tasks_ = std::make_shared<Tasks>();
+    Tasks running_;
 };
 
 }  // namespace bench

@@ -39,7 +39,7 @@ void HandWrittenEngine::setAsleep(bool asleep)
     work();
 }
 
-void HandWrittenEngine::raise(const std::string& name, const KR::KRValue& value)
+void HandWrittenEngine::raise(const std::string& name, const Value& value)
 {
     Key* key = nullptr;
     {
@@ -68,22 +68,22 @@ void HandWrittenEngine::work()
         change.key->value = std::move(change.value);
         if (change.key == asleep_) {
             for (auto& [name, key] : keys_)
-                evaluate(key, hits_);
+                evaluate(key);
         } else {
-            evaluate(*change.key, hits_);
+            evaluate(*change.key);
         }
     }
     if (!hits_.empty())
         fired_ += hits_.size();
 }
 
-void HandWrittenEngine::evaluate(Key& key, KR::ConditionChecker::Hits& hits)
+void HandWrittenEngine::evaluate(Key& key)
 {
     for (Rule& rule : key.rules) {
-        const bool truth =
-            key.value.isString() && key.value.toText() == "Low" && !asleep_->value.isTrue();
+        const auto* text = std::get_if<std::string>(&key.value);
+        const bool truth = text && *text == "Low" && !std::get<bool>(asleep_->value);
         if (truth && !rule.truth)
-            hits.emplace_back(rule.id, true);
+            hits_.emplace_back(rule.id, true);
         rule.truth = truth;
     }
 }

@@ -1,12 +1,14 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <unordered_map>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "bench/OneThreadClock.h"
@@ -58,9 +60,10 @@ private:
     const KR::KRValue high_{"High"};
 };
 
-/// What one would write by hand for just these rules: a mutex, an index from keys to the rules that
-/// read them, conditions in native code, and a queue with a condition variable between the raiser
-/// and the evaluation. No language, no history, no stamps, no snapshot of values.
+/// What one would write by hand for just these rules, without anything of ours: a mutex, an index
+/// from keys to the rules that read them, conditions in native code over variants, and a queue with
+/// a condition variable between the raiser and the evaluation. No language, no history, no stamps,
+/// no snapshot of values.
 class HandWrittenEngine : public PairEngine {
 public:
     explicit HandWrittenEngine(const Pairs& pairs);
@@ -68,32 +71,33 @@ public:
     void setAsleep(bool asleep) override;
 
 private:
+    using Value = std::variant<bool, std::int64_t, double, std::string>;
     struct Rule {
         unsigned id;
         bool truth;
     };
     struct Key {
-        KR::KRValue value;
+        Value value;
         std::vector<Rule> rules;
     };
     struct Change {
         Key* key;
-        KR::KRValue value;
+        Value value;
     };
-    void raise(const std::string& name, const KR::KRValue& value);
+    void raise(const std::string& name, const Value& value);
     void work();
-    void evaluate(Key& key, KR::ConditionChecker::Hits& hits);
+    void evaluate(Key& key);
 
     const Pairs& pairs_;
-    const KR::KRValue low_{"Low"};
-    const KR::KRValue high_{"High"};
+    const Value low_{std::string("Low")};
+    const Value high_{std::string("High")};
     std::mutex mutex_;
     std::unordered_map<std::string, Key> keys_;
     Key* asleep_;
     std::mutex queueMutex_;
     std::condition_variable queued_;
     std::deque<Change> queue_;
-    KR::ConditionChecker::Hits hits_;
+    std::vector<std::pair<unsigned, bool>> hits_;
 };
 
 /// The rule engine of libclips; null where this build has none.

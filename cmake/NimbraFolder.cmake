@@ -16,6 +16,8 @@ function(nimbra_folder target)
     set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF POSITION_INDEPENDENT_CODE ON)
     target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${root}>)
     target_link_libraries(${target} PUBLIC ${arg_USES} ${arg_LINKS} Threads::Threads)
+    # Nobody replaces single functions of our libraries from outside, so they may be inlined.
+    target_compile_options(${target} PRIVATE -fno-semantic-interposition)
     nimbra_warnings(${target})
 endfunction()
 

@@ -63,7 +63,7 @@ bool isEqual(const KRValue& a, const KRValue& b)
 
 Order compare(const KRValue& a, const KRValue& b)
 {
-    if (a.isInt() && b.isInt())
+    if ((a.isInt() || a.isBool()) && (b.isInt() || b.isBool()))
         return orderOf(a.toInt(), b.toInt());
     if (isNumeric(a) && isNumeric(b))
         return orderOfNumbers(a, b);
@@ -97,14 +97,6 @@ bool holds(Expression::Kind comparison, Order order)
         default:
             return false;
     }
-}
-
-bool holds(Expression::Kind comparison, const KRValue& a, const KRValue& b)
-{
-    // The most frequent of all.
-    if (comparison == Expression::Kind::equal && b.isString())
-        return a.isString() && a.toText() == b.toText();
-    return holds(comparison, compare(a, b));
 }
 
 Expression::Kind mirrored(Expression::Kind comparison)

@@ -23,7 +23,13 @@ Order compare(const KRValue& a, const KRValue& b);
 bool holds(Expression::Kind comparison, Order order);
 
 /// Whether `a OP b` is true.
-bool holds(Expression::Kind comparison, const KRValue& a, const KRValue& b);
+inline bool holds(Expression::Kind comparison, const KRValue& a, const KRValue& b)
+{
+    // The most frequent of all.
+    if (comparison == Expression::Kind::equal && b.isString())
+        return a == b;
+    return holds(comparison, compare(a, b));
+}
 
 /// The operator with which `b OP a` says what `a comparison b` says.
 Expression::Kind mirrored(Expression::Kind comparison);

@@ -52,7 +52,7 @@ unsigned ConditionChecker::Impl::addCondition(const std::string& text, ReportMod
     const ConditionGraph::Watches added = graph_.add(id, text);
     lastId_ = id;
     Condition& condition = conditions_.add(id);
-    condition.mode = static_cast<std::uint8_t>(mode);
+    condition.mode = static_cast<std::uint8_t>(std::min(mode, ReportNever) & 7U);
     condition.now = graph_.isTrue(id);
     condition.own = own != nullptr;
     if (own)
@@ -163,12 +163,15 @@ std::shared_ptr<ConditionChecker::Impl::Run> ConditionChecker::Impl::endRun()
 ConditionChecker::Hits ConditionChecker::Impl::checkConditions(bool report)
 {
     Report moment;
+    Hits hits;
     {
         const vo::Lock lock(mutex_);
         memory();  // refuses a checker that is not connected
         if (run_) {
             takeChanges(*run_);
-            for (Report queued; handleNext(*run_, queued); queued = Report()) {
+            while (run_->next < run_->line.size()) {
+                Report queued;
+                handleNext(*run_, queued);
                 if (queued.empty())
                     continue;
                 address(queued);
@@ -180,15 +183,17 @@ ConditionChecker::Hits ConditionChecker::Impl::checkConditions(bool report)
             setAll(watches, readMemory(watches));
         }
         evaluateAll(true, moment);
+        hits = moment.hits;
+        for (const Report::Own& own : moment.own)
+            hits.push_back(own.hit);
         address(moment);
+        if (report)
+            beginDelivery(moment);
     }
-    Hits hits = moment.hits;
-    for (const Report::Own& own : moment.own)
-        hits.push_back(own.hit);
-    std::sort(hits.begin(), hits.end(),
-              [](const Hit& a, const Hit& b) { return a.first < b.first; });
     if (report)
         deliver(moment);
+    std::sort(hits.begin(), hits.end(),
+              [](const Hit& a, const Hit& b) { return a.first < b.first; });
     return hits;
 }
 
@@ -230,7 +235,10 @@ void ConditionChecker::Impl::exit()
     const vo::Lock lock(mutex_);
     callback.swap(callback_);
     callbacks.swap(callbacks_);
-    conditions_.forEach([this](unsigned id, const Condition&) { graph_.remove(id); });
+    // The latest first, as the graph likes it.
+    for (unsigned id = lastId_; id > 0; --id)
+        if (conditions_.find(id))
+            graph_.remove(id);
     conditions_ = IdTable<Condition>();
     snapshots_.noteKeys();
 }
@@ -258,7 +266,10 @@ void ConditionChecker::Impl::setAll(const ConditionGraph::Watches& watches,
                                     const std::vector<KRMemory::Snapshot>& snapshots)
 {
     for (std::size_t i = 0; i < watches.size(); ++i)
-        apply(watches[i].tag, snapshots[i].value, snapshots[i].time);
+        for (const unsigned id : follow(watches[i].tag, snapshots[i].value, snapshots[i].time)) {
+            Condition& condition = conditions_.at(id);
+            condition.now = !condition.now;
+        }
 }
 
 ConditionChecker::ConditionChecker() : impl_(std::make_unique<Impl>()) {}

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -45,12 +44,15 @@ public:
     void exit();
 
 private:
+    /// One byte, so that those of thousands of conditions stay in the processor's cache.
     struct Condition {
-        std::uint8_t mode = ReportNever;  ///< a ReportMode
-        bool now = false;                 ///< its truth in the graph
-        bool truth = false;               ///< cached: what was made known of it
-        bool followed = false;  ///< of a running checker: its first evaluation's turn has come
-        bool own = false;       ///< has a callback in callbacks_
+        Condition() : mode(ReportNever), now(false), truth(false), followed(false), own(false) {}
+
+        std::uint8_t mode : 3;  ///< a ReportMode
+        bool now : 1;           ///< its truth in the graph
+        bool truth : 1;         ///< cached: what was made known of it
+        bool followed : 1;      ///< of a running checker: its first evaluation's turn has come
+        bool own : 1;           ///< has a callback in callbacks_
     };
 
     /// What one moment makes reportable, and to whom.
@@ -78,6 +80,7 @@ private:
         std::vector<MemoryChange> line;  ///< taken from the feed, waiting for their moment
         std::size_t next = 0;            ///< the first of the line that waits
         bool begun = false;              ///< the first moment is handled
+        bool posted = false;             ///< a task is on its way that sees to the line
         std::deque<Report> outbox;       ///< of moments that are handled, to be delivered first
         vo::Executor::TaskId tick = 0;
     };
@@ -106,22 +109,29 @@ private:
     std::shared_ptr<Run> endRun() VO_REQUIRES(mutex_);
     std::vector<KRMemory::Snapshot> readMemory(const ConditionGraph::Watches& watches) const
         VO_REQUIRES(mutex_);
+    const std::vector<unsigned>& follow(ConditionGraph::Tag tag, const KRValue& value,
+                                        vo::TimePoint time) VO_REQUIRES(mutex_);
     void setAll(const ConditionGraph::Watches& watches,
                 const std::vector<KRMemory::Snapshot>& snapshots) VO_REQUIRES(mutex_);
 
     void takeChanges(Run& run) VO_REQUIRES(mutex_);
-    const std::vector<unsigned>& apply(ConditionGraph::Tag tag, const KRValue& value,
-                                       vo::TimePoint time) VO_REQUIRES(mutex_);
-    bool handleNext(Run& run, Report& report) VO_REQUIRES(mutex_);
-    bool nextReport(Run& run, Report& report) VO_REQUIRES(mutex_);
+    bool hasMore(const Run& run) const VO_REQUIRES(mutex_)
+    {
+        return run.next < run.line.size() || !run.outbox.empty();
+    }
+    void handleNext(Run& run, Report& report) VO_REQUIRES(mutex_);
+    void nextReport(Run& run, Report& report) VO_REQUIRES(mutex_);
     void address(Report& report) const VO_REQUIRES(mutex_);
     void addHit(unsigned id, const Condition& condition, Report& report) VO_REQUIRES(mutex_);
     void evaluateAll(bool repeats, Report& report) VO_REQUIRES(mutex_);
-    void note(unsigned id, Condition& condition, bool repeats, Report& report) VO_REQUIRES(mutex_);
+    bool note(Condition& condition, bool repeats) VO_REQUIRES(mutex_);
+    void noteChanged(const std::vector<unsigned>& changed, Report& report) VO_REQUIRES(mutex_);
 
+    void beginDelivery(const Report& report) VO_REQUIRES(mutex_);
     void deliver(Report& report) VO_EXCLUDES(mutex_);
     template <class Call>
-    bool deliverOne(std::uint64_t stops, unsigned id, Call call) VO_EXCLUDES(mutex_);
+    void call(unsigned id, Call callback) VO_EXCLUDES(mutex_);
+    bool isStopped(const Report& report) const VO_EXCLUDES(mutex_);
 
     // Taken before memory's and the executor's locks, never the other way round: wakes come
     // without locks.
@@ -137,15 +147,15 @@ private:
     std::shared_ptr<Run> run_ VO_GUARDED_BY(mutex_);  ///< null while idle
     std::uint64_t lastRun_ VO_GUARDED_BY(mutex_) = 0;
 
-    // A callback in progress: its thread, and the stops before its moment. vo::CallbackGate would
-    // not do: once closed it stays closed, and a checker can run again.
+    // The delivery of a report in progress: its thread, and the stops before its moment.
+    // vo::CallbackGate would not do: once closed it stays closed, and a checker can run again.
     struct Delivery {
         std::thread::id thread;
         std::uint64_t stops;
     };
     std::vector<Delivery> deliveries_ VO_GUARDED_BY(mutex_);
     int awaiting_ VO_GUARDED_BY(mutex_) = 0;  ///< stops that wait for deliveries
-    std::condition_variable_any delivered_;
+    vo::Condition delivered_;
     std::uint64_t stops_ VO_GUARDED_BY(mutex_) = 0;
 };
 

@@ -11,27 +11,26 @@ namespace KR {
 
 namespace {
 
-bool isReportable(std::uint8_t mode, bool truth, bool changed, bool repeats)
+// For each mode, a bit for each of what a moment may have found: 1 for true, 2 for changed, 4 for a
+// period that is over.
+constexpr unsigned bits(unsigned truth, unsigned changed, unsigned repeats)
 {
-    switch (mode) {
-        case ConditionChecker::ReportWhileTrue:
-            return truth && (changed || repeats);
-        case ConditionChecker::ReportBecomesFalse:
-            return changed && !truth;
-        case ConditionChecker::ReportChange:
-            return changed;
-        case ConditionChecker::ReportBecomesTrue:
-            return changed && truth;
-        case ConditionChecker::ReportNever:
-            return false;
-    }
-    return false;
+    return 1U << (truth | changed << 1 | repeats << 2);
 }
+constexpr unsigned kReportable[] = {
+    bits(1, 1, 0) | bits(1, 0, 1) | bits(1, 1, 1),                  // ReportWhileTrue
+    bits(0, 1, 0) | bits(0, 1, 1),                                  // ReportBecomesFalse
+    bits(0, 1, 0) | bits(0, 1, 1) | bits(1, 1, 0) | bits(1, 1, 1),  // ReportChange
+    bits(1, 1, 0) | bits(1, 1, 1),                                  // ReportBecomesTrue
+    0                                                               // ReportNever
+};
 
 }  // namespace
 
 void ConditionChecker::Impl::postWork()
 {
+    if (std::exchange(run_->posted, true))
+        return;
     executor_->post([this, number = run_->number] { work(number); });
 }
 
@@ -48,34 +47,39 @@ void ConditionChecker::Impl::work(std::uint64_t run)
             const vo::Lock lock(mutex_);
             if (!isRunning(run))
                 return;
-            if (take)
+            if (take) {
+                run_->posted = false;
                 takeChanges(*run_);
-            more = nextReport(*run_, report);
-            if (run_->once && run_->begun && run_->outbox.empty())
+            }
+            nextReport(*run_, report);
+            more = hasMore(*run_);
+            if (!report.empty())
+                beginDelivery(report);
+            if (run_->once && run_->begun && run_->outbox.empty()) {
                 ended = endRun();
+                more = false;
+            }
         }
         if (!report.empty())
             deliver(report);
     }
 }
 
-/// What is to be delivered next, if anything; false when there is nothing more to be done.
-bool ConditionChecker::Impl::nextReport(Run& run, Report& report)
+/// What is to be delivered next, if anything.
+void ConditionChecker::Impl::nextReport(Run& run, Report& report)
 {
     if (!run.outbox.empty()) {
         report = std::move(run.outbox.front());
         run.outbox.pop_front();
-        return true;
+        return;
     }
-    for (int i = 0; i < kMomentsAtOnce && report.empty(); ++i) {
-        if (!handleNext(run, report))
-            return false;
+    for (int i = 0; i < kMomentsAtOnce && run.next < run.line.size(); ++i) {
+        handleNext(run, report);
+        if (!report.empty())
+            return address(report);
         if (run.once)
-            break;
+            return;
     }
-    if (!report.empty())
-        address(report);
-    return true;
 }
 
 /// One period: reports what is true and is to be reported while it is.
@@ -119,43 +123,35 @@ void ConditionChecker::Impl::takeChanges(Run& run)
     std::move(changes.begin(), changes.end(), std::back_inserter(run.line));
 }
 
-/// Handles the next moment of the line; false when there is none.
-bool ConditionChecker::Impl::handleNext(Run& run, Report& report)
+/// Handles the next moment of the line, which is not empty.
+void ConditionChecker::Impl::handleNext(Run& run, Report& report)
 {
-    if (run.next == run.line.size())
-        return false;
     const MemoryChange& change = run.line[run.next++];
     run.begun = true;
     if (run.next < run.line.size())
         graph_.expect(run.line[run.next].tag);
     if (change.tag != kEvaluate) {
-        const std::vector<unsigned>& changed = apply(change.tag, change.value, change.time);
-        report.hits.reserve(changed.size());
-        for (const unsigned id : changed)
-            note(id, *conditions_.find(id), false, report);
+        noteChanged(follow(change.tag, change.value, change.time), report);
     } else if (!change.value.isValid()) {
         evaluateAll(false, report);
     } else {
         const auto id = static_cast<unsigned>(change.value.toInt());
         if (Condition* const condition = conditions_.find(id)) {
             condition->followed = true;
-            note(id, *condition, false, report);
+            if (note(*condition, false))
+                addHit(id, *condition, report);
         }
     }
-    return true;
 }
 
-/// Brings the graph up to date with one change, and the conditions with the graph.
-const std::vector<unsigned>& ConditionChecker::Impl::apply(ConditionGraph::Tag tag,
-                                                           const KRValue& value, vo::TimePoint time)
+/// Brings the graph up to date with one change. Returns the conditions whose truth it changed
+/// there.
+const std::vector<unsigned>& ConditionChecker::Impl::follow(ConditionGraph::Tag tag,
+                                                            const KRValue& value,
+                                                            vo::TimePoint time)
 {
-    const std::vector<unsigned>& changed = graph_.set(tag, value, time);
-    for (const unsigned id : changed) {
-        Condition& condition = *conditions_.find(id);
-        condition.now = !condition.now;
-    }
     snapshots_.noteChange(tag);
-    return changed;
+    return graph_.set(tag, value, time);
 }
 
 /// Says to whom a report goes, and as of when.
@@ -175,61 +171,83 @@ void ConditionChecker::Impl::addHit(unsigned id, const Condition& condition, Rep
 
 void ConditionChecker::Impl::evaluateAll(bool repeats, Report& report)
 {
-    conditions_.forEach(
-        [&](unsigned id, Condition& condition) { note(id, condition, repeats, report); });
+    conditions_.forEach([&](unsigned id, Condition& condition) {
+        if (note(condition, repeats))
+            addHit(id, condition, report);
+    });
 }
 
-/// Brings the cached truth up to date. With `repeats` a period counts as over.
-void ConditionChecker::Impl::note(unsigned id, Condition& condition, bool repeats, Report& report)
+/// Brings the cached truth up to date; true when that is to be reported. With `repeats` a period
+/// counts as over.
+bool ConditionChecker::Impl::note(Condition& condition, bool repeats)
 {
     if (run_ && !condition.followed)
-        return;
+        return false;
     const bool truth = condition.now;
     const bool changed = truth != condition.truth;
     condition.truth = truth;
-    if (isReportable(condition.mode, truth, changed, repeats))
-        addHit(id, condition, report);
+    return (kReportable[condition.mode] & bits(truth, changed, repeats)) != 0;
 }
 
-/// Each callback on its own: one that stops the checker is the last.
+/// Of conditions whose truth has changed in the graph.
+void ConditionChecker::Impl::noteChanged(const std::vector<unsigned>& changed, Report& report)
+{
+    for (const unsigned id : changed) {
+        Condition& condition = conditions_.at(id);
+        condition.now = !condition.now;
+        if (!note(condition, false))
+            continue;
+        if (report.hits.empty())
+            report.hits.reserve(changed.size());
+        addHit(id, condition, report);
+    }
+}
+
+/// From here on a stop waits until it is delivered.
+void ConditionChecker::Impl::beginDelivery(const Report& report)
+{
+    deliveries_.push_back({std::this_thread::get_id(), report.stops});
+}
+
+/// Of a delivery that was begun. Each callback on its own: one that stops the checker is the last.
 void ConditionChecker::Impl::deliver(Report& report)
 {
-    if (!report.hits.empty() && report.callback && *report.callback &&
-        !deliverOne(report.stops, 0, [&] { (*report.callback)(std::move(report.hits)); }))
-        return;
+    if (!report.hits.empty() && report.callback && *report.callback)
+        call(0, [&] { (*report.callback)(std::move(report.hits)); });
     for (const Report::Own& own : report.own) {
+        if (isStopped(report))
+            break;
         const unsigned id = own.hit.first;
-        if (!deliverOne(report.stops, id, [&] { (*own.callback)(id, own.hit.second); }))
-            return;
+        call(id, [&] { (*own.callback)(id, own.hit.second); });
     }
+    // Notified under the lock: the one who waits may be about to destroy the checker.
+    const vo::Lock lock(mutex_);
+    const auto isThis = [&, self = std::this_thread::get_id()](const Delivery& d) {
+        return d.thread == self && d.stops == report.stops;
+    };
+    deliveries_.erase(std::find_if(deliveries_.begin(), deliveries_.end(), isThis));
+    if (awaiting_ > 0)
+        delivered_.notifyAll();
 }
 
-/// False, and nothing is called, when there was a stop since the moment was handled. The id is of
-/// the condition whose own callback it is, or 0.
+/// The id is of the condition whose own callback it is, or 0.
 template <class Call>
-bool ConditionChecker::Impl::deliverOne(std::uint64_t stops, unsigned id, Call call)
+void ConditionChecker::Impl::call(unsigned id, Call callback)
 {
-    const auto self = std::this_thread::get_id();
-    {
-        const vo::Lock lock(mutex_);
-        if (stops != stops_)
-            return false;
-        deliveries_.push_back({self, stops});
-    }
     try {
-        call();
+        callback();
     } catch (...) {
         vo::logCurrentException(
             "ConditionChecker",
             id == 0 ? "callback" : "callback of condition " + std::to_string(id));
     }
-    // Notified under the lock: the one who waits may be about to destroy the checker.
+}
+
+/// Whether there was a stop since the moment was handled.
+bool ConditionChecker::Impl::isStopped(const Report& report) const
+{
     const vo::Lock lock(mutex_);
-    const auto isThis = [&](const Delivery& d) { return d.thread == self && d.stops == stops; };
-    deliveries_.erase(std::find_if(deliveries_.begin(), deliveries_.end(), isThis));
-    if (awaiting_ > 0)
-        delivered_.notify_all();
-    return true;
+    return report.stops != stops_;
 }
 
 }  // namespace KR

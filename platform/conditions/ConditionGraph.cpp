@@ -16,16 +16,37 @@ constexpr std::size_t kMaxSorted = 64;
 /// The table is used where it has at most as many bits a changed condition.
 constexpr std::size_t kMaxBitsPerChange = 256;
 
-template <class Items, class T>
-void eraseOne(Items& items, const T& item)
+template <class Ids>
+std::size_t hashOf(const Ids& ids)
 {
-    *std::find(items.begin(), items.end(), item) = items.back();
-    items.pop_back();
+    return boost::hash_range(ids.begin(), ids.end());
 }
 
 }  // namespace
 
-ConditionGraph::ConditionGraph()
+std::size_t ConditionGraph::InputsHash::operator()(const Inputs& inputs) const
+{
+    return hashOf(inputs);
+}
+
+std::size_t ConditionGraph::InputsHash::operator()(NodeId conjunction) const
+{
+    return hashOf(std::get<Conjunction>((*meanings)[conjunction]).inputs);
+}
+
+bool ConditionGraph::SameInputs::operator()(NodeId conjunction, const Inputs& inputs) const
+{
+    const SmallIds& mine = std::get<Conjunction>((*meanings)[conjunction]).inputs;
+    return std::equal(mine.begin(), mine.end(), inputs.begin(), inputs.end(),
+                      [](std::uint32_t code, Edge input) { return code == input.code(); });
+}
+
+bool ConditionGraph::SameInputs::operator()(const Inputs& inputs, NodeId conjunction) const
+{
+    return (*this)(conjunction, inputs);
+}
+
+ConditionGraph::ConditionGraph() : conjunctions_(0, InputsHash{&meanings_}, SameInputs{&meanings_})
 {
     Node constant;
     constant.truth = true;
@@ -36,114 +57,96 @@ ConditionGraph::ConditionGraph()
 ConditionGraph::Watches ConditionGraph::add(unsigned id, const std::string& text)
 {
     Watches added;
-    const auto known = texts_.find(text);
-    RootId root = 0;
-    if (known != texts_.end()) {
-        root = known->second;
-    } else {
-        root = makeRoot(id, parseCondition(text), added);
-        roots_[root].text = &texts_.emplace(text, root).first->first;
-    }
-    roots_[root].conditions.push_back(id);
+    Root* root = texts_.find(text);
+    if (!root)
+        root = &makeRoot(text, added);
+    ++root->conditions;
+    nodes_[root->edge.node()].conditions.push_back(id);
     rootOf_.add(id) = root;
     return added;
 }
 
-ConditionGraph::RootId ConditionGraph::makeRoot(unsigned id, const Expression& expression,
-                                                Watches& added)
+ConditionGraph::Root& ConditionGraph::makeRoot(const std::string& text, Watches& added)
 {
-    Root root;
-    collectSlots(id, expression, root, added);
+    const Expression expression = parseCondition(text);
+    if (freeRoots_.empty())
+        freeRoots_.push_back(&roots_.emplace_back());
+    Root& root = *freeRoots_.back();
+    freeRoots_.pop_back();
+    root.text = text;
+    texts_.insert(root);
+    collectSlots(expression, root, added);
     root.edge = compile(expression);
-    auto place = static_cast<RootId>(roots_.size());
-    if (freeRoots_.empty()) {
-        roots_.emplace_back();
-    } else {
-        place = freeRoots_.back();
-        freeRoots_.pop_back();
-    }
-    Node& node = nodes_[root.edge.node()];
-    ++node.references;
-    root.next = std::exchange(node.root, place);
-    roots_[place] = std::move(root);
+    ++nodes_[root.edge.node()].references;
     // What is simplified away goes again; the rest is by now held from above.
     for (const NodeId fresh : fresh_)
         release(fresh);
     fresh_.clear();
-    return place;
+    return root;
 }
 
-void ConditionGraph::collectSlots(unsigned id, const Expression& expression, Root& root,
-                                  Watches& added)
+void ConditionGraph::collectSlots(const Expression& expression, Root& root, Watches& added)
 {
     if (expression.kind == Expression::Kind::key) {
         Slot& slot = slotOf(expression.key, added);
-        if (slot.lastAdded != id) {
-            slot.lastAdded = id;
+        if (std::find(root.tags.begin(), root.tags.end(), slot.tag) == root.tags.end()) {
             ++slot.readers;
             root.tags.push_back(slot.tag);
         }
     }
     for (const Expression& operand : expression.operands)
-        collectSlots(id, operand, root, added);
+        collectSlots(operand, root, added);
 }
 
 ConditionGraph::Watches ConditionGraph::remove(unsigned id)
 {
     Watches removed;
-    const RootId root = *rootOf_.find(id);
+    Root& root = **rootOf_.find(id);
     rootOf_.erase(id);
-    auto& conditions = roots_[root].conditions;
-    conditions.erase(std::lower_bound(conditions.begin(), conditions.end(), id));
-    if (conditions.empty())
+    nodes_[root.edge.node()].conditions.erase(id);
+    if (--root.conditions == 0)
         releaseRoot(root, removed);
     return removed;
 }
 
-void ConditionGraph::releaseRoot(RootId id, Watches& removed)
+void ConditionGraph::releaseRoot(Root& root, Watches& removed)
 {
-    const Root root = std::exchange(roots_[id], Root());
-    freeRoots_.push_back(id);
-    texts_.erase(texts_.find(*root.text));
-    RootId* place = &nodes_[root.edge.node()].root;
-    while (*place != id)
-        place = &roots_[*place].next;
-    *place = root.next;
     release(root.edge.node());
-
     for (const Tag tag : root.tags) {
         Slot& slot = *slots_.find(tag);
         if (--slot.readers > 0)
             continue;
         removed.push_back({*slot.key, tag});
+        keys_.erase(slot);
         slots_.erase(tag);
-        tags_.erase(removed.back().key);
     }
+    texts_.erase(root);
+    root = Root();
+    freeRoots_.push_back(&root);
 }
 
 bool ConditionGraph::isTrue(unsigned id) const
 {
-    return isTrue(roots_[*rootOf_.find(id)].edge);
+    return isTrue((*rootOf_.find(id))->edge);
 }
 
 ConditionGraph::Watches ConditionGraph::watches() const
 {
     Watches watches;
     watches.reserve(slots_.size());
-    slots_.forEach([&](Tag tag, const Slot& slot) { watches.push_back({*slot.key, tag}); });
+    slots_.forEach([&](Tag tag, const Slot& slot) { watches.push_back({*slot.key, tag, &slot}); });
     return watches;
 }
 
 ConditionGraph::Slot& ConditionGraph::slotOf(const std::string& key, Watches& added)
 {
-    const auto [place, isNew] = tags_.try_emplace(key, 0);
-    if (!isNew)
-        return *slots_.find(place->second);
-    place->second = ++lastTag_;
-    Slot& slot = slots_.add(lastTag_);
-    slot.key = &place->first;
+    if (Slot* const known = keys_.find(key))
+        return *known;
+    Slot& slot = slots_.add(++lastTag_);
+    slot.key = std::make_unique<const std::string>(key);
     slot.tag = lastTag_;
-    added.push_back({key, lastTag_});
+    keys_.insert(slot);
+    added.push_back({key, lastTag_, &slot});
     return slot;
 }
 
@@ -175,7 +178,7 @@ ConditionGraph::Operand ConditionGraph::operandOf(const Expression& expression)
     if (expression.kind == Expression::Kind::literal)
         return expression.value;
     if (expression.kind == Expression::Kind::key)
-        return slots_.find(tags_.at(expression.key));
+        return keys_.find(expression.key);
     return compile(expression);
 }
 
@@ -225,12 +228,13 @@ ConditionGraph::Edge ConditionGraph::literalComparison(Expression::Kind kind, Sl
     if (!id) {
         Node node;
         node.truth = holds(kind, slot.now.value, literal);
+        const bool truth = node.truth;
         id = makeNode(LiteralLeaf{&slot, kind, literal}, std::move(node));
         if (slot.indexes) {
             slot.indexes->of(literal)->at(kind, literal) = id;
         } else {
-            slot.leaves.push_back(id);
-            if (slot.leaves.size() > kMaxUnindexed)
+            slot.literals.push_back({literal, id, id, kind, truth});
+            if (slot.literals.size() > kMaxUnindexed)
                 addIndexes(slot);
         }
     }
@@ -243,25 +247,18 @@ ConditionGraph::NodeId ConditionGraph::findLiteral(Expression::Kind kind, const 
 {
     if (slot.indexes)
         return slot.indexes->of(literal)->at(kind, literal);
-    for (const NodeId id : slot.leaves) {
-        const auto* leaf = std::get_if<LiteralLeaf>(&meanings_[id]);
-        if (leaf && leaf->comparison == kind && compare(leaf->literal, literal) == Order::equal)
-            return id;
-    }
+    for (const Literal& leaf : slot.literals)
+        if (leaf.comparison == kind && compare(leaf.literal, literal) == Order::equal)
+            return leaf.node;
     return 0;
 }
 
 void ConditionGraph::addIndexes(Slot& slot)
 {
     slot.indexes = std::make_unique<Indexes>();
-    const auto isIndexed = [&](NodeId id) {
-        const auto* leaf = std::get_if<LiteralLeaf>(&meanings_[id]);
-        if (leaf)
-            slot.indexes->of(leaf->literal)->at(leaf->comparison, leaf->literal) = id;
-        return leaf != nullptr;
-    };
-    slot.leaves.erase(std::remove_if(slot.leaves.begin(), slot.leaves.end(), isIndexed),
-                      slot.leaves.end());
+    for (const Literal& leaf : slot.literals)
+        slot.indexes->of(leaf.literal)->at(leaf.comparison, leaf.literal) = leaf.node;
+    slot.literals.clear();
 }
 
 ThresholdIndex* ConditionGraph::Indexes::of(const KRValue& value)
@@ -280,11 +277,18 @@ ConditionGraph::Edge ConditionGraph::pairComparison(Expression::Kind kind, Slot&
         Node node;
         node.truth = holds(kind, left.now.value, right.now.value);
         id = makeNode(PairLeaf{&left, kind, &right}, std::move(node));
-        left.leaves.push_back(id);
+        addPair(left, id);
         if (&left != &right)
-            right.leaves.push_back(id);
+            addPair(right, id);
     }
     return Edge(id, false);
+}
+
+void ConditionGraph::addPair(Slot& slot, NodeId id)
+{
+    if (!slot.pairs)
+        slot.pairs = std::make_unique<SmallIds>();
+    slot.pairs->push_back(id);
 }
 
 ConditionGraph::Edge ConditionGraph::choice(Edge selector, Edge yes, Edge no)
@@ -315,31 +319,43 @@ ConditionGraph::Edge ConditionGraph::conjunction(Inputs inputs)
     if (inputs.size() == 1)
         return inputs.front();
 
-    const std::size_t hash = boost::hash_range(inputs.begin(), inputs.end());
-    const auto [first, last] = conjunctions_.equal_range(hash);
-    for (auto same = first; same != last; ++same)
-        if (std::get<Inputs>(meanings_[same->second]) == inputs)
-            return Edge(same->second, false);
+    const std::size_t hash = conjunctions_.hash_function()(inputs);
+    const auto same = conjunctions_.find(inputs, hash);
+    if (same != conjunctions_.end())
+        return Edge(*same, false);
 
     Node node;
+    Conjunction meaning;
     for (const Edge input : inputs) {
         node.falseInputs += isTrue(input) ? 0 : 1;
-        node.height = std::max(node.height, nodes_[input.node()].height + 1);
+        node.height =
+            std::max(node.height, static_cast<std::uint16_t>(nodes_[input.node()].height + 1));
         ++nodes_[input.node()].references;
+        meaning.inputs.push_back(input.code());
     }
     node.truth = node.falseInputs == 0;
-    const NodeId id = makeNode(std::move(inputs), std::move(node));
-    conjunctions_.emplace(hash, id);
-    for (const Edge input : std::get<Inputs>(meanings_[id]))
-        nodes_[input.node()].outputs.push_back(Edge(id, input.negated()));
+    const NodeId id = makeNode(std::move(meaning), std::move(node));
+    conjunctions_.insert(id);
+    for (const Edge input : inputs) {
+        nodes_[input.node()].outputs.push_back(Edge(id, input.negated()).code());
+        if (const auto* leaf = std::get_if<LiteralLeaf>(&meanings_[input.node()]))
+            noteUse(*leaf->slot, input.node(), id);
+    }
     return Edge(id, false);
+}
+
+void ConditionGraph::noteUse(Slot& slot, NodeId leaf, NodeId above)
+{
+    for (Literal& literal : slot.literals)
+        if (literal.node == leaf && literal.above == leaf)
+            literal.above = above;
 }
 
 ConditionGraph::NodeId ConditionGraph::makeNode(Meaning meaning, Node node)
 {
     auto id = static_cast<NodeId>(nodes_.size());
     if (due_.size() <= node.height)
-        due_.resize(node.height + 1);
+        due_.resize(node.height + std::size_t{1});
     if (free_.empty()) {
         nodes_.push_back(std::move(node));
         meanings_.push_back(std::move(meaning));
@@ -357,18 +373,22 @@ void ConditionGraph::release(NodeId id)
 {
     if (--nodes_[id].references > 0)
         return;
+    if (std::holds_alternative<Conjunction>(meanings_[id]))
+        conjunctions_.erase(id);
     const Meaning meaning = std::exchange(meanings_[id], Meaning());
     nodes_[id] = Node();
     free_.push_back(id);
-    const auto* inputs = std::get_if<Inputs>(&meaning);
-    if (!inputs)
-        return takeOutOfSlots(id, meaning);
-    auto place = conjunctions_.find(boost::hash_range(inputs->begin(), inputs->end()));
-    while (place->second != id)
-        ++place;
-    conjunctions_.erase(place);
-    for (const Edge input : *inputs) {
-        eraseOne(nodes_[input.node()].outputs, Edge(id, input.negated()));
+    if (const auto* conjunction = std::get_if<Conjunction>(&meaning))
+        releaseInputs(id, *conjunction);
+    else
+        takeOutOfSlots(id, meaning);
+}
+
+void ConditionGraph::releaseInputs(NodeId id, const Conjunction& conjunction)
+{
+    for (const std::uint32_t code : conjunction.inputs) {
+        const Edge input = Edge::of(code);
+        nodes_[input.node()].outputs.eraseUnordered(Edge(id, input.negated()).code());
         release(input.node());
     }
 }
@@ -378,15 +398,17 @@ void ConditionGraph::takeOutOfSlots(NodeId id, const Meaning& meaning)
     if (const auto* truth = std::get_if<TruthLeaf>(&meaning)) {
         truth->slot->truth = 0;
     } else if (const auto* leaf = std::get_if<LiteralLeaf>(&meaning)) {
+        auto& literals = leaf->slot->literals;
         if (leaf->slot->indexes)
             leaf->slot->indexes->of(leaf->literal)->erase(leaf->comparison, leaf->literal);
         else
-            eraseOne(leaf->slot->leaves, id);
+            literals.erase(std::find_if(literals.begin(), literals.end(),
+                                        [id](const Literal& l) { return l.node == id; }));
     } else if (const auto* pair = std::get_if<PairLeaf>(&meaning)) {
         pairs_.erase({pair->left->tag, pair->comparison, pair->right->tag});
-        eraseOne(pair->left->leaves, id);
+        pair->left->pairs->eraseUnordered(id);
         if (pair->left != pair->right)
-            eraseOne(pair->right->leaves, id);
+            pair->right->pairs->eraseUnordered(id);
     }
 }
 
@@ -396,56 +418,59 @@ const std::vector<unsigned>& ConditionGraph::set(Tag tag, const KRValue& value, 
     Slot* const slot = slots_.find(tag);
     if (!slot)
         return changed_;
-    KRValue before;
     if (slot->indexes)
-        before = std::move(slot->now.value);
+        flipIndexed(*slot, value);
     slot->now.value = value;
     slot->now.time = time;
 
     if (slot->truth && nodes_[slot->truth].truth != value.isTrue())
         flip(slot->truth);
-    for (const NodeId leaf : slot->leaves)
-        if (nodes_[leaf].truth != evaluate(leaf))
-            flip(leaf);
-    if (slot->indexes)
-        flipIndexed(*slot->indexes, before, value);
+    for (Literal& leaf : slot->literals) {
+        if (leaf.truth == holds(leaf.comparison, value, leaf.literal))
+            continue;
+        __builtin_prefetch(&nodes_[leaf.above]);
+        leaf.truth = !leaf.truth;
+        flip(leaf.node);
+    }
+    if (slot->pairs)
+        flipPairs(*slot);
     if (dueCount_ > 0)
         settle();
-    if (changed_.size() > 1)
+    if (!std::is_sorted(changed_.begin(), changed_.end()))
         sortChanged();
     return changed_;
 }
 
-void ConditionGraph::flipIndexed(Indexes& indexes, const KRValue& before, const KRValue& after)
+void ConditionGraph::flipIndexed(Slot& slot, const KRValue& after)
 {
     leafFlips_.clear();
-    const ThresholdIndex* indexBefore = indexes.of(before);
-    const ThresholdIndex* indexAfter = indexes.of(after);
-    for (const ThresholdIndex* index : {&indexes.numbers, &indexes.texts})
+    const KRValue& before = slot.now.value;
+    const ThresholdIndex* indexBefore = slot.indexes->of(before);
+    const ThresholdIndex* indexAfter = slot.indexes->of(after);
+    for (const ThresholdIndex* index : {&slot.indexes->numbers, &slot.indexes->texts})
         index->collectFlips(index == indexBefore ? &before : nullptr,
                             index == indexAfter ? &after : nullptr, leafFlips_);
     for (const NodeId leaf : leafFlips_)
         flip(leaf);
 }
 
-/// A leaf of Slot::leaves.
-bool ConditionGraph::evaluate(NodeId leaf) const
+void ConditionGraph::flipPairs(const Slot& slot)
 {
-    const Meaning& meaning = meanings_[leaf];
-    if (const auto* literal = std::get_if<LiteralLeaf>(&meaning))
-        return holds(literal->comparison, literal->slot->now.value, literal->literal);
-    const auto& pair = std::get<PairLeaf>(meaning);
-    return holds(pair.comparison, pair.left->now.value, pair.right->now.value);
+    for (const NodeId leaf : *slot.pairs) {
+        const auto& pair = std::get<PairLeaf>(meanings_[leaf]);
+        if (nodes_[leaf].truth !=
+            holds(pair.comparison, pair.left->now.value, pair.right->now.value))
+            flip(leaf);
+    }
 }
 
 void ConditionGraph::flip(NodeId id)
 {
     Node& node = nodes_[id];
     node.truth = !node.truth;
-    for (RootId root = node.root; root; root = roots_[root].next)
-        changed_.insert(changed_.end(), roots_[root].conditions.begin(),
-                        roots_[root].conditions.end());
-    for (const Edge output : node.outputs) {
+    changed_.insert(changed_.end(), node.conditions.begin(), node.conditions.end());
+    for (const std::uint32_t code : node.outputs) {
+        const Edge output = Edge::of(code);
         Node& above = nodes_[output.node()];
         if (node.truth == output.negated())
             ++above.falseInputs;

@@ -3,21 +3,24 @@
 #include <boost/container/small_vector.hpp>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
 #include <string>
+#include <tsl/robin_set.h>
 #include <tuple>
-#include <unordered_map>
 #include <utility>
 #include <variant>
 #include <vector>
 
 #include "platform/conditions/ConditionParser.h"
 #include "platform/conditions/IdTable.h"
+#include "platform/conditions/SmallIds.h"
 #include "platform/conditions/ThresholdIndex.h"
 #include "platform/kr/KRMemory.h"
 #include "platform/kr/KRValue.h"
 #include "platform/vo/Clock.h"
+#include "platform/vo/TextIndex.h"
 
 namespace KR {
 
@@ -62,10 +65,8 @@ public:
     /// Has what a change of this key touches first fetched meanwhile.
     void expect(Tag tag) const
     {
-        if (const Slot* const slot = slots_.find(tag)) {
+        if (const Slot* const slot = slots_.find(tag))
             __builtin_prefetch(slot);
-            __builtin_prefetch(&slot->leaves);
-        }
     }
 
     /// Every key that a condition reads.
@@ -80,7 +81,7 @@ public:
     std::pair<const std::string*, const KRMemory::Snapshot*> keyOf(Tag tag) const
     {
         const Slot* const slot = slots_.find(tag);
-        return slot ? std::pair(slot->key, &slot->now) : std::pair(nullptr, nullptr);
+        return slot ? std::pair(slot->key.get(), &slot->now) : std::pair(nullptr, nullptr);
     }
 
     /// Nodes that exist, the constant aside.
@@ -88,7 +89,6 @@ public:
 
 private:
     using NodeId = ThresholdIndex::NodeId;
-    using RootId = std::uint32_t;  ///< 0 for none
 
     /// Comparisons of a key with literals that are looked at one by one; with more of them the key
     /// gets an index. It costs as much as looking at some ten.
@@ -102,12 +102,15 @@ private:
     public:
         Edge() = default;
         Edge(NodeId id, bool isNegated) : code_(id << 1 | (isNegated ? 1U : 0U)) {}
+        static Edge of(std::uint32_t code) { return {code >> 1, (code & 1) != 0}; }
 
+        std::uint32_t code() const { return code_; }
         NodeId node() const { return code_ >> 1; }
         bool negated() const { return (code_ & 1) != 0; }
         Edge operator!() const { return {node(), !negated()}; }
         bool operator==(Edge other) const { return code_ == other.code_; }
         bool operator<(Edge other) const { return code_ < other.code_; }
+        /// As of its code.
         friend std::size_t hash_value(Edge edge) { return edge.code_; }
 
     private:
@@ -122,19 +125,26 @@ private:
         ThresholdIndex* of(const KRValue& value);
     };
 
-    /// A key, and the leaves that read it.
-    struct alignas(kLine) Slot {
-        const std::string* key = nullptr;  ///< in tags_
-        Tag tag = 0;
-        std::uint32_t readers = 0;  ///< roots
-        unsigned lastAdded = 0;     ///< the condition that was counted last
-        NodeId truth = 0;
-        KRMemory::Snapshot now = {};
-        /// Comparisons that are evaluated at each change: with another key, and with literals
-        /// while these are few.
-        boost::container::small_vector<NodeId, 2> leaves;
-        std::unique_ptr<Indexes> indexes;  ///< once there were many literals
+    /// A comparison of a key with a literal.
+    struct Literal {
+        KRValue literal;
+        NodeId node;
+        NodeId above;  ///< that used the node first: likely to be looked at next
+        Expression::Kind comparison;
+        bool truth;
     };
+    /// A key, and the leaves that read it. It takes two lines, which are fetched together.
+    struct alignas(2 * kLine) Slot {
+        KRMemory::Snapshot now = {};
+        NodeId truth = 0;
+        Tag tag = 0;
+        boost::container::small_vector<Literal, 1> literals;  ///< while they are few
+        std::unique_ptr<Indexes> indexes;                     ///< once there were many literals
+        std::unique_ptr<SmallIds> pairs;                      ///< comparisons with other keys
+        std::unique_ptr<const std::string> key;
+        std::uint32_t readers = 0;  ///< roots
+    };
+    static_assert(sizeof(Slot) == 2 * kLine);
     using Pair = std::tuple<Tag, Expression::Kind, Tag>;
 
     struct TruthLeaf {
@@ -150,36 +160,55 @@ private:
         Expression::Kind comparison;
         Slot* right;
     };
-    /// What a node means; inputs are those of a conjunction.
-    using Meaning = std::variant<std::monostate, TruthLeaf, LiteralLeaf, PairLeaf, Inputs>;
+    struct Conjunction {
+        SmallIds inputs;  ///< codes of edges, in ascending order
+    };
+    /// What a node means.
+    using Meaning = std::variant<std::monostate, TruthLeaf, LiteralLeaf, PairLeaf, Conjunction>;
 
     /// What a change of a node touches.
     struct alignas(kLine) Node {
         bool truth = false;
         bool due = false;  ///< waits in due_
-        std::uint32_t height = 0;
+        std::uint16_t height = 0;
         std::uint32_t falseInputs = 0;  ///< of a conjunction
         std::uint32_t references = 1;
-        RootId root = 0;  ///< the first of the roots that it is
-        boost::container::small_vector<Edge, 2>
-            outputs;  ///< the conjunctions above, and how they use it
+        SmallIds conditions;  ///< that it is the root of, in ascending order
+        SmallIds outputs;     ///< the conjunctions above, as codes of edges: how they use it
     };
+    static_assert(sizeof(Node) == kLine);
 
     /// The conditions of one text.
-    struct alignas(kLine) Root {
+    struct Root {
+        std::string text;
         Edge edge;
-        RootId next = 0;                                         ///< of the same node
-        const std::string* text = nullptr;                       ///< in texts_
-        boost::container::small_vector<unsigned, 4> conditions;  ///< in ascending order
-        boost::container::small_vector<Tag, 4> tags;             ///< of its keys
+        std::uint32_t conditions = 0;  ///< how many
+        SmallIds tags;                 ///< of its keys
+    };
+
+    struct KeyOf {
+        const std::string& operator()(const Slot& slot) const { return *slot.key; }
+        const std::string& operator()(const Root& root) const { return root.text; }
+    };
+    struct InputsHash {
+        const std::vector<Meaning>* meanings;
+        std::size_t operator()(const Inputs& inputs) const;
+        std::size_t operator()(NodeId conjunction) const;
+    };
+    struct SameInputs {
+        using is_transparent = void;
+        const std::vector<Meaning>* meanings;
+        bool operator()(NodeId a, NodeId b) const { return a == b; }
+        bool operator()(NodeId conjunction, const Inputs& inputs) const;
+        bool operator()(const Inputs& inputs, NodeId conjunction) const;
     };
 
     /// What one side of a comparison is.
     using Operand = std::variant<KRValue, Slot*, Edge>;
 
     // Building.
-    RootId makeRoot(unsigned id, const Expression& expression, Watches& added);
-    void collectSlots(unsigned id, const Expression& expression, Root& root, Watches& added);
+    Root& makeRoot(const std::string& text, Watches& added);
+    void collectSlots(const Expression& expression, Root& root, Watches& added);
     Slot& slotOf(const std::string& key, Watches& added);
     Edge compile(const Expression& expression);
     Operand operandOf(const Expression& expression);
@@ -189,34 +218,37 @@ private:
     NodeId findLiteral(Expression::Kind kind, const Slot& slot, const KRValue& literal) const;
     void addIndexes(Slot& slot);
     Edge pairComparison(Expression::Kind kind, Slot& left, Slot& right);
+    static void addPair(Slot& slot, NodeId id);
     Edge choice(Edge selector, Edge yes, Edge no);
     Edge conjunction(Inputs inputs);
     Edge disjunction(Inputs inputs);
+    static void noteUse(Slot& slot, NodeId leaf, NodeId above);
     NodeId makeNode(Meaning meaning, Node node);
-    void releaseRoot(RootId id, Watches& removed);
+    void releaseRoot(Root& root, Watches& removed);
     void release(NodeId id);
+    void releaseInputs(NodeId id, const Conjunction& conjunction);
     void takeOutOfSlots(NodeId id, const Meaning& meaning);
 
     // Following.
     bool isTrue(Edge edge) const { return nodes_[edge.node()].truth != edge.negated(); }
-    bool evaluate(NodeId leaf) const;
-    void flipIndexed(Indexes& indexes, const KRValue& before, const KRValue& after);
+    void flipIndexed(Slot& slot, const KRValue& after);
+    void flipPairs(const Slot& slot);
     void flip(NodeId id);
     void settle();
     void sortChanged();
 
     IdTable<Slot> slots_;
-    std::unordered_map<std::string, Tag> tags_;
+    vo::TextIndex<Slot, KeyOf> keys_;
     Tag lastTag_ = 0;
-    std::unordered_map<std::string, RootId> texts_;
-    std::vector<Root> roots_ = std::vector<Root>(1);  ///< the first one is no root
-    std::vector<RootId> freeRoots_;
-    IdTable<RootId> rootOf_;  ///< by condition
+    std::deque<Root> roots_;
+    std::vector<Root*> freeRoots_;
+    vo::TextIndex<Root, KeyOf> texts_;
+    IdTable<Root*> rootOf_;  ///< by condition
 
     std::vector<Node> nodes_;        ///< the first one is constantly true
     std::vector<Meaning> meanings_;  ///< of the nodes
     std::vector<NodeId> free_;
-    std::unordered_multimap<std::size_t, NodeId> conjunctions_;  ///< by the hash of their inputs
+    tsl::robin_set<NodeId, InputsHash, SameInputs, std::allocator<NodeId>, true> conjunctions_;
     std::map<Pair, NodeId> pairs_;
 
     // Empty between the calls; kept for their storage.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -35,7 +36,7 @@ constexpr std::size_t kMaxConditionDepth = 200;
 
 /// A parsed condition.
 struct Expression {
-    enum class Kind {
+    enum class Kind : std::uint8_t {
         literal,
         key,
         negation,     // one operand

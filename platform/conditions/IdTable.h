@@ -23,32 +23,35 @@ public:
     /// Null when there is no item of that number.
     T* find(Id id)
     {
-        Page* const page = pageOf(id);
-        return page && page->has(id) ? &page->items[id % kPage] : nullptr;
+        const std::size_t number = id / kPage;
+        return number < pages_.size() && pages_[number].has(id) ? &pages_[number].at(id) : nullptr;
     }
     const T* find(Id id) const { return const_cast<IdTable*>(this)->find(id); }
+
+    /// One that is there.
+    T& at(Id id) { return pages_[id / kPage].at(id); }
 
     /// A new item, in its default state, under a number that has none.
     T& add(Id id)
     {
         if (pages_.size() <= id / kPage)
             pages_.resize(id / kPage + 1);
-        auto& page = pages_[id / kPage];
-        if (!page)
-            page = std::make_unique<Page>();
-        page->used |= bit(id);
+        Page& page = pages_[id / kPage];
+        if (!page.items)
+            page.items = std::make_unique<std::array<T, kPage>>();
+        page.used |= bit(id);
         ++size_;
-        return page->items[id % kPage];
+        return page.at(id);
     }
     /// Erases an item that is there.
     void erase(Id id)
     {
-        auto& page = pages_[id / kPage];
-        page->items[id % kPage] = T();
-        page->used &= ~bit(id);
+        Page& page = pages_[id / kPage];
+        page.at(id) = T();
+        page.used &= ~bit(id);
         --size_;
-        if (page->used == 0)
-            page.reset();
+        if (page.used == 0)
+            page.items.reset();
     }
 
     std::size_t size() const { return size_; }
@@ -57,13 +60,12 @@ public:
     template <class F>
     void forEach(F f)
     {
-        for (std::size_t number = 0; number < pages_.size(); ++number) {
-            if (!pages_[number])
-                continue;
-            for (std::size_t i = 0; i < kPage; ++i)
-                if (pages_[number]->used >> i & 1)
-                    f(static_cast<Id>(number * kPage + i), pages_[number]->items[i]);
-        }
+        for (std::size_t number = 0; number < pages_.size(); ++number)
+            for (std::uint64_t left = pages_[number].used; left != 0; left &= left - 1) {
+                const auto id =
+                    static_cast<Id>(number * kPage + static_cast<Id>(__builtin_ctzll(left)));
+                f(id, pages_[number].at(id));
+            }
     }
     template <class F>
     void forEach(F f) const
@@ -74,15 +76,19 @@ public:
 private:
     static constexpr std::size_t kPage = 64;
 
+    static std::uint64_t bit(Id id) { return std::uint64_t{1} << (id % kPage); }
+
+    // Which items there are stands beside the pointer: a search touches no other part of a page
+    // than the item.
     struct Page {
         bool has(Id id) const { return (used & bit(id)) != 0; }
-        std::uint64_t used = 0;
-        std::array<T, kPage> items{};
-    };
-    static std::uint64_t bit(Id id) { return std::uint64_t{1} << (id % kPage); }
-    Page* pageOf(Id id) { return id / kPage < pages_.size() ? pages_[id / kPage].get() : nullptr; }
+        T& at(Id id) { return (*items)[id % kPage]; }
 
-    std::vector<std::unique_ptr<Page>> pages_;
+        std::unique_ptr<std::array<T, kPage>> items;
+        std::uint64_t used = 0;
+    };
+
+    std::vector<Page> pages_;
     std::size_t size_ = 0;
 };
 

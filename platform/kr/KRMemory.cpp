@@ -35,42 +35,6 @@ void checkKey(const char* method, const std::string& key)
         throw KRError("KRMemory", method, "a key must not be empty");
 }
 
-const KRValue* MemorySlot::value() const
-{
-    if (entries_.empty())
-        return nullptr;
-    return &entries_[(next_ + entries_.size() - 1) % entries_.size()].value;
-}
-
-KRMemory::Snapshot MemorySlot::snapshot() const
-{
-    const KRValue* latest = value();
-    return latest ? KRMemory::Snapshot{*latest, time_} : KRMemory::Snapshot{};
-}
-
-std::vector<MemorySlot::Entry> MemorySlot::history() const
-{
-    std::vector<Entry> entries;
-    entries.reserve(entries_.size());
-    const bool full = entries_.size() == KRMemory::kMaxHistory;
-    const auto oldest = entries_.begin() + (full ? static_cast<std::ptrdiff_t>(next_) : 0);
-    entries.insert(entries.end(), oldest, entries_.end());
-    entries.insert(entries.end(), entries_.begin(), oldest);
-    return entries;
-}
-
-void MemorySlot::write(const KRValue& value, vo::TimePoint time, std::int64_t lifeTime)
-{
-    if (entries_.size() < KRMemory::kMaxHistory) {
-        entries_.push_back({value, lifeTime});
-    } else {
-        entries_[next_].value = value;
-        entries_[next_].lifeTime = lifeTime;
-    }
-    next_ = next_ + 1 == KRMemory::kMaxHistory ? 0 : next_ + 1;
-    time_ = time;
-}
-
 KRMemory::KRMemory(vo::Application& application) : impl_(std::make_unique<Impl>(*this, application))
 {
 }
@@ -82,7 +46,7 @@ KRMemory::~KRMemory()
 
 std::int64_t KRMemory::Impl::lifeTime() const
 {
-    return std::chrono::duration_cast<std::chrono::seconds>(clock->uptime() - start).count();
+    return std::chrono::duration_cast<std::chrono::seconds>(clock->roughUptime() - start).count();
 }
 
 std::int64_t KRMemory::lifeTime() const
@@ -90,19 +54,13 @@ std::int64_t KRMemory::lifeTime() const
     return impl_->lifeTime();
 }
 
-const MemorySlot* KRMemory::Impl::find(const std::string& key) const
-{
-    const auto place = slots.find(key);
-    return place == slots.end() ? nullptr : &place->second;
-}
-
 KRValue KRMemory::getData(const std::string& key) const
 {
     {
         const vo::SharedLock lock(impl_->mutex);
-        const MemorySlot* slot = impl_->find(key);
+        const MemorySlot* slot = impl_->slots.find(key);
         if (slot && slot->isWritten())
-            return *slot->value();
+            return slot->value();
     }
     throw KRError("KRMemory", "getData", "no data for key '" + key + "'");
 }
@@ -114,8 +72,8 @@ KRValue KRMemory::getListData(const std::vector<std::string>& keys) const
     {
         const vo::SharedLock lock(impl_->mutex);
         for (const std::string& key : keys) {
-            const MemorySlot* slot = impl_->find(key);
-            values.push_back(slot && slot->isWritten() ? *slot->value() : KRValue());
+            const MemorySlot* slot = impl_->slots.find(key);
+            values.push_back(slot ? slot->value() : KRValue());
         }
     }
     return values;
@@ -124,7 +82,7 @@ KRValue KRMemory::getListData(const std::vector<std::string>& keys) const
 bool KRMemory::hasData(const std::string& key) const
 {
     const vo::SharedLock lock(impl_->mutex);
-    const MemorySlot* slot = impl_->find(key);
+    const MemorySlot* slot = impl_->slots.find(key);
     return slot && slot->isWritten();
 }
 
@@ -133,9 +91,9 @@ std::vector<std::string> KRMemory::getDataList(const std::string& prefix) const
     std::vector<std::string> keys;
     {
         const vo::SharedLock lock(impl_->mutex);
-        for (const auto& [key, slot] : impl_->slots)
-            if (slot.isWritten() && key.compare(0, prefix.size(), prefix) == 0)
-                keys.push_back(key);
+        for (const MemorySlot& slot : impl_->slots)
+            if (slot.isWritten() && slot.key().compare(0, prefix.size(), prefix) == 0)
+                keys.push_back(slot.key());
     }
     std::sort(keys.begin(), keys.end());
     return keys;
@@ -145,7 +103,7 @@ void KRMemory::declareEvent(const std::string& key, const std::string& declarer)
 {
     checkKey("declareEvent", key);
     const vo::Lock lock(impl_->mutex);
-    auto& declarers = impl_->slots[key].declarers;
+    auto& declarers = impl_->declarers[key];
     if (std::find(declarers.begin(), declarers.end(), declarer) == declarers.end())
         declarers.push_back(declarer);
 }
@@ -153,8 +111,8 @@ void KRMemory::declareEvent(const std::string& key, const std::string& declarer)
 std::vector<std::string> KRMemory::getDeclarers(const std::string& key) const
 {
     const vo::SharedLock lock(impl_->mutex);
-    const MemorySlot* slot = impl_->find(key);
-    return slot ? slot->declarers : std::vector<std::string>();
+    const auto place = impl_->declarers.find(key);
+    return place == impl_->declarers.end() ? std::vector<std::string>() : place->second;
 }
 
 void KRMemory::raiseEvent(const std::string& key, const KRValue& value)
@@ -173,10 +131,11 @@ void KRMemory::raiseEvent(const std::string& key, const KRValue& value)
 // The stamp is taken under the lock, so that stamps are in the order of the writes.
 void KRMemory::Impl::write(const std::string& key, const KRValue& value, Recipients& recipients)
 {
-    MemorySlot& slot = slots[key];
-    slot.expectWrite();
+    MemorySlot& slot = slots.at(key);
+    for (const MemorySlot::Watcher& watcher : slot.watchers)
+        __builtin_prefetch(watcher.expected);
     const vo::TimePoint time = clock->now();
-    slot.write(value, time, lifeTime());
+    slots.write(slot, value, time, lifeTime());
     bool expired = false;
     for (const MemorySlot::Watcher& watcher : slot.watchers) {
         if (auto feed = watcher.feed.lock()) {
@@ -195,8 +154,8 @@ KRValue KRMemory::getEventHistory(const std::string& key) const
     std::vector<MemorySlot::Entry> entries;
     {
         const vo::SharedLock lock(impl_->mutex);
-        if (const MemorySlot* slot = impl_->find(key))
-            entries = slot->history();
+        if (const MemorySlot* slot = impl_->slots.find(key))
+            entries = impl_->slots.historyOf(*slot);
     }
     KRValue::Array history;
     history.reserve(entries.size());
@@ -214,14 +173,14 @@ std::vector<KRMemory::Snapshot> KRMemory::watch(const std::shared_ptr<MemoryFeed
     snapshots.reserve(keys.size());
     const vo::Lock lock(impl_->mutex);
     for (const Watch& watch : keys) {
-        MemorySlot& slot = impl_->slots[watch.key];
+        MemorySlot& slot = impl_->slots.at(watch.key);
         dropExpiredWatchers(slot);
         const bool known = std::any_of(slot.watchers.begin(), slot.watchers.end(),
                                        [&](const MemorySlot::Watcher& w) {
                                            return w.tag == watch.tag && isSame(w.feed, feed);
                                        });
         if (!known)
-            slot.watchers.push_back({feed, watch.tag});
+            slot.watchers.push_back({feed, watch.tag, watch.expected});
         snapshots.push_back(slot.snapshot());
     }
     return snapshots;
@@ -231,9 +190,8 @@ void KRMemory::unwatch(const std::shared_ptr<MemoryFeed>& feed, const std::strin
                        std::uint32_t tag)
 {
     const vo::Lock lock(impl_->mutex);
-    const auto place = impl_->slots.find(key);
-    if (place != impl_->slots.end())
-        eraseWatchers(place->second, [&](const MemorySlot::Watcher& w) {
+    if (MemorySlot* const slot = impl_->slots.find(key))
+        eraseWatchers(*slot, [&](const MemorySlot::Watcher& w) {
             return w.tag == tag && isSame(w.feed, feed);
         });
 }
@@ -241,7 +199,7 @@ void KRMemory::unwatch(const std::shared_ptr<MemoryFeed>& feed, const std::strin
 void KRMemory::unwatchAll(const std::shared_ptr<MemoryFeed>& feed)
 {
     const vo::Lock lock(impl_->mutex);
-    for (auto& [key, slot] : impl_->slots)
+    for (MemorySlot& slot : impl_->slots)
         eraseWatchers(slot, [&](const MemorySlot::Watcher& w) { return isSame(w.feed, feed); });
 }
 

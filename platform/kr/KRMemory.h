@@ -32,7 +32,7 @@ class KRMemory {
 public:
     /// Entries of history that a key keeps: enough for "did it happen in the last seconds", small
     /// enough for thousands of keys.
-    static constexpr std::size_t kMaxHistory = 100;
+    static constexpr std::size_t kMaxHistory = 32;
 
     /// `application` outlives the memory.
     explicit KRMemory(vo::Application& application);
@@ -74,6 +74,9 @@ public:
     struct Watch {
         std::string key;
         std::uint32_t tag;
+        /// What the watcher will look at first when the key has changed: fetched into the cache
+        /// meanwhile, and never read by memory. It may be gone.
+        const void* expected = nullptr;
     };
 
     /// From now on delivers the changes of these keys to `feed`, and returns what they hold now,

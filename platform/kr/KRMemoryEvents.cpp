@@ -30,7 +30,7 @@ bool hasMethod(const vo::ServiceObject& object, const std::string& name)
 KRMemory::Impl::Impl(KRMemory& memory, vo::Application& application)
     : session(application.session()),
       clock(application.clock()),
-      start(clock->uptime()),
+      start(clock->roughUptime()),
       service(std::make_shared<vo::ServiceObject>("KRMemory")),
       keySignals(memory, *clock)
 {

@@ -9,52 +9,12 @@
 
 #include "platform/kr/KRMemory.h"
 #include "platform/kr/KeySignals.h"
+#include "platform/kr/MemoryTable.h"
 #include "platform/kr/ModuleSubscriber.h"
 #include "platform/vo/Application.h"
 #include "platform/vo/Mutex.h"
 
 namespace KR {
-
-/// What memory knows of one key. A key that is only declared or watched has a slot, but no value.
-class MemorySlot {
-public:
-    struct Entry {
-        KRValue value;
-        std::int64_t lifeTime;
-    };
-    struct Watcher {
-        std::weak_ptr<MemoryFeed> feed;
-        std::uint32_t tag;
-    };
-
-    bool isWritten() const { return !entries_.empty(); }
-    /// Of the latest write; null when there was none.
-    const KRValue* value() const;
-    KRMemory::Snapshot snapshot() const;
-    /// Oldest first.
-    std::vector<Entry> history() const;
-
-    /// Has the memory that the next write goes to fetched meanwhile: with many keys it has been
-    /// long out of every cache.
-    void expectWrite() const
-    {
-        if (next_ < entries_.size())
-            __builtin_prefetch(&entries_[next_], 1);
-    }
-    void write(const KRValue& value, vo::TimePoint time, std::int64_t lifeTime);
-
-private:
-    // A ring once it is full. The latest value lives here alone, so a write copies it once, and
-    // into storage that the entry it replaces leaves behind.
-    std::vector<Entry> entries_;
-    std::size_t next_ = 0;  ///< where the next entry goes
-    vo::TimePoint time_;    ///< of the latest write
-
-public:
-    // Most keys have one.
-    boost::container::small_vector<Watcher, 1> watchers;
-    std::vector<std::string> declarers;
-};
 
 class KRMemory::Impl {
 public:
@@ -70,7 +30,6 @@ public:
 
     void write(const std::string& key, const KRValue& value, Recipients& recipients)
         VO_REQUIRES(mutex);
-    const MemorySlot* find(const std::string& key) const VO_REQUIRES_SHARED(mutex);
     std::int64_t lifeTime() const;
     /// The subscriber of a module that is registered under its name now.
     ModuleSubscriber& subscriberOf(const std::shared_ptr<vo::ServiceObject>& module,
@@ -84,7 +43,9 @@ public:
     const std::shared_ptr<vo::ServiceObject> service;
 
     mutable vo::SharedMutex mutex;
-    std::unordered_map<std::string, MemorySlot> slots VO_GUARDED_BY(mutex);
+    MemoryTable slots VO_GUARDED_BY(mutex);
+    /// Who declared a key, in the order of declaration.
+    std::unordered_map<std::string, std::vector<std::string>> declarers VO_GUARDED_BY(mutex);
 
     // Comes before `mutex`: a subscription and its watch change together.
     vo::Mutex subscribersMutex VO_ACQUIRED_BEFORE(mutex);

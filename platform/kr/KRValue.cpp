@@ -130,11 +130,6 @@ bool KRValue::toBool() const
     mismatch("toBool", Type::boolean, *this);
 }
 
-std::int64_t KRValue::toInt() const
-{
-    return asInt("toInt");
-}
-
 std::int32_t KRValue::toInt32() const
 {
     const std::int64_t v = asInt("toInt32");
@@ -227,7 +222,7 @@ bool KRValue::isTrueOtherwise() const
     }
 }
 
-bool operator==(const KRValue& a, const KRValue& b)
+bool KRValue::isEqual(const KRValue& a, const KRValue& b)
 {
     if (a.getType() != b.getType())
         return false;

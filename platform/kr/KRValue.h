@@ -85,7 +85,10 @@ public:
     /// bool or an int; toInt takes an int, a bool, or a float with a whole value in range; toFloat
     /// takes any number or bool; the others take their own type only.
     bool toBool() const;
-    std::int64_t toInt() const;
+    std::int64_t toInt() const
+    {
+        return isInt() || isBool() ? data_.get<std::int64_t>() : asInt("toInt");
+    }
     /// toInt() within 32 bits; KRError beyond them.
     std::int32_t toInt32() const;
     double toFloat() const;
@@ -114,7 +117,12 @@ public:
     }
 
     /// Equal type and equal content; so int 1 and float 1.0 differ, and NaN differs from itself.
-    friend bool operator==(const KRValue& a, const KRValue& b);
+    friend bool operator==(const KRValue& a, const KRValue& b)
+    {
+        return a.data_.isPlain() && b.data_.isPlain()
+                   ? std::memcmp(&a.data_, &b.data_, sizeof a.data_) == 0
+                   : isEqual(a, b);
+    }
     friend bool operator!=(const KRValue& a, const KRValue& b) { return !(a == b); }
 
     /// For people: JSON notation, a binary as "<N bytes>", the invalid value as "none". A float
@@ -156,6 +164,8 @@ private:
             return content;
         }
         bool isShared() const { return length == kShared; }
+        /// Values of which two are equal when their bytes are.
+        bool isPlain() const { return length != kShared && type != Type::real; }
         bool isShortText() const { return type == Type::string && length != kShared; }
 
         alignas(8) char bytes[kMaxShortText] = {};
@@ -173,6 +183,7 @@ private:
     void removeOwner() const;
     std::string_view longText() const;
     bool isTrueOtherwise() const;
+    static bool isEqual(const KRValue& a, const KRValue& b);
     std::int64_t asInt(const char* method) const;
 
     Data data_;

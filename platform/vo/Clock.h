@@ -49,6 +49,10 @@ public:
     /// Time since this clock was made; never goes back. Delays and periods are counted on it.
     virtual Duration uptime() const = 0;
 
+    /// Uptime as of the machine's latest timer tick, so up to some milliseconds late, or even less
+    /// than an uptime() that was read before. It costs a fraction of what uptime() does.
+    virtual Duration roughUptime() const { return uptime(); }
+
     /// Makes a serial task queue on this clock. The name is for logs and debuggers.
     virtual std::shared_ptr<Executor> makeExecutor(const std::string& name,
                                                    Threading threading) = 0;

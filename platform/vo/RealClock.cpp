@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <time.h>
 #include <utility>
 #include <vector>
 
@@ -214,6 +215,14 @@ public:
     Duration uptime() const override
     {
         return std::chrono::floor<Duration>(Steady::now() - start_);
+    }
+    Duration roughUptime() const override
+    {
+        // The steady clock's own ticks, which the standard library does not offer.
+        timespec tick{};
+        ::clock_gettime(CLOCK_MONOTONIC_COARSE, &tick);
+        const auto now = std::chrono::seconds(tick.tv_sec) + std::chrono::nanoseconds(tick.tv_nsec);
+        return std::chrono::floor<Duration>(now - start_.time_since_epoch());
     }
 
     std::shared_ptr<Executor> makeExecutor(const std::string& name, Threading threading) override

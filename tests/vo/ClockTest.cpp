@@ -53,6 +53,14 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Clocks, ExecutorTest, testing::Values("virtual", "shared", "own"),
                          [](const auto& world) { return world.param; });
 
+TEST_P(ExecutorTest, rough_uptime_is_a_little_late_and_never_early)
+{
+    const Duration before = clock->uptime();
+    const Duration rough = clock->roughUptime();
+    EXPECT_GT(rough, before - 500ms);
+    EXPECT_LE(rough, clock->uptime());
+}
+
 TEST_P(ExecutorTest, tasks_of_many_posters_run_one_at_a_time_and_in_each_posters_order)
 {
     constexpr int kTasks = 1000;

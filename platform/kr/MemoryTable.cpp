@@ -1,0 +1,65 @@
+#include "platform/kr/MemoryTable.h"
+
+#include <algorithm>
+
+namespace KR {
+
+std::vector<MemorySlot::Entry> MemorySlot::entries() const
+{
+    const Entry* const begin = entries_.get();
+    const Entry* const oldest = begin + (size_ == KRMemory::kMaxHistory ? next_ : 0);
+    std::vector<Entry> entries(oldest, begin + size_);
+    entries.insert(entries.end(), begin, oldest);
+    return entries;
+}
+
+void MemorySlot::addEntry(Entry entry)
+{
+    if (next_ == capacity_)
+        growHistory();
+    entries_[next_++] = std::move(entry);
+    size_ = std::max(size_, next_);
+    if (next_ == KRMemory::kMaxHistory)
+        next_ = 0;
+}
+
+/// Twice as long, and no longer than is ever needed.
+void MemorySlot::growHistory()
+{
+    const auto capacity =
+        std::clamp<std::size_t>(capacity_ * std::size_t{2}, 1, KRMemory::kMaxHistory);
+    auto longer = std::make_unique<Entry[]>(capacity);
+    std::move(entries_.get(), entries_.get() + size_, longer.get());
+    entries_ = std::move(longer);
+    capacity_ = static_cast<std::uint8_t>(capacity);
+}
+
+void MemoryTable::write(MemorySlot& slot, const KRValue& value, vo::TimePoint time,
+                        std::int64_t lifeTime)
+{
+    slot.set(value, time);
+    slot.expectEntry();
+    pending_.push_back({&slot, {value, lifeTime}});
+    if (pending_.size() == kMaxPending)
+        writeHistories();
+}
+
+void MemoryTable::writeHistories()
+{
+    for (Pending& pending : pending_)
+        pending.slot->addEntry(std::move(pending.entry));
+    pending_.clear();
+}
+
+std::vector<MemorySlot::Entry> MemoryTable::historyOf(const MemorySlot& slot) const
+{
+    std::vector<MemorySlot::Entry> entries = slot.entries();
+    for (const Pending& pending : pending_)
+        if (pending.slot == &slot)
+            entries.push_back(pending.entry);
+    if (entries.size() > KRMemory::kMaxHistory)
+        entries.erase(entries.begin(), entries.end() - KRMemory::kMaxHistory);
+    return entries;
+}
+
+}  // namespace KR
