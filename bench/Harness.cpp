@@ -58,12 +58,12 @@ void Table::printHead() const
 }
 
 void Table::add(const std::string& row, const std::string& measured, const std::string& peer,
-                const Spread& judged, const Limit& limit)
+                const Spread& judged, const Limit& limit, const std::string& bound)
 {
     ++judged_;
     const bool reached = limit.isReached(judged.median);
     if (!reached)
-        missed_.push_back(row);
+        missed_.push_back(bound.empty() ? row : row + ": " + bound);
     const std::string required = (limit.kind == Limit::Kind::atMost ? "<= " : ">= ");
     print(row, measured, peer, text(judged.median, limit.unit),
           required + text(limit.value, limit.unit), reached ? "yes" : "NO",
@@ -79,7 +79,7 @@ void Table::addInformation(const std::string& row, const std::string& measured,
 void Table::addMissing(const std::string& row, const std::string& why)
 {
     ++judged_;
-    missed_.push_back(row);
+    missed_.push_back(row + ": " + why);
     print(row, "not measured: " + why, "", "", "", "NO", "");
 }
 

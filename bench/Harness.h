@@ -61,16 +61,17 @@ public:
 
     bool wants(const std::string& row) const { return std::regex_search(row, only_); }
     void printHead() const;
-    /// A row whose median is held against a limit. `measured` and `peer` say what was compared.
+    /// A row whose median is held against a limit. `measured` and `peer` say what was compared,
+    /// `bound` what keeps it from being better, for when it is not reached.
     void add(const std::string& row, const std::string& measured, const std::string& peer,
-             const Spread& judged, const Limit& limit);
+             const Spread& judged, const Limit& limit, const std::string& bound = "");
     /// A row that is shown and not judged.
     void addInformation(const std::string& row, const std::string& measured,
                         const std::string& peer = "");
     /// A row that cannot be measured here.
     void addMissing(const std::string& row, const std::string& why);
 
-    /// Names of the rows that are not reached or could not be measured.
+    /// The rows that are not reached or could not be measured, each with what bounds it.
     const std::vector<std::string>& missed() const { return missed_; }
     std::size_t judged() const { return judged_; }
 
