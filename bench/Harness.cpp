@@ -60,6 +60,7 @@ void Table::printHead() const
 void Table::add(const std::string& row, const std::string& measured, const std::string& peer,
                 const Spread& judged, const Limit& limit, const std::string& bound)
 {
+    ++rows_;
     ++judged_;
     const bool reached = limit.isReached(judged.median);
     if (!reached)
@@ -73,11 +74,13 @@ void Table::add(const std::string& row, const std::string& measured, const std::
 void Table::addInformation(const std::string& row, const std::string& measured,
                            const std::string& peer)
 {
+    ++rows_;
     print(row, measured, peer, "", "", "", "");
 }
 
 void Table::addMissing(const std::string& row, const std::string& why)
 {
+    ++rows_;
     ++judged_;
     missed_.push_back(row + ": " + why);
     print(row, "not measured: " + why, "", "", "", "NO", "");

@@ -74,6 +74,8 @@ public:
     /// The rows that are not reached or could not be measured, each with what bounds it.
     const std::vector<std::string>& missed() const { return missed_; }
     std::size_t judged() const { return judged_; }
+    /// Rows that were measured, judged or not.
+    std::size_t rows() const { return rows_; }
 
 private:
     void print(const std::string& row, const std::string& measured, const std::string& peer,
@@ -82,6 +84,7 @@ private:
 
     const std::regex only_;
     std::size_t judged_ = 0;
+    std::size_t rows_ = 0;
     std::vector<std::string> missed_;
 };
 
