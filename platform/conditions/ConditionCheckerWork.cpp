@@ -91,7 +91,7 @@ void ConditionChecker::Impl::repeat(std::uint64_t run)
             return;
         run_->tick = executor_->post([this, run] { repeat(run); }, run_->period);
         Report report;
-        conditions_.forEach([&](unsigned id, const Condition& condition) {
+        conditions_.forEach([&](unsigned id, const Condition& condition) VO_REQUIRES(mutex_) {
             if (condition.mode == ReportWhileTrue && condition.truth)
                 addHit(id, condition, report);
         });
@@ -171,7 +171,7 @@ void ConditionChecker::Impl::addHit(unsigned id, const Condition& condition, Rep
 
 void ConditionChecker::Impl::evaluateAll(bool repeats, Report& report)
 {
-    conditions_.forEach([&](unsigned id, Condition& condition) {
+    conditions_.forEach([&](unsigned id, Condition& condition) VO_REQUIRES(mutex_) {
         if (note(condition, repeats))
             addHit(id, condition, report);
     });

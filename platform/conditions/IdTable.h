@@ -6,6 +6,8 @@
 #include <memory>
 #include <vector>
 
+#include "platform/vo/Mutex.h"
+
 namespace KR {
 
 /// Items by numbers that are given out in ascending order and never again.
@@ -56,9 +58,10 @@ public:
 
     std::size_t size() const { return size_; }
 
-    /// Calls `f(id, item)` for each, in ascending order. It may change the item, not the table.
+    /// Calls `f(id, item)` for each, in ascending order. It may change the item, not the table. It
+    /// may also need a lock that its author holds and that is not known here.
     template <class F>
-    void forEach(F f)
+    void forEach(F f) VO_NO_THREAD_SAFETY_ANALYSIS
     {
         for (std::size_t number = 0; number < pages_.size(); ++number)
             for (std::uint64_t left = pages_[number].used; left != 0; left &= left - 1) {
