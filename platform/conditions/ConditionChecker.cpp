@@ -57,13 +57,15 @@ unsigned ConditionChecker::Impl::addCondition(const std::string& text, ReportMod
     condition.own = own != nullptr;
     if (own)
         callbacks_.emplace(id, std::move(own));
-    if (!added.empty())
+    if (!added.empty()) {
         snapshots_.noteKeys();
-    if (run_) {
-        // From here on no change of its keys is missed; it is evaluated in its place in the line.
-        setAll(added, memory().watch(run_->feed, added));
-        enqueueEvaluation(KRValue(id));
+        // From here on no change of its keys is missed.
+        if (run_)
+            setAll(added, memory().watch(run_->feed, added));
     }
+    // It is evaluated in its place in the line.
+    if (run_)
+        enqueueAdded(id);
     return id;
 }
 
@@ -106,7 +108,7 @@ void ConditionChecker::Impl::resetChecks()
     const vo::Lock lock(mutex_);
     conditions_.forEach([](unsigned, Condition& condition) { condition.truth = false; });
     if (run_)
-        enqueueEvaluation(KRValue());
+        enqueueEvaluation();
 }
 
 void ConditionChecker::Impl::run(vo::Duration period, bool once)
@@ -125,7 +127,7 @@ void ConditionChecker::Impl::run(vo::Duration period, bool once)
 
     const ConditionGraph::Watches watches = graph_.watches();
     setAll(watches, data.watch(run_->feed, watches));
-    conditions_.forEach([](unsigned, Condition& condition) { condition.followed = true; });
+    run_->followed = lastId_;
     // Ahead of the changes that are raised from here on.
     run_->line.push_back({kEvaluate, {}, {}});
     postWork();

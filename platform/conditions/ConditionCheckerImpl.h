@@ -46,12 +46,11 @@ public:
 private:
     /// One byte, so that those of thousands of conditions stay in the processor's cache.
     struct Condition {
-        Condition() : mode(ReportNever), now(false), truth(false), followed(false), own(false) {}
+        Condition() : mode(ReportNever), now(false), truth(false), own(false) {}
 
         std::uint8_t mode : 3;  ///< a ReportMode
         bool now : 1;           ///< its truth in the graph
         bool truth : 1;         ///< cached: what was made known of it
-        bool followed : 1;      ///< of a running checker: its first evaluation's turn has come
         bool own : 1;           ///< has a callback in callbacks_
     };
 
@@ -80,14 +79,20 @@ private:
         std::vector<MemoryChange> line;  ///< taken from the feed, waiting for their moment
         std::size_t next = 0;            ///< the first of the line that waits
         bool begun = false;              ///< the first moment is handled
+        unsigned followed = 0;           ///< conditions up to this one have had their first turn
         bool posted = false;             ///< a task is on its way that sees to the line
         std::deque<Report> outbox;       ///< of moments that are handled, to be delivered first
         vo::Executor::TaskId tick = 0;
     };
 
     /// The tag of an entry in the line of changes that is no change, but the place at which
-    /// conditions are evaluated anew: the one whose id is the value, or all of them.
+    /// conditions are evaluated: all of them anew, or one after the other those that were added, up
+    /// to the one whose id is the value.
     static constexpr ConditionGraph::Tag kEvaluate = 0;
+    static bool isOfAdded(const MemoryChange& entry)
+    {
+        return entry.tag == kEvaluate && entry.value.isInt();
+    }
 
     /// Moments that make nothing reportable are handled so many at a time: few enough that whoever
     /// wants the lock meanwhile waits some microseconds, enough that taking it costs next to
@@ -105,7 +110,8 @@ private:
         return run_ && run_->number == run;
     }
     void postWork() VO_REQUIRES(mutex_);
-    void enqueueEvaluation(const KRValue& which) VO_REQUIRES(mutex_);
+    void enqueueEvaluation() VO_REQUIRES(mutex_);
+    void enqueueAdded(unsigned id) VO_REQUIRES(mutex_);
     std::shared_ptr<Run> endRun() VO_REQUIRES(mutex_);
     std::vector<KRMemory::Snapshot> readMemory(const ConditionGraph::Watches& watches) const
         VO_REQUIRES(mutex_);
@@ -124,7 +130,8 @@ private:
     void address(Report& report) const VO_REQUIRES(mutex_);
     void addHit(unsigned id, const Condition& condition, Report& report) VO_REQUIRES(mutex_);
     void evaluateAll(bool repeats, Report& report) VO_REQUIRES(mutex_);
-    bool note(Condition& condition, bool repeats) VO_REQUIRES(mutex_);
+    void evaluate(unsigned id, Report& report) VO_REQUIRES(mutex_);
+    bool note(unsigned id, Condition& condition, bool repeats) VO_REQUIRES(mutex_);
     void noteChanged(const std::vector<unsigned>& changed, Report& report) VO_REQUIRES(mutex_);
 
     void beginDelivery(const Report& report) VO_REQUIRES(mutex_);

@@ -103,10 +103,21 @@ void ConditionChecker::Impl::repeat(std::uint64_t run)
     work(run);
 }
 
-void ConditionChecker::Impl::enqueueEvaluation(const KRValue& which)
+void ConditionChecker::Impl::enqueueEvaluation()
 {
     takeChanges(*run_);
-    run_->line.push_back({kEvaluate, {}, which});
+    run_->line.push_back({kEvaluate, {}, {}});
+    postWork();
+}
+
+/// Conditions that are added with no change between them share an entry.
+void ConditionChecker::Impl::enqueueAdded(unsigned id)
+{
+    takeChanges(*run_);
+    std::vector<MemoryChange>& line = run_->line;
+    if (line.empty() || !isOfAdded(line.back()))
+        line.push_back({kEvaluate, {}, {}});
+    line.back().value = KRValue(id);
     postWork();
 }
 
@@ -126,22 +137,20 @@ void ConditionChecker::Impl::takeChanges(Run& run)
 /// Handles the next moment of the line, which is not empty.
 void ConditionChecker::Impl::handleNext(Run& run, Report& report)
 {
-    const MemoryChange& change = run.line[run.next++];
+    const MemoryChange& change = run.line[run.next];
     run.begun = true;
-    if (run.next < run.line.size())
-        graph_.expect(run.line[run.next].tag);
-    if (change.tag != kEvaluate) {
-        noteChanged(follow(change.tag, change.value, change.time), report);
-    } else if (!change.value.isValid()) {
+    if (isOfAdded(change)) {
+        evaluate(++run.followed, report);
+        if (run.followed < change.value.toInt())
+            return;
+    } else if (change.tag == kEvaluate) {
         evaluateAll(false, report);
     } else {
-        const auto id = static_cast<unsigned>(change.value.toInt());
-        if (Condition* const condition = conditions_.find(id)) {
-            condition->followed = true;
-            if (note(*condition, false))
-                addHit(id, *condition, report);
-        }
+        if (run.next + 1 < run.line.size())
+            graph_.expect(run.line[run.next + 1].tag);
+        noteChanged(follow(change.tag, change.value, change.time), report);
     }
+    ++run.next;
 }
 
 /// Brings the graph up to date with one change. Returns the conditions whose truth it changed
@@ -172,16 +181,24 @@ void ConditionChecker::Impl::addHit(unsigned id, const Condition& condition, Rep
 void ConditionChecker::Impl::evaluateAll(bool repeats, Report& report)
 {
     conditions_.forEach([&](unsigned id, Condition& condition) VO_REQUIRES(mutex_) {
-        if (note(condition, repeats))
+        if (note(id, condition, repeats))
             addHit(id, condition, report);
     });
 }
 
+/// One that may be gone.
+void ConditionChecker::Impl::evaluate(unsigned id, Report& report)
+{
+    Condition* const condition = conditions_.find(id);
+    if (condition && note(id, *condition, false))
+        addHit(id, *condition, report);
+}
+
 /// Brings the cached truth up to date; true when that is to be reported. With `repeats` a period
 /// counts as over.
-bool ConditionChecker::Impl::note(Condition& condition, bool repeats)
+bool ConditionChecker::Impl::note(unsigned id, Condition& condition, bool repeats)
 {
-    if (run_ && !condition.followed)
+    if (run_ && id > run_->followed)
         return false;
     const bool truth = condition.now;
     const bool changed = truth != condition.truth;
@@ -195,7 +212,7 @@ void ConditionChecker::Impl::noteChanged(const std::vector<unsigned>& changed, R
     for (const unsigned id : changed) {
         Condition& condition = conditions_.at(id);
         condition.now = !condition.now;
-        if (!note(condition, false))
+        if (!note(id, condition, false))
             continue;
         if (report.hits.empty())
             report.hits.reserve(changed.size());
