@@ -36,9 +36,8 @@ std::size_t ConditionGraph::InputsHash::operator()(NodeId conjunction) const
 
 bool ConditionGraph::SameInputs::operator()(NodeId conjunction, const Inputs& inputs) const
 {
-    const SmallIds& mine = std::get<Conjunction>((*meanings)[conjunction]).inputs;
-    return std::equal(mine.begin(), mine.end(), inputs.begin(), inputs.end(),
-                      [](std::uint32_t code, Edge input) { return code == input.code(); });
+    const SmallList<Edge>& mine = std::get<Conjunction>((*meanings)[conjunction]).inputs;
+    return std::equal(mine.begin(), mine.end(), inputs.begin(), inputs.end());
 }
 
 bool ConditionGraph::SameInputs::operator()(const Inputs& inputs, NodeId conjunction) const
@@ -61,7 +60,7 @@ ConditionGraph::Watches ConditionGraph::add(unsigned id, const std::string& text
     if (!root)
         root = &makeRoot(text, added);
     ++root->conditions;
-    nodes_[root->edge.node()].conditions.push_back(id);
+    nodes_[root->edge.node()].uses.push_back(Use::by(id));
     rootOf_.add(id) = root;
     return added;
 }
@@ -103,7 +102,7 @@ ConditionGraph::Watches ConditionGraph::remove(unsigned id)
     Watches removed;
     Root& root = **rootOf_.find(id);
     rootOf_.erase(id);
-    nodes_[root.edge.node()].conditions.erase(id);
+    nodes_[root.edge.node()].uses.erase(Use::by(id));
     if (--root.conditions == 0)
         releaseRoot(root, removed);
     return removed;
@@ -287,7 +286,7 @@ ConditionGraph::Edge ConditionGraph::pairComparison(Expression::Kind kind, Slot&
 void ConditionGraph::addPair(Slot& slot, NodeId id)
 {
     if (!slot.pairs)
-        slot.pairs = std::make_unique<SmallIds>();
+        slot.pairs = std::make_unique<SmallList<NodeId>>();
     slot.pairs->push_back(id);
 }
 
@@ -331,13 +330,13 @@ ConditionGraph::Edge ConditionGraph::conjunction(Inputs inputs)
         node.height =
             std::max(node.height, static_cast<std::uint16_t>(nodes_[input.node()].height + 1));
         ++nodes_[input.node()].references;
-        meaning.inputs.push_back(input.code());
+        meaning.inputs.push_back(input);
     }
     node.truth = node.falseInputs == 0;
     const NodeId id = makeNode(std::move(meaning), std::move(node));
     conjunctions_.insert(id);
     for (const Edge input : inputs) {
-        nodes_[input.node()].outputs.push_back(Edge(id, input.negated()).code());
+        nodes_[input.node()].uses.push_back(Use::by(Edge(id, input.negated())));
         if (const auto* leaf = std::get_if<LiteralLeaf>(&meanings_[input.node()]))
             noteUse(*leaf->slot, input.node(), id);
     }
@@ -386,9 +385,8 @@ void ConditionGraph::release(NodeId id)
 
 void ConditionGraph::releaseInputs(NodeId id, const Conjunction& conjunction)
 {
-    for (const std::uint32_t code : conjunction.inputs) {
-        const Edge input = Edge::of(code);
-        nodes_[input.node()].outputs.eraseUnordered(Edge(id, input.negated()).code());
+    for (const Edge input : conjunction.inputs) {
+        nodes_[input.node()].uses.erase(Use::by(Edge(id, input.negated())));
         release(input.node());
     }
 }
@@ -406,9 +404,9 @@ void ConditionGraph::takeOutOfSlots(NodeId id, const Meaning& meaning)
                                         [id](const Literal& l) { return l.node == id; }));
     } else if (const auto* pair = std::get_if<PairLeaf>(&meaning)) {
         pairs_.erase({pair->left->tag, pair->comparison, pair->right->tag});
-        pair->left->pairs->eraseUnordered(id);
+        pair->left->pairs->erase(id);
         if (pair->left != pair->right)
-            pair->right->pairs->eraseUnordered(id);
+            pair->right->pairs->erase(id);
     }
 }
 
@@ -468,9 +466,12 @@ void ConditionGraph::flip(NodeId id)
 {
     Node& node = nodes_[id];
     node.truth = !node.truth;
-    changed_.insert(changed_.end(), node.conditions.begin(), node.conditions.end());
-    for (const std::uint32_t code : node.outputs) {
-        const Edge output = Edge::of(code);
+    for (const Use use : node.uses) {
+        if (use.isCondition()) {
+            changed_.push_back(use.condition());
+            continue;
+        }
+        const Edge output = use.conjunction();
         Node& above = nodes_[output.node()];
         if (node.truth == output.negated())
             ++above.falseInputs;

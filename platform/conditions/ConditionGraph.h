@@ -15,7 +15,7 @@
 
 #include "platform/conditions/ConditionParser.h"
 #include "platform/conditions/IdTable.h"
-#include "platform/conditions/SmallIds.h"
+#include "platform/conditions/SmallList.h"
 #include "platform/conditions/ThresholdIndex.h"
 #include "platform/kr/KRMemory.h"
 #include "platform/kr/KRValue.h"
@@ -118,6 +118,26 @@ private:
     };
     using Inputs = std::vector<Edge>;
 
+    /// What the truth of a node concerns: a conjunction above, or a condition that it is the root
+    /// of.
+    class Use {
+    public:
+        Use() = default;
+        /// By a conjunction, which takes the node as it is or negated.
+        static Use by(Edge conjunction) { return Use(conjunction.code() << 1); }
+        static Use by(unsigned condition) { return Use(condition << 1 | 1U); }
+
+        bool isCondition() const { return (code_ & 1) != 0; }
+        unsigned condition() const { return code_ >> 1; }
+        Edge conjunction() const { return Edge::of(code_ >> 1); }
+        bool operator==(Use other) const { return code_ == other.code_; }
+
+    private:
+        explicit Use(std::uint32_t code) : code_(code) {}
+
+        std::uint32_t code_ = 0;
+    };
+
     struct Indexes {
         ThresholdIndex numbers;
         ThresholdIndex texts;
@@ -140,7 +160,7 @@ private:
         Tag tag = 0;
         boost::container::small_vector<Literal, 1> literals;  ///< while they are few
         std::unique_ptr<Indexes> indexes;                     ///< once there were many literals
-        std::unique_ptr<SmallIds> pairs;                      ///< comparisons with other keys
+        std::unique_ptr<SmallList<NodeId>> pairs;             ///< comparisons with other keys
         std::unique_ptr<const std::string> key;
         std::uint32_t readers = 0;  ///< roots
     };
@@ -161,29 +181,28 @@ private:
         Slot* right;
     };
     struct Conjunction {
-        SmallIds inputs;  ///< codes of edges, in ascending order
+        SmallList<Edge> inputs;  ///< in ascending order
     };
     /// What a node means.
     using Meaning = std::variant<std::monostate, TruthLeaf, LiteralLeaf, PairLeaf, Conjunction>;
 
-    /// What a change of a node touches.
-    struct alignas(kLine) Node {
+    /// What a change of a node touches. A leaf often lies beside the node that it was made for.
+    struct alignas(kLine / 2) Node {
         bool truth = false;
         bool due = false;  ///< waits in due_
         std::uint16_t height = 0;
         std::uint32_t falseInputs = 0;  ///< of a conjunction
         std::uint32_t references = 1;
-        SmallIds conditions;  ///< that it is the root of, in ascending order
-        SmallIds outputs;     ///< the conjunctions above, as codes of edges: how they use it
+        SmallList<Use> uses;  ///< in the order in which they were added
     };
-    static_assert(sizeof(Node) == kLine);
+    static_assert(sizeof(Node) == kLine / 2);
 
     /// The conditions of one text.
     struct Root {
         std::string text;
         Edge edge;
         std::uint32_t conditions = 0;  ///< how many
-        SmallIds tags;                 ///< of its keys
+        SmallList<Tag> tags;           ///< of its keys
     };
 
     struct KeyOf {
