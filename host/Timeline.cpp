@@ -82,7 +82,7 @@ void Timeline::drain()
 
 void Timeline::drainLocked()
 {
-    if (!feed_ || !feed_->take(changes_))
+    if (!feed_ || !broker_->memory().take(*feed_, changes_))
         return;
     for (const MemoryChange& change : changes_) {
         KRValue& last = values_[change.tag];

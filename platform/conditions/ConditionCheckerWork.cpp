@@ -125,12 +125,12 @@ void ConditionChecker::Impl::enqueueAdded(unsigned id)
 void ConditionChecker::Impl::takeChanges(Run& run)
 {
     if (run.next == run.line.size()) {
-        run.feed->take(run.line);
+        memory().take(*run.feed, run.line);
         run.next = 0;
         return;
     }
     std::vector<MemoryChange> changes;
-    run.feed->take(changes);
+    memory().take(*run.feed, changes);
     std::move(changes.begin(), changes.end(), std::back_inserter(run.line));
 }
 

@@ -4,12 +4,14 @@
 #include <utility>
 #include <vector>
 
+#include "platform/kr/KRMemory.h"
 #include "platform/vo/Executor.h"
 
 namespace KR {
 
 struct FeedPump::State {
     // Constant after construction.
+    KRMemory* memory = nullptr;
     std::shared_ptr<vo::Executor> executor;
     Handler handler;
     std::shared_ptr<MemoryFeed> feed;
@@ -24,7 +26,7 @@ struct FeedPump::State {
 // One batch a wake is enough: what arrives after take() finds the queue empty and wakes again.
 void FeedPump::State::handOn()
 {
-    feed->take(batch);
+    memory->take(*feed, batch);
     for (const MemoryChange& change : batch) {
         if (closed)
             break;
@@ -33,9 +35,10 @@ void FeedPump::State::handOn()
     batch.clear();
 }
 
-FeedPump::FeedPump(vo::Clock& clock, const std::string& name, Handler handler)
+FeedPump::FeedPump(KRMemory& memory, vo::Clock& clock, const std::string& name, Handler handler)
     : state_(std::make_shared<State>())
 {
+    state_->memory = &memory;
     state_->executor = clock.makeExecutor(name, vo::Clock::Threading::shared);
     state_->handler = std::move(handler);
     const std::weak_ptr<State> weak = state_;

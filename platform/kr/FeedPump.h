@@ -9,6 +9,8 @@
 
 namespace KR {
 
+class KRMemory;
+
 /// Takes what shared memory appends to a feed and hands it on, on a platform thread: one change at
 /// a time, in the order in which they were raised.
 ///
@@ -21,8 +23,8 @@ class FeedPump {
 public:
     using Handler = std::function<void(const MemoryChange&)>;
 
-    /// The name is for logs and debuggers.
-    FeedPump(vo::Clock& clock, const std::string& name, Handler handler);
+    /// The name is for logs and debuggers. `memory` outlives this.
+    FeedPump(KRMemory& memory, vo::Clock& clock, const std::string& name, Handler handler);
     ~FeedPump();
     FeedPump(const FeedPump&) = delete;
     FeedPump& operator=(const FeedPump&) = delete;

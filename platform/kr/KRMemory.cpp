@@ -186,6 +186,14 @@ std::vector<KRMemory::Snapshot> KRMemory::watch(const std::shared_ptr<MemoryFeed
     return snapshots;
 }
 
+bool KRMemory::take(MemoryFeed& feed, std::vector<MemoryChange>& changes)
+{
+    changes.clear();
+    const vo::Lock lock(impl_->mutex);
+    feed.queue_.swap(changes);
+    return !changes.empty();
+}
+
 void KRMemory::unwatch(const std::shared_ptr<MemoryFeed>& feed, const std::string& key,
                        std::uint32_t tag)
 {

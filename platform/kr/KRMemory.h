@@ -85,6 +85,9 @@ public:
     /// the feed alive, and forgets one that is gone.
     std::vector<Snapshot> watch(const std::shared_ptr<MemoryFeed>& feed,
                                 const std::vector<Watch>& keys);
+    /// Moves everything that is queued for a feed to `changes` (whose old content is discarded, its
+    /// storage reused). False when there was nothing.
+    bool take(MemoryFeed& feed, std::vector<MemoryChange>& changes);
     /// Ends the delivery of one key's changes to `feed`, or of all keys'. What is queued stays.
     void unwatch(const std::shared_ptr<MemoryFeed>& feed, const std::string& key,
                  std::uint32_t tag);

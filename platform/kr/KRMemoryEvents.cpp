@@ -28,7 +28,8 @@ bool hasMethod(const vo::ServiceObject& object, const std::string& name)
 // The methods capture the memory, which is still being made; nobody can call them before the
 // object is registered.
 KRMemory::Impl::Impl(KRMemory& memory, vo::Application& application)
-    : session(application.session()),
+    : owner(memory),
+      session(application.session()),
       clock(application.clock()),
       start(clock->roughUptime()),
       service(std::make_shared<vo::ServiceObject>("KRMemory")),
@@ -83,7 +84,7 @@ ModuleSubscriber& KRMemory::Impl::subscriberOf(const std::shared_ptr<vo::Service
     std::unique_ptr<ModuleSubscriber>& subscriber = subscribers[module->name()];
     if (!subscriber || subscriber->module() != module) {
         replaced = std::move(subscriber);
-        subscriber = std::make_unique<ModuleSubscriber>(module, *clock);
+        subscriber = std::make_unique<ModuleSubscriber>(owner, module, *clock);
     }
     return *subscriber;
 }

@@ -37,6 +37,7 @@ public:
         VO_REQUIRES(subscribersMutex);
 
     // Constant after construction.
+    KRMemory& owner;
     vo::Session& session;
     const std::shared_ptr<vo::Clock> clock;
     const vo::Duration start;

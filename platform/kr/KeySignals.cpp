@@ -49,7 +49,7 @@ struct KeySignals::Table {
 KeySignals::KeySignals(KRMemory& memory, vo::Clock& clock)
     : memory_(memory),
       table_(std::make_shared<Table>()),
-      pump_(clock, "KRMemory signals",
+      pump_(memory, clock, "KRMemory signals",
             [table = table_](const MemoryChange& change) { table->deliver(change); })
 {
 }

@@ -35,9 +35,10 @@ struct ModuleSubscriber::Table {
     std::uint32_t lastTag VO_GUARDED_BY(mutex) = 0;
 };
 
-ModuleSubscriber::ModuleSubscriber(std::shared_ptr<vo::ServiceObject> module, vo::Clock& clock)
+ModuleSubscriber::ModuleSubscriber(KRMemory& memory, std::shared_ptr<vo::ServiceObject> module,
+                                   vo::Clock& clock)
     : table_(std::make_shared<Table>(std::move(module))),
-      pump_(clock, "KRMemory to " + table_->module->name(),
+      pump_(memory, clock, "KRMemory to " + table_->module->name(),
             [table = table_](const MemoryChange& change) { table->deliver(change); })
 {
 }

@@ -22,7 +22,8 @@ namespace KR {
 /// Thread-safe.
 class ModuleSubscriber {
 public:
-    ModuleSubscriber(std::shared_ptr<vo::ServiceObject> module, vo::Clock& clock);
+    /// `memory` outlives this.
+    ModuleSubscriber(KRMemory& memory, std::shared_ptr<vo::ServiceObject> module, vo::Clock& clock);
 
     const std::shared_ptr<vo::ServiceObject>& module() const;
     const std::shared_ptr<MemoryFeed>& feed() const { return pump_.feed(); }

@@ -19,7 +19,8 @@ namespace vo {
 template <class T, class KeyOf>
 class TextIndex {
 public:
-    /// Half as large as by default: a search waits for the table longer than it looks at more of it.
+    /// Half as large as by default: a search waits for the table longer than it looks at more of
+    /// it.
     TextIndex() { items_.max_load_factor(0.8F); }
 
     /// Null when there is none.

@@ -77,7 +77,7 @@ struct SenseTest : testing::Test {
     std::string raised()
     {
         std::vector<MemoryChange> changes;
-        feed->take(changes);
+        platform.memory().take(*feed, changes);
         std::string text;
         for (const auto& [tag, time, value] : changes)
             text += (text.empty() ? "" : " ") + names[tag] + "=" +
