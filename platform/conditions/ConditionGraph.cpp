@@ -426,7 +426,7 @@ const std::vector<unsigned>& ConditionGraph::set(Tag tag, const KRValue& value, 
     for (Literal& leaf : slot->literals) {
         if (leaf.truth == holds(leaf.comparison, value, leaf.literal))
             continue;
-        __builtin_prefetch(&nodes_[leaf.above]);
+        vo::prefetch(&nodes_[leaf.above]);
         leaf.truth = !leaf.truth;
         flip(leaf.node);
     }

@@ -19,6 +19,7 @@
 #include "platform/conditions/ThresholdIndex.h"
 #include "platform/kr/KRMemory.h"
 #include "platform/kr/KRValue.h"
+#include "platform/vo/Cache.h"
 #include "platform/vo/Clock.h"
 #include "platform/vo/TextIndex.h"
 
@@ -66,7 +67,7 @@ public:
     void expect(Tag tag) const
     {
         if (const Slot* const slot = slots_.find(tag))
-            __builtin_prefetch(slot);
+            vo::prefetch(slot, sizeof *slot);
     }
 
     /// Every key that a condition reads.
@@ -93,9 +94,6 @@ private:
     /// Comparisons of a key with literals that are looked at one by one; with more of them the key
     /// gets an index. It costs as much as looking at some ten.
     static constexpr std::size_t kMaxUnindexed = 8;
-
-    /// Of the processor's cache: what a change touches lies in as few of its lines as may be.
-    static constexpr std::size_t kLine = 64;
 
     /// A use of a node, as it is or negated.
     class Edge {
@@ -153,8 +151,8 @@ private:
         Expression::Kind comparison;
         bool truth;
     };
-    /// A key, and the leaves that read it. It takes two lines, which are fetched together.
-    struct alignas(2 * kLine) Slot {
+    /// A key, and the leaves that read it. It takes two lines of the processor's cache.
+    struct alignas(2 * vo::kCacheLine) Slot {
         KRMemory::Snapshot now = {};
         NodeId truth = 0;
         Tag tag = 0;
@@ -164,7 +162,7 @@ private:
         std::unique_ptr<const std::string> key;
         std::uint32_t readers = 0;  ///< roots
     };
-    static_assert(sizeof(Slot) == 2 * kLine);
+    static_assert(sizeof(Slot) == 2 * vo::kCacheLine);
     using Pair = std::tuple<Tag, Expression::Kind, Tag>;
 
     struct TruthLeaf {
@@ -187,7 +185,7 @@ private:
     using Meaning = std::variant<std::monostate, TruthLeaf, LiteralLeaf, PairLeaf, Conjunction>;
 
     /// What a change of a node touches. A leaf often lies beside the node that it was made for.
-    struct alignas(kLine / 2) Node {
+    struct alignas(vo::kCacheLine / 2) Node {
         bool truth = false;
         bool due = false;  ///< waits in due_
         std::uint16_t height = 0;
@@ -195,7 +193,7 @@ private:
         std::uint32_t references = 1;
         SmallList<Use> uses;  ///< in the order in which they were added
     };
-    static_assert(sizeof(Node) == kLine / 2);
+    static_assert(sizeof(Node) == vo::kCacheLine / 2);
 
     /// The conditions of one text.
     struct Root {

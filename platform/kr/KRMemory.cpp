@@ -5,6 +5,7 @@
 
 #include "platform/kr/KRError.h"
 #include "platform/kr/KRMemoryImpl.h"
+#include "platform/vo/Cache.h"
 
 namespace KR {
 
@@ -133,7 +134,7 @@ void KRMemory::Impl::write(const std::string& key, const KRValue& value, Recipie
 {
     MemorySlot& slot = slots.at(key);
     for (const MemorySlot::Watcher& watcher : slot.watchers)
-        __builtin_prefetch(watcher.expected);
+        vo::prefetch(watcher.expected, kExpected);
     const vo::TimePoint time = clock->now();
     slots.write(slot, value, time, lifeTime());
     bool expired = false;

@@ -74,10 +74,11 @@ public:
     struct Watch {
         std::string key;
         std::uint32_t tag;
-        /// What the watcher will look at first when the key has changed: fetched into the cache
-        /// meanwhile, and never read by memory. It may be gone.
+        /// What the watcher will look at first when the key has changed: kExpected bytes that are
+        /// fetched into the cache meanwhile, and never read by memory. They may be gone.
         const void* expected = nullptr;
     };
+    static constexpr std::size_t kExpected = 128;
 
     /// From now on delivers the changes of these keys to `feed`, and returns what they hold now,
     /// in the order asked. Both happen at one moment: no change is missed or seen twice. A feed

@@ -10,14 +10,15 @@
 #include <vector>
 
 #include "platform/kr/KRMemory.h"
+#include "platform/vo/Cache.h"
 #include "platform/vo/TextIndex.h"
 
 namespace KR {
 
 /// What memory knows of one key. A key that is only watched has a slot, but no value.
 ///
-/// It takes two lines of the processor's cache, which are fetched together.
-class alignas(128) MemorySlot {
+/// It takes two lines of the processor's cache.
+class alignas(2 * vo::kCacheLine) MemorySlot {
 public:
     struct Entry {
         KRValue value;
@@ -45,7 +46,7 @@ public:
         isWritten_ = true;
     }
     /// Has the memory that the next entry goes to fetched meanwhile.
-    void expectEntry() const { __builtin_prefetch(entries_.get() + next_, 1); }
+    void expectEntry() const { vo::prefetch(entries_.get() + next_); }
     void addEntry(Entry entry);
     /// Oldest first.
     std::vector<Entry> entries() const;

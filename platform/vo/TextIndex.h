@@ -6,6 +6,8 @@
 #include <string>
 #include <tsl/robin_set.h>
 
+#include "platform/vo/Cache.h"
+
 namespace vo {
 
 /// Finds items by a text that each of them holds: `KeyOf()(item)` is a `const std::string&`, which
@@ -13,7 +15,8 @@ namespace vo {
 /// are.
 ///
 /// The hashes stand beside the pointers, so a search touches the item that it finds and no other;
-/// with many items each of them has been long out of every cache.
+/// with many items each of them has been long out of every cache. All of an item that is likely to
+/// be found is fetched while its text is compared.
 ///
 /// Not thread-safe.
 template <class T, class KeyOf>
@@ -47,11 +50,13 @@ private:
     };
     struct Same {
         using is_transparent = void;
-        template <class A, class B>
-        bool operator()(const A& a, const B& b) const
+        template <class Key>
+        bool operator()(const Key& key, const T* item) const
         {
-            return keyOf(a) == keyOf(b);
+            prefetch(item, sizeof *item);
+            return keyOf(key) == keyOf(item);
         }
+        bool operator()(const T* item, const std::string& key) const { return (*this)(key, item); }
     };
 
     tsl::robin_set<T*, Hash, Same, std::allocator<T*>, true> items_;
