@@ -38,14 +38,16 @@ void MemoryTable::write(MemorySlot& slot, const KRValue& value, vo::TimePoint ti
                         std::int64_t lifeTime)
 {
     slot.set(value, time);
-    slot.expectEntry();
     pending_.push_back({&slot, {value, lifeTime}});
     if (pending_.size() == kMaxPending)
         writeHistories();
 }
 
+// One loop has the entries' memory fetched all at once; in the other one they have their turn.
 void MemoryTable::writeHistories()
 {
+    for (const Pending& pending : pending_)
+        pending.slot->expectEntry();
     for (Pending& pending : pending_)
         pending.slot->addEntry(std::move(pending.entry));
     pending_.clear();

@@ -108,8 +108,8 @@ private:
         MemorySlot* slot;
         MemorySlot::Entry entry;
     };
-    /// Enough for their memory to be there when it is their turn, few enough to be gone through in
-    /// about a microsecond.
+    /// Enough to fetch their memory side by side, few enough to be gone through in about a
+    /// microsecond.
     static constexpr std::size_t kMaxPending = 64;
 
     void writeHistories();
