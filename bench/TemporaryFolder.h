@@ -1,9 +1,8 @@
 #pragma once
 
+#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
-#include <stdlib.h>
 #include <string>
 
 namespace bench {

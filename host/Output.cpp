@@ -37,8 +37,10 @@ void Output::check(bool ok)
 
 bool Output::wantsColours() const
 {
+    // NOLINTBEGIN(concurrency-mt-unsafe): nobody writes these
     const char* noColour = std::getenv("NO_COLOR");
     const char* terminal = std::getenv("TERM");
+    // NOLINTEND(concurrency-mt-unsafe)
     return isatty(fileno(stream_)) == 1 && !(noColour && *noColour) &&
            !(terminal && std::string_view(terminal) == "dumb");
 }

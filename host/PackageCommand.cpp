@@ -1,9 +1,9 @@
 #include "host/PackageCommand.h"
 
 #include <CLI/CLI.hpp>
+#include <cstdlib>
 #include <filesystem>
 #include <nlohmann/json.hpp>
-#include <stdlib.h>
 
 #include "host/Output.h"
 #include "host/PackageDescription.h"

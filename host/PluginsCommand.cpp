@@ -19,12 +19,12 @@ TableRow rowOf(const NimbraLaunchpad::PluginState& plugin)
 
 }  // namespace
 
-void listPlugins(const std::string& given, const std::string& packages)
+void listPlugins(const std::string& config, const std::string& packages)
 {
     const std::shared_ptr<vo::Clock> clock = vo::makeRealClock();
     Timeline timeline(clock, std::make_unique<NoTimeline>());
     Host::Options options;
-    options.config = configPath(given);
+    options.config = configPath(config);
     options.packages = packages;
     options.plugins = inspectConfiguration(options.config).plugins;
     Host host(clock, timeline, options);

@@ -46,6 +46,7 @@ void Timeline::follow(const boost::shared_ptr<KRBroker>& broker,
     const auto feed = std::make_shared<MemoryFeed>(
         [this, executor = executor_] { executor->post([this] { drain(); }); });
     std::vector<KRMemory::Watch> watches;
+    watches.reserve(keys.size());
     for (const std::string& key : keys)
         watches.push_back({key, static_cast<std::uint32_t>(watches.size())});
     const std::vector<KRMemory::Snapshot> snapshots = broker->memory().watch(feed, watches);

@@ -45,9 +45,9 @@ vo::AnyObject waitForBehaviorManager(const boost::shared_ptr<KRBroker>& broker)
 
 }  // namespace
 
-NimbraLaunchpadPluginBehavior::NimbraLaunchpadPluginBehavior(const vo::PackageInfo& package,
-                                                             const vo::BehaviorInfo& behavior,
-                                                             boost::shared_ptr<KRBroker> broker)
+NimbraLaunchpadPluginBehavior::NimbraLaunchpadPluginBehavior(
+    const vo::PackageInfo& package, const vo::BehaviorInfo& behavior,
+    const boost::shared_ptr<KRBroker>& broker)
     : packageInfo_(package),
       behaviorInfo_(behavior),
       behaviorManager_(waitForBehaviorManager(broker))

@@ -11,7 +11,7 @@ namespace KR {
 /// What the descriptor file of a behaviour plugin says, in document order. A plain value.
 struct PluginDescriptor {
     /// Far beyond any descriptor written by hand; keeps a hostile file from costing memory.
-    static constexpr std::size_t kMaxBytes = 64 * 1024;
+    static constexpr std::size_t kMaxBytes = std::size_t{64} * 1024;
     /// A descriptor is three elements deep; elements that are skipped may be deeper. The parser's
     /// tree is taken down by recursion, which this keeps off the end of the stack.
     static constexpr int kMaxDepth = 32;

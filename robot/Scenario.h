@@ -15,7 +15,7 @@ namespace KR {
 
 /// Largest scenario file that is read, checked before parsing. A day written by hand is a few
 /// kilobytes; a recorded one stays below this.
-constexpr std::size_t kMaxScenarioBytes = 2 * 1024 * 1024;
+constexpr std::size_t kMaxScenarioBytes = std::size_t{2} * 1024 * 1024;
 
 /// A scenario that cannot be used; what() is "FILE: line L, column C: problem", without the place
 /// when there is none.

@@ -33,7 +33,7 @@ auto checked(const YAML::Node& node, const Check& check)
 
 std::string keyOf(const YAML::Node& node)
 {
-    const std::string key = yamlText(node, "a memory key");
+    std::string key = yamlText(node, "a memory key");
     if (key.empty())
         failAt(node, "a memory key must not be empty");
     if (key.rfind(kLifeKeyPrefix, 0) == 0)

@@ -95,7 +95,7 @@ private:
     /// gets an index. It costs as much as looking at some ten.
     static constexpr std::size_t kMaxUnindexed = 8;
 
-    /// A use of a node, as it is or negated.
+    /// A node as it is, or negated.
     class Edge {
     public:
         Edge() = default;

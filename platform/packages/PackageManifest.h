@@ -15,11 +15,11 @@ constexpr const char* kPackageManifestFile = "package.yaml";
 constexpr int kPackageManifestVersion = 1;
 
 /// Largest manifest: hundreds of behaviours with long conditions fit in it.
-constexpr std::size_t kMaxManifestBytes = 1024 * 1024;
+constexpr std::size_t kMaxManifestBytes = std::size_t{1024} * 1024;
 /// Behaviours of one package, and entries of any list in a manifest: far beyond real packages.
 constexpr std::size_t kMaxManifestEntries = 1000;
 /// Longest single text; the longest ones are conditions.
-constexpr std::size_t kMaxManifestTextBytes = 16 * 1024;
+constexpr std::size_t kMaxManifestTextBytes = std::size_t{16} * 1024;
 
 /// One thing that is wrong with a manifest.
 struct PackageManifestProblem {

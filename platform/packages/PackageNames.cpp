@@ -95,7 +95,7 @@ std::string packagePathProblem(const std::string& path)
     std::size_t depth = 0;
     for (std::size_t begin = 0; begin <= path.size(); ++depth) {
         const auto end = std::min(path.find('/', begin), path.size());
-        const auto problem = componentProblem(path.substr(begin, end - begin));
+        auto problem = componentProblem(path.substr(begin, end - begin));
         if (!problem.empty())
             return problem;
         begin = end + 1;

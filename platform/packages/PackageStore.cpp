@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <stdexcept>
-#include <stdlib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 

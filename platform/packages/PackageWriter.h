@@ -14,9 +14,9 @@ namespace KR {
 /// made and removed in seconds.
 constexpr std::size_t kMaxPackageEntries = 10'000;
 /// Bytes of one package when it is unpacked: sounds and pictures of many behaviours fit in it.
-constexpr std::uintmax_t kMaxPackageBytes = 512 * 1024 * 1024;
+constexpr std::uintmax_t kMaxPackageBytes = std::uintmax_t{512} * 1024 * 1024;
 /// Bytes that an install leaves free on the disk, for those who log and save on it.
-constexpr std::uintmax_t kDiskReserveBytes = 64 * 1024 * 1024;
+constexpr std::uintmax_t kDiskReserveBytes = std::uintmax_t{64} * 1024 * 1024;
 
 struct PackageLimits {
     std::size_t entries = kMaxPackageEntries;

@@ -77,6 +77,7 @@ Executor::Task TaskLine::beginTask()
 }
 
 // When it returns, what the task holds is gone: those who wait for its end rely on that.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 void TaskLine::run(Executor::Task task) const
 {
     try {

@@ -96,7 +96,7 @@ struct FakeServices {
             for (const std::string name : {"removePkg", "_declarePathForTagsPermanently",
                                            "preloadBehavior", "startBehavior", "stopBehavior"})
                 object->method(name, [this, name](const std::string& argument) {
-                    calls.push_back(name + " " + argument);
+                    calls.push_back(std::string(name).append(" ").append(argument));
                 });
             session.registerService(object);
         }

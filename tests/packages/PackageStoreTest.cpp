@@ -167,6 +167,7 @@ TEST_F(PackageStoreTest, archive_that_would_leave_its_package_or_exceed_limits_i
     const std::string zeros(1'000'000, '\0');
     const std::string outside = folder.path() + "/outside";
     std::vector<TestEntry> many;
+    many.reserve(100);
     for (int i = 0; i < 100; ++i)
         many.push_back({"d" + std::to_string(i), "", AE_IFDIR});
     std::string deep;

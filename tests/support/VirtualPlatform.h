@@ -22,7 +22,7 @@ struct VirtualPlatform {
     std::shared_ptr<vo::ServiceObject> addService(const std::string& name,
                                                   const std::string& method, Method&& call)
     {
-        const auto object = std::make_shared<vo::ServiceObject>(name);
+        auto object = std::make_shared<vo::ServiceObject>(name);
         object->method(method, std::forward<Method>(call));
         application.session().registerService(object);
         return object;

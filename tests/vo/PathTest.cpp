@@ -16,13 +16,13 @@ protected:
     PathTest()
     {
         for (const char* name : {"XDG_CONFIG_HOME", "XDG_CONFIG_DIRS", "HOME"})
-            unsetenv(name);
+            unsetenv(name);  // NOLINT(concurrency-mt-unsafe): no thread yet
         set("NIMBRA_PREFIX", at("prefix"));
     }
 
     static void set(const std::string& name, const std::string& value)
     {
-        setenv(name.c_str(), value.c_str(), 1);
+        setenv(name.c_str(), value.c_str(), 1);  // NOLINT(concurrency-mt-unsafe): as above
     }
 
     std::string at(const std::string& path) const { return folder_.path() + "/" + path; }
