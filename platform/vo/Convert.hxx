@@ -130,6 +130,7 @@ struct Convert<T, std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, b
     static T from(const Value& v)
     {
         const auto found = detail::content<std::int64_t>(v, "int");
+        // NOLINTNEXTLINE(bugprone-signed-char-misuse): it is a number, too
         constexpr auto kLowest = static_cast<std::int64_t>(Limits::min());
         constexpr auto kHighest = static_cast<std::uint64_t>(Limits::max());
         if (found < kLowest || (found > 0 && static_cast<std::uint64_t>(found) > kHighest))

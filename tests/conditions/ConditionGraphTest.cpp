@@ -162,7 +162,8 @@ TEST(ConditionGraph, AgreesWithAPlainEvaluatorAndLeavesNothingBehind)
             conditions.emplace(step, std::move(added));
         }
         if (conditions.size() > 60) {
-            const auto victim = std::next(conditions.begin(), random.pick(conditions.size()));
+            const auto victim = std::next(
+                conditions.begin(), static_cast<std::ptrdiff_t>(random.pick(conditions.size())));
             for (const KRMemory::Watch& watch : graph.remove(victim->first))
                 tags.erase(watch.key);
             conditions.erase(victim);
@@ -206,7 +207,7 @@ TEST(ConditionGraph, TheDeepestConditionThatParsesIsHandled)
 {
     std::string text = "'A'";
     for (std::size_t i = 0; i < kMaxConditionDepth; ++i)
-        text = "('B'||'C'&&'D'==" + text + "<2)";
+        text.insert(0, "('B'||'C'&&'D'==").append("<2)");
     ConditionGraph graph;
     for (const KRMemory::Watch& watch : graph.add(1, text))
         graph.set(watch.tag, KRValue(watch.key == "C" || watch.key == "D"), {});

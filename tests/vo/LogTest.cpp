@@ -28,8 +28,7 @@ void logEachLevel()
     logger.verbose("l", "V");
 }
 
-class LogTest : public testing::Test {
-protected:
+struct LogTest : testing::Test {
     ~LogTest() override { vo::setLogLevel(LogLevel::warning); }
 };
 
