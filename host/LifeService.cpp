@@ -78,6 +78,7 @@ LifeService::LifeService(const boost::shared_ptr<KRBroker>& broker)
 {
     setModuleDescription("The robot's life: state, sleep, focus, frozen chains");
     std::vector<KRValue> states;
+    states.reserve(kStates.size());
     for (const auto& [state, mayRunActivities] : kStates)
         states.emplace_back(state);
     for (const KeyDescription& key :

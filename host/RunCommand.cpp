@@ -176,7 +176,7 @@ std::string configPath(const std::string& given)
 {
     if (!given.empty())
         return given;
-    const std::string path = vo::path::findConf("tessel", "autonomy.cfg");
+    std::string path = vo::path::findConf("tessel", "autonomy.cfg");
     if (path.empty()) {
         throw std::runtime_error(
             "there is no tessel/autonomy.cfg in the configuration folders; give one with --config");

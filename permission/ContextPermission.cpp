@@ -264,6 +264,7 @@ const KRValue& ContextPermission::contextValue(const std::string& key) const
     return found == values_.end() ? kEmpty : found->second;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature that its users have
 bool ContextPermission::_isActivityCompatibleWithLocale(std::string activity,
                                                         const std::string& locale) const
 {

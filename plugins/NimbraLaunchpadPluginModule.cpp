@@ -33,6 +33,8 @@ void NimbraLaunchpadPluginModule::exit()
     KRModule::exit();
 }
 
+// Plugins are written against these signatures, which take by value.
+// NOLINTBEGIN(performance-unnecessary-value-param)
 std::string NimbraLaunchpadPluginModule::xAddLaunchpadPrefix(std::string name) const
 {
     return fLaunchPadPrefix + "/" + name;
@@ -101,5 +103,6 @@ void NimbraLaunchpadPluginModule::xTryCancelFuture(vo::Future<void> future)
     if (future.isValid())
         future.cancel();
 }
+// NOLINTEND(performance-unnecessary-value-param)
 
 }  // namespace KR

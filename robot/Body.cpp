@@ -109,6 +109,7 @@ Body::Body(boost::shared_ptr<KRBroker> broker)
 std::vector<std::string> Body::postures()
 {
     std::vector<std::string> names;
+    names.reserve(kPostures.size());
     for (const auto& posture : kPostures)
         names.push_back(posture.first);
     return names;

@@ -19,7 +19,7 @@ using Preferences = std::map<std::string, std::map<std::string, KRValue>>;
 class PreferenceFile {
 public:
     /// Largest file that is read or written. A preference is a word or a number.
-    static constexpr std::size_t kMaxBytes = 4 * 1024 * 1024;
+    static constexpr std::size_t kMaxBytes = std::size_t{4} * 1024 * 1024;
     /// Deepest nesting of arrays in a value.
     static constexpr int kMaxDepth = 32;
 

@@ -49,7 +49,7 @@ std::vector<std::string> robotJoints(const std::string& chain)
 
 std::vector<std::string> robotPart(const std::string& chainOrJoint)
 {
-    const auto joints = robotJoints(chainOrJoint);
+    auto joints = robotJoints(chainOrJoint);
     if (!joints.empty())
         return joints;
     const auto all = robotJoints("Body");

@@ -30,7 +30,7 @@ double yamlNumber(const YAML::Node& node, const std::string& what)
 
 KRValue yamlReading(const YAML::Node& node)
 {
-    const KRValue value = yamlToKRValue(node);
+    KRValue value = yamlToKRValue(node);
     if (value.isFloat() && !std::isfinite(value.toFloat()))
         failAt(node, "a reading must be a finite number");
     if (value.isArray()) {

@@ -215,12 +215,12 @@ Senses::Known* Senses::find(const std::string& name)
 
 int Senses::newId()
 {
-    const auto isTaken = [&known = known_](int id) {
-        return std::any_of(known.begin(), known.end(), [id](const Known& k) { return k.id == id; });
-    };
-    do {
+    bool isTaken = true;
+    while (isTaken) {
         lastId_ = lastId_ % kMaxId + 1;
-    } while (isTaken(lastId_));
+        isTaken = std::any_of(known_.begin(), known_.end(),
+                              [id = lastId_](const Known& k) { return k.id == id; });
+    }
     return lastId_;
 }
 
@@ -288,7 +288,7 @@ void Senses::writePeople()
 bool Senses::writePerson(const Known& known)
 {
     const Person& person = known.person;
-    const auto write = [&](const char* datum, const KRValue& value) {
+    const auto write = [&](const char* datum, const KRValue& value) VO_REQUIRES(mutex_) {
         return keys_.write(personKey(known.id, datum), value);
     };
     bool changed = write(kDistance, person.distance);

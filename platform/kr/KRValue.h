@@ -146,8 +146,8 @@ private:
         template <class T>
         Data(Type t, const T& content, std::uint8_t l = 0) : length(l), type(t)
         {
-            static_assert(sizeof content <= sizeof bytes);
-            std::memcpy(bytes, &content, sizeof content);
+            static_assert(sizeof content <= sizeof bytes);  // NOLINT(bugprone-sizeof-expression)
+            std::memcpy(bytes, &content, sizeof content);   // NOLINT(bugprone-sizeof-expression)
         }
         explicit Data(std::string_view text)
             : length(static_cast<std::uint8_t>(text.size())), type(Type::string)
@@ -160,7 +160,7 @@ private:
         T get() const
         {
             T content;
-            std::memcpy(&content, bytes, sizeof content);
+            std::memcpy(&content, bytes, sizeof content);  // NOLINT(bugprone-sizeof-expression)
             return content;
         }
         bool isShared() const { return length == kShared; }

@@ -42,7 +42,7 @@ int becomeProgram(const char* folder, char* program, pid_t guard)
         ::_exit(1);
     sigset_t none;
     sigemptyset(&none);
-    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);  // NOLINT(concurrency-mt-unsafe): one thread
     if (::chdir(folder) != 0)
         return errno;
     char* const arguments[] = {program, nullptr};
@@ -149,7 +149,7 @@ int main(int count, char** arguments)
     sigset_t child;
     sigemptyset(&child);
     sigaddset(&child, SIGCHLD);
-    ::sigprocmask(SIG_BLOCK, &child, nullptr);
+    ::sigprocmask(SIG_BLOCK, &child, nullptr);  // NOLINT(concurrency-mt-unsafe): one thread
     const int childSignals = ::signalfd(-1, &child, SFD_CLOEXEC);
 
     const pid_t program = startProgram(arguments[1], arguments[2]);

@@ -30,7 +30,7 @@ namespace bp = boost::process;
 namespace {
 
 /// Output that is read after the program has ended: a pipe's capacity, many times over.
-constexpr std::size_t kMaxDrainBytes = 1024 * 1024;
+constexpr std::size_t kMaxDrainBytes = std::size_t{1024} * 1024;
 
 /// The last of what a child sets up before it becomes a guard: the socket's place, and untouched
 /// signals in a group of its own, where a terminal's interrupt does not reach it.
@@ -46,6 +46,7 @@ public:
             ::signal(signal, SIG_DFL);
         sigset_t none;
         sigemptyset(&none);
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): of a forked process, which has one thread
         ::sigprocmask(SIG_SETMASK, &none, nullptr);
         if (::dup2(socket_, guard::kSocket) < 0 || ::fcntl(guard::kSocket, F_SETFD, 0) != 0)
             executor.set_error({errno, std::system_category()}, "the guard's socket");

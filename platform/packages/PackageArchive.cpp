@@ -14,7 +14,7 @@ namespace KR {
 namespace {
 
 /// What is read and written at a time.
-constexpr std::size_t kBlockBytes = 64 * 1024;
+constexpr std::size_t kBlockBytes = std::size_t{64} * 1024;
 
 constexpr const char* kUnreadable = "the archive cannot be read";
 

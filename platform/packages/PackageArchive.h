@@ -13,6 +13,6 @@ class PackageWriter;
 /// among them), for what the writer refuses, and for an archive that is damaged or of another kind;
 /// what came before is written by then. Memory and time are bounded by the writer's limits.
 /// Thread-safe for different writers.
-void unpackPackageArchive(const std::string& archive, PackageWriter& writer);
+void unpackPackageArchive(const std::string& path, PackageWriter& writer);
 
 }  // namespace KR

@@ -45,7 +45,7 @@ std::string describe(const vo::PackageInfo& package)
 
 }  // namespace
 
-PackageManager::PackageManager(vo::Session& session, std::shared_ptr<vo::Clock> clock,
+PackageManager::PackageManager(vo::Session& session, const std::shared_ptr<vo::Clock>& clock,
                                const std::string& folder, Options options)
     : session_(session),
       store_(madeFolder(folder), std::move(options.store)),

@@ -46,11 +46,11 @@ public:
 
     /// Makes the packages folder when it is not there (KRError when it cannot), clears leftovers,
     /// and registers the service in `session`, which outlives this.
-    PackageManager(vo::Session& session, std::shared_ptr<vo::Clock> clock,
+    PackageManager(vo::Session& session, const std::shared_ptr<vo::Clock>& clock,
                    const std::string& folder, Options options);
-    PackageManager(vo::Session& session, std::shared_ptr<vo::Clock> clock,
+    PackageManager(vo::Session& session, const std::shared_ptr<vo::Clock>& clock,
                    const std::string& folder)
-        : PackageManager(session, std::move(clock), folder, Options())
+        : PackageManager(session, clock, folder, Options())
     {
     }
     /// Takes the service away. The packages stay.

@@ -50,7 +50,7 @@ private:
     std::string requiredText(const YAML::Node& parent, const Fields& fields, const char* key);
     void texts(const YAML::Node& node, const std::string& what, const TakeText& take);
     void optionalTexts(const Fields& fields, const char* key, const TakeText& take);
-    void textsByName(const Fields& fields, const char* key,
+    void textsByName(const Fields& parent, const char* key,
                      const std::function<void(const std::string&, const std::string&)>& take);
     void readVersion(const YAML::Node& document);
     void readBehaviors(const Fields& fields, vo::PackageInfo& package);

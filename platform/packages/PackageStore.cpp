@@ -28,7 +28,7 @@ constexpr char kLeftoverMark = '~';
 constexpr const char* kNewPrefix = "~new-";
 constexpr const char* kOldPrefix = "~old-";
 
-constexpr std::size_t kBlockBytes = 64 * 1024;
+constexpr std::size_t kBlockBytes = std::size_t{64} * 1024;
 
 bool beginsWith(const std::string& text, const char* prefix)
 {

@@ -15,6 +15,7 @@ namespace fs = std::filesystem;
 /// The variable as an absolute path; empty when it is unset, empty or relative.
 fs::path absoluteFromEnvironment(const char* variable)
 {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody writes it while threads run
     const char* const text = std::getenv(variable);
     const fs::path path(text ? text : "");
     return path.is_absolute() ? path : fs::path();
@@ -22,7 +23,7 @@ fs::path absoluteFromEnvironment(const char* variable)
 
 fs::path userFolder()
 {
-    const fs::path configured = absoluteFromEnvironment("XDG_CONFIG_HOME");
+    fs::path configured = absoluteFromEnvironment("XDG_CONFIG_HOME");
     if (!configured.empty())
         return configured;
     const fs::path home = absoluteFromEnvironment("HOME");
@@ -31,6 +32,7 @@ fs::path userFolder()
 
 std::vector<fs::path> systemFolders()
 {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): as above
     const char* const configured = std::getenv("XDG_CONFIG_DIRS");
     std::istringstream entries(configured && *configured ? configured : "/etc/xdg");
     std::vector<fs::path> folders;
@@ -70,7 +72,7 @@ fs::path prefixOfLibrary()
 
 fs::path installPrefix()
 {
-    const fs::path configured = absoluteFromEnvironment("NIMBRA_PREFIX");
+    fs::path configured = absoluteFromEnvironment("NIMBRA_PREFIX");
     return configured.empty() ? prefixOfLibrary() : configured;
 }
 
@@ -94,6 +96,7 @@ std::vector<std::string> confFolders(const std::string& application, bool exclud
         bases.push_back(prefix / "share");
 
     std::vector<std::string> folders;
+    folders.reserve(bases.size());
     for (const fs::path& base : bases)
         folders.push_back((base / application).string());
     return folders;

@@ -2,12 +2,12 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/thread_pool.hpp>
+#include <ctime>
 #include <future>
 #include <memory>
 #include <optional>
 #include <string>
 #include <thread>
-#include <time.h>
 #include <utility>
 #include <vector>
 

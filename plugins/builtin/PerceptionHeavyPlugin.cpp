@@ -81,7 +81,8 @@ void PerceptionHeavyPlugin::describeKeys()
         const std::string what = zones == &people_ ? "people" : "movements";
         for (int zone = 1; zone <= kZones; ++zone) {
             const std::string number = std::to_string(zone);
-            xDescribe(KeyDescription::integer(zones->count + number, what + " in zone " + number)
+            xDescribe(KeyDescription::integer(zones->count + number,
+                                              std::string(what).append(" in zone ").append(number))
                           .atLeast(0)
                           .emptyAs(KRValue()));
             xReads(zones->key + number);
