@@ -47,7 +47,8 @@ vo::AnyObject waitForBehaviorManager(const boost::shared_ptr<KRBroker>& broker)
 
 NimbraLaunchpadPluginBehavior::NimbraLaunchpadPluginBehavior(
     const vo::PackageInfo& package, const vo::BehaviorInfo& behavior,
-    const boost::shared_ptr<KRBroker>& broker)
+    // NOLINTNEXTLINE(performance-unnecessary-value-param): the signature that its users have
+    boost::shared_ptr<KRBroker> broker)
     : packageInfo_(package),
       behaviorInfo_(behavior),
       behaviorManager_(waitForBehaviorManager(broker))

@@ -36,7 +36,7 @@ public:
     /// the behaviour is no plugin or its descriptor cannot be read (which is logged with line and
     /// column).
     NimbraLaunchpadPluginBehavior(const vo::PackageInfo& package, const vo::BehaviorInfo& behavior,
-                                  const boost::shared_ptr<KRBroker>& broker);
+                                  boost::shared_ptr<KRBroker> broker);
 
     /// Whether a behaviour is a plugin. Both outputs may be null; they are set even for a behaviour
     /// without descriptor. Behaviours of scratch packages, and those that the built-in plugins

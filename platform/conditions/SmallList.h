@@ -36,8 +36,6 @@ public:
 
     const T* begin() const { return isLong() ? elsewhere().items : here_.data(); }
     const T* end() const { return begin() + size_; }
-    std::size_t size() const { return size_; }
-    bool empty() const { return size_ == 0; }
 
     void push_back(T item)
     {
