@@ -8,6 +8,9 @@ class StopRequest;
 
 /// Turns Ctrl-C (SIGINT) and SIGTERM into a stop request, while it lives. The second one ends the
 /// program at once, in case that the orderly end hangs.
+///
+/// Made and destroyed by the same thread, before there are others: those that come while it lives
+/// do not receive these signals.
 class SignalWatch {
 public:
     explicit SignalWatch(StopRequest& stop);

@@ -44,9 +44,9 @@ class ProgramTest : public testing::Test {
 protected:
     ProgramTest()
     {
-        // No configuration of the machine's.
-        setenv("XDG_CONFIG_HOME", folder.path().c_str(), 1);
-        setenv("XDG_CONFIG_DIRS", folder.path().c_str(), 1);
+        // No configuration of the machine's. There is no other thread yet.
+        for (const char* folders : {"XDG_CONFIG_HOME", "XDG_CONFIG_DIRS"})
+            setenv(folders, folder.path().c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
     }
 
     /// Plays the demo day with the packages that `./dev run` gives it.
@@ -154,13 +154,15 @@ TEST_F(ProgramTest, OutputIsPlainWhenPipedAndMayBeCutShort)
     EXPECT_EQ(demo("--until 07:00", "2>&1 >/dev/full").exitCode, 1);
 }
 
-/// Runs the program until its first line is there, sends it a signal, and waits for its end.
-int signalled(std::vector<std::string> arguments, int signal)
+/// Runs the program until its first line is there, sends it signals, all at once, and waits for its
+/// end. What it printed after its first line.
+Result signalled(std::vector<std::string> arguments, const std::vector<int>& signals)
 {
     std::array<int, 2> ends{};
     EXPECT_EQ(pipe(ends.data()), 0);
     arguments.insert(arguments.begin(), NIMBRA_TEST_PROGRAM);
     std::vector<char*> pointers;
+    pointers.reserve(arguments.size() + 1);
     for (std::string& argument : arguments)
         pointers.push_back(argument.data());
     pointers.push_back(nullptr);
@@ -175,25 +177,37 @@ int signalled(std::vector<std::string> arguments, int signal)
     close(ends[1]);
     std::array<char, 4096> block{};
     EXPECT_GT(read(ends[0], block.data(), block.size()), 0);
-    kill(child, signal);
+    kill(child, SIGSTOP);
+    for (const int signal : signals)
+        kill(child, signal);
+    kill(child, SIGCONT);
     std::string output;
     for (ssize_t n; (n = read(ends[0], block.data(), block.size())) > 0;)
         output.append(block.data(), static_cast<std::size_t>(n));
     close(ends[0]);
     int status = 0;
     waitpid(child, &status, 0);
-    EXPECT_THAT(output, HasSubstr("Summary"));
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), output};
 }
 
 /// Real time, as a signal comes from outside: whatever the program is doing, it ends in order.
 TEST_F(ProgramTest, SignalEndsARunInOrder)
 {
-    EXPECT_EQ(signalled({"run", "--config", config}, SIGINT), 0);
-    EXPECT_EQ(signalled({"run", "--config", config}, SIGTERM), 0);
-    EXPECT_EQ(signalled({"run", "--config", config, "--scenario", scenario}, SIGINT), 128 + SIGINT);
-    EXPECT_EQ(signalled({"run", "--config", config, "--scenario", scenario}, SIGTERM),
-              128 + SIGTERM);
+    const std::vector<std::string> live = {"run", "--config", config};
+    const std::vector<std::string> play = {"run", "--config", config, "--scenario", scenario};
+    for (const int signal : {SIGINT, SIGTERM}) {
+        const Result lived = signalled(live, {signal});
+        EXPECT_EQ(lived.exitCode, 0) << signal;
+        EXPECT_THAT(lived.output, HasSubstr("Summary")) << signal;
+        const Result played = signalled(play, {signal});
+        EXPECT_EQ(played.exitCode, 128 + signal);
+        EXPECT_THAT(played.output, HasSubstr("Summary")) << signal;
+    }
+}
+
+TEST_F(ProgramTest, SecondSignalEndsARunAtOnce)
+{
+    EXPECT_EQ(signalled({"run", "--config", config}, {SIGINT, SIGTERM}).exitCode, -SIGTERM);
 }
 
 TEST_F(ProgramTest, CheckNamesEveryFaultWithItsPlace)
