@@ -25,7 +25,7 @@ struct CheckerTest : ::testing::Test {
     CheckerTest()
     {
         checker.connect(platform.broker);
-        checker.setCallback([this](ConditionChecker::Hits hits) { lists.push_back(hits); });
+        checker.setCallback([this](const ConditionChecker::Hits& hits) { lists.push_back(hits); });
     }
     unsigned add(const std::string& text,
                  ConditionChecker::ReportMode mode = ConditionChecker::ReportBecomesTrue)
@@ -229,7 +229,7 @@ TEST_F(CheckerTest, AChangeThatFiresNothingAllocatesNothing)
         add("'" + key + "'==\"Low\" && !'Asleep'");
     memory.raiseEvent("Asleep", true);
     start();
-    checker.setCallback([](ConditionChecker::Hits) { ADD_FAILURE() << "something fired"; });
+    checker.setCallback([](const ConditionChecker::Hits&) { ADD_FAILURE() << "something fired"; });
     const auto change = [&](int rounds) {
         for (int i = 0; i < rounds; ++i) {
             for (const std::string& key : keys)
@@ -313,7 +313,7 @@ TEST_F(CheckerTest, AStopWaitsForTheCallbackThatRuns)
     std::atomic<bool> ended{false};
     std::future<bool> endedBeforeStop;
     add("true");
-    checker.setCallback([&](ConditionChecker::Hits) {
+    checker.setCallback([&](const ConditionChecker::Hits&) {
         endedBeforeStop = std::async(std::launch::async, [&] {
             checker.stop();
             return ended.load();
@@ -340,7 +340,7 @@ TEST(RealChecker, AStormOfWritesAndRestartsEndsWithTheRightTruthsAndThenLosesNoP
             broker->memory().raiseEvent(key, i % 2);
     };
     std::atomic<int> inside{0};
-    checker.setCallback([&](ConditionChecker::Hits) { ++inside, --inside; });
+    checker.setCallback([&](const ConditionChecker::Hits&) { ++inside, --inside; });
     const unsigned a =
         checker.addCondition("'A' == 1 && 'B' == 1", ConditionChecker::ReportWhileTrue);
     std::thread raiserOfA(pulse, "A", 3000);
@@ -363,7 +363,7 @@ TEST(RealChecker, AStormOfWritesAndRestartsEndsWithTheRightTruthsAndThenLosesNoP
     checker.removeCondition(a);
     const unsigned rising =
         checker.addCondition("'A' == 1 && 'B' == 1", ConditionChecker::ReportBecomesTrue);
-    checker.setCallback([&](ConditionChecker::Hits) {
+    checker.setCallback([&](const ConditionChecker::Hits&) {
         if (++count == kPulses)
             all.set_value();
     });

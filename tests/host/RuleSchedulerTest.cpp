@@ -26,6 +26,7 @@ PendingAction pending(const Hit& hit, std::uint64_t hitList = 1, std::uint64_t t
 std::vector<std::string> namesOf(const std::vector<PendingAction>& actions)
 {
     std::vector<std::string> names;
+    names.reserve(actions.size());
     for (const PendingAction& each : actions)
         names.push_back(each.action.description);
     return names;

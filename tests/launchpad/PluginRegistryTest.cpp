@@ -14,7 +14,10 @@ using vo::LogLevel;
 /// Notes what it is told to do; it fails at what its name begins with, "stop" at "exit" too.
 class ProbePlugin : public NimbraLaunchpadPlugin {
 public:
-    ProbePlugin(const std::string& name, Names& calls) : calls_(calls) { name_ = name; }
+    ProbePlugin(const std::string& name, Names& calls) : calls_(calls), shownName_(name)
+    {
+        name_ = name;
+    }
     void exit() override { note("exit", "stop"); }
 
 private:
@@ -22,11 +25,12 @@ private:
     void _stopPlugin() override { note("stop", "stop"); }
     void note(const std::string& call, const std::string& failing)
     {
-        calls_.push_back(call + " " + name_);
-        if (name_.rfind(failing, 0) == 0)
+        calls_.push_back(call + " " + shownName_);
+        if (shownName_.rfind(failing, 0) == 0)
             throw std::runtime_error("no " + call);
     }
     Names& calls_;
+    const std::string shownName_;  ///< needs no lock
 };
 
 struct PluginRegistryTest : LaunchpadTest {

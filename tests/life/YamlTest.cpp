@@ -58,7 +58,7 @@ TEST(YamlFile, whateverThePathHolds_isReadOrRefusedWithItsName)
     constexpr std::size_t kMaxBytes = 1'000'000;
     const TemporaryFolder folder;
     const auto outcomeOf = [&](const std::string& path) {
-        const auto outcome = errorOf<YAML::Exception>([&] { loadYamlFile(path, kMaxBytes); });
+        auto outcome = errorOf<YAML::Exception>([&] { loadYamlFile(path, kMaxBytes); });
         EXPECT_TRUE(outcome == "none" || outcome.find(path) != std::string::npos) << outcome;
         return outcome;
     };

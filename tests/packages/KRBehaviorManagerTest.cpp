@@ -211,8 +211,10 @@ TEST_F(KRBehaviorManagerTest, starts_and_stops_from_many_threads_leave_a_consist
 {
     const auto key = install("shared", "exec sleep 60");
     make();
+    constexpr int kThreads = 4;
     std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i)
+    threads.reserve(kThreads);
+    for (int i = 0; i < kThreads; ++i)
         threads.emplace_back([&, i] {
             for (int k = 0; k < 10; ++k)
                 (i + k) % 2 == 0 ? manager->startBehavior(key) : manager->stopBehavior(key);

@@ -88,11 +88,12 @@ TEST_F(NimbraLaunchpadPluginBehaviorTest, groups_and_conditions_are_read_in_orde
 TEST_F(NimbraLaunchpadPluginBehaviorTest, triggers_of_either_kind_or_source_replace_the_groups)
 {
     const std::string groups = "<groups><group>solitary</group></groups>";
-    for (const std::string purpose : {"launchTrigger", "terminationTrigger"})
-        EXPECT_THAT(makeOf(groups + "<conditions><condition purpose='" + purpose +
-                           "'>'K'</condition></conditions>")
-                        ->getGroups(),
-                    ElementsAre("conditional"));
+    const auto trigger = [&](const std::string& purpose) {
+        return groups + "<conditions><condition purpose='" + purpose +
+               "'>'K'</condition></conditions>";
+    };
+    for (const char* purpose : {"launchTrigger", "terminationTrigger"})
+        EXPECT_THAT(makeOf(trigger(purpose))->getGroups(), ElementsAre("conditional"));
     behavior.addCondition("terminationTrigger", "'K'");
     EXPECT_THAT(makeOf(groups)->getGroups(), ElementsAre("conditional"));
 }
@@ -114,7 +115,9 @@ std::string nested(int depth)
 {
     std::string text;
     for (int i = 0; i < depth; ++i)
-        text = "<a>" + text + "</a>";
+        text += "<a>";
+    for (int i = 0; i < depth; ++i)
+        text += "</a>";
     return text;
 }
 
@@ -133,7 +136,7 @@ TEST_F(NimbraLaunchpadPluginBehaviorTest, bad_descriptors_are_refused_after_logg
              {"entity bomb", entityBomb(), "1:"},
              {"too deep", nested(33), "1:"},
              {"far too deep", nested(9000), "1:"},
-             {"50 MB", std::string(50 * 1024 * 1024, ' '), "0:0"}}) {
+             {"50 MB", std::string(std::size_t{50} * 1024 * 1024, ' '), "0:0"}}) {
         SCOPED_TRACE(row.what);
         platform.log.clear();
         writeDescriptor(row.document);

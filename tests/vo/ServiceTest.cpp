@@ -175,9 +175,9 @@ TEST_F(ServiceTest, aClosedObjectRefusesCallsAndDropsItsConnections)
     battery.charge.set(3);
     clock->runPending();
     EXPECT_THAT(got, ElementsAre(0)) << "only what ran on the emitting thread before";
-    for (const auto use :
-         {+[](AnyObject o) { o.call("fail"); }, +[](AnyObject o) { o.connect("onEmpty", [] {}); },
-          +[](AnyObject o) { o.setProperty("charge", 1); }})
+    for (const auto use : {+[](const AnyObject& o) { o.call("fail"); },
+                           +[](const AnyObject& o) { o.connect("onEmpty", [] {}); },
+                           +[](const AnyObject& o) { o.setProperty("charge", 1); }})
         EXPECT_EQ(errorOf([&] { use(handle); }), "service 'Battery' is gone");
     battery.object.reset();
     handle = AnyObject();
