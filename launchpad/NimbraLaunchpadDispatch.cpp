@@ -213,10 +213,14 @@ std::list<AutonomousAction> NimbraLaunchpad::_actionsOfHits(const ConditionCheck
         if (mapped == conditionToAction_.end())
             continue;
         const auto action = actions_.find(mapped->second);
-        if (action == actions_.end())
+        if (action == actions_.end()) {
             kLog.error("_conditionHit", "Got a mapped action that does not exist.");
-        else
-            copies_.append(action->second, actions);
+            continue;
+        }
+        // It wakes up while the copies are made.
+        if (actions.empty() && responder_)
+            vo::getEventLoop()->announce();
+        copies_.append(action->second, actions);
     }
     return actions;
 }

@@ -151,6 +151,7 @@ public:
     ~RealExecutor() override { line_->close(); }
 
     TaskId post(Task task, Duration delay) override { return line_->post(std::move(task), delay); }
+    void announce() override { line_->announce(); }
     bool cancel(TaskId id) override { return line_->cancel(id); }
     bool isCurrent() const override { return line_->isCurrent(); }
     void close() override { line_->close(); }

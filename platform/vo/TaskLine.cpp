@@ -42,6 +42,19 @@ Executor::TaskId TaskLine::post(Executor::Task task, Duration delay)
     return id;
 }
 
+// One that finds nothing, because it was quicker than the task, sleeps again and is woken as ever.
+void TaskLine::announce()
+{
+    std::shared_ptr<TaskLine> woken;
+    {
+        const Lock<Mutex> lock(mutex_);
+        if (!closed_ && needsWake(Duration::zero()))
+            woken = shared_from_this();
+    }
+    if (woken)
+        woken->wake();
+}
+
 bool TaskLine::cancel(Executor::TaskId id)
 {
     std::optional<Executor::Task> removed;

@@ -79,6 +79,24 @@ TEST_P(ExecutorTest, tasks_of_many_posters_run_one_at_a_time_and_in_each_posters
     EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
 }
 
+TEST_P(ExecutorTest, announced_tasks_run_like_others_and_may_fail_to_come)
+{
+    const auto executor = makeExecutor();
+    std::vector<int> seen;
+    for (int i = 0; i < 1000; ++i) {
+        executor->announce();
+        if (i % 3 == 0)
+            executor->post([&seen, i] { seen.push_back(i); });
+        if (i % 10 == 0)
+            finish(*executor);
+    }
+    finish(*executor);
+    EXPECT_EQ(seen.size(), 334U);
+    EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
+    executor->close();
+    executor->announce();
+}
+
 TEST_P(ExecutorTest, delayed_task_runs_when_due_though_a_later_one_waits)
 {
     const auto executor = makeExecutor();
