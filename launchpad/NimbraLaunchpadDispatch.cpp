@@ -217,7 +217,7 @@ std::list<AutonomousAction> NimbraLaunchpad::_actionsOfHits(const ConditionCheck
             kLog.error("_conditionHit", "Got a mapped action that does not exist.");
             continue;
         }
-        // It wakes up while the copies are made.
+        // Its thread wakes up while the copies are made.
         if (actions.empty() && responder_)
             vo::getEventLoop()->announce();
         copies_.append(action->second, actions);
