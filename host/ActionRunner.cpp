@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "platform/life/ApiWrapper.h"
+#include "platform/config/ApiWrapper.h"
 
 namespace KR {
 

@@ -11,7 +11,7 @@
 #include "host/Text.h"
 #include "launchpad/NimbraLaunchpad.h"
 #include "platform/conditions/ConditionParser.h"
-#include "platform/life/Configurator.h"
+#include "platform/config/Configurator.h"
 
 namespace KR {
 

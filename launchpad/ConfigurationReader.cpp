@@ -4,8 +4,8 @@
 #include <utility>
 #include <yaml-cpp/yaml.h>
 
-#include "platform/life/ApiWrapper.h"
-#include "platform/life/YamlFile.h"
+#include "platform/config/ApiWrapper.h"
+#include "platform/config/YamlFile.h"
 #include "platform/vo/Log.h"
 
 namespace KR {

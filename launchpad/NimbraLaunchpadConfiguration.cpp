@@ -2,7 +2,7 @@
 
 #include "launchpad/ConfigurationReader.h"
 #include "launchpad/NimbraLaunchpad.h"
-#include "platform/life/Configurator.h"
+#include "platform/config/Configurator.h"
 #include "platform/vo/Log.h"
 
 namespace KR {

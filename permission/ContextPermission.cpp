@@ -5,9 +5,9 @@
 #include <stdexcept>
 #include <utility>
 
+#include "platform/config/ApiWrapper.h"
 #include "platform/kr/KRBroker.h"
 #include "platform/kr/KeyCatalogue.h"
-#include "platform/life/ApiWrapper.h"
 #include "platform/packages/BehaviorsCache.h"
 #include "platform/vo/Log.h"
 

@@ -4,7 +4,7 @@
 #include <set>
 #include <yaml-cpp/yaml.h>
 
-#include "platform/life/YamlFile.h"
+#include "platform/config/YamlFile.h"
 #include "robot/ScenarioDeeds.h"
 #include "robot/ScenarioYaml.h"
 

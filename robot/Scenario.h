@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/config/ApiWrapper.h"
 #include "platform/kr/KRValue.h"
-#include "platform/life/ApiWrapper.h"
 #include "platform/vo/Clock.h"
 #include "robot/ScenarioTime.h"
 

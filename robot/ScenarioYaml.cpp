@@ -3,7 +3,7 @@
 #include <cmath>
 #include <yaml-cpp/yaml.h>
 
-#include "platform/life/YamlValue.h"
+#include "platform/config/YamlValue.h"
 #include "robot/Scenario.h"
 
 namespace KR {

@@ -9,9 +9,9 @@
 #include <utility>
 #include <yaml-cpp/yaml.h>
 
+#include "platform/config/Configurator.h"
+#include "platform/config/YamlFile.h"
 #include "platform/kr/KRBroker.h"
-#include "platform/life/Configurator.h"
-#include "platform/life/YamlFile.h"
 #include "platform/packages/PackageNames.h"
 
 namespace KR {

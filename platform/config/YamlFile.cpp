@@ -1,4 +1,4 @@
-#include "platform/life/YamlFile.h"
+#include "platform/config/YamlFile.h"
 
 #include <array>
 #include <cerrno>

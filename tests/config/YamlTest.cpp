@@ -3,8 +3,8 @@
 #include <sys/stat.h>
 #include <yaml-cpp/yaml.h>
 
-#include "platform/life/YamlFile.h"
-#include "platform/life/YamlValue.h"
+#include "platform/config/YamlFile.h"
+#include "platform/config/YamlValue.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Testing.h"
 

@@ -1,11 +1,11 @@
-#include "platform/life/ApiWrapper.h"
+#include "platform/config/ApiWrapper.h"
 
 #include <algorithm>
 #include <stdexcept>
 #include <utility>
 #include <yaml-cpp/yaml.h>
 
-#include "platform/life/YamlValue.h"
+#include "platform/config/YamlValue.h"
 #include "platform/vo/Session.h"
 
 namespace KR {

@@ -1,6 +1,6 @@
 #include <yaml-cpp/yaml.h>
 
-#include "platform/life/ApiWrapper.h"
+#include "platform/config/ApiWrapper.h"
 #include "platform/vo/Session.h"
 #include "tests/support/Testing.h"
 #include "tests/support/VirtualPlatform.h"

@@ -1,4 +1,4 @@
-#include "platform/life/YamlValue.h"
+#include "platform/config/YamlValue.h"
 
 #include <charconv>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "platform/life/Configurator.h"
+#include "platform/config/Configurator.h"
 
 #include <charconv>
 #include <limits>

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/config/YamlValue.h"
 #include "platform/kr/KRValue.h"
-#include "platform/life/YamlValue.h"
 #include "platform/vo/AnyObject.h"
 
 namespace YAML {
