@@ -1,11 +1,14 @@
-# nimbra_folder(<target> FOLDER <path> SOURCES <files> [USES <folder targets>] [LINKS <libraries>])
+# nimbra_folder(<target> FOLDER <path> SOURCES <files> [PUBLIC_HEADERS <files>]
+#               [USES <folder targets>] [LINKS <libraries>])
 #
 # One target per source folder. A header is included by its path from the repository's root
 # ("platform/vo/Clock.h"), and a folder's headers can be seen only by targets that name it in USES:
 # each target exports an include root of its own, which holds nothing but a link to its folder. So
 # an include that the layering does not allow fails to build.
+#
+# Public headers, and what they include themselves, are those that are installed.
 function(nimbra_folder target)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "FOLDER" "SOURCES;USES;LINKS")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "FOLDER" "SOURCES;PUBLIC_HEADERS;USES;LINKS")
     set(root ${PROJECT_BINARY_DIR}/include-roots/${target})
     get_filename_component(parent ${root}/${arg_FOLDER} DIRECTORY)
     file(MAKE_DIRECTORY ${parent})
@@ -19,6 +22,10 @@ function(nimbra_folder target)
     # Nobody replaces single functions of our libraries from outside, so they may be inlined.
     target_compile_options(${target} PRIVATE -fno-semantic-interposition)
     nimbra_warnings(${target})
+    if(arg_PUBLIC_HEADERS)
+        install(FILES ${arg_PUBLIC_HEADERS}
+            DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME}/${arg_FOLDER})
+    endif()
 endfunction()
 
 # nimbra_library(<target> FOLDERS <folder targets> [USES <our libraries>])

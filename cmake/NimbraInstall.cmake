@@ -1,5 +1,6 @@
-# Installs the libraries, their headers, the program, the default data, and the CMake package
-# `nimbralaunchpad` (targets nimbra::nimbralaunchpad and nimbra::nimbraplatform).
+# Installs the libraries, the program, the default data, and the CMake package
+# `nimbralaunchpad` (targets nimbra::nimbralaunchpad and nimbra::nimbraplatform). Each
+# folder installs its public headers itself.
 include(CMakePackageConfigHelpers)
 
 set(nimbra_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/${PROJECT_NAME})
@@ -11,9 +12,6 @@ install(TARGETS nimbraplatform nimbralaunchpad EXPORT nimbra-targets)
 install(TARGETS nimbra)
 install(TARGETS nimbra-behavior-guard
     DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/${PROJECT_NAME})
-install(DIRECTORY platform plugins permission launchpad
-    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME}
-    FILES_MATCHING PATTERN "*.h" PATTERN "*.hxx")
 
 # The configuration is found where the robot's life service looks for it; the rest is ours.
 install(FILES data/autonomy.cfg DESTINATION ${CMAKE_INSTALL_DATADIR}/tessel)

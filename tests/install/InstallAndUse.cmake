@@ -29,7 +29,8 @@ run(${CMAKE_COMMAND} -S ${source} -B ${work}/user -G ${generator}
     -D CMAKE_CXX_COMPILER=${compiler}
     -D CMAKE_CXX_FLAGS=${flags}
     -D CMAKE_COMPILE_WARNING_AS_ERROR=ON
-    -D README_EXAMPLE=${work}/readme/main.cpp)
+    -D README_EXAMPLE=${work}/readme/main.cpp
+    -D INSTALLED_HEADERS=${work}/prefix/include/nimbralaunchpad)
 run(${CMAKE_COMMAND} --build ${work}/user)
 
 # Libraries and default configuration are those of the prefix, whatever is around it.
