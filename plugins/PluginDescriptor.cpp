@@ -27,11 +27,18 @@ QByteArray readFile(const std::string& path)
     return bytes;
 }
 
+/// A prefix is a part of the name and needs no declaration: elements with one are skipped anyway.
+void configure(QXmlStreamReader& reader)
+{
+    reader.setEntityExpansionLimit(PluginDescriptor::kMaxEntityCharacters);
+    reader.setNamespaceProcessing(false);
+}
+
 /// Walks the document once, without a tree, and refuses what is ill-formed or too deep for one.
 void checkDocument(const QByteArray& bytes)
 {
     QXmlStreamReader reader(bytes);
-    reader.setEntityExpansionLimit(PluginDescriptor::kMaxEntityCharacters);
+    configure(reader);
     int depth = 0;
     while (!reader.atEnd()) {
         const auto token = reader.readNext();
@@ -50,7 +57,7 @@ QDomDocument parse(const QByteArray& bytes)
 {
     checkDocument(bytes);
     QXmlStreamReader reader(bytes);
-    reader.setEntityExpansionLimit(PluginDescriptor::kMaxEntityCharacters);
+    configure(reader);
     QDomDocument document;
     QString message;
     int line = 0;
