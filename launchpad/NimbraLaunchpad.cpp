@@ -9,6 +9,7 @@
 #include "platform/vo/PackageInfo.h"
 #include "platform/vo/Path.h"
 #include "platform/vo/Session.h"
+#include "plugins/NimbraLaunchpadPluginBehavior.h"
 #include "plugins/builtin/ActivitiesPlugin.h"
 #include "plugins/builtin/BatteryPlugin.h"
 #include "plugins/builtin/HardwareInfoPlugin.h"
@@ -51,7 +52,8 @@ NimbraLaunchpad::NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker,
       contextPermission_(contextPermission),
       packageManager_(broker->session().findService("PackageManager")),
       animationPlayer_(broker->session().findService("KRAnimationPlayer")),
-      responder_(responder)
+      responder_(responder),
+      behaviorManager_(NimbraLaunchpadPluginBehavior::kBehaviorManager)
 {
     conditionChecker_.connect(broker_);
     conditionChecker_.setCallback(
@@ -67,9 +69,11 @@ NimbraLaunchpad::NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker,
     for (const char* uuid : kDeprecatedPackages)
         _removeDeprecatedPackage(uuid);
     // Connected before the packages are read, so that no change is missed between the two.
-    _followPackages(packageInstalled_, "onPackageInstalled", true);
-    _followPackages(packageRemoved_, "onPackageRemoved", false);
-    _initPackageData();
+    packageChanges_.emplace(packageManager_,
+                            [this](const vo::PackageInfo& package, bool installed) {
+                                _onPackageChanged(package, installed);
+                            });
+    std::vector<vo::PackageInfo> installed = _initPackageData();
 
     _initAddModulePlugin<ActivitiesPlugin>("Activities", broker_);
     _initAddModulePlugin<TimingPlugin>("Timing", broker_);
@@ -86,9 +90,10 @@ NimbraLaunchpad::NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker,
         kLog.error("NimbraLaunchpad",
                    std::string("Cannot load the main interactive activity module: ") + e.what());
     }
+    packageChanges_->release(std::move(installed));
 }
 
-/// Packages change already while the constructor runs. createModule also initialises the module.
+/// createModule also initialises the module.
 template <class Plugin>
 void NimbraLaunchpad::_initAddModulePlugin(const std::string& name,
                                            const boost::shared_ptr<KRBroker>& broker)
@@ -118,24 +123,11 @@ std::vector<std::string> NimbraLaunchpad::addableModulePlugins()
     return {"HumanTracked", "PerceptionHeavy"};
 }
 
-void NimbraLaunchpad::_followPackages(PackageSignal& connection, const char* signal, bool installed)
-{
-    connection.link =
-        packageManager_.connect(signal, [this, installed](const vo::PackageInfo& package) {
-            _onPackageChanged(package, installed);
-        });
-    connection.packageManager = packageManager_;
-}
-
-NimbraLaunchpad::PackageSignal::~PackageSignal()
-{
-    if (link != vo::kInvalidSignalLink)
-        packageManager.disconnect(link);
-}
-
 NimbraLaunchpad::~NimbraLaunchpad()
 {
-    responderGate_->close();
+    shared_->conditionsStartPlugins = false;
+    behaviorManager_.end();
+    shared_->gate.close();
 }
 
 // The analysis is off because no lock is taken, see the header.
@@ -197,6 +189,8 @@ AutonomousAction NimbraLaunchpad::getAction(const std::string& description) cons
 
 void NimbraLaunchpad::exit()
 {
+    exited_ = true;
+    behaviorManager_.end();
     _stopConditionChecker();
     conditionChecker_.exit();
     _unloadPlugins();

@@ -6,6 +6,7 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -14,6 +15,8 @@
 #include "launchpad/ActionCopies.h"
 #include "launchpad/AutonomousAction.h"
 #include "launchpad/NimbraLaunchpadResponder.h"
+#include "launchpad/PackageChanges.h"
+#include "launchpad/ServiceWait.h"
 #include "platform/conditions/ConditionChecker.h"
 #include "platform/kr/KRBroker.h"
 #include "platform/vo/AnyObject.h"
@@ -39,8 +42,11 @@ class NimbraLaunchpadPlugin;
 ///
 /// It needs the service "PackageManager", which tells what is installed: each behaviour with a
 /// launch trigger becomes an activity that launches itself, with an action made for it, and each
-/// that describes a plugin becomes one. Later installations and removals are followed on the
-/// platform's threads. The service "KRAnimationPlayer" is needed for packages with dialog reflexes.
+/// that describes a plugin becomes one. Installations and removals that come later are followed on
+/// the platform's threads; those that come during construction, when it is over. The service
+/// "KRAnimationPlayer" is needed for packages with dialog reflexes, and "KRBehaviorManager" for
+/// those with plugins, which are not there until it is: both construction and what follows the
+/// packages wait for it.
 ///
 /// Owned by the host, as are the permission object and the responder, which must outlive it. A
 /// responder call that is still queued when the launchpad goes is dropped.
@@ -61,7 +67,8 @@ public:
     NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker, ContextPermission* contextPermission,
                     NimbraLaunchpadResponder* responder);
     /// Stops no plugin: call exit() first. Waits for the responder call and the package change in
-    /// progress, except when destroyed from inside of it.
+    /// progress, except when destroyed from inside of it; a change that waits for a service gives
+    /// up.
     virtual ~NimbraLaunchpad();
     NimbraLaunchpad(const NimbraLaunchpad&) = delete;
     NimbraLaunchpad& operator=(const NimbraLaunchpad&) = delete;
@@ -79,7 +86,7 @@ public:
     void loadModule(const std::string& name);
 
     /// Starts the enabled plugins and the condition checker. KRError, after both were tried, when
-    /// one failed. Does nothing while monitoring.
+    /// one failed, and after exit(), which nothing undoes. Does nothing while monitoring.
     void startMonitoringConditions();
     /// Stops the condition checker and the plugins; errors as above.
     void stopMonitoringConditions();
@@ -132,7 +139,8 @@ public:
     /// All plugins, by name.
     std::vector<PluginState> getPluginStates() const;
 
-    /// Stops the condition checker for good and unloads every plugin. Call it before destroying.
+    /// Stops the condition checker for good and unloads every plugin. No condition is evaluated
+    /// and no plugin of a package loaded from then on. Call it before destroying.
     void exit();
 
 private:
@@ -152,6 +160,7 @@ private:
         VO_REQUIRES_SHARED(actionMutex_);
     void _postActions(std::list<AutonomousAction> actions);
 
+    void _refuseAfterExit() const;
     void _startConditionChecker();
     void _stopConditionChecker();
     bool _isConditionCheckerRunning() const;
@@ -175,7 +184,8 @@ private:
     /// Tags that begin so make a behaviour a reflex of the dialog.
     static constexpr std::string_view _prefix_reflex = "DialogReflex/";
 
-    void _initPackageData() VO_EXCLUDES(actionMutex_, pluginMutex_);
+    /// Returns what is installed.
+    std::vector<vo::PackageInfo> _initPackageData() VO_EXCLUDES(actionMutex_, pluginMutex_);
     void _onPackageChanged(const vo::PackageInfo& package, const bool& installed)
         VO_EXCLUDES(actionMutex_, pluginMutex_);
     bool _onBehaviorChanged(const vo::PackageInfo& package, const vo::BehaviorInfo& behavior,
@@ -194,12 +204,21 @@ private:
     vo::AnyObject packageManager_;
     vo::AnyObject animationPlayer_;
     NimbraLaunchpadResponder* responder_;
-    /// Passed by every call of the responder, closed when the launchpad goes.
-    const std::shared_ptr<vo::CallbackGate> responderGate_ = std::make_shared<vo::CallbackGate>();
+    /// What is used by others who may have their turn, or be in it, when the launchpad goes.
+    struct Shared {
+        vo::CallbackGate gate;  ///< passed by posted calls of the responder; closed at the end
+        ActionCopies copies;
+        /// Whether conditions may start plugins, which they may while they are monitored. Read
+        /// with a plugin's mutex held, where the checker lock must not be taken.
+        std::atomic<bool> conditionsStartPlugins{false};
+    };
+    const std::shared_ptr<Shared> shared_ = std::make_shared<Shared>();
 
-    // Synchronised by themselves. The flag says that the configuration controls the dialog.
-    ActionCopies copies_;
+    // Synchronised by themselves. The first flag says that the configuration controls the dialog,
+    // the other one that exit() was called.
     std::atomic<bool> configControlsDialog_{false};
+    std::atomic<bool> exited_{false};
+    ServiceWait behaviorManager_;
 
     /// The plugin lock. Held while plugins start and stop, shared only, and so before their own
     /// locks; comes with neither of the other two.
@@ -223,27 +242,10 @@ private:
     std::map<std::string, std::uint32_t> behaviorActions_ VO_GUARDED_BY(actionMutex_);
     std::map<std::string, std::string> autonomousActivities_ VO_GUARDED_BY(actionMutex_);
 
-    // Last, so that they are the first to go, the signals before the checker: until they are gone
-    // they call back. That holds for a construction that fails, too.
-
-    /// Synchronised by itself.
+    // Last, so that they are the first to go, the packages before the checker: until they are gone
+    // they call back. That holds for a construction that fails, too. Synchronised by themselves.
     ConditionChecker conditionChecker_;
-
-    /// A connection to a signal of the package manager; it ends with this.
-    struct PackageSignal {
-        PackageSignal() = default;
-        ~PackageSignal();
-        PackageSignal(const PackageSignal&) = delete;
-        PackageSignal& operator=(const PackageSignal&) = delete;
-
-        vo::AnyObject packageManager;
-        vo::SignalLink link = vo::kInvalidSignalLink;
-    };
-    void _followPackages(PackageSignal& connection, const char* signal, bool installed);
-
-    // Constant after construction.
-    PackageSignal packageInstalled_;
-    PackageSignal packageRemoved_;
+    std::optional<PackageChanges> packageChanges_;  ///< constant after construction
 };
 
 }  // namespace KR

@@ -3,6 +3,7 @@
 
 #include "launchpad/GatheredErrors.h"
 #include "launchpad/NimbraLaunchpad.h"
+#include "platform/kr/KRError.h"
 #include "platform/vo/EventLoop.h"
 #include "platform/vo/Log.h"
 
@@ -133,7 +134,10 @@ void NimbraLaunchpad::_startConditionChecker()
     const vo::Lock lock(conditionCheckerMutex_);
     if (conditionCheckerRunning_)
         return;
+    // Again, under the lock that exit() takes after it has said so.
+    _refuseAfterExit();
     conditionChecker_.resetChecks();
+    shared_->conditionsStartPlugins = true;  // before there are hits
     conditionChecker_.run(kReportPeriodInMicroseconds, false);
     conditionCheckerRunning_ = true;
 }
@@ -146,6 +150,7 @@ void NimbraLaunchpad::_stopConditionChecker()
     kLog.verbose("_stopConditionChecker", "NimbraLaunchpad conditions will be ignored.");
     conditionChecker_.stop();
     conditionCheckerRunning_ = false;
+    shared_->conditionsStartPlugins = false;
 }
 
 bool NimbraLaunchpad::_isConditionCheckerRunning() const
@@ -159,10 +164,17 @@ bool NimbraLaunchpad::isMonitoringConditions() const
     return _isConditionCheckerRunning();
 }
 
+void NimbraLaunchpad::_refuseAfterExit() const
+{
+    if (exited_)
+        throw KRError("NimbraLaunchpad", "startMonitoringConditions", "exit() was called before");
+}
+
 void NimbraLaunchpad::startMonitoringConditions()
 {
     if (_isConditionCheckerRunning())
         return;
+    _refuseAfterExit();
     GatheredErrors errors("_startMonitoringConditions");
     errors.run([this] { _startEnabledStopDisabledPlugins(); });
     errors.run([this] { _startConditionChecker(); });
@@ -220,29 +232,29 @@ std::list<AutonomousAction> NimbraLaunchpad::_actionsOfHits(const ConditionCheck
         // Its thread wakes up while the copies are made.
         if (actions.empty() && responder_)
             vo::getEventLoop()->announce();
-        copies_.append(action->second, actions);
+        shared_->copies.append(action->second, actions);
     }
     return actions;
 }
 
 /// Hands actions over to the event loop. The responder runs there, with copies and no lock, so the
-/// checker never waits for the host.
+/// checker never waits for the host; it may destroy the launchpad, so this is not captured.
 void NimbraLaunchpad::_postActions(std::list<AutonomousAction> actions)
 {
     vo::getEventLoop()->async(
-        [this, gate = responderGate_, actions = std::move(actions),
+        [responder = responder_, shared = shared_, actions = std::move(actions),
          values = conditionChecker_.sharePersistentValues()]() mutable {
-            const vo::CallbackGate::Pass pass(*gate);
+            const vo::CallbackGate::Pass pass(shared->gate);
             if (!pass)
                 return;
             try {
-                responder_->processActions(actions, *values);
+                responder->processActions(actions, *values);
             } catch (const std::exception& e) {
                 kLog.error("processActions", std::string("The responder failed: ") + e.what());
             } catch (...) {
                 kLog.error("processActions", "The responder failed with an unknown error.");
             }
-            copies_.giveBack(std::move(actions));
+            shared->copies.giveBack(std::move(actions));
         },
         0);
 }

@@ -90,7 +90,7 @@ void NimbraLaunchpad::_removeBehaviorAction(const std::string& key)
     autonomousActivities_.erase(key);
 }
 
-void NimbraLaunchpad::_initPackageData()
+std::vector<vo::PackageInfo> NimbraLaunchpad::_initPackageData()
 {
     constexpr const char* kLabel = "_initPackageData";
     {
@@ -99,7 +99,8 @@ void NimbraLaunchpad::_initPackageData()
             kLog.info(kLabel, "Deleted all actions from packages.");
         autonomousActivities_.clear();
     }
-    for (const auto& package : packageManager_.call<std::vector<vo::PackageInfo>>("packages")) {
+    auto packages = packageManager_.call<std::vector<vo::PackageInfo>>("packages");
+    for (const vo::PackageInfo& package : packages) {
         if (contextPermission_)
             contextPermission_->onBehaviorsInstalled(package, package.behaviors());
         if (package.behaviors().empty())
@@ -119,6 +120,7 @@ void NimbraLaunchpad::_initPackageData()
                 _addBehaviorPlugin(key, package, behavior);
         }
     }
+    return packages;
 }
 
 /// Touches nothing of this after it has told the responder, which may destroy the launchpad.

@@ -33,8 +33,10 @@ void NimbraLaunchpad::_addBehaviorPlugin(const std::string& name, const vo::Pack
                                          const vo::BehaviorInfo& behavior)
 {
     try {
-        const boost::shared_ptr<NimbraLaunchpadPlugin> plugin(
-            new NimbraLaunchpadPluginBehavior(package, behavior, broker_));
+        const boost::shared_ptr<NimbraLaunchpadPlugin> plugin(new NimbraLaunchpadPluginBehavior(
+            package, behavior, behaviorManager_.get(broker_->session())));
+        plugin->letConditionsStartWhile(
+            [shared = shared_] { return shared->conditionsStartPlugins.load(); });
         _unloadPlugin(name);
         const vo::Lock lock(pluginMutex_);
         plugins_[name] = plugin;
@@ -83,6 +85,8 @@ void NimbraLaunchpad::_unloadPlugin(Plugins::iterator& position)
     for (const unsigned id : pluginTriggers_[name])
         conditionChecker_.removeCondition(id);
     pluginTriggers_.erase(name);
+    // A hit may still be on its way, and a start that one has posted.
+    plugin.retire();
     try {
         plugin.stopPlugin();
     } catch (const std::exception& e) {

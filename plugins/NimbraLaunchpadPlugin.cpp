@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <boost/weak_ptr.hpp>
+#include <utility>
 
 #include "platform/vo/EventLoop.h"
 #include "platform/vo/Log.h"
@@ -61,13 +62,25 @@ bool NimbraLaunchpadPlugin::isInGroup(const std::string& group)
 void NimbraLaunchpadPlugin::startConditionHit(unsigned int, const KRValue&)
 {
     enabled_ = true;
-    post(&NimbraLaunchpadPlugin::startPlugin);
+    post(&NimbraLaunchpadPlugin::startIfAllowed);
 }
 
 void NimbraLaunchpadPlugin::stopConditionHit(unsigned int, const KRValue&)
 {
     enabled_ = false;
-    post(&NimbraLaunchpadPlugin::stopPlugin);
+    post(&NimbraLaunchpadPlugin::stop);
+}
+
+void NimbraLaunchpadPlugin::letConditionsStartWhile(std::function<bool()> allowed)
+{
+    vo::Lock lock(mutex_);
+    startAllowed_ = std::move(allowed);
+}
+
+void NimbraLaunchpadPlugin::retire()
+{
+    vo::Lock lock(mutex_);
+    retired_ = true;
 }
 
 void NimbraLaunchpadPlugin::post(void (NimbraLaunchpadPlugin::*operation)())
@@ -77,7 +90,7 @@ void NimbraLaunchpadPlugin::post(void (NimbraLaunchpadPlugin::*operation)())
         if (!plugin)
             return;
         try {
-            (plugin.get()->*operation)();
+            plugin->runPosted(operation);
         } catch (const std::exception& e) {
             // Nobody waits for this, so the log is the only place that can tell.
             logger.error("post", "Error starting/stopping plugin: " + plugin->getPluginName() +
@@ -86,9 +99,34 @@ void NimbraLaunchpadPlugin::post(void (NimbraLaunchpadPlugin::*operation)())
     });
 }
 
+void NimbraLaunchpadPlugin::runPosted(void (NimbraLaunchpadPlugin::*operation)())
+{
+    vo::Lock lock(mutex_);
+    if (!retired_)
+        (this->*operation)();
+}
+
+/// Since the hit it may have been disabled, and whoever would stop it again may be done with that.
+void NimbraLaunchpadPlugin::startIfAllowed()
+{
+    if (enabled_ && (!startAllowed_ || startAllowed_()))
+        start();
+}
+
 void NimbraLaunchpadPlugin::startPlugin()
 {
     vo::Lock lock(mutex_);
+    start();
+}
+
+void NimbraLaunchpadPlugin::stopPlugin()
+{
+    vo::Lock lock(mutex_);
+    stop();
+}
+
+void NimbraLaunchpadPlugin::start()
+{
     if (_isPluginRunning())
         return;
     logger.info("startPlugin", "Starting: " + name_);
@@ -97,9 +135,8 @@ void NimbraLaunchpadPlugin::startPlugin()
     running_ = true;
 }
 
-void NimbraLaunchpadPlugin::stopPlugin()
+void NimbraLaunchpadPlugin::stop()
 {
-    vo::Lock lock(mutex_);
     if (!_isPluginRunning())
         return;
     logger.info("stopPlugin", "Stopping: " + name_);

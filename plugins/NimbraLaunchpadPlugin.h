@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <boost/enable_shared_from_this.hpp>
+#include <functional>
 #include <list>
 #include <string>
 #include <vector>
@@ -60,10 +61,17 @@ public:
 
     /// A start condition was hit: marks the plugin as enabled and posts its start to the event
     /// loop. Never blocks; id and value do not matter. A start that fails there is logged, and the
-    /// plugin stays enabled; one that comes after the plugin was dropped does nothing.
+    /// plugin stays enabled; one whose turn comes when the plugin is no longer enabled, must not be
+    /// started by conditions, was retired or is gone, does nothing.
     void startConditionHit(unsigned int id, const KRValue& value);
     /// A stop condition was hit: the reverse.
     void stopConditionHit(unsigned int id, const KRValue& value);
+    /// Says when conditions may start the plugin: while this is true, which is asked in the turn of
+    /// each posted start, with the mutex held. At any time, unless this is called.
+    void letConditionsStartWhile(std::function<bool()> allowed);
+    /// Ends what conditions do to the plugin, also what they have posted. For good; called before
+    /// a plugin is stopped and dropped.
+    void retire();
 
     /// Starts a plugin that does not run. What `_startPlugin` throws leaves this, and the plugin
     /// counts as it did before.
@@ -79,8 +87,12 @@ public:
     std::vector<int> getConditionIDs() const;
 
 private:
-    /// Runs one of this plugin's operations on the event loop.
+    /// Runs one of those below on the event loop, unless the plugin is retired by then.
     void post(void (NimbraLaunchpadPlugin::*operation)());
+    void runPosted(void (NimbraLaunchpadPlugin::*operation)());
+    void startIfAllowed() VO_REQUIRES(mutex_);
+    void start() VO_REQUIRES(mutex_);
+    void stop() VO_REQUIRES(mutex_);
 
 protected:
     // A derived class fills these while it is constructed, and only reads them afterwards.
@@ -98,6 +110,8 @@ protected:
 
 private:
     bool running_ VO_GUARDED_BY(mutex_) = false;
+    bool retired_ VO_GUARDED_BY(mutex_) = false;
+    std::function<bool()> startAllowed_ VO_GUARDED_BY(mutex_);  ///< none for always
     std::vector<int> conditionIDs_ VO_GUARDED_BY(mutex_);
 };
 

@@ -36,11 +36,11 @@ bool isServedByBuiltin(const std::string& uuid, const std::string& behaviorPath)
            std::find(kBuiltins.begin(), kBuiltins.end(), behaviorPath) != kBuiltins.end();
 }
 
-vo::AnyObject waitForBehaviorManager(const boost::shared_ptr<KRBroker>& broker)
+vo::AnyObject waitForService(const boost::shared_ptr<KRBroker>& broker, const char* name)
 {
     if (!broker)
         throw std::runtime_error("This object is null");
-    return broker->session().waitForService("KRBehaviorManager").value();
+    return broker->session().waitForService(name).value();
 }
 
 }  // namespace
@@ -49,9 +49,14 @@ NimbraLaunchpadPluginBehavior::NimbraLaunchpadPluginBehavior(
     const vo::PackageInfo& package, const vo::BehaviorInfo& behavior,
     // NOLINTNEXTLINE(performance-unnecessary-value-param): the signature that its users have
     boost::shared_ptr<KRBroker> broker)
-    : packageInfo_(package),
-      behaviorInfo_(behavior),
-      behaviorManager_(waitForBehaviorManager(broker))
+    : NimbraLaunchpadPluginBehavior(package, behavior, waitForService(broker, kBehaviorManager))
+{
+}
+
+NimbraLaunchpadPluginBehavior::NimbraLaunchpadPluginBehavior(const vo::PackageInfo& package,
+                                                             const vo::BehaviorInfo& behavior,
+                                                             const vo::AnyObject& behaviorManager)
+    : packageInfo_(package), behaviorInfo_(behavior), behaviorManager_(behaviorManager)
 {
     _loadInfo();
 }

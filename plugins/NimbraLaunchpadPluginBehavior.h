@@ -32,11 +32,17 @@ class KRBroker;
 /// the behaviour manager are made with the plugin's mutex held.
 class NimbraLaunchpadPluginBehavior : public NimbraLaunchpadPlugin {
 public:
+    /// The name of the service.
+    static constexpr const char* kBehaviorManager = "KRBehaviorManager";
+
     /// Waits for the behaviour manager, without a limit, and reads the descriptor. KRError when
     /// the behaviour is no plugin or its descriptor cannot be read (which is logged with line and
     /// column).
     NimbraLaunchpadPluginBehavior(const vo::PackageInfo& package, const vo::BehaviorInfo& behavior,
                                   boost::shared_ptr<KRBroker> broker);
+    /// The same, with the behaviour manager at hand.
+    NimbraLaunchpadPluginBehavior(const vo::PackageInfo& package, const vo::BehaviorInfo& behavior,
+                                  const vo::AnyObject& behaviorManager);
 
     /// Whether a behaviour is a plugin. Both outputs may be null; they are set even for a behaviour
     /// without descriptor. Behaviours of scratch packages, and those that the built-in plugins
