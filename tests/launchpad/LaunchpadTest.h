@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <functional>
 #include <optional>
+#include <set>
 
 #include "launchpad/NimbraLaunchpad.h"
 #include "platform/vo/PackageInfo.h"
@@ -18,6 +19,9 @@ namespace KR {
 class NimbraLaunchpadTestAccess {
 public:
     bool removeAll(const char* from) VO_NO_THREAD_SAFETY_ANALYSIS { return l._removeActions(from); }
+    bool remove(unsigned id) VO_NO_THREAD_SAFETY_ANALYSIS { return l._removeAction(id); }
+    void unload(const char* plugin) { l._unloadPlugin(plugin); }
+    void scan() { l._initPackageData(); }
     void bind(unsigned id) VO_NO_THREAD_SAFETY_ANALYSIS { l._registerActionCondition(id); }
     void hit(const ConditionChecker::Hits& hits) { l._conditionHit(hits); }
     auto& actions() VO_NO_THREAD_SAFETY_ANALYSIS { return l.actions_; }
@@ -55,15 +59,22 @@ inline Names namesOf(const std::list<AutonomousAction>& actions)
 
 struct RecordingResponder : NimbraLaunchpadResponder {
     void processActions(const std::list<AutonomousAction>& actions,
-                        const PersistentValues&) override
+                        const PersistentValues& persistentValues) override
     {
         calls.push_back(namesOf(actions));
+        values = persistentValues;
         if (onCall)
             onCall();
     }
-    void onPluginsChanged() override { ++pluginChanges; }
+    void onPluginsChanged() override
+    {
+        ++pluginChanges;
+        if (onCall)
+            onCall();
+    }
 
     std::vector<Names> calls;
+    PersistentValues values;  ///< of the latest call
     int pluginChanges = 0;
     std::function<void()> onCall;
 };
@@ -84,26 +95,43 @@ struct FakeServices {
     explicit FakeServices(vo::Session& session)
     {
         objects[0]->signal("onPackageInstalled", installed).signal("onPackageRemoved", removed);
-        objects[0]->method("packages", [this] { return packages; });
+        objects[0]->method("packages", [this] {
+            if (onPackages)
+                onPackages();
+            return packages;
+        });
         objects[0]->method("hasPackage", [this](const std::string& uuid) {
+            fail("hasPackage " + uuid);
             return std::any_of(packages.begin(), packages.end(),
                                [&](const auto& package) { return package.uuid() == uuid; });
         });
         objects[2]->method("isBehaviorRunning", [this](const std::string& key) {
-            return !calls.empty() && calls.back() == "startBehavior " + key;
+            const auto last = std::find_if(calls.rbegin(), calls.rend(), [&](const auto& call) {
+                return call == "startBehavior " + key || call == "stopBehavior " + key;
+            });
+            return last != calls.rend() && *last == "startBehavior " + key;
         });
         for (const auto& object : objects) {
             for (const std::string name : {"removePkg", "_declarePathForTagsPermanently",
                                            "preloadBehavior", "startBehavior", "stopBehavior"})
                 object->method(name, [this, name](const std::string& argument) {
                     calls.push_back(std::string(name).append(" ").append(argument));
+                    fail(calls.back());
                 });
             session.registerService(object);
         }
     }
 
+    void fail(const std::string& call) const
+    {
+        if (failing.count(call))
+            throw std::runtime_error("broken");
+    }
+
     std::vector<vo::PackageInfo> packages;
+    std::function<void()> onPackages;  ///< while they are asked for
     Names calls;
+    std::set<std::string> failing;
     vo::Signal<vo::PackageInfo> installed;
     vo::Signal<vo::PackageInfo> removed;
     const std::shared_ptr<vo::ServiceObject> objects[3] = {
@@ -139,6 +167,29 @@ struct LaunchpadTest : testing::Test {
             "test.cfg", "ConfigurationDescription: Test\nConfigurationVersion: \"2.0\"\n" + text));
     }
     void raiseK(int value) { platform.memory().raiseEvent("K", value); }
+    /// What the launchpad has logged since the last call, as "level label: text".
+    Names logged()
+    {
+        Names lines;
+        for (const auto& record : platform.log.records())
+            if (record.category == "NimbraLaunchpad")
+                lines.push_back(std::string(vo::logLevelName(record.level)) + " " + record.label +
+                                ": " + record.text);
+        platform.log.clear();
+        return lines;
+    }
+    /// A package of the test's folder whose behaviours are plugins with this in their descriptors.
+    vo::PackageInfo pluginPackage(const std::string& uuid, const Names& behaviors,
+                                  const std::string& content = "")
+    {
+        vo::PackageInfo package(uuid, folder.path());
+        for (const std::string& behavior : behaviors) {
+            folder.write(behavior + "/nimbraLaunchpadPlugin.xml",
+                         "<nimbraLaunchpadPlugin>" + content + "</nimbraLaunchpadPlugin>");
+            package.addBehavior(vo::BehaviorInfo(behavior));
+        }
+        return package;
+    }
     void change(vo::Signal<vo::PackageInfo>& signal, const vo::PackageInfo& package)
     {
         signal(package);

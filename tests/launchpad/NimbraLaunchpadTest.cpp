@@ -8,15 +8,23 @@ constexpr const char* kExport = "getAutonomousActions";
 
 TEST_F(LaunchpadTest, missingParts_areLoggedAndLeftOut)
 {
-    const Names errors = platform.log.lines(vo::LogLevel::error);
-    EXPECT_THAT(errors.front(), HasSubstr("Can't load default config file: : "));
-    EXPECT_THAT(errors, testing::Contains(HasSubstr("Could not load plugin: BatteryKRProxy::KRP")));
-    EXPECT_THAT(errors.back(), HasSubstr("Cannot load the main interactive activity module: no "));
+    const std::string plugin = "error _initAddModulePlugin: Could not load plugin: ";
+    const std::string none = "KRProxy::KRProxy: no service named 'KR";
+    EXPECT_THAT(
+        logged(),
+        ElementsAre(HasSubstr("error NimbraLaunchpad: Can't load default config file: : bad f"),
+                    plugin + "HardwareInfo" + none + "RobotModel'",
+                    plugin + "Battery" + none + "Battery'",
+                    plugin + "Posture" + none + "RobotPosture'",
+                    "error NimbraLaunchpad: Cannot load the main interactive activity module: no "
+                    "service named 'applauncher_module'"));
+    EXPECT_THAT(access.plugins(), ElementsAre(testing::Key("_LaunchpadPluginActivities"),
+                                              testing::Key("_LaunchpadPluginTemperature"),
+                                              testing::Key("_LaunchpadPluginTiming")));
     EXPECT_THROW(NimbraLaunchpad({}, nullptr, nullptr), std::invalid_argument);
     platform.addService("empty", kExport, [] { return std::list<AutonomousAction>(); });
     launchpad->loadModule("empty");
-    EXPECT_THAT(platform.log.lines(vo::LogLevel::info).back(),
-                HasSubstr("0 autonomous actions loaded from empty"));
+    EXPECT_THAT(logged(), ElementsAre("info loadModule: 0 autonomous actions loaded from empty"));
     EXPECT_THROW(launchpad->loadModule("missing"), std::runtime_error);
 }
 
@@ -26,15 +34,19 @@ TEST_F(LaunchpadTest, defaultFileAndThenTheModule_areLoaded)
     AutonomousAction exported;
     exported.condition = "'K'";
     exported.conditionId = 1;  // the module's own, which the configured action has here
-    platform.addService("applauncher_module", kExport, [=] { return std::list{exported}; });
+    platform.addService("applauncher_module", kExport, [=] {
+        return std::list{exported, exported};
+    });
     launchpad.reset();
     NimbraLaunchpad fresh(platform.broker, nullptr, &responder);
 
     auto& actions = NimbraLaunchpadTestAccess{fresh}.actions();
-    ASSERT_THAT(actions, ElementsAre(testing::Key(2), testing::Key(3)));
+    ASSERT_THAT(actions, ElementsAre(testing::Key(2), testing::Key(3), testing::Key(4)));
     EXPECT_EQ(actions[2].origin, "LifeConfig");
-    EXPECT_EQ(actions[3].origin, "Module.applauncher_module");
-    EXPECT_NE(actions[3].conditionId, actions[2].conditionId);
+    for (const unsigned id : {3, 4}) {
+        EXPECT_EQ(actions[id].origin, "Module.applauncher_module");
+        EXPECT_EQ(actions[id].conditionId, id - 1);
+    }
 }
 
 TEST_F(LaunchpadTest, queries_answerInIdOrder)
@@ -51,7 +63,8 @@ TEST_F(LaunchpadTest, queries_answerInIdOrder)
     for (const auto& [mask, names] : rows)
         EXPECT_EQ(namesOf(launchpad->getActionSuggestions(mask)), names) << mask;
     EXPECT_EQ(launchpad->getAction("a").conditionId, first);
-    EXPECT_THROW(launchpad->getAction("A"), std::runtime_error);
+    EXPECT_EQ(errorOf<std::runtime_error>([&] { launchpad->getAction("A"); }),
+              "action not found with description: A");
 }
 
 }  // namespace

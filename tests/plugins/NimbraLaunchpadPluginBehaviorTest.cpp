@@ -50,12 +50,14 @@ struct NimbraLaunchpadPluginBehaviorTest : testing::Test {
 
 TEST_F(NimbraLaunchpadPluginBehaviorTest, only_installed_behaviours_with_a_descriptor_are_plugins)
 {
-    const std::tuple<const char*, std::string, bool> rows[] = {
+    std::vector<std::tuple<const char*, std::string, bool>> rows = {
         {".lastUploadedKinetorBehavior", "a", false},
         {"user_session", "a", false},
-        {"default_launchpad_plugins", "Timing", false},
         {"default_launchpad_plugins", "timing", true},
         {"pkg", "Timing", true}};
+    for (const char* builtIn : {"PerceptionHeavy", "Posture", "Battery", "HardwareInfo",
+                                "Temperature", "Timing", "Activities"})
+        rows.emplace_back("default_launchpad_plugins", builtIn, false);
     for (const auto& [uuid, path, expected] : rows) {
         folder.write(path + "/" + kDescriptor, "");
         const vo::BehaviorInfo info(path);
@@ -67,16 +69,26 @@ TEST_F(NimbraLaunchpadPluginBehaviorTest, only_installed_behaviours_with_a_descr
     EXPECT_FALSE(Plugin::isPlugin({"pkg", "/nowhere"}, vo::BehaviorInfo("a/b"), &id, &path));
     EXPECT_EQ(id, "pkg/a/b");
     EXPECT_EQ(path, "/nowhere/a/b/nimbraLaunchpadPlugin.xml");
+    EXPECT_FALSE(Plugin::isPlugin({"user_session", ""}, vo::BehaviorInfo("c"), &id, &path));
+    EXPECT_EQ(id, "pkg/a/b") << "which is told of none of those";
     EXPECT_THAT(platform.log.records(), IsEmpty());
     EXPECT_EQ(errorOf<KRError>([&] { make(); }),
               "NimbraLaunchpadPlugin::getPluginGroups: senses/door is not an NimbraLaunchpad "
               "Plugin");
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(folder.path());
+    EXPECT_FALSE(Plugin::isPlugin({"pkg", ""}, vo::BehaviorInfo("Timing"), nullptr, nullptr));
+    std::filesystem::current_path(before);
+    EXPECT_THAT(platform.log.lines(vo::LogLevel::error),
+                ElementsAre("NimbraLaunchpadPluginBehavior/isPlugin: Found bad plugin path: "
+                            "'pkg/Timing' In package UUID: pkg"));
 }
 
 TEST_F(NimbraLaunchpadPluginBehaviorTest, groups_and_conditions_are_read_in_order_and_untrimmed)
 {
     const auto plugin = makeOf(
-        "<other><group>no</group></other><groups> <group> solitary </group><x/>"
+        "<other><group>no</group></other><x:y/><x:groups><group>no</group></x:groups>"
+        "<groups> <group x:y='z'> solitary </group><x/>"
         "<group>caf\xC3\xA9</group></groups><groups><group>more</group></groups>"
         "<conditions><condition purpose='p'>'A' &amp;&amp; 'B' &lt; 3 &amp; &amp; x</condition>"
         "<condition purpose='p'><![CDATA['C' && 'D']]></condition></conditions>");

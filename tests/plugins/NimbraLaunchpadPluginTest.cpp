@@ -3,6 +3,7 @@
 
 #include "platform/kr/KRError.h"
 #include "platform/kr/KRModule.h"
+#include "platform/vo/EventLoop.h"
 #include "plugins/NimbraLaunchpadPlugin.h"
 #include "plugins/NimbraLaunchpadPluginModule.h"
 #include "tests/support/Testing.h"
@@ -68,9 +69,9 @@ TEST_F(NimbraLaunchpadPluginTest, failing_hooks_leave_the_running_flag_and_relea
     EXPECT_EQ(plugin->calls, "start start ");
     EXPECT_TRUE(plugin->isEnabled());
     EXPECT_FALSE(plugin->isPluginRunning());
-    EXPECT_EQ(
-        platform.log.count(vo::LogLevel::error, "Error starting/stopping plugin: probe: no start"),
-        1U);
+    EXPECT_THAT(platform.log.lines(vo::LogLevel::error),
+                ElementsAre("NimbraLaunchpadPlugin/post: Error starting/stopping plugin: probe: no "
+                            "start"));
     plugin->fails = false;
     plugin->startPlugin();
     plugin->fails = true;
@@ -95,6 +96,58 @@ TEST_F(NimbraLaunchpadPluginTest, condition_hit_does_not_wait_for_a_start_in_pro
     slow->startConditionHit(1, KRValue());
     slow.reset();
     platform.runPending();  // the plugin was dropped: nothing to start
+}
+
+TEST_F(NimbraLaunchpadPluginTest, hits_count_unless_the_plugin_is_retired_or_may_not_be_started)
+{
+    bool allowed = false;
+    plugin->letConditionsStartWhile([&] { return allowed; });
+    const auto hit = [&](bool starts) {
+        if (starts)
+            plugin->startConditionHit(1, KRValue());
+        else
+            plugin->stopConditionHit(1, KRValue());
+    };
+    const auto run = [&] {
+        platform.runPending();
+        return std::exchange(plugin->calls, "");
+    };
+    hit(true);
+    EXPECT_EQ(run(), "");
+    allowed = true;
+    for (const bool starts : {true, false, true})
+        hit(starts);
+    EXPECT_EQ(run(), "start stop start ");
+    allowed = false;
+    for (const bool starts : {true, false})
+        hit(starts);
+    EXPECT_EQ(run(), "stop ");
+    EXPECT_FALSE(plugin->isEnabled());
+    allowed = true;
+    plugin->startPlugin();
+    hit(false);
+    plugin->retire();
+    hit(true);
+    EXPECT_EQ(run(), "start ") << "which was no hit";
+}
+
+TEST_F(NimbraLaunchpadPluginTest, groups_and_condition_ids_are_kept_as_given)
+{
+    EXPECT_THAT(plugin->getGroups(), ElementsAre("solitary", "interactive"));
+    const std::pair<const char*, bool> rows[] = {{"solitary", true},
+                                                 {"interactive", true},
+                                                 {"Solitary", false},
+                                                 {"sol", false},
+                                                 {"", false}};
+    for (const auto& [group, expected] : rows)
+        EXPECT_EQ(plugin->isInGroup(group), expected) << group;
+    EXPECT_THAT(plugin->getConditions("launchTrigger"), IsEmpty());
+    for (const int id : {7, 3, 7})
+        plugin->addConditionID(id);
+    EXPECT_THAT(plugin->getConditionIDs(), ElementsAre(7, 3, 7));
+    plugin->clearConditionIDs();
+    plugin->clearConditionIDs();
+    EXPECT_THAT(plugin->getConditionIDs(), IsEmpty());
 }
 
 TEST(NimbraLaunchpadPluginSlots, come_in_the_order_destructor_exit_start_stop_running)
@@ -147,16 +200,32 @@ TEST(NimbraLaunchpadPluginModuleTest, names_subscribes_checks_and_converts_by_th
     module->xUnsubscribeMicroEvent("E");
     EXPECT_THROW(module->xUnsubscribeMicroEvent("E"), KRError);
     EXPECT_NO_THROW(module->xTryCancelFuture({}));
+    const vo::Future<void> pending = vo::getEventLoop()->async([] {}, 1);
+    module->xTryCancelFuture(pending);
+    EXPECT_TRUE(pending.isCanceled());
+    module->xDescribe(KeyDescription::integer("A", "a").emptyAs(-1));
+    module->xDescribe(KeyDescription::text("B", "b").emptyAs("none"));
+    EXPECT_THAT(module->getPublishedKeys(), ElementsAre("Launchpad/A", "Launchpad/B"));
+    module->xRaiseLaunchpadEvent("A", 3);
+    EXPECT_EQ(platform.memory().getData("Launchpad/A"), KRValue(3));
+    for (const char* name : {"A", "B"})
+        module->xRaiseEmpty(name);
+    EXPECT_EQ(platform.memory().getData("Launchpad/A"), KRValue(-1));
+    EXPECT_EQ(platform.memory().getData("Launchpad/B"), KRValue("none"));
 
     const auto check = [&](const KRValue& value) {
         return errorOf<KRError>([&] { EXPECT_EQ(module->xCheckDataSize(value, 3), 5U); });
     };
     const std::string place = "_LaunchpadPluginTiming::CheckDataSize: ";
     EXPECT_EQ(check(KRValue::Array(5)), "none");
+    EXPECT_EQ(module->xCheckDataSize(KRValue::Array(3), 3), 3U);
     EXPECT_EQ(check(KRValue::Array(2)), place + "Incorrect Data Size. Expected: 3 Got: 2");
     EXPECT_EQ(check("abc"), place + "Couldn't get size, possibly because it's not an array.");
     EXPECT_EQ(module->xGetDelayUSec(2.5F), 2500000U);
     EXPECT_EQ(module->xGetDelayUSec(0.1F), 100000U);
+    EXPECT_EQ(module->xGetDelayUSec(0.0000019F), 1U) << "cut off, not rounded";
+    module->exit();
+    EXPECT_FALSE(platform.broker->session().findService("_LaunchpadPluginTiming"));
 }
 
 }  // namespace
