@@ -34,8 +34,6 @@ struct GuardTest : LaunchpadTest {
 TEST_F(GuardTest, permissionAndLaunchCondition_agreeWhateverTheContext)
 {
     platform.addService("KRTextToSpeech", "locale", [] { return std::string("English"); });
-    for (const Names& set : kPermissionSets)
-        platform.addService(PrintToString(set), "getPermissions", [&] { return set; });
     addPackage("any", {});
     addPackage("polyglot", {"French", "English"});
     addPackage("foreign", {"French"});
@@ -70,15 +68,6 @@ TEST_F(GuardTest, permissionAndLaunchCondition_agreeWhateverTheContext)
             const std::size_t foreign = activity.rfind("foreign/", 0) == 0;
             EXPECT_EQ(std::count(refused.begin(), refused.end(), "language"), foreign) << activity;
             EXPECT_EQ(refused.size() == foreign, checker.isConditionTrue(id)) << activity;
-            EXPECT_EQ(permission.checkPermissionViolations("dialog:" + activity), Names());
-        }
-        for (const Names& set : kPermissionSets) {
-            Names expected;
-            for (const int i : {0, 1})
-                if (context[i + 1].isTrue() && !std::count(set.begin(), set.end(), kBoth[i]))
-                    expected.push_back(kBoth[i]);
-            const std::string module = "action:" + PrintToString(set);
-            EXPECT_EQ(permission.checkPermissionViolations(module), expected) << module;
         }
     }
 }

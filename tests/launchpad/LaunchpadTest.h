@@ -19,7 +19,6 @@ namespace KR {
 class NimbraLaunchpadTestAccess {
 public:
     bool removeAll(const char* from) VO_NO_THREAD_SAFETY_ANALYSIS { return l._removeActions(from); }
-    bool remove(unsigned id) VO_NO_THREAD_SAFETY_ANALYSIS { return l._removeAction(id); }
     void unload(const char* plugin) { l._unloadPlugin(plugin); }
     void scan() { l._initPackageData(); }
     void bind(unsigned id) VO_NO_THREAD_SAFETY_ANALYSIS { l._registerActionCondition(id); }
@@ -63,20 +62,18 @@ struct RecordingResponder : NimbraLaunchpadResponder {
     {
         calls.push_back(namesOf(actions));
         values = persistentValues;
-        if (onCall)
-            onCall();
+        onCall();
     }
     void onPluginsChanged() override
     {
         ++pluginChanges;
-        if (onCall)
-            onCall();
+        onCall();
     }
 
     std::vector<Names> calls;
     PersistentValues values;  ///< of the latest call
     int pluginChanges = 0;
-    std::function<void()> onCall;
+    std::function<void()> onCall = [] {};
 };
 
 /// A package with the behaviour "b", which is launched by 'K'.
@@ -96,8 +93,7 @@ struct FakeServices {
     {
         objects[0]->signal("onPackageInstalled", installed).signal("onPackageRemoved", removed);
         objects[0]->method("packages", [this] {
-            if (onPackages)
-                onPackages();
+            onPackages();
             return packages;
         });
         objects[0]->method("hasPackage", [this](const std::string& uuid) {
@@ -106,10 +102,7 @@ struct FakeServices {
                                [&](const auto& package) { return package.uuid() == uuid; });
         });
         objects[2]->method("isBehaviorRunning", [this](const std::string& key) {
-            const auto last = std::find_if(calls.rbegin(), calls.rend(), [&](const auto& call) {
-                return call == "startBehavior " + key || call == "stopBehavior " + key;
-            });
-            return last != calls.rend() && *last == "startBehavior " + key;
+            return !calls.empty() && calls.back() == "startBehavior " + key;
         });
         for (const auto& object : objects) {
             for (const std::string name : {"removePkg", "_declarePathForTagsPermanently",
@@ -129,7 +122,7 @@ struct FakeServices {
     }
 
     std::vector<vo::PackageInfo> packages;
-    std::function<void()> onPackages;  ///< while they are asked for
+    std::function<void()> onPackages = [] {};  ///< while they are asked for
     Names calls;
     std::set<std::string> failing;
     vo::Signal<vo::PackageInfo> installed;
@@ -167,14 +160,13 @@ struct LaunchpadTest : testing::Test {
             "test.cfg", "ConfigurationDescription: Test\nConfigurationVersion: \"2.0\"\n" + text));
     }
     void raiseK(int value) { platform.memory().raiseEvent("K", value); }
-    /// What the launchpad has logged since the last call, as "level label: text".
-    Names logged()
+    /// What the launchpad has logged since the last call: lines of "level label: text".
+    std::string logged()
     {
-        Names lines;
-        for (const auto& record : platform.log.records())
-            if (record.category == "NimbraLaunchpad")
-                lines.push_back(std::string(vo::logLevelName(record.level)) + " " + record.label +
-                                ": " + record.text);
+        std::string lines;
+        for (const auto& [time, level, category, label, text] : platform.log.records())
+            if (category == "NimbraLaunchpad")
+                lines += std::string(vo::logLevelName(level)) + " " + label + ": " + text + "\n";
         platform.log.clear();
         return lines;
     }

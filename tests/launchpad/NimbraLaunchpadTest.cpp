@@ -8,23 +8,19 @@ constexpr const char* kExport = "getAutonomousActions";
 
 TEST_F(LaunchpadTest, missingParts_areLoggedAndLeftOut)
 {
-    const std::string plugin = "error _initAddModulePlugin: Could not load plugin: ";
-    const std::string none = "KRProxy::KRProxy: no service named 'KR";
-    EXPECT_THAT(
+    EXPECT_EQ(
         logged(),
-        ElementsAre(HasSubstr("error NimbraLaunchpad: Can't load default config file: : bad f"),
-                    plugin + "HardwareInfo" + none + "RobotModel'",
-                    plugin + "Battery" + none + "Battery'",
-                    plugin + "Posture" + none + "RobotPosture'",
-                    "error NimbraLaunchpad: Cannot load the main interactive activity module: no "
-                    "service named 'applauncher_module'"));
-    EXPECT_THAT(access.plugins(), ElementsAre(testing::Key("_LaunchpadPluginActivities"),
-                                              testing::Key("_LaunchpadPluginTemperature"),
-                                              testing::Key("_LaunchpadPluginTiming")));
+        R"(error NimbraLaunchpad: Can't load default config file: : bad file: : No such file or directory
+error _initAddModulePlugin: Could not load plugin: HardwareInfoKRProxy::KRProxy: no service named 'KRRobotModel'
+error _initAddModulePlugin: Could not load plugin: BatteryKRProxy::KRProxy: no service named 'KRBattery'
+error _initAddModulePlugin: Could not load plugin: PostureKRProxy::KRProxy: no service named 'KRRobotPosture'
+error NimbraLaunchpad: Cannot load the main interactive activity module: no service named 'applauncher_module'
+)");
+    EXPECT_EQ(access.plugins().size(), 3U);
     EXPECT_THROW(NimbraLaunchpad({}, nullptr, nullptr), std::invalid_argument);
     platform.addService("empty", kExport, [] { return std::list<AutonomousAction>(); });
     launchpad->loadModule("empty");
-    EXPECT_THAT(logged(), ElementsAre("info loadModule: 0 autonomous actions loaded from empty"));
+    EXPECT_EQ(logged(), "info loadModule: 0 autonomous actions loaded from empty\n");
     EXPECT_THROW(launchpad->loadModule("missing"), std::runtime_error);
 }
 
