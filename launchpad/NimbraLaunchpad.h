@@ -208,8 +208,8 @@ private:
     struct Shared {
         vo::CallbackGate gate;  ///< passed by posted calls of the responder; closed at the end
         ActionCopies copies;
-        /// Whether conditions may start plugins, which they may while they are monitored. Read
-        /// with a plugin's mutex held, where the checker lock must not be taken.
+        /// Whether conditions may start plugins, which they may while they are monitored. Written
+        /// under the checker lock, and read without it: a plugin may be the last to go.
         std::atomic<bool> conditionsStartPlugins{false};
     };
     const std::shared_ptr<Shared> shared_ = std::make_shared<Shared>();
