@@ -69,16 +69,33 @@ BehaviorsCache& ContextPermission::behaviors() const
 
 void ContextPermission::connectSignals()
 {
-    const vo::Lock lock(connectionsMutex_);
-    for (const std::string key : kWatchedKeys) {
-        broker_->keys().addRead(key, "ContextPermission");
-        try {
-            connectKey(key);
-        } catch (const std::exception&) {
-            logger.error("connectSignals", "Cannot subscribe to: " + key);
+    {
+        const vo::Lock lock(connectionsMutex_);
+        for (const std::string key : kWatchedKeys) {
+            broker_->keys().addRead(key, "ContextPermission");
+            try {
+                connectKey(key);
+            } catch (const std::exception&) {
+                logger.error("connectSignals", "Cannot subscribe to: " + key);
+            }
         }
+        // Before the present speech service is looked up, so that none is missed in between.
+        if (servicesLink_ == vo::kInvalidSignalLink)
+            servicesLink_ =
+                broker_->session().registered().connect([this](const vo::AnyObject& service) {
+                    if (service.name() == kSpeech)
+                        followSpeech();
+                });
     }
+    followSpeech();
+}
+
+void ContextPermission::followSpeech()
+{
     try {
+        const vo::Lock lock(connectionsMutex_);
+        if (servicesLink_ == vo::kInvalidSignalLink)
+            return;
         connectLocale();
     } catch (const std::exception& e) {
         logger.error("connectSignals",
@@ -104,9 +121,13 @@ void ContextPermission::connectKey(const std::string& key)
 
 void ContextPermission::connectLocale()
 {
-    if (localeConnection_.object)
-        return;
     const vo::AnyObject speech = broker_->session().service(kSpeech);
+    if (localeConnection_.object.object() == speech.object())
+        return;
+    // Whatever the service before still tells is older than what this one will answer.
+    if (localeConnection_.object)
+        localeConnection_.object.disconnect(localeConnection_.link);
+    localeConnection_ = {{}, vo::kInvalidSignalLink};
     const auto link = speech.follow<std::string>(
         kLanguageProperty, [this](const std::string& locale) { _localeChangedCallback(locale); });
     localeConnection_ = {speech, link};
@@ -115,10 +136,12 @@ void ContextPermission::connectLocale()
 void ContextPermission::disconnectSignals()
 {
     // Not under the lock: disconnecting waits for callbacks in progress.
+    vo::SignalLink services = vo::kInvalidSignalLink;
     std::map<std::string, Connection> keys;
     Connection locale = {{}, vo::kInvalidSignalLink};
     {
         const vo::Lock lock(connectionsMutex_);
+        std::swap(services, servicesLink_);
         std::swap(keys, keyConnections_);
         std::swap(locale, localeConnection_);
     }
@@ -132,6 +155,7 @@ void ContextPermission::disconnectSignals()
         if (!done)
             logger.error("disconnectSignals", "Cannot unsubscribe to key: " + key);
     };
+    broker_->session().registered().disconnect(services);
     for (const auto& [key, connection] : keys)
         disconnect(key, connection);
     // A speech service that has gone took the connection with it.
@@ -141,17 +165,18 @@ void ContextPermission::disconnectSignals()
 
 void ContextPermission::readLocale(const std::string& failure)
 {
-    unsigned changes = 0;
+    unsigned number = 0;
     {
         const vo::Lock lock(localeMutex_);
-        changes = localeChanges_;
+        number = ++lastLocale_;
     }
     try {
         const auto locale = broker_->session().service(kSpeech).call<std::string>("locale");
         const vo::Lock lock(localeMutex_);
-        // A change that came meanwhile is newer than what was read.
-        if (changes == localeChanges_)
-            locale_ = locale;
+        if (number < currentLocale_)
+            return;
+        currentLocale_ = number;
+        locale_ = locale;
     } catch (const std::exception& e) {
         logger.error("readLocale", failure + e.what());
     }
@@ -160,7 +185,7 @@ void ContextPermission::readLocale(const std::string& failure)
 void ContextPermission::_localeChangedCallback(const std::string& locale)
 {
     const vo::Lock lock(localeMutex_);
-    ++localeChanges_;
+    currentLocale_ = ++lastLocale_;
     if (locale_ != locale)
         locale_ = locale;
 }

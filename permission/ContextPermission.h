@@ -47,7 +47,8 @@ public:
     ContextPermission& operator=(const ContextPermission&) = delete;
 
     /// Reads the context and follows it from then on; the responder is told of later changes of
-    /// the memory keys. What fails is logged and left out; a later call tries it again.
+    /// the memory keys. What fails is logged and left out; a later call tries it again. The
+    /// language is that of the speech service that is there, whenever it comes or is replaced.
     void connectSignals();
     /// When it returns, the responder is not being called and never will be again (except when
     /// called from the responder).
@@ -88,8 +89,10 @@ private:
 
     BehaviorsCache& behaviors() const;
     void connectKey(const std::string& key) VO_REQUIRES(connectionsMutex_);
+    /// Follows and reads the language of the speech service that is there, while connected.
+    void followSpeech() VO_EXCLUDES(connectionsMutex_);
     void connectLocale() VO_REQUIRES(connectionsMutex_);
-    void readLocale(const std::string& failure);
+    void readLocale(const std::string& failure) VO_EXCLUDES(connectionsMutex_);
     void _memoryCallback(const std::string& key, const KRValue& value);
     void _localeChangedCallback(const std::string& locale);
 
@@ -116,6 +119,8 @@ private:
 
     /// Held while signals are being connected; before all others.
     vo::Mutex connectionsMutex_;
+    /// To the session's registered services; valid from connectSignals() to disconnectSignals().
+    vo::SignalLink servicesLink_ VO_GUARDED_BY(connectionsMutex_) = vo::kInvalidSignalLink;
     std::map<std::string, Connection> keyConnections_ VO_GUARDED_BY(connectionsMutex_);
     Connection localeConnection_ VO_GUARDED_BY(connectionsMutex_) = {{}, vo::kInvalidSignalLink};
 
@@ -129,7 +134,10 @@ private:
 
     mutable vo::Mutex localeMutex_;
     std::string locale_ VO_GUARDED_BY(localeMutex_);
-    unsigned localeChanges_ VO_GUARDED_BY(localeMutex_) = 0;  ///< calls of _localeChangedCallback
+    // Readings, from their begin, and changes are numbered, so that an older one that ends late
+    // does not replace a newer one.
+    unsigned lastLocale_ VO_GUARDED_BY(localeMutex_) = 0;     ///< number given last
+    unsigned currentLocale_ VO_GUARDED_BY(localeMutex_) = 0;  ///< number of locale_
 
     /// Held for a moment only; comes with no other lock.
     vo::Mutex publishMutex_;

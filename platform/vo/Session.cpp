@@ -151,7 +151,8 @@ void Session::registerService(std::shared_ptr<ServiceObject> object)
         throw std::runtime_error("This object is null");
     if (object->name().empty())
         throw std::runtime_error("a service needs a name");
-    impl_->add(std::move(object));
+    impl_->add(object);
+    registered_(AnyObject(std::move(object)));
 }
 
 bool Session::unregisterService(const std::string& name)

@@ -6,6 +6,7 @@
 
 #include "platform/vo/AnyObject.h"
 #include "platform/vo/Future.h"
+#include "platform/vo/Signal.h"
 
 namespace vo {
 
@@ -32,6 +33,10 @@ public:
     /// end of the session cancels it.
     Future<AnyObject> waitForService(const std::string& name);
 
+    /// Emitted when a service has been registered, on the registering thread and with no lock held.
+    /// By then the service may be gone again, and another one be there in its place.
+    Signal<AnyObject>& registered() { return registered_; }
+
     /// Names in ascending order.
     std::vector<std::string> services() const;
 
@@ -43,6 +48,8 @@ private:
     class Impl;
     // Constant after construction. Shared with the cancelling of waits.
     std::shared_ptr<Impl> impl_;
+    // Synchronised by itself.
+    Signal<AnyObject> registered_;
 };
 
 /// The service of that name in the current application's session; std::runtime_error when there

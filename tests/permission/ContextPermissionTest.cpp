@@ -1,7 +1,11 @@
+#include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "permission/ContextPermission.h"
+#include "platform/kr/KeyCatalogue.h"
 #include "platform/packages/BehaviorsCache.h"
 #include "platform/vo/ServiceObject.h"
 #include "tests/support/Testing.h"
@@ -29,6 +33,33 @@ struct Host : ContextPermissionResponder {
     int changes = 0;
 };
 
+/// A speech service, there for as long as it lives.
+struct Speech {
+    Speech(vo::Session& registry, const std::string& first) : session(registry), language(first)
+    {
+        object
+            ->method("locale",
+                     [this] {
+                         const std::string answer = language.get();
+                         if (whileAnswering)
+                             std::exchange(whileAnswering, {})();
+                         return answer;
+                     })
+            .property("languageTTS", language);
+        session.registerService(object);
+    }
+    ~Speech()
+    {
+        if (!object->isClosed())
+            session.unregisterService("KRTextToSpeech");
+    }
+    vo::Session& session;
+    vo::Property<std::string> language;
+    std::function<void()> whileAnswering;
+    std::shared_ptr<vo::ServiceObject> object =
+        std::make_shared<vo::ServiceObject>("KRTextToSpeech");
+};
+
 vo::BehaviorInfo behavior(const std::string& path, const std::string& nature = "",
                           const Names& permissions = {})
 {
@@ -51,18 +82,28 @@ vo::PackageInfo package(const std::string& uuid, const Names& languages = {})
 struct ContextPermissionTest : testing::Test {
     VirtualPlatform platform;
     vo::Session& session = platform.application.session();
-    vo::Property<std::string> language{"English"};
+    std::unique_ptr<Speech> speech = std::make_unique<Speech>(session, "English");
     BehaviorsCache behaviors;
     Host host;
-    ContextPermission permission{(addSpeech(), platform.broker), &behaviors, &host};
+    ContextPermission permission{platform.broker, &behaviors, &host};
 
     ContextPermissionTest() { host.permission = &permission; }
-    ~ContextPermissionTest() override { session.unregisterService("KRTextToSpeech"); }
 
-    void addSpeech()
+    void speak(const std::string& language)
     {
-        platform.addService("KRTextToSpeech", "locale", [this] { return language.get(); })
-            ->property("languageTTS", language);
+        speech->language.set(language);
+        platform.runPending();
+    }
+    /// The languages whose behaviours may run.
+    std::string spoken()
+    {
+        std::string all;
+        for (const char* language : {"English", "French", "German"}) {
+            permission.onBehaviorsInstalled(package(language, {language}), {behavior("b")});
+            if (permission.checkPermissionViolations(std::string(language) + "/b").empty())
+                all += language;
+        }
+        return all;
     }
     void set(const std::string& key, const KRValue& value)
     {
@@ -90,8 +131,9 @@ TEST_F(ContextPermissionTest, verdict_depends_on_context_nature_permissions_lang
     const Names both{"canRunOnPod", "canRunInSleep"};
     permission.onBehaviorsInstalled(
         package("any"),
-        {behavior("plain"), behavior("solitary", "solitary"), behavior("pod", "", {"canRunOnPod"}),
-         behavior("sleep", "solitary", {"canRunInSleep"}), behavior("both", "solitary", both)});
+        {behavior("plain"), behavior("solitary", "solitary"), behavior("social", "interactive"),
+         behavior("pod", "", {"canRunOnPod"}), behavior("sleep", "solitary", {"canRunInSleep"}),
+         behavior("both", "solitary", both)});
     permission.onBehaviorsInstalled(package("polyglot", {"French", "English"}), {behavior("b")});
     permission.onBehaviorsInstalled(package("french", {"French"}), {behavior("b", "solitary")});
     permission.onBehaviorsInstalled(package("prefix", {"Eng"}), {behavior("b", "", both)});
@@ -106,12 +148,18 @@ TEST_F(ContextPermissionTest, verdict_depends_on_context_nature_permissions_lang
     } rows[] = {
         {"solitary in solitary", "solitary", false, false, "any/solitary", {}},
         {"solitary when interactive", "interactive", false, false, "any/solitary", {"nature"}},
+        {"solitary in any other state", "", false, false, "any/solitary", {"nature"}},
+        {"others when interactive", "interactive", false, false, "any/plain", {}},
+        {"others in solitary", "solitary", false, false, "any/social", {}},
         {"disabled refuses all", "disabled", false, false, "any/plain", {"nature"}},
         {"safeguard refuses all", "safeguard", false, false, "any/both", {"nature"}},
+        {"a state that is no text", 1, false, false, "any/solitary", {}},
         {"no state", none, false, false, "any/solitary", {}},
         {"on the pod", "solitary", true, 0, "polyglot/b", {"canRunOnPod"}},
         {"on the pod by int", "solitary", 1, 0, "any/sleep", {"canRunOnPod"}},
         {"floats and texts are no flags", "solitary", 1.0, "true", "any/plain", {}},
+        {"each its own permission", "solitary", true, true, "any/pod", {"canRunInSleep"}},
+        {"both permissions", "solitary", true, true, "any/both", {}},
         {"nothing known of pod and sleep", "solitary", none, none, "any/plain", {}},
         {"asleep by negative int", "solitary", false, -1, "any/pod", {"canRunInSleep"}},
         {"another language", "solitary", false, false, "french/b", {"language"}},
@@ -135,41 +183,89 @@ TEST_F(ContextPermissionTest, verdict_depends_on_context_nature_permissions_lang
               "ok for: action:broken because of error: no idea");
 }
 
-TEST_F(ContextPermissionTest, context_is_read_when_connected_then_followed)
+TEST_F(ContextPermissionTest, context_is_read_when_connected_then_followed_until_disconnected)
 {
+    const auto violations = [this] { return permission.checkPermissionViolations("p/b"); };
     set(kState, "disabled");
-    set(kAsleep, false);
-    set(kOnPod, false);
-    permission.onBehaviorsInstalled(package("p", {"French"}), {behavior("b")});
-    EXPECT_THAT(permission.checkPermissionViolations("p/b"), ElementsAre("language"));
-    language.set("German");
+    set(kAsleep, true);
+    set(kOnPod, true);
+    permission.onBehaviorsInstalled(package("p"), {behavior("b")});
+    EXPECT_THAT(violations(), IsEmpty());
     permission.connectSignals();
-    EXPECT_THAT(permission.checkPermissionViolations("p/b"), ElementsAre("language", "nature"));
+    EXPECT_THAT(violations(), ElementsAre("nature", "canRunOnPod", "canRunInSleep"));
     EXPECT_EQ(host.changes, 0);
+    for (const char* key : {kState, kAsleep, kOnPod})
+        EXPECT_THAT(platform.broker->keys().find(key)->readers, Contains("ContextPermission"));
 
     set(kState, "solitary");
     set(kState, "solitary");  // no change
-    language.set("French");
-    platform.runPending();
     EXPECT_EQ(host.changes, 1);
-    EXPECT_THAT(permission.checkPermissionViolations("p/b"), IsEmpty());
+    set(kAsleep, false);
+    set(kOnPod, 0);
+    EXPECT_EQ(host.changes, 3);
+    EXPECT_THAT(violations(), IsEmpty());
 
     permission.connectSignals();  // once is enough
     set(kState, "disabled");
-    EXPECT_EQ(host.changes, 2);
+    EXPECT_EQ(host.changes, 4);
+    Host other;
+    other.permission = &permission;
+    std::optional<ContextPermission> gone(std::in_place, platform.broker, &behaviors, &other);
+    gone->connectSignals();
+    gone.reset();
     permission.disconnectSignals();
-    set(kState, "solitary");
-    language.set("English");
-    platform.runPending();
-    EXPECT_EQ(host.changes, 2);
-    EXPECT_THAT(permission.checkPermissionViolations("p/b"), ElementsAre("nature"));
+    for (const char* key : {kState, kAsleep, kOnPod})
+        set(key, 1);
+    EXPECT_EQ(host.changes + other.changes, 4);
+    EXPECT_THAT(violations(), ElementsAre("nature"));
+    permission.connectSignals();  // again
+    EXPECT_THAT(violations(), ElementsAre("canRunOnPod", "canRunInSleep"));
+    set(kAsleep, false);
+    EXPECT_THAT(violations(), ElementsAre("canRunOnPod"));
     EXPECT_THAT(errors(), IsEmpty());
+    EXPECT_THROW(ContextPermission({}, &behaviors, nullptr), std::invalid_argument);
+}
+
+TEST_F(ContextPermissionTest, language_is_the_latest_of_the_speech_service_that_is_there)
+{
+    EXPECT_EQ(spoken(), "English");
+    speak("German");
+    EXPECT_EQ(spoken(), "English");
+    permission.connectSignals();
+    EXPECT_EQ(spoken(), "German");
+    speak("French");
+    EXPECT_EQ(spoken(), "French");
+    speech->whileAnswering = [this] { speak("German"); };  // what it answers is the one before
+    permission.connectSignals();
+    EXPECT_EQ(spoken(), "German");
+
+    speech.reset();
+    EXPECT_EQ(spoken(), "German");
+    speech = std::make_unique<Speech>(session, "English");
+    EXPECT_EQ(spoken(), "English");
+    speak("French");
+    EXPECT_EQ(spoken(), "French");
+    const auto old = std::move(speech);
+    old->whileAnswering = [this] {
+        session.unregisterService("KRTextToSpeech");
+        speech = std::make_unique<Speech>(session, "German");
+    };
+    permission.connectSignals();
+    EXPECT_EQ(spoken(), "German");
+
+    permission.disconnectSignals();
+    speak("English");
+    EXPECT_EQ(spoken(), "German");
+    speech.reset();
+    speech = std::make_unique<Speech>(session, "English");
+    EXPECT_EQ(spoken(), "German");
+    EXPECT_THAT(errors(), testing::Each(HasSubstr("Cannot subscribe to: ")));
 }
 
 TEST_F(ContextPermissionTest, what_cannot_be_connected_is_logged_and_the_rest_goes_on)
 {
     set(kState, "disabled");  // the other keys are never written before
-    session.unregisterService("KRTextToSpeech");
+    speech.reset();
     ContextPermission other(platform.broker, &behaviors, nullptr);
     other.connectSignals();
     const std::string category = "Nimbra.ContextPermission/";
@@ -182,9 +278,20 @@ TEST_F(ContextPermissionTest, what_cannot_be_connected_is_logged_and_the_rest_go
             category + "connectSignals: Cannot subscribe to: " + kAsleep,
             category + "connectSignals: Cannot subscribe to: " + kOnPod,
             category + "connectSignals: Cannot connect to KRTextToSpeech.languageTTS: " + missing));
-    other.onBehaviorsInstalled(package("p"), {behavior("b")});
+    other.onBehaviorsInstalled(package("p", {"German"}), {behavior("b")});
     set(kOnPod, true);
+    EXPECT_THAT(other.checkPermissionViolations("p/b"),
+                ElementsAre("language", "nature", "canRunOnPod"));
+    speech = std::make_unique<Speech>(session, "German");  // it comes after all
     EXPECT_THAT(other.checkPermissionViolations("p/b"), ElementsAre("nature", "canRunOnPod"));
+
+    platform.log.clear();
+    speech.reset();
+    const auto mute = platform.addService("KRTextToSpeech", "say", [] {});
+    EXPECT_THAT(errors(), ElementsAre(HasSubstr("has no property 'languageTTS'")));
+    EXPECT_EQ(ContextPermission(platform.broker, nullptr, nullptr).checkPermissionViolations("p/b"),
+              Names{"error"});
+    EXPECT_THAT(errors(), Contains(HasSubstr("because of error: This object is null")));
 }
 
 TEST_F(ContextPermissionTest, cache_keeps_what_users_may_request_and_is_published)
@@ -196,13 +303,16 @@ TEST_F(ContextPermissionTest, cache_keeps_what_users_may_request_and_is_publishe
         published.push_back(all);
         permission.getPermissionsCache("p/asked");  // followers may call back
     });
-    auto launcher = behavior("tagged", "", {"canRunOnPod"});
+    auto launcher = behavior("tagged", "", {"canRunOnPod", "canRunInSleep"});
     launcher.setUserRequestable(false);
+    launcher.addTag("English", "games");
+    launcher.addTag("French", "games");
     launcher.addTag("French", "launcher");
+    launcher.addTag("German", "games");
     auto hidden = behavior("hidden");
     hidden.setUserRequestable(false);
     hidden.addTag("English", "launchers");
-    permission.onBehaviorsInstalled(package("p"), {behavior("asked"), launcher, hidden});
+    permission.onBehaviorsInstalled(package("p"), {behavior("asked"), hidden, launcher});
     ASSERT_EQ(published.size(), 1U);
     EXPECT_THAT(published[0],
                 ElementsAre(Pair("p/asked", Names{"canRunOnPod"}), Pair("p/tagged", Names{})));
@@ -214,13 +324,21 @@ TEST_F(ContextPermissionTest, cache_keeps_what_users_may_request_and_is_publishe
     set(kAsleep, 1);  // the host refreshes
     ASSERT_EQ(published.size(), 2U);
     EXPECT_EQ(published[1].at("p/asked"), (Names{"canRunOnPod", "canRunInSleep"}));
+    EXPECT_EQ(permission.getPermissionsCache("p/asked"), published[1].at("p/asked"));
     permission.refreshBehaviorsPermissions();  // nothing differs
     permission.onBehaviorsRemoved(package("q"), {hidden});
     EXPECT_EQ(published.size(), 2U);
 
-    permission.onBehaviorsRemoved(package("p"), {launcher});
+    permission.onBehaviorsRemoved(package("p"), {launcher, hidden});
     EXPECT_THAT(published.back(), ElementsAre(Pair("p/asked", testing::_)));
-    EXPECT_EQ(permission.checkPermissionViolations("p/tagged"), Names{"error"});
+    for (const char* activity : {"p/tagged", "p/hidden"})
+        EXPECT_EQ(permission.checkPermissionViolations(activity), Names{"error"});
+
+    // A change that a follower makes is published after the one that it is told of.
+    permission.permissions().connect(
+        [&](const auto&) { permission.onBehaviorsInstalled(package("r"), {behavior("nested")}); });
+    permission.onBehaviorsRemoved(package("p"), {behavior("asked")});
+    EXPECT_THAT(permission.permissions().get(), ElementsAre(Pair("r/nested", testing::_)));
 }
 
 }  // namespace
