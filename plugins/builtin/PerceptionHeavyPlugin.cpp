@@ -197,7 +197,7 @@ float PerceptionHeavyPlugin::xGetKRPreferenceValue(const std::string& key, float
     try {
         const auto value = preferenceProxy_->call<KRValue>("getValue", kPreferenceDomain, key);
         if (value.isNumber())
-            return static_cast<float>(value.toFloat());
+            return vo::fromValue<float>(vo::toValue(value));  // refuses what no float can hold
         return boost::lexical_cast<float>(value.toString());
     } catch (const std::exception& e) {
         logger.error("xGetKRPreferenceValue",
@@ -242,12 +242,14 @@ void PerceptionHeavyPlugin::xCheckForWaving()
         return;
     xTryCancelFuture(wavingTimeout_);
     xRaiseLaunchpadEvent(fEventRaisedWavingDetection, 1);
+    const std::uint64_t length = xGetDelayUSec(xGetSecondsUntilDisappearance() + kWavingMargin);
+    waveEnd_ = getParentBroker()->clock()->uptime() + vo::Duration(length);
     wavingTimeout_ = vo::getEventLoop()->async(
         [weak = weak_from_this()] {
             if (const auto plugin = weak.lock())
                 static_cast<PerceptionHeavyPlugin&>(*plugin).xWavingTimeout();
         },
-        xGetDelayUSec(xGetSecondsUntilDisappearance() + kWavingMargin));
+        length);
 }
 
 /// Without a usable answer a wave ends early, rather than never.
@@ -269,7 +271,10 @@ void PerceptionHeavyPlugin::xWavingTimeout()
 {
     // Whoever holds it has a new wave, whose own time-out will come, or stops the plugin.
     const std::unique_lock<vo::Mutex> lock(wavingMutex_, std::try_to_lock);
-    if (lock.owns_lock() && started_)
+    if (!lock.owns_lock() || !started_)
+        return;
+    // One that was on its way when the wave was renewed could not be cancelled any more.
+    if (getParentBroker()->clock()->uptime() >= waveEnd_)
         xRaiseLaunchpadEvent(fEventRaisedWavingDetection, 0);
 }
 

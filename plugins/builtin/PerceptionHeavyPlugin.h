@@ -53,6 +53,7 @@ public:
 
     /// Somebody waves.
     void xCheckForWaving();
+    /// The time-out of a wave: nobody waves any more, unless a later wave still lasts.
     void xWavingTimeout();
     // Each raises what changed, or, forced, everything.
     void xCheckForPeopleNotSeen(bool force);
@@ -118,6 +119,7 @@ private:
 
     vo::Mutex wavingMutex_;
     vo::Future<void> wavingTimeout_ VO_GUARDED_BY(wavingMutex_);
+    vo::Duration waveEnd_ VO_GUARDED_BY(wavingMutex_){};  ///< of the last wave; uptime
 
     vo::Mutex peopleNotSeenMutex_;
     bool lastPeopleNotSeen_ VO_GUARDED_BY(peopleNotSeenMutex_) = false;

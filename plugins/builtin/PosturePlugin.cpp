@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <limits>
 
 #include "platform/kr/KRBroker.h"
 #include "platform/kr/KRError.h"
@@ -67,12 +68,19 @@ bool holdsReadings(const KRValue& readings)
                        [](const KRValue& v) { return v.isNumber() || v.isBool(); });
 }
 
+/// A reading in single precision; one beyond its range counts as infinite.
+float singlePrecision(const KRValue& reading)
+{
+    constexpr double kMax = std::numeric_limits<float>::max();
+    const double value = reading.toFloat();
+    return static_cast<float>(std::abs(value) > kMax ? std::copysign(INFINITY, value) : value);
+}
+
 float motionBetween(const KRValue& before, const KRValue& now)
 {
     float motion = 0.0F;
     for (std::size_t i = 0; i < kMotionReadings; ++i)
-        motion += std::abs(static_cast<float>(now[i].toFloat()) -
-                           static_cast<float>(before[i].toFloat()));
+        motion += std::abs(singlePrecision(now[i]) - singlePrecision(before[i]));
     return motion;
 }
 

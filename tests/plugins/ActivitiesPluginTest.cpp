@@ -10,22 +10,24 @@ struct ActivitiesPluginTest : SenseTest<ActivitiesPlugin> {
         platform, "KRNimbra",
         "getFocusHistory/1 getStateHistory/1 getAutonomousActivityStatistics getLifeTime"};
 
-    /// The statistics are of one activity alone.
-    void live(const Names& focus, const Names& states, const std::string& activity, int count)
+    /// An activity with a negative count has none in its statistics.
+    void live(const Names& focus, const Names& states, const std::map<std::string, int>& counts)
     {
-        using Statistics = std::map<std::string, int>;
-        life.set("getFocusHistory", focus);
-        life.set("getStateHistory", states);
-        life.set("getAutonomousActivityStatistics",
-                 std::map<std::string, Statistics>{{activity, {{"focusCount", count}}}});
+        std::map<std::string, std::map<std::string, int>> statistics;
+        for (const auto& [activity, count] : counts)
+            statistics[activity] = {{count < 0 ? "other" : "focusCount", count}, {"z", 9}};
+        life.set("getFocusHistory:2", focus);
+        life.set("getStateHistory:2", states);
+        life.set("getAutonomousActivityStatistics", statistics);
     }
     void SetUp() override
     {
-        live({"a"}, {"solitary"}, "a", 1);
+        live({"a"}, {"solitary"}, {{"a", 1}, {"b", 5}});
         life.set("getLifeTime", 7);
         make();
         follow(
             "FocusedActivity PreviousActivity State PreviousState FocusCount/a FocusCount/b "
+            "FocusCount/c "
             "LifeTime");
     }
     std::string change()
@@ -41,32 +43,37 @@ TEST_F(ActivitiesPluginTest, publishes_nothing_until_a_start_after_the_platform_
     plugin->startPlugin();
     EXPECT_EQ(inTurn({start(), change()}), "");
     stop();
-    EXPECT_EQ(start(),
-              "FocusCount/a=1 FocusedActivity='a' PreviousActivity='' PreviousState='' "
-              "State='solitary' LifeTime=7");
+    EXPECT_EQ(
+        start(),
+        "FocusCount/a=1 FocusCount/b=5 FocusedActivity='a' PreviousActivity='' PreviousState='' "
+        "State='solitary' LifeTime=7");
     EXPECT_EQ(after(seconds(1) - kMoment), "");
     life.fail("getLifeTime");
     EXPECT_EQ(after(kMoment), "");
     life.set("getLifeTime", "old");  // kept as delivered
     EXPECT_EQ(after(seconds(1) - kMoment), "");
     EXPECT_EQ(after(kMoment), "LifeTime='old'");
+    plugin->exit();
+    EXPECT_EQ(inTurn({change(), after(seconds(5))}), "");
 }
 
 TEST_F(ActivitiesPluginTest, change_raises_only_what_differs_and_stop_blanks_everything)
 {
     start();
     EXPECT_EQ(change(), "");
-    live({"a", "b"}, {"solitary"}, "b", 1);  // the count of a is dropped, not blanked
-    EXPECT_EQ(change(), "FocusCount/b=1 FocusedActivity='b' PreviousActivity='a'");
-    live({"x", "b", "y"}, {"solitary", "interactive"}, "b", 1);
+    live({"a", "b"}, {"solitary"}, {{"b", 6}});  // the count of a is dropped, not blanked
+    EXPECT_EQ(change(), "FocusCount/b=6 FocusedActivity='b' PreviousActivity='a'");
+    live({"x", "b", "y"}, {"solitary", "interactive"}, {{"a", 1}, {"b", 6}, {"c", -1}});
     EXPECT_EQ(change(),
-              "FocusedActivity='y' PreviousActivity='b' PreviousState='solitary' "
+              "FocusCount/a=1 FocusCount/c=none FocusedActivity='y' PreviousActivity='b' "
+              "PreviousState='solitary' "
               "State='interactive'");
-    live({}, {}, "b", 2);
+    live({}, {}, {{"a", 1}, {"b", 7}});
     EXPECT_EQ(change(),
-              "FocusCount/b=2 FocusedActivity='' PreviousActivity='' PreviousState='' State=''");
+              "FocusCount/b=7 FocusedActivity='' PreviousActivity='' PreviousState='' State=''");
     EXPECT_EQ(inTurn({stop(), after(seconds(5)), change()}),
-              "FocusCount/b=none FocusedActivity=none PreviousActivity=none PreviousState=none "
+              "FocusCount/a=none FocusCount/b=none FocusedActivity=none PreviousActivity=none "
+              "PreviousState=none "
               "State=none LifeTime=none");
 }
 
@@ -74,16 +81,16 @@ TEST_F(ActivitiesPluginTest, report_that_fails_is_logged_and_raises_nothing)
 {
     start();
     for (const auto& fault : std::vector<std::function<void()>>{
-             [&] { life.set("getStateHistory", 5); },
+             [&] { life.set("getStateHistory:2", 5); },
              [&] { life.set("getAutonomousActivityStatistics", Names{"a"}); },
              [&] { life.die(); }}) {
-        live({"b"}, {"solitary"}, "b", 1);
+        live({"b"}, {"solitary"}, {{"b", 1}});
         fault();
         EXPECT_EQ(change(), "");
-        expectComplaint("Nimbra/_doReport: Cannot do report: ");
+        expectComplaint("error Nimbra/_doReport: Cannot do report: ");
     }
     write("TesselReady");
-    expectComplaint("LaunchpadPluginActivities/_onReady: Cannot initiate, data will not be ");
+    expectComplaint("error LaunchpadPluginActivities/_onReady: Cannot initiate, data will ");
 }
 
 }  // namespace KR

@@ -43,16 +43,12 @@ TEST_F(BatteryPluginTest, charge_that_cannot_be_had_is_critical_and_warned_of)
              [&] { battery.set("getBatteryCharge", "half"); }, [&] { battery.answers.clear(); }}) {
         fault();
         EXPECT_EQ(plugin->xGetBatteryLevel(), 1);
-        expectComplaint("LaunchpadPluginBattery/xGetBatteryLevel: Can't get battery level: ");
+        expectComplaint("warning LaunchpadPluginBattery/xGetBatteryLevel: Can't get battery ");
     }
 }
 
 TEST_F(BatteryPluginTest, publishes_empty_values_then_real_ones_every_minute_until_stopped)
 {
-    EXPECT_THAT(plugin->getGroups(), ElementsAre("solitary", "interactive"));
-    EXPECT_THAT(platform.memory().getDeclarers("Launchpad/BatteryStatus"),
-                ElementsAre("_LaunchpadPluginBattery"));
-    EXPECT_THAT(platform.memory().getDeclarers("Launchpad/BatteryIsCharging"), IsEmpty());
     EXPECT_EQ(stop(), "");
     EXPECT_EQ(inTurn({start(), start()}), kEmpty + " " + kHalf);
     EXPECT_EQ(after(seconds(60) - kMoment), "");

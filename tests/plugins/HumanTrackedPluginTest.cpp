@@ -48,13 +48,21 @@ TEST_F(HumanTrackedPluginTest, new_person_gives_a_pulse_and_the_same_one_none)
     EXPECT_EQ(track(-1), kNobody);
     EXPECT_EQ(update(), kNobody);
     EXPECT_EQ(track(5), data("2.0", "2", "1"));  // remembered over nobody
-    EXPECT_EQ(inTurn({stop(), update()}), kEmpty);
+    zones.calls.clear();
+    EXPECT_EQ(inTurn({stop(), update(), track(3)}), kEmpty);
+    EXPECT_EQ(zones.calls, "unsubscribe:\"_LaunchpadPluginHumanTracked\"");
+    track(5);
     EXPECT_EQ(start(), kPulse + data("2.0", "2", "1"));  // forgotten
+    EXPECT_EQ(zones.calls,
+              "unsubscribe:\"_LaunchpadPluginHumanTracked\" "
+              "subscribe:\"_LaunchpadPluginHumanTracked\" isProcessing");
+    expectComplaint("none");
 }
 
 TEST_F(HumanTrackedPluginTest, what_cannot_be_had_of_a_person_is_empty_by_itself)
 {
     EXPECT_EQ(start(), kNobody);  // no tracked id was ever written
+    expectComplaint("warning LaunchpadPluginHumanTracked/xCheckForTrackedHuman: Cannot get data: ");
     EXPECT_EQ(track(4), kPulse + data("none", "none", "none"));
     person(4, "far", 2, KRValue());
     EXPECT_EQ(update(), data("none", "2", "none"));
@@ -72,7 +80,9 @@ TEST_F(HumanTrackedPluginTest, needs_its_services_for_zone_and_looking_but_not_t
     EXPECT_EQ(update(), data("1.5", "1", "none"));
     zones.die();
     EXPECT_EQ(track(-1), "SameTrackedHuman=0 " + data("-1.0", "none", "none"));
+    expectComplaint("warning LaunchpadPluginHumanTracked/xCheckForTrackedHuman: Cannot get data: ");
     EXPECT_EQ(stop(), kEmpty);
+    expectComplaint("warning LaunchpadPluginHumanTracked/_stopPlugin: Cannot unsubscribe: ");
     EXPECT_FALSE(plugin->isPluginRunning());
     EXPECT_THROW(start(), KRError);
 }

@@ -1,4 +1,5 @@
 #include <cmath>
+#include <limits>
 
 #include "plugins/builtin/PerceptionHeavyPlugin.h"
 #include "tests/plugins/SenseTest.h"
@@ -37,7 +38,18 @@ TEST_F(PerceptionHeavyPluginTest, start_switches_services_on_and_publishes_and_s
 {
     FakeService waving{platform, "KRWavingDetection", "subscribe/1"};
     make();
-    for (int run = 0; run < 2; ++run) {
+    const auto prefer = [&](const std::string& key, const KRValue& value) {
+        preferences.set("getValue:\"com.halvex.nimbra.PerceptionHeavyPlugin\":\"" + key + "\"",
+                        value);
+    };
+    const std::string once = "subscribe:\"_LaunchpadPluginPerceptionHeavy\"";
+    const std::vector<std::string> pushed = {"setMaximumDetectionRange:3.5",
+                                             "setFirstLimitDistance:1.5 setSecondLimitDistance:2.5 "
+                                             "setLimitAngle:90.0",
+                                             "setMaximumDetectionRange:1.0",
+                                             "setFirstLimitDistance:2.0 "
+                                             "setSecondLimitDistance:3.0 setLimitAngle:4.0"};
+    for (std::size_t run = 0; run < 2; ++run) {
         EXPECT_EQ(updateZones(), "");
         EXPECT_EQ(inTurn({start(), start()}),
                   "PeopleNotSeen=true NumPeopleZone1=0 NumPeopleZone2=0 NumPeopleZone3=0 "
@@ -48,22 +60,35 @@ TEST_F(PerceptionHeavyPluginTest, start_switches_services_on_and_publishes_and_s
                   "NumPeopleZone2=none NumMotionZone2=none NumPeopleZone3=none "
                   "NumMotionZone3=none NoPeopleInZones=none NoMotionInZones=none "
                   "PeopleNotSeen=none");
+        EXPECT_EQ(people.calls, once + " " + pushed[2 * run]);
+        EXPECT_EQ(zones.calls, once + " " + pushed[2 * run + 1]);
+        for (FakeService* service : {&movement, &gaze, &waving})
+            EXPECT_EQ(service->calls, once) << service->name;
+        for (FakeService* service : {&people, &zones, &movement, &gaze, &waving})
+            service->calls.clear();
+        int value = 0;
+        for (const char* key : {"PPMaxDist", "EZDist1", "EZDist2", "EZAngle"})
+            prefer(key, std::to_string(++value));
     }
-    const std::string once = "subscribe:\"_LaunchpadPluginPerceptionHeavy\"";
-    EXPECT_EQ(waving.calls, once + " " + once);
-    EXPECT_THAT(zones.calls, testing::StartsWith(once + " setFirstLimitDistance:1.5 "
-                                                        "setSecondLimitDistance:2.5 "
-                                                        "setLimitAngle:90.0 "));
+    plugin->xRaiseDefaultEvents();
+    EXPECT_EQ(raised(),
+              "WavingDetection=0 NumPeopleZone1=0 NumMotionZone1=0 NumPeopleZone2=0 "
+              "NumMotionZone2=0 NumPeopleZone3=0 NumMotionZone3=0 NoPeopleInZones=true "
+              "NoMotionInZones=true PeopleNotSeen=true");
     movement.die();
     EXPECT_THROW(start(), KRError);
 }
 
 TEST_F(PerceptionHeavyPluginTest, preferences_that_are_no_number_give_the_default)
 {
-    const std::string error = kTag + "xGetKRPreferenceValue: Error when getting preferences: ";
+    const std::string error =
+        "error " + kTag + "xGetKRPreferenceValue: Error when getting preferences: ";
+    constexpr float kMax = std::numeric_limits<float>::max();
     const std::vector<std::pair<KRValue, float>> rows = {
-        {"2.25", 2.25F}, {2.25, 2.25F},   {"-INFINITY", -INFINITY}, {"abc", 1.0F},
-        {" 2", 1.0F},    {List{2}, 1.0F}, {KRValue(), 1.0F}};
+        {"2.25", 2.25F},   {2.25, 2.25F}, {"-INFINITY", -INFINITY},
+        {"abc", 1.0F},     {" 2", 1.0F},  {List{2}, 1.0F},
+        {KRValue(), 1.0F}, {7, 7.0F},     {-kMax, -kMax},
+        {"1e39", 1.0F},    {-1e39, 1.0F}, {INFINITY, INFINITY}};
     for (const auto& [value, expected] : rows) {
         preferences.set("getValue", value);
         EXPECT_EQ(plugin->xGetKRPreferenceValue("PPMaxDist", 1.0F), expected) << value;
@@ -73,7 +98,8 @@ TEST_F(PerceptionHeavyPluginTest, preferences_that_are_no_number_give_the_defaul
     zones.fail("setLimitAngle");
     start();
     EXPECT_THAT(people.calls, testing::EndsWith("setMaximumDetectionRange:nan"));
-    expectComplaint(kTag + "_startPlugin: Fail to update parameters with error: KREngagementZ");
+    expectComplaint("error " + kTag +
+                    "_startPlugin: Fail to update parameters with error: KREngagementZ");
     EXPECT_TRUE(plugin->isPluginRunning());
 }
 
@@ -85,14 +111,28 @@ TEST_F(PerceptionHeavyPluginTest, wave_lasts_until_its_person_would_have_disappe
     platform.advance(seconds(1));
     EXPECT_EQ(inTurn({wave(), after(milliseconds(2600) - kMoment)}), "WavingDetection=1");
     EXPECT_EQ(after(kMoment), "WavingDetection=0");
+    wave();
+    raised();
+    plugin->xWavingTimeout();  // of a wave before, which was on its way already
+    EXPECT_EQ(after(milliseconds(2600) - kMoment), "");
+    EXPECT_EQ(after(kMoment), "WavingDetection=0");
+    platform.log.clear();
     for (const KRValue& time : {KRValue(std::nan("")), KRValue(-3), KRValue(1e30), KRValue("2")}) {
         people.set("getTimeBeforePersonDisappears", time);
         EXPECT_EQ(inTurn({wave(), after(milliseconds(600))}), "WavingDetection=1 WavingDetection=0")
             << time;
+        expectComplaint("warning " + kTag + "xCheckForWaving: No time of disappearance: ");
     }
+    people.set("getTimeBeforePersonDisappears", 86400);
+    EXPECT_EQ(inTurn({wave(), after(seconds(86400))}), "WavingDetection=1");
+    EXPECT_EQ(after(seconds(1)), "WavingDetection=0");
     wave();
     stop();
-    EXPECT_EQ(after(seconds(10)), "");
+    EXPECT_EQ(after(seconds(100'000)), "");
+    start();
+    EXPECT_EQ(wave(), "WavingDetection=1");
+    plugin->exit();
+    EXPECT_EQ(after(seconds(100'000)), "");
 }
 
 TEST_F(PerceptionHeavyPluginTest, people_are_counted_and_raised_when_they_change)
@@ -138,7 +178,7 @@ TEST_F(PerceptionHeavyPluginTest, movements_are_counted_when_all_their_confidenc
          {KRValue(1), KRValue(List{0, 0, 0}), KRValue(List{0, 0, List{1}}),
           KRValue(List{0, List{0, 0, 1}, List{0, 1}}), KRValue(List{0, 0, List{0, "1"}})}) {
         EXPECT_FALSE(plugin->xFilterMovementBlob(blob)) << blob;
-        expectComplaint(kTag + "xFilterMovementBlob: Error filtering movement blob: ");
+        expectComplaint("error " + kTag + "xFilterMovementBlob: Error filtering movement blob: ");
     }
     write(key + "1", List{0, "wrong"});
     write(key + "3", List{0});

@@ -4,34 +4,36 @@
 #include "tests/plugins/SenseTest.h"
 
 namespace KR {
-constexpr const char* kPush = "KRMotion/Safety/PushRecovery";
-const std::string kTag = "LaunchpadPluginPosture/";
+const std::string kTag = "warning LaunchpadPluginPosture/";
 
 struct PosturePluginTest : SenseTest<PosturePlugin> {
     FakeService posture{platform, "KRRobotPosture", "getPosture getPostureFamily"};
     FakeService model{platform, "KRRobotModel", "_getRobotType"};
     FakeService life{platform, "KRNimbra", "getLifeTime"};
     int lifeOffset = 0;
+    const FakeService::Answer lifeTime = [this] {
+        return vo::toValue(platform.memory().lifeTime() + lifeOffset);
+    };
 
     void SetUp() override
     {
         model.set("_getRobotType", 0);
         posture.set("getPosture", "Stand");
         posture.set("getPostureFamily", "Standing");
-        life.answers["getLifeTime"] = [this] {
-            return vo::toValue(platform.memory().lifeTime() + lifeOffset);
-        };
+        life.answers["getLifeTime"] = lifeTime;
         follow("Posture PostureFamily RobotPushedRecently RobotFellRecently Lifted");
         make();
     }
     /// The process remembers when the robot last moved; this is long afterwards.
-    void startLongAfter()
+    std::string startLongAfter()
     {
         static int time = 0;
         lifeOffset = time += 1000;
         sense({0, 0, 0, 0, 0, 0, 0});
-        start();
+        raised();
+        const auto published = start();
         platform.log.clear();
+        return published;
     }
     void sense(const std::vector<KRValue>& values)
     {
@@ -72,26 +74,54 @@ TEST_F(PosturePluginTest, posture_is_polled_every_two_seconds_and_on_events_and_
         posture.set("getPostureFamily", event);
         EXPECT_EQ(write(event), "PostureFamily='" + event + "'");
     }
+    posture.set("getPosture", "Sit");
+    posture.set("getPostureFamily", "Sitting");
+    EXPECT_EQ(write("PostureChanged"), "Posture='Sit' PostureFamily='Sitting'");
+    EXPECT_EQ(write("PostureFamilyChanged"), "");
     posture.die();
     write("PostureChanged");
     expectComplaint(kTag + "xNotifyPostureChange: error NotifyPostureChangeKRRobotPosture::");
 }
 
-TEST_F(PosturePluginTest, push_is_recent_for_thirteen_seconds_after_the_last)
+TEST_F(PosturePluginTest, push_and_fall_are_recent_for_thirteen_seconds_after_the_last)
 {
-    startLongAfter();
-    lifeOffset = 0;  // as in memory's histories
-    platform.advance(milliseconds(2500));
-    EXPECT_THAT(write(kPush), testing::HasSubstr("RobotPushedRecently=true"));
-    platform.advance(seconds(5));
-    EXPECT_EQ(write(kPush).find("Pushed"), std::string::npos);
-    EXPECT_EQ(after(seconds(13) - kMoment).find("Pushed"), std::string::npos);
-    EXPECT_EQ(after(kMoment), "RobotPushedRecently=false");
-    lifeOffset = -21;
-    EXPECT_FALSE(plugin->xIsStillInRecentPushRecovery());  // it is yet to come
-    life.set("getLifeTime", "old");
-    EXPECT_FALSE(plugin->xIsStillInRecentPushRecovery());
-    expectComplaint(kTag + "xIsStillInRecentPushRecovery: error IsStillInRecentPushRecoveryKRN");
+    const struct {
+        const char* event;
+        const char* datum;
+        bool (PosturePlugin::*isRecent)();
+        std::string complaint;
+    } rows[] = {{"KRMotion/Safety/PushRecovery", "RobotPushedRecently",
+                 &PosturePlugin::xIsStillInRecentPushRecovery,
+                 kTag + "xIsStillInRecentPushRecovery: error IsStillInRecentPushRecoveryKRN"},
+                {"robotHasFallen", "RobotFellRecently",
+                 &PosturePlugin::xIsStillInRecentFallRecovery, "none"}};
+    for (const auto& [event, datum, isRecent, complaint] : rows) {
+        SCOPED_TRACE(event);
+        make();
+        const auto yes = std::string(datum) + "=true";
+        startLongAfter();
+        lifeOffset = 0;  // as in memory's histories
+        platform.advance(milliseconds(2500));
+        raised();
+        EXPECT_THAT(write(event), HasSubstr(yes));
+        platform.advance(seconds(5));
+        EXPECT_THAT(write(event), Not(HasSubstr(datum)));
+        EXPECT_THAT(after(seconds(13) - kMoment), Not(HasSubstr("Recently")));
+        EXPECT_EQ(after(kMoment), std::string(datum) + "=false");
+        for (const int offset : {-1, -1000, 0}) {  // twelve seconds old, yet to come, thirteen
+            lifeOffset = offset;
+            EXPECT_EQ((plugin.get()->*isRecent)(), offset == -1) << offset;
+        }
+        EXPECT_EQ(write(event), yes);
+        stop();
+        EXPECT_EQ(after(seconds(60)), "");
+        platform.log.clear();
+        life.fail("getLifeTime");
+        EXPECT_FALSE((plugin.get()->*isRecent)());
+        expectComplaint(complaint);
+        life.answers["getLifeTime"] = lifeTime;
+        platform.advance(milliseconds(500));
+    }
 }
 
 TEST_F(PosturePluginTest, lifted_begins_with_one_step_of_motion_and_ends_four_seconds_after_it)
@@ -102,7 +132,11 @@ TEST_F(PosturePluginTest, lifted_begins_with_one_step_of_motion_and_ends_four_se
     EXPECT_EQ(after(kMoment), "Lifted=true");
     platform.advance(milliseconds(1800));
     sense({100, -50, 20, 21, 0, 0, 0});  // once lifted, this little is motion
-    EXPECT_EQ(after(milliseconds(4000) - kMoment), "");
+    EXPECT_EQ(after(seconds(1)), "");
+    sense({100, -50, 20, 30, 0, 0, 0});  // and this is not
+    EXPECT_EQ(after(seconds(1)), "");
+    sense({500, -50, 20, 30, 0, 1, 0});  // nor is this, with a foot on the ground
+    EXPECT_EQ(after(seconds(2) - kMoment), "");
     EXPECT_EQ(after(kMoment), "Lifted=false");
 }
 
@@ -130,7 +164,7 @@ TEST_F(PosturePluginTest, lifting_takes_motion_and_both_feet_off_the_ground)
         SCOPED_TRACE(row.what);
         model.set("_getRobotType", row.robotType);
         make();
-        startLongAfter();
+        EXPECT_THAT(startLongAfter(), testing::EndsWith("Lifted=false"));
         sense(row.values);
         EXPECT_EQ(after(milliseconds(200)), row.raised);
         expectComplaint(row.complaint);

@@ -23,7 +23,8 @@ inline std::vector<std::string> words(const std::string& text)
 struct FakeService {
     using Answer = std::function<vo::Value()>;
 
-    /// Methods by name, with "/1" for each parameter; they answer nothing until told otherwise.
+    /// Methods by name, with "/1" for each parameter; they answer nothing until told otherwise,
+    /// for one call ("b:1:2") or for all of a method ("b").
     FakeService(VirtualPlatform& platform, std::string serviceName, const std::string& methods)
         : session(platform.broker->session()), name(std::move(serviceName))
     {
@@ -32,10 +33,12 @@ struct FakeService {
             const auto method = word.substr(0, word.find('/'));
             const auto parameters = word.size() - method.size();
             object->dynamicMethod({method, "", parameters / 2}, [=](const auto& arguments) {
-                calls += (calls.empty() ? "" : " ") + method;
+                std::string call = method;
                 for (const auto& argument : arguments)
-                    calls += ":" + vo::fromValue<KRValue>(argument).toDisplayString();
-                return answers[method] ? answers[method]() : vo::Value();
+                    call += ":" + vo::fromValue<KRValue>(argument).toDisplayString();
+                calls += (calls.empty() ? "" : " ") + call;
+                const auto& answer = answers[answers.count(call) ? call : method];
+                return answer ? answer() : vo::Value();
             });
         }
         session.registerService(object);
@@ -119,14 +122,17 @@ struct SenseTest : testing::Test {
         plugin->stopPlugin();
         return raised();
     }
-    /// Of the first error, or else warning, since the last call.
+    /// Of the first error, or else warning, since the last call: "warning category/label: text".
     void expectComplaint(const std::string& beginning)
     {
-        auto lines = platform.log.lines(vo::LogLevel::error);
-        if (lines.empty())
-            lines = platform.log.lines(vo::LogLevel::warning);
+        std::string first = "none";
+        for (const auto level : {vo::LogLevel::warning, vo::LogLevel::error}) {
+            const auto lines = platform.log.lines(level);
+            if (!lines.empty())
+                first = vo::logLevelName(level) + (" " + lines.front());
+        }
         platform.log.clear();
-        EXPECT_THAT(lines.empty() ? "none" : lines.front(), testing::StartsWith(beginning));
+        EXPECT_THAT(first, testing::StartsWith(beginning));
     }
 
     VirtualPlatform platform;

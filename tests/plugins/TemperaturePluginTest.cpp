@@ -58,7 +58,7 @@ TEST_F(TemperaturePluginTest, without_joint_names_it_starts_and_stops_with_empty
     motion.set("getBodyNames", 3);
     for (const std::string message : {"can't get body names: ", "error at initialisation. Got: "}) {
         make();
-        expectComplaint("LaunchpadPluginTemperature/TemperaturePlugin: " + message);
+        expectComplaint("error LaunchpadPluginTemperature/TemperaturePlugin: " + message);
         EXPECT_EQ(inTurn({start(), after(seconds(5))}), kEmpty);
         EXPECT_EQ(stop(), kEmpty);
         motion.die();
