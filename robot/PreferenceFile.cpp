@@ -22,8 +22,6 @@ const vo::Logger logger("KRPreferenceManager");
 
 Json toJson(const KRValue& value, int depth)
 {
-    if (depth > PreferenceFile::kMaxDepth)
-        throw std::runtime_error("a preference is nested too deeply");
     switch (value.getType()) {
         case KRValue::Type::boolean:
             return value.toBool();
@@ -36,6 +34,8 @@ Json toJson(const KRValue& value, int depth)
         case KRValue::Type::string:
             return value.toString();
         case KRValue::Type::array: {
+            if (depth == PreferenceFile::kMaxDepth)
+                throw std::runtime_error("a preference is nested too deeply");
             Json array = Json::array();
             for (const KRValue& element : value.toArray())
                 array.push_back(toJson(element, depth + 1));

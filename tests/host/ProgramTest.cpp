@@ -119,6 +119,7 @@ TEST_F(ProgramTest, RunEndsWithItsExitCode)
         {play + "--speed 100000", 0, "Summary: 1 min 10 s of life"},
         {play + "--as-fast-as-possible --until 2s", 0, "Summary: 2.000 s of life"},
         {play + "--as-fast-as-possible --until 06:00:30", 0, "Summary: 30.000 s of life"},
+        {play + "--as-fast-as-possible --until 06:00:01", 0, "Errors: 1"},  // that entry, too
         {play + "--until 05:59", 2, "not after the start"},
         {play + "--speed 0", 2, "0.001"},
         {play + "--speed nan", 2, "0.001"},

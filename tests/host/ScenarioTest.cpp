@@ -93,6 +93,8 @@ TEST_F(ScenarioTest, TheWorldsDeedsBecomeCalls)
     Install: packages/x
     Remove: x
   - {At: "06:01", Battery: 7, Install: /p, Enter: {Ben: [1, 1]}, Look: {Ben: ahead}, Lift: down}
+  - {At: "06:02", Battery: {Charging: 30}, Charger: on, Fall: front, Walk: {Ben: {To: [2, 3]}},
+     Move: {Place: [2, -3], For: 4, Size: 1.5}, Leave: Ben}
 )");
     std::string calls;
     for (const ScenarioEntry& entry : scenario.timeline) {
@@ -129,6 +131,12 @@ PackageManager.upgrade["/p"]
 KRWorld.enter["Ben", 1.0, 1.0]
 KRWorld.look["Ben", "ahead"]
 KRWorld.lift[false]
+KRBattery.setChargeRate[30.0]
+KRBattery.connectCharger[true]
+KRWorld.fall["front"]
+KRWorld.walk["Ben", [[2.0, 3.0]], 1.2]
+KRWorld.move[2.0, -3.0, 4.0, 1.5]
+KRWorld.leave["Ben"]
 )");
 }
 
@@ -140,7 +148,24 @@ TEST_F(ScenarioTest, WrongOnesAreRefusedWithThePlace)
     };
     const std::string head = kHead;
     const std::string entry = head + "  - At: \"06:00\"\n    ";
+    std::string crowd = entry + "Enter: {p0: [1, 1]";
+    for (int i = 1; i < 100; ++i)
+        crowd += ", p" + std::to_string(i) + ": [1, 1]";
+    const std::string full = head + "  []\n#";
+    const std::string padding(kMaxScenarioBytes - full.size(), ' ');
     const Row rows[] = {
+        // The last that is accepted, and what is not.
+        {crowd + "}\n", "no error"},
+        {crowd + ", p100: [1, 1]}\n", "more than 100 people do not fit in"},
+        {full + padding, "no error"},
+        {full + padding + " ", "larger than"},
+        {entry + "Say: x\nEnd: \"06:00\"\n", "no error"},
+        {entry + "Say: x\n  - At: \"2 24:00\"\n    Say: x\nEnd: \"24:00\"\n", "no error"},
+        {head + "  - {At: \"366 24:00\", Say: x}\n", "no error"},
+        {head + "  []\nEnd: 2027-11-22 06:00\n", "no error"},
+        {head + "  []\nEnd: 2027-11-22 06:00:01\n", "a scenario takes 366 days at most"},
+        {entry + "Battery: {Charge: 0, Charging: 3.6e11, Draining: 0}\n", "no error"},
+        {entry + "Battery: {Draining: 3.7e11}\n", "Draining is out of range"},
         {"", "a scenario is a mapping"},
         {"[1]", "line 1, column 1: a scenario is a mapping"},
         {"Scenario: x\nTimeline: []\n", "line 1, column 1: 'Start' is missing"},
@@ -208,7 +233,6 @@ TEST_F(ScenarioTest, WrongOnesAreRefusedWithThePlace)
         {entry + "Language: Dog\n", "line 5, column 15: the language 'Dog'"},
         {entry + "Remove: \"\"\n", "line 5, column 13: Remove needs"},
         {head + "  - At: \"06:00\"\n    Say: x\nEnd: \"05:00\"\n", "line 6, column 6: End lies"},
-        {head + "  []\nEnd: 2028-01-01 00:00\n", "a scenario takes 366 days at most"},
         {"Scenario: [x", "line "},
         {std::string("\x00\x01\xff", 3), "line 1"},
         {"Scenario: " + std::string(200'000, '['), "nested deeper than"},
@@ -246,6 +270,14 @@ TEST(DayTimeTest, MidnightIsThatOfTheDayInUtc)
     for (const char* text : {"", ":", "1:2", "12:00:", "12:00:00.", "-1 12:00", "12:00 ", "1e1:00"})
         EXPECT_FALSE(parseDayTime(text)) << text;
     EXPECT_FALSE(parseDayTime(std::string(1'000'000, '1')));
+    for (const char* text : {"2024-10-04 00:00", "2024-10-04T00:00:00"})
+        EXPECT_EQ(parseDateTime(text), day) << text;
+    EXPECT_EQ(parseDateTime("1970-01-01 00:00"), vo::TimePoint());
+    for (const char* text :
+         {"2024-10-04", "2024-10-04 0:00", "2024-10-04 00:00:", "2024-13-04 00:00",
+          "2024-10-04 24:00", "2024-10-04 00:60", "2024-10-04 00:00:60", "2023-02-29 00:00",
+          "2024-10-04  00:00", "2024-10-04 00:00 "})
+        EXPECT_FALSE(parseDateTime(text)) << text;
 }
 
 }  // namespace

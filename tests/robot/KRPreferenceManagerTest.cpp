@@ -44,7 +44,10 @@ TEST_F(KRPreferenceManagerTest, values_survive_a_restart_in_their_types)
                                          KRValue::Array{1, KRValue::Array{}, "x"}};
     for (const std::string& file : {path, std::string()}) {
         restart(file);
-        EXPECT_EQ(preferences->getValue(domain, "EZAngle"), KRValue("90.0"));
+        EXPECT_EQ(KRValue(preferences->getValueList(domain)).toDisplayString(),
+                  R"([["EZAngle", "90.0"], ["EZDist1", "1.5"], ["EZDist2", "2.5"], )"
+                  R"(["PPMaxDist", "3.5"]])");
+        EXPECT_EQ(preferences->getValue(domain, "EZDist2"), KRValue("2.5"));
         preferences->setValue(domain, "EZAngle", "45");
         for (std::size_t i = 0; i < values.size(); ++i)
             preferences->setValue("d", std::to_string(i), values[i]);
@@ -53,10 +56,19 @@ TEST_F(KRPreferenceManagerTest, values_survive_a_restart_in_their_types)
         for (std::size_t i = 0; i < values.size(); ++i)
             EXPECT_EQ(preferences->getValue("d", std::to_string(i)), values[i]);
         EXPECT_EQ(preferences->getValue(domain, "EZAngle"), KRValue("45"));
-        EXPECT_EQ(preferences->getValueList(domain).size(), 4U);
+        EXPECT_EQ(KRValue(preferences->getValueList(domain)[0]),
+                  KRValue(KRValue::Array{"EZAngle", "45"}));
         EXPECT_THAT(preferences->getDomainList(), ElementsAre(domain, "d"));
-        preferences->removeValue(domain, "EZAngle");
+        for (const char* key : {"EZAngle", "EZAngle", "none"})
+            preferences->removeValue(domain, key);
+        for (std::size_t i = 1; i < values.size(); ++i)
+            preferences->removeValue("d", std::to_string(i));
+        if (!file.empty())
+            restart(file);
         EXPECT_EQ(preferences->getValue(domain, "EZAngle"), KRValue("90.0"));
+        EXPECT_EQ(preferences->getValueList("d").size(), 1U);
+        preferences->removeValue("d", "0");
+        EXPECT_THAT(preferences->getDomainList(), ElementsAre(domain));
     }
     EXPECT_THROW(preferences->getValue("d", "none"), KRError);
     EXPECT_THROW(preferences->getValue("none", "0"), KRError);
@@ -65,21 +77,31 @@ TEST_F(KRPreferenceManagerTest, values_survive_a_restart_in_their_types)
 
 TEST_F(KRPreferenceManagerTest, value_that_cannot_be_kept_is_refused_and_the_old_one_stays)
 {
-    KRValue deep = 1;
-    for (int i = 0; i < 40; ++i)
-        deep = KRValue::Array{deep};
+    KRValue deepest = KRValue::Array{};
+    for (int i = 1; i < PreferenceFile::kMaxDepth; ++i)
+        deepest = KRValue::Array{deepest};
+    const KRValue deep = KRValue::Array{deepest};
+    // So that the file is as long as it may be.
+    const std::string longest(
+        PreferenceFile::kMaxBytes - PreferenceFile::text({{"d", {{"k", ""}}}}).size(), 'x');
     for (const std::string& file : {path, std::string()}) {
         restart(file);
         preferences->setValue("d", "k", 1);
         for (const KRValue& value :
              {KRValue(), KRValue(std::nan("")), KRValue(INFINITY), deep, KRValue("\xff"),
-              KRValue(KRValue::Binary{1}), KRValue(std::string(5'000'000, 'x'))})
+              KRValue(KRValue::Binary{1}), KRValue(longest + "x")})
             EXPECT_THROW(preferences->setValue("d", "k", value), KRError);
         EXPECT_THROW(preferences->setValue("", "k", 1), KRError);
         EXPECT_THROW(preferences->setValue("d", "", 1), KRError);
         EXPECT_EQ(preferences->getValue("d", "k"), KRValue(1));
     }
-    restart(path);
+    for (const KRValue& value : {deepest, KRValue(longest), KRValue(1)}) {
+        restart(path);
+        preferences->setValue("d", "k", value);
+        restart(path);
+        EXPECT_TRUE(preferences->getValue("d", "k") == value);
+    }
+    EXPECT_EQ(errors(), 0U);
     std::filesystem::remove_all(folder.path());
     EXPECT_THROW(preferences->setValue("d", "k", 2), KRError);
     EXPECT_EQ(preferences->getValue("d", "k"), KRValue(1));

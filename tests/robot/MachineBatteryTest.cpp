@@ -1,5 +1,5 @@
 #include <gmock/gmock.h>
-#include <map>
+#include <sstream>
 
 #include "platform/kr/KRError.h"
 #include "platform/kr/KRMemory.h"
@@ -13,62 +13,48 @@ namespace KR {
 namespace {
 
 using std::chrono::seconds;
-using Files = std::map<std::string, std::string>;
-
-void write(const TemporaryFolder& folder, const Files& files)
+/// Writes files of a line each: "B/type=Battery B/capacity=71".
+void write(const TemporaryFolder& folder, const std::string& files)
 {
-    for (const auto& [file, content] : files)
-        folder.write(file, content);
+    std::istringstream words(files);
+    for (std::string word; words >> word;) {
+        const auto split = word.find('=');
+        folder.write(word.substr(0, split), word.substr(split + 1) + "\n");
+    }
 }
 
 TEST(MachineBatteryTest, ReadsWhatTheMachineSuppliesTell)
 {
-    struct Row {
+    const std::string battery = "B/type=Battery B/capacity=71 ";
+    const std::string on = "A/type=Mains A/online=1 ";
+    const std::string off = "A/type=Mains A/online=0 ";
+    const struct {
         const char* what;
-        Files files;
-        std::string read;
-    };
-    const Files battery{{"B/type", "Battery\n"}, {"B/capacity", "71\n"}};
-    const auto with = [](Files files, const Files& more) {
-        files.insert(more.begin(), more.end());
-        return files;
-    };
-    const Row rows[] = {
-        {"nothing", {}, "none"},
-        {"a desktop", {{"A/type", "Mains\n"}, {"A/online", "1\n"}}, "none"},
-        {"plugged in", with(battery, {{"A/type", "Mains\n"}, {"A/online", "1\n"}}), "71 on"},
-        {"not plugged in", with(battery, {{"A/type", "Mains\n"}, {"A/online", "0\n"}}), "71 off"},
-        {"one source of two",
-         with(battery, {{"A/type", "Mains\n"},
-                        {"A/online", "0\n"},
-                        {"U/type", "USB\n"},
-                        {"U/online", "1\n"}}),
-         "71 on"},
-        {"held at its limit",
-         with(battery,
-              {{"B/status", "Not charging\n"}, {"A/type", "Mains\n"}, {"A/online", "1\n"}}),
-         "71 on"},
-        {"no source, charging", with(battery, {{"B/status", "Charging\n"}}), "71 on"},
-        {"no source, full", with(battery, {{"B/status", "Full\n"}}), "71 on"},
-        {"no source, unknown", with(battery, {{"B/status", "Unknown\n"}}), "71 off"},
+        std::string files;
+        const char* read;
+    } rows[] = {
+        {"nothing", "", "none"},
+        {"a desktop", on, "none"},
+        {"plugged in", battery + on, "71 on"},
+        {"not plugged in", battery + off + "B/status=Charging", "71 off"},
+        {"one source of two", battery + off + "U/type=USB U/online=1", "71 on"},
+        {"the other one", battery + on + "U/type=USB U/online=0", "71 on"},
+        {"held at its limit", battery + on + "B/status=Not", "71 on"},
+        {"no source, charging", battery + "B/status=Charging", "71 on"},
+        {"no source, full", battery + "B/status=Full", "71 on"},
+        {"no source, unknown", battery + "B/status=Unknown", "71 off"},
         {"two batteries",
-         with(battery, {{"B/status", "Full"},
-                        {"C/type", "Battery"},
-                        {"C/capacity", "30"},
-                        {"C/status", "Discharging"}}),
-         "50 off"},
-        {"a mouse",
-         with(battery, {{"M/type", "Battery\n"}, {"M/scope", "Device\n"}, {"M/capacity", "1\n"}}),
-         "71 off"},
-        {"garbled battery beside a good one",
-         with(battery, {{"C/type", "Battery\n"}, {"C/capacity", "1e9\n"}}), "71 off"},
-        {"too full", {{"B/type", "Battery\n"}, {"B/capacity", "101\n"}}, "none"},
-        {"negative", {{"B/type", "Battery\n"}, {"B/capacity", "-1\n"}}, "none"},
-        {"empty files", {{"B/type", "Battery\n"}, {"B/capacity", ""}}, "none"},
-        {"binary", {{"B/type", "Battery\n"}, {"B/capacity", std::string(1000, '\0')}}, "none"},
-        {"folders for files", {{"B/type/x", ""}, {"B/capacity/x", ""}}, "none"},
-        {"a file for a folder", {{"B", "Battery"}}, "none"}};
-    for (const Row& row : rows) {
+         battery + "B/status=Full C/type=Battery C/capacity=30 C/status=Discharging", "50 off"},
+        {"a mouse", battery + "M/type=Battery M/scope=Device M/capacity=1", "71 off"},
+        {"garbled one beside a good one", battery + "C/type=Battery C/capacity=1e9", "71 off"},
+        {"full and empty", "B/type=Battery B/capacity=100 C/type=Battery C/capacity=0", "50 off"},
+        {"too full", "B/type=Battery B/capacity=101", "none"},
+        {"negative", "B/type=Battery B/capacity=-1", "none"},
+        {"empty files", "B/type=Battery B/capacity=", "none"},
+        {"binary", "B/type=Battery B/capacity=" + std::string(1000, '\0'), "none"},
+        {"folders for files", "B/type/x= B/capacity/x=", "none"},
+        {"a file for a folder", "B=Battery", "none"}};
+    for (const auto& row : rows) {
         const TemporaryFolder folder;
         write(folder, row.files);
         const auto reading = MachineBattery::read(folder.path());
@@ -85,7 +71,7 @@ TEST(MachineBatteryTest, PullingThePlugIsNoticedAndBadReadingsChangeNothing)
 {
     VirtualPlatform platform;
     const TemporaryFolder folder;
-    write(folder, {{"B/type", "Battery\n"}, {"B/capacity", "80\n"}, {"B/status", "Charging\n"}});
+    write(folder, "B/type=Battery B/capacity=80 B/status=Charging");
     Robot robot(platform.broker, {"", folder.path()});
     const auto battery = platform.broker->getProxy("KRBattery");
     const auto status = [&] {
@@ -94,9 +80,13 @@ TEST(MachineBatteryTest, PullingThePlugIsNoticedAndBadReadingsChangeNothing)
             .toInt();
     };
     EXPECT_EQ(status(), 128);
-    write(folder, {{"B/status", "Discharging\n"}, {"B/capacity", "79\n"}});
-    platform.advance(seconds(5));
+    write(folder, "B/status=Discharging B/capacity=79");
+    platform.advance(seconds(5) - vo::Duration(1));
+    EXPECT_EQ(status(), 128);
+    EXPECT_EQ(battery->call<bool>("isChargerConnected"), true);
+    platform.advance(vo::Duration(1));
     EXPECT_EQ(status(), 0);
+    EXPECT_EQ(battery->call<bool>("isChargerConnected"), false);
     EXPECT_EQ(platform.memory().getData("KRBattery/ConnectedToChargingStation"), KRValue(false));
     EXPECT_EQ(battery->call<int>("getBatteryCharge"), 79);
     folder.write("B/capacity", "?");
@@ -106,6 +96,9 @@ TEST(MachineBatteryTest, PullingThePlugIsNoticedAndBadReadingsChangeNothing)
     folder.write("B/capacity", "78");
     platform.advance(seconds(5));
     EXPECT_EQ(battery->call<int>("getBatteryCharge"), 78);
+    folder.write("B/capacity", "");
+    platform.advance(seconds(60));
+    EXPECT_EQ(platform.log.lines(vo::LogLevel::warning).size(), 2U);  // again
     EXPECT_EQ(platform.memory().getEventHistory("KRBattery/ConnectedToChargingStation").getSize(),
               2U);
     EXPECT_THROW(MachineBattery(platform.broker, "/dev/null"), KRError);

@@ -46,7 +46,9 @@ TEST_F(SensesTest, people_are_seen_and_put_into_zones_by_distance_and_direction)
                                            {"at the edge of the angle", {1, -1}, 1},
                                            {"outside of it", {1, 1.01}, 3},
                                            {"at the side", {0, -1}, 3},
+                                           {"out of it to the right", {1, -1.01}, 3},
                                            {"behind", {-0.01, 1}, 0},
+                                           {"behind, to the right", {-0.01, -1}, 0},
                                            {"on the limit of detection", {3.5, 0}, 3},
                                            {"beyond it", {3.501, 0}, 0}}) {
         world("enter", "Anna", row.place.x, row.place.y);
@@ -73,7 +75,22 @@ TEST_F(SensesTest, people_walk_evenly_and_a_world_at_rest_costs_nothing)
     EXPECT_EQ(data(kPeople + "Person/1/Distance"), "3.0");
     platform.advance(milliseconds(400));
     EXPECT_EQ(data(kPeople + "Person/1/Distance"), KRValue(std::hypot(3, 0.8)).toDisplayString());
-    EXPECT_EQ(data("EngagementZones/LastMovementsInZone3").substr(0, 14), "[[1728000001, ");
+    const auto zone = platform.memory().getData("EngagementZones/LastMovementsInZone3");
+    EXPECT_EQ(zone[0], KRValue(List{1728000001, 400'000}));
+    // [direction, 0], [left, bottom, width, height], [distance, certainty] of half by 1.7 metres
+    const double there = std::hypot(3, 0.8);
+    const double width = 2 * std::atan(0.25 / there);
+    const double height = 2 * std::atan(0.85 / there);
+    const double left = std::atan2(0.8, 3) - width / 2;
+    std::vector<double> told;
+    for (const auto& part : zone[1][0].toArray()) {
+        for (const auto& number : part.toArray())
+            told.push_back(number.toFloat());
+    }
+    EXPECT_THAT(told,
+                testing::Pointwise(testing::DoubleNear(1e-9),
+                                   std::vector<double>{left + width / 2, 0.0, left, -height / 2,
+                                                       width, height, there, 1.0}));
     world("walk", "Anna", List{List{1, 0}}, 0.5);  // from where she is
     platform.advance(seconds(60));
     EXPECT_EQ(data(kPeople + "Person/1/Distance"), "1.0");
@@ -110,11 +127,19 @@ TEST_F(SensesTest, waves_and_movements_reach_the_plugin_and_end)
 {
     world("enter", "Anna", 2, 0);
     EXPECT_EQ(after(seconds(0)), "PeopleNotSeen=false NumPeopleZone2=1");
-    world("wave", "Anna", 1.5);
-    EXPECT_EQ(after(seconds(3)),
-              "NumMotionZone2=1 WavingDetection=1 WavingDetection=1 "
-              "NumMotionZone2=0");
-    EXPECT_EQ(after(seconds(3)), "WavingDetection=0");
+    world("enter", "Ben", 3, 0);
+    EXPECT_EQ(after(seconds(0)), "NumPeopleZone3=1");
+    world("wave", "Ben", 1.5);
+    EXPECT_EQ(after(seconds(0)), "NumMotionZone3=1 WavingDetection=1");
+    EXPECT_EQ(data("WavingDetection/PersonWaving"), "2");
+    EXPECT_EQ(after(seconds(1) - kMoment), "");
+    EXPECT_EQ(after(kMoment), "WavingDetection=1");
+    EXPECT_EQ(after(milliseconds(600)), "NumMotionZone3=0");
+    world("wave", "Ben", 0.1);  // again, within a second
+    EXPECT_EQ(after(milliseconds(200)), "NumMotionZone3=1 WavingDetection=1 NumMotionZone3=0");
+    EXPECT_EQ(after(seconds(4)), "WavingDetection=0");
+    world("leave", "Ben");
+    EXPECT_EQ(after(seconds(5)), "NumPeopleZone3=0");
     world("move", 1, 0, 2.0, 0.5);
     world("move", 0.0, 3.0, 4.0, 0.31);  // 0.103 rad wide
     world("move", 3, 0, 4.0, 0.29);      // too small to count
@@ -127,52 +152,76 @@ TEST_F(SensesTest, waves_and_movements_reach_the_plugin_and_end)
     EXPECT_EQ(after(seconds(3)), "");
 }
 
+TEST_F(SensesTest, extractor_works_for_its_own_subscribers_until_the_last_is_gone)
+{
+    plugin.reset();
+    call("KRBasicAwareness", "stopAwareness");
+    world("enter", "Anna", 1, 0);
+    world("wave", "Anna", 3600);
+    const std::vector<std::string> services = {"KRPeoplePerception", "KREngagementZones",
+                                               "KRMovementDetection", "KRWavingDetection",
+                                               "KRGazeAnalysis"};
+    const auto working = [&] {
+        std::string text;
+        for (const auto& name : services)
+            text += platform.broker->getProxy(name)->call<bool>("isProcessing") ? "x" : "-";
+        return text + " " + data(kPeople + "VisiblePeopleList") +
+               data("EngagementZones/PeopleInZone1");
+    };
+    for (const auto& service : services)
+        call(service, "unsubscribe", "_LaunchpadPluginPerceptionHeavy");
+    EXPECT_EQ(working(), "----- [][]");
+    const std::vector<std::string> expected = {"x---- [2][]", "xx--- [3][3]", "--x-- [][]",
+                                               "x--x- [4][]", "x---x [5][]"};
+    for (std::size_t i = 0; i < services.size(); ++i) {
+        for (const char* subscriber : {"a", "b", "b"})
+            call(services[i], "subscribe", subscriber);
+        call(services[i], "unsubscribe", "a");
+        call(services[i], "unsubscribe", "c");
+        EXPECT_EQ(working(), expected[i]);
+        EXPECT_EQ(data("EngagementZones/LastMovementsInZone1"), "[]");
+        call(services[i], "unsubscribe", "b");
+        EXPECT_EQ(working(), "----- [][]");
+    }
+}
+
 TEST_F(SensesTest, nonsense_is_refused_and_changes_nothing)
 {
-    const double nan = std::nan("");
+    // The last values that are accepted.
+    const std::string longest(100, 'x');
+    world("walk", (world("enter", longest, 100.0, -100.0), longest), List(1000, List{1, 1}), 12.0);
+    play(
+        "KRWorld.enter [Ben, -100, 100]; KRWorld.walk [Ben, [[100, -100]], 0.001];"
+        "KRWorld.wave [Ben, 86400]; KRWorld.move [-100, 100, 86400, 100]; KRWorld.leave [Ben]");
+    for (int i = 1; i < 100; ++i)
+        world("move", -1, 0, 1, 1);
+    play("KRWorld.move [-1, 0, 1, 1] -> refused; wait 1; KRWorld.move [-1, 0, 1, 1]");
+    world("leave", longest);
     world("enter", "Anna", 2, 0);
-    const std::vector<std::function<void()>> rows = {
-        [&] { world("enter", "Anna", 1, 1); },
-        [&] { world("enter", "", 1, 1); },
-        [&] { world("enter", std::string(101, 'x'), 1, 1); },
-        [&] { world("enter", "Ben", nan, 1); },
-        [&] { world("enter", "Ben", 1, -100.1); },
-        [&] {
-            world("walk", "Ben", List{List{1, 1}}, 1.0);
-        },
-        [&] { world("walk", "Anna", List{}, 1.0); },
-        [&] {
-            world("walk", "Anna", List{1, 1}, 1.0);
-        },
-        [&] {
-            world("walk", "Anna", List{List{1, 1}, List{1, nan}}, 1.0);
-        },
-        [&] {
-            world("walk", "Anna", List{List{1, 1}}, 0);
-        },
-        [&] {
-            world("walk", "Anna", List{List{1, 1}}, 12.1);
-        },
-        [&] {
-            world("walk", "Anna", List{List{1, 1}}, nan);
-        },
-        [&] { world("look", "Anna", "up"); },
-        [&] {
-            world("look", "Anna", List{1, INFINITY});
-        },
-        [&] { world("wave", "Anna", 0); },
-        [&] { world("wave", "Anna", nan); },
-        [&] { world("leave", "Ben"); },
-        [&] { world("move", 1, 1, 1, 0); },
-        [&] { call("KRPeoplePerception", "setMaximumDetectionRange", nan); },
-        [&] { call("KRPeoplePerception", "setMaximumDetectionRange", 0); },
-        [&] { call("KRPeoplePerception", "setTimeBeforePersonDisappears", -1); },
-        [&] { call("KREngagementZones", "setFirstLimitDistance", INFINITY); },
-        [&] { call("KREngagementZones", "setSecondLimitDistance", -0.1); },
-        [&] { call("KREngagementZones", "setLimitAngle", 361); }};
     after(seconds(0));
-    for (std::size_t i = 0; i < rows.size(); ++i)
-        EXPECT_THROW(rows[i](), KRError) << i;
+    for (const std::string deed : {"enter [Anna, 1, 1]",
+                                   "enter [\"\", 1, 1]",
+                                   "enter [Ben, .nan, 1]",
+                                   "enter [Ben, 1, -100.1]",
+                                   "walk [Ben, [[1, 1]], 1]",
+                                   "walk [Anna, [], 1]",
+                                   "walk [Anna, [1, 1], 1]",
+                                   "walk [Anna, [[1, 1], [1, .nan]], 1]",
+                                   "walk [Anna, [[1, 1]], 0.0009]",
+                                   "walk [Anna, [[1, 1]], 12.1]",
+                                   "walk [Anna, [[1, 1]], .nan]",
+                                   "look [Anna, up]",
+                                   "look [Anna, [1, .inf]]",
+                                   "wave [Anna, 0]",
+                                   "wave [Anna, 86400.1]",
+                                   "wave [Anna, .nan]",
+                                   "leave [Ben]",
+                                   "move [1, 1, 1, 0]",
+                                   "move [1, 1, 1, 100.1]",
+                                   "move [1, 1, 86400.1, 1]"})
+        EXPECT_EQ(ask("KRWorld." + deed), "refused") << deed;
+    EXPECT_THROW(world("enter", longest + "x", 1, 1), KRError);
+    EXPECT_THROW(world("walk", "Anna", List(1001, List{1, 1}), 1.0), KRError);
     EXPECT_EQ(after(seconds(10)), "");
     for (int i = 1; i < 100; ++i)
         world("enter", std::to_string(i), 1, 1);
@@ -202,7 +251,9 @@ TEST_F(TrackingTest, nearest_is_tracked_until_gone_and_who_comes_back_is_new)
     EXPECT_EQ(tracked(), "1");
     platform.advance(kMoment);
     EXPECT_EQ(tracked(), "3");
-    EXPECT_EQ(data(kPeople + "Person/1/Distance"), "none");
+    for (const char* datum : {"Distance", "EngagementZone", "IsLookingAtRobot"})
+        EXPECT_EQ(data(kPeople + "Person/1/" + datum), "none") << datum;
+    EXPECT_EQ(data(kPeople + "PopulationUpdated"), "[2, 3]");
     world("enter", "Anna", 1, 0);
     EXPECT_EQ(data(kPeople + "PeopleList"), "[2, 3, 4]");
     world("leave", "Clara");
