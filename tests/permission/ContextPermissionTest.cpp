@@ -1,6 +1,5 @@
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -210,9 +209,11 @@ TEST_F(ContextPermissionTest, context_is_read_when_connected_then_followed_until
     EXPECT_EQ(host.changes, 4);
     Host other;
     other.permission = &permission;
-    std::optional<ContextPermission> gone(std::in_place, platform.broker, &behaviors, &other);
+    auto gone = std::make_unique<ContextPermission>(platform.broker, &behaviors, &other);
     gone->connectSignals();
     gone.reset();
+    speech.reset();
+    speech = std::make_unique<Speech>(session, "English");
     permission.disconnectSignals();
     for (const char* key : {kState, kAsleep, kOnPod})
         set(key, 1);
@@ -252,6 +253,7 @@ TEST_F(ContextPermissionTest, language_is_the_latest_of_the_speech_service_that_
     };
     permission.connectSignals();
     EXPECT_EQ(spoken(), "German");
+    ASSERT_TRUE(speech);
 
     permission.disconnectSignals();
     speak("English");

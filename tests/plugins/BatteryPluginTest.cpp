@@ -1,7 +1,4 @@
-#include <cmath>
-
 #include "plugins/builtin/BatteryPlugin.h"
-#include "robot/SimulatedBattery.h"
 #include "tests/plugins/SenseTest.h"
 
 namespace KR {
@@ -74,33 +71,6 @@ TEST_F(BatteryPluginTest, unreadable_status_word_fails_that_check_and_not_the_ta
     EXPECT_EQ(after(seconds(60)), kHalf);
     plugin->exit();
     EXPECT_EQ(after(seconds(120)), "");
-}
-
-TEST(SimulatedBatteryTest, drains_through_all_bands_and_recharges_on_the_clock)
-{
-    VirtualPlatform platform;
-    SimulatedBattery battery(platform.broker);
-    auto plugin = KRModule::createModule<BatteryPlugin>(platform.broker);
-    const auto service = platform.broker->session().service("KRBattery");
-    service.call("setDischargeRate", 20);
-    plugin->startPlugin();
-    std::vector<int> bands;
-    for (int hour = 0; hour < 5; ++hour) {
-        platform.advance(std::chrono::minutes(61));
-        bands.push_back(platform.memory().getData("Launchpad/BatteryLevel").toInt32());
-    }
-    EXPECT_THAT(bands, ElementsAre(4, 3, 2, 1, 1));
-    platform.advance(std::chrono::hours(24));
-    EXPECT_EQ(battery.getBatteryCharge(), 0);
-
-    service.call("connectCharger", true);
-    platform.advance(std::chrono::hours(1));
-    EXPECT_EQ(battery.getBatteryCharge(), 40);
-    EXPECT_EQ(platform.memory().getData("Launchpad/BatteryIsCharging"), KRValue(true));
-    EXPECT_EQ(platform.memory().getData("KRBattery/ConnectedToChargingStation"), KRValue(true));
-    platform.advance(std::chrono::hours(24));
-    EXPECT_EQ(battery.getBatteryCharge(), 100);
-    EXPECT_THROW(battery.setCharge(std::nan("")), KRError);
 }
 
 }  // namespace KR

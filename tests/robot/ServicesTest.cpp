@@ -31,17 +31,26 @@ TEST_F(ServicesTest, lights_fade_evenly_from_what_they_are)
 
 TEST_F(ServicesTest, battery_drains_and_charges_linearly_at_its_rates)
 {
+    const auto charger = [this] {
+        return data("Device/SubDeviceList/Battery/Charge/Sensor/Status") + " " +
+               data("KRBattery/ConnectedToChargingStation");
+    };
+    EXPECT_EQ(charger(), "0 false");
     play(R"(KRBattery.getBatteryCharge -> 100; KRBattery.isChargerConnected -> false; wait 3600;
             KRBattery.getBatteryCharge -> 80;  KRBattery.setDischargeRate [10]; wait 3600;
             KRBattery.getBatteryCharge -> 70;  KRBattery.setCharge [19.99];
             KRBattery.getBatteryCharge -> 19;  KRBattery.connectCharger [true]; wait 1800;
             KRBattery.getBatteryCharge -> 39;  KRBattery.setChargeRate [2]; wait 7200;
             KRBattery.getBatteryCharge -> 43;  KRBattery.isChargerConnected -> true;
+            wait 200000;                       KRBattery.getBatteryCharge -> 100;
             KRBattery.setCharge [0];           KRBattery.getBatteryCharge -> 0;
             KRBattery.setCharge [100];         KRBattery.setCharge [-0.1] -> refused;
             KRBattery.setCharge [100.1] -> refused;    KRBattery.setChargeRate [-1] -> refused;
-            KRBattery.setCharge [.nan] -> refused;     KRBattery.setDischargeRate [-1] -> refused;
-            KRBattery.connectCharger [false]; wait 7200; KRBattery.getBatteryCharge -> 80)");
+            KRBattery.setCharge [.nan] -> refused;     KRBattery.setDischargeRate [-1] -> refused)");
+    EXPECT_EQ(charger(), "128 true");
+    play(R"(KRBattery.connectCharger [false]; wait 7200; KRBattery.getBatteryCharge -> 80;
+            wait 200000;                                 KRBattery.getBatteryCharge -> 0)");
+    EXPECT_EQ(charger(), "0 false");
 }
 
 TEST_F(ServicesTest, settings_are_what_was_last_accepted)
