@@ -139,7 +139,7 @@ ServiceObject::Receiver ServiceObject::Impl::deliver(std::shared_ptr<Connection>
     return [weak = weak_from_this(),
             connection = std::move(connection)](const std::vector<Value>& values) {
         run(*connection, values);
-        if (!connection->gate.isClosed())
+        if (!connection->gate.hasEnded())
             return;
         if (const auto self = weak.lock())
             self->forget(*connection);
@@ -185,7 +185,7 @@ bool ServiceObject::Impl::disconnect(Connection& connection)
     const bool first = connection.gate.close();
     connection.undo();
     // Listed until its run has ended, so that whoever else disconnects it meanwhile waits for it
-    // too. One that disconnects itself is forgotten after its run.
+    // too. One that disconnects itself is forgotten after its last run in progress.
     if (!connection.gate.isInside())
         forget(connection);
     return first;

@@ -50,7 +50,7 @@ void Signal<Args...>::operator()(const Args&... args) const
     const auto receivers = state->all();
     for (const std::shared_ptr<Receiver>& receiver : *receivers) {
         call(*receiver, args...);
-        if (receiver->gate.isClosed())
+        if (receiver->gate.hasEnded())
             state->remove(receiver->link);
     }
 }
@@ -87,7 +87,7 @@ bool Signal<Args...>::State::disconnect(SignalLink link)
     Receiver& receiver = **found;
     const bool first = receiver.gate.close();
     // Listed until it has ended, so that whoever else disconnects it meanwhile waits for it too.
-    // One that disconnects itself is taken from the list after its call.
+    // One that disconnects itself is taken from the list after its last call in progress.
     if (!receiver.gate.isInside())
         remove(link);
     return first;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/vo/Mutex.h"
+#include "tests/support/Deadline.h"
 
 /// What happened on whatever thread, in order, for a test that waits for it.
 class Happenings {
@@ -19,6 +20,7 @@ public:
     /// Waits for something that begins with this, and returns the rest of it.
     std::string wait(const std::string& begin)
     {
+        const Deadline deadline("something that begins with '" + begin + "'");
         const vo::Lock lock(mutex_);
         while (true) {
             for (const auto& what : all_)
@@ -30,6 +32,7 @@ public:
     /// Waits for that many, and takes away all that there are.
     std::vector<std::string> take(std::size_t count)
     {
+        const Deadline deadline(std::to_string(count) + " happenings");
         const vo::Lock lock(mutex_);
         while (all_.size() < count)
             changed_.wait(mutex_);

@@ -6,7 +6,9 @@
 #include "platform/vo/CallbackGate.h"
 #include "platform/vo/Log.h"
 #include "platform/vo/Property.h"
+#include "platform/vo/ServiceObject.h"
 #include "platform/vo/Signal.h"
+#include "tests/support/Deadline.h"
 #include "tests/support/Testing.h"
 
 using vo::CallbackGate;
@@ -15,16 +17,10 @@ using vo::Signal;
 
 namespace {
 
-// Some turns of the other threads: a wait that is missing then shows.
-void letOthersRun()
-{
-    for (int i = 0; i < 1000; ++i)
-        std::this_thread::yield();
-}
-
 // Real threads: that somebody waits for another thread cannot be seen with one.
 TEST(CallbackGateTest, closeReturnsAfterTheRunsInProgressButItsOwn)
 {
+    const Deadline deadline("the gate's closing");
     for (const bool fromInside : {false, true}) {
         SCOPED_TRACE(fromInside);
         CallbackGate gate;
@@ -38,7 +34,7 @@ TEST(CallbackGateTest, closeReturnsAfterTheRunsInProgressButItsOwn)
             letOthersRun();
             ended = true;
         });
-        begun.get_future().wait();
+        await("the run", begun);
         std::optional<CallbackGate::Pass> own;
         if (fromInside)
             own.emplace(gate);
@@ -79,9 +75,10 @@ TEST_F(SignalTest, receiversAreCalledInOrderOfConnectionAndAFailingOneStopsNoOth
 
 TEST_F(SignalTest, aCallMayDisconnectWhoIsNotCalledThenAndConnectWhoIsCalledNextTime)
 {
+    const auto held = std::make_shared<int>();
     vo::SignalLink self = 0;
     vo::SignalLink next = 0;
-    self = signal.connect([&](int v) {
+    self = signal.connect([&, held](int v) {
         note("self")(v);
         EXPECT_TRUE(signal.disconnect(self));
         EXPECT_FALSE(signal.disconnect(self));
@@ -94,6 +91,7 @@ TEST_F(SignalTest, aCallMayDisconnectWhoIsNotCalledThenAndConnectWhoIsCalledNext
     signal(1);
     EXPECT_THAT(calls, ElementsAre("self1", "last2", "new2", "last1"));
     EXPECT_FALSE(signal.disconnect(self));
+    EXPECT_EQ(held.use_count(), 1) << "nothing of it is kept";
 }
 
 TEST_F(SignalTest, aSignalThatIsDestroyedInACallCallsNobodyElse)
@@ -104,32 +102,79 @@ TEST_F(SignalTest, aSignalThatIsDestroyedInACallCallsNobodyElse)
     (*doomed)(1);
     undo();
     EXPECT_THAT(calls, IsEmpty());
+
+    const auto undoFirst = signal.connectWithUndo(note("first"));
+    signal.connect(note("second"));
+    undoFirst();
+    undoFirst();
+    signal(2);
+    EXPECT_THAT(calls, ElementsAre("second2"));
 }
 
 // Real threads, as above. The receiver sees that it was disconnected when a call that it makes
 // itself does not reach it.
-TEST_F(SignalTest, disconnectReturnsAfterTheCallInProgress)
+TEST_F(SignalTest, everyDisconnectReturnsAfterTheCallInProgress)
 {
+    const Deadline deadline;
+    vo::ServiceObject object("Battery");
+    object.signal("onEmpty", signal);
+    using Undo = std::function<void()>;
+    const std::function<Undo(const std::function<void()>&)> connectors[] = {
+        [&](const auto& call) { return signal.connectWithUndo([call](int) { call(); }); },
+        [&](const auto& call) {
+            return object.connect("onEmpty", [call](const auto&) { call(); });
+        },
+    };
+    for (const auto& connect : connectors) {
+        std::promise<void> begun;
+        bool reached = false;
+        bool ended = false;
+        bool first = true;
+        std::future<bool> second;
+        Undo undo;
+        undo = connect([&] {
+            if (!std::exchange(first, false)) {
+                reached = true;
+                return;
+            }
+            begun.set_value();
+            do {
+                reached = false;
+                signal(0);
+            } while (reached);
+            std::promise<void> trying;
+            second = std::async(std::launch::async, [&] {
+                trying.set_value();
+                undo();
+                return ended;
+            });
+            await("the second thread", trying);
+            letOthersRun();
+            ended = true;
+        });
+        auto emission = std::async(std::launch::async, [&] { signal(1); });
+        await("the call", begun);
+        undo();
+        EXPECT_TRUE(ended);
+        emission.get();
+        EXPECT_TRUE(second.get());
+    }
+}
+
+TEST_F(SignalTest, destructionReturnsAfterTheCallsInProgress)
+{
+    const Deadline deadline;
+    auto doomed = std::make_optional<Signal<int>>();
     std::promise<void> begun;
-    bool reached = false;
     bool ended = false;
-    bool first = true;
-    const vo::SignalLink link = signal.connect([&](int) {
-        if (!std::exchange(first, false)) {
-            reached = true;
-            return;
-        }
+    doomed->connect([&](int) {
         begun.set_value();
-        do {
-            reached = false;
-            signal(0);
-        } while (reached);
         letOthersRun();
         ended = true;
     });
-    const auto emission = std::async(std::launch::async, [&] { signal(1); });
-    begun.get_future().wait();
-    signal.disconnect(link);
+    const auto emission = std::async(std::launch::async, [&] { (*doomed)(1); });
+    await("the call", begun);
+    doomed.reset();
     EXPECT_TRUE(ended);
 }
 
@@ -167,6 +212,7 @@ TEST(PropertyTest, aSetInAFollowerIsToldToAllAfterTheOneInProgress)
 // Real threads: one sets while another tells.
 TEST(PropertyTest, setsOfTwoThreadsAreToldInTheirOrderOneAtATime)
 {
+    const Deadline deadline("the end of all sets");
     constexpr int kSets = 2000;
     Property<int> property(0);
     std::vector<int> told;  // no lock: the property tells one at a time
