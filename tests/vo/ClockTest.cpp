@@ -1,9 +1,11 @@
 #include <algorithm>
+#include <atomic>
 #include <future>
 
 #include "platform/vo/Executor.h"
 #include "platform/vo/Log.h"
 #include "platform/vo/VirtualClock.h"
+#include "tests/support/Deadline.h"
 #include "tests/support/Testing.h"
 
 using namespace std::chrono_literals;
@@ -41,9 +43,10 @@ protected:
         std::promise<void> last;
         executor.post([&] { last.set_value(); });
         letTimePass().get();
-        last.get_future().get();
+        await("the last task", last);
     }
 
+    const Deadline deadline;
     std::shared_ptr<VirtualClock> virtualClock =
         GetParam() == "virtual" ? std::make_shared<VirtualClock>(kStart) : nullptr;
     std::shared_ptr<Clock> clock =
@@ -97,19 +100,70 @@ TEST_P(ExecutorTest, announced_tasks_run_like_others_and_may_fail_to_come)
     executor->announce();
 }
 
-TEST_P(ExecutorTest, delayed_task_runs_when_due_though_a_later_one_waits)
+TEST_P(ExecutorTest, busy_executors_leave_their_turn_to_others)
+{
+    std::vector<std::shared_ptr<vo::Executor>> executors;
+    std::promise<void> had;
+    std::atomic<bool> over{false};
+    std::function<void(vo::Executor*)> again = [&](vo::Executor* executor) {
+        if (!over)
+            executor->post([&, executor] { again(executor); });
+    };
+    for (int i = 0; i < 8; ++i)
+        again(executors.emplace_back(makeExecutor()).get());
+    const auto last = makeExecutor();
+    last->post([&] {
+        over = true;
+        had.set_value();
+    });
+    const auto passing = letTimePass();
+    await("the turn of the last executor", had);
+    for (const auto& executor : executors)
+        executor->close();
+}
+
+TEST_P(ExecutorTest, delayed_tasks_run_when_due_whatever_else_waits)
 {
     const auto executor = makeExecutor();
     std::promise<Duration> ran;
+    std::promise<Duration> next;
     executor->post([] { FAIL() << "eternity has not passed"; }, Duration::max());
     const auto late = executor->post([] { FAIL() << "an hour has not passed"; }, 1h);
     const Duration due = clock->uptime() + 1ms;
     executor->post([&] { ran.set_value(clock->uptime()); }, 1ms);
-    const auto passing = letTimePass(1ms);
-    EXPECT_GE(ran.get_future().get(), due);
+    executor->post([&] { next.set_value(clock->uptime()); }, 2ms);
+    const auto passing = letTimePass(2ms);
+    EXPECT_GE(await("the first task", ran), due);
+    EXPECT_GE(await("the task behind it", next), due + 1ms);
     EXPECT_FALSE(makeExecutor("other")->cancel(late));
     EXPECT_TRUE(executor->cancel(late));
     EXPECT_FALSE(executor->cancel(late));
+}
+
+// As many as make the queue's line move up while it is emptied.
+TEST_P(ExecutorTest, cancelled_tasks_leave_those_around_them_alone)
+{
+    const auto executor = makeExecutor();
+    std::vector<vo::Executor::TaskId> tasks;
+    std::vector<int> seen;
+    std::promise<void> cancelled;
+    executor->post([&] { await("the cancelling", cancelled); });
+    for (int i = 0; i < 300; ++i)
+        tasks.push_back(executor->post([&, i] {
+            seen.push_back(i);
+            if (i == 200) {
+                EXPECT_TRUE(!executor->cancel(tasks[200]) && executor->cancel(tasks[202]));
+            }
+        }));
+    for (const int i : {0, 100, 299})
+        EXPECT_TRUE(executor->cancel(tasks[i])) << i;
+    EXPECT_FALSE(executor->cancel(tasks[100]));
+    const auto passing = letTimePass();
+    cancelled.set_value();
+    finish(*executor);
+    EXPECT_EQ(seen.size(), 296U);
+    EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
+    EXPECT_FALSE(executor->cancel(tasks[1])) << "it has run";
 }
 
 TEST_P(ExecutorTest, throwing_task_is_logged_under_the_executors_name_and_the_next_one_runs)
@@ -131,7 +185,7 @@ TEST_P(ExecutorTest, close_drops_what_waits_and_waits_for_what_runs)
     bool ended = false;
     executor->post([&] {
         begun.set_value();
-        dropped.get_future().get();
+        await("the drop of what waits", dropped);
         ended = true;
     });
     // Their last holder is the queue: when close() drops them all, the running task may end.
@@ -141,7 +195,7 @@ TEST_P(ExecutorTest, close_drops_what_waits_and_waits_for_what_runs)
         executor->post([signal] { FAIL() << "dropped"; });
     signal.reset();
     const auto passing = letTimePass();
-    begun.get_future().get();
+    await("the task's begin", begun);
     EXPECT_FALSE(executor->isCurrent());
     executor->close();
     EXPECT_TRUE(ended);
@@ -161,7 +215,21 @@ TEST_P(ExecutorTest, task_may_close_and_destroy_its_own_executor)
         destroyed.set_value();
     });
     letTimePass().get();
-    destroyed.get_future().get();
+    await("the executor's end", destroyed);
+}
+
+TEST(RealClockTest, work_without_end_is_waited_for_no_longer_than_its_limit)
+{
+    const auto clock = vo::makeRealClock();
+    const auto released = std::make_shared<std::promise<void>>();
+    std::promise<void> ended;
+    EXPECT_FALSE(clock->runWithin(1ms, [&ended, end = released->get_future().share()] {
+        end.wait();
+        ended.set_value();
+    }));
+    released->set_value();
+    await("the end of the work that goes on", ended);
+    EXPECT_TRUE(clock->runWithin(1h, [] {}));
 }
 
 struct VirtualClockTest : testing::Test {
@@ -187,13 +255,34 @@ TEST_F(VirtualClockTest, all_executors_run_in_order_of_due_time_then_of_posting)
         [&] {
             first->post(note("later"), 5us);
             second->post(note("same instant"));
+            EXPECT_TRUE(first->isCurrent() && !second->isCurrent());
             note("a'")();
         },
         10us);
+    second->post(note("b'"), 10us);
     EXPECT_TRUE(seen.empty());
     clock.advance(30us);
-    EXPECT_THAT(seen, ElementsAre("past@0", "a@10", "b@10", "a'@10", "same instant@10", "later@15",
-                                  "c@30", "d@30"));
+    EXPECT_THAT(seen, ElementsAre("past@0", "a@10", "b@10", "a'@10", "b'@10", "same instant@10",
+                                  "later@15", "c@30", "d@30"));
+}
+
+TEST_F(VirtualClockTest, what_an_executor_or_the_clock_drops_is_gone_and_the_rest_runs)
+{
+    const auto held = std::make_shared<int>();
+    for (const auto& executor : {first, second, first}) {
+        executor->post([this, held] { note("now")(); });
+        executor->post([this, held] { note("later")(); }, 1us);
+    }
+    first->close();
+    EXPECT_EQ(held.use_count(), 3);
+    clock.advance(1us);
+    EXPECT_THAT(seen, ElementsAre("now@0", "later@1"));
+
+    auto other = std::make_unique<VirtualClock>(kStart);
+    const auto executor = other->makeExecutor("its own", Clock::Threading::own);
+    executor->post([executor, held] {});
+    other.reset();
+    EXPECT_EQ(held.use_count(), 1);
 }
 
 TEST_F(VirtualClockTest, advance_includes_its_last_instant_and_nothing_after)
@@ -225,6 +314,17 @@ TEST_F(VirtualClockTest, tasks_that_post_each_other_at_one_instant_end_the_advan
     clock.advance(1us);
     EXPECT_EQ(left, 0);
     EXPECT_THAT(seen, ElementsAre("next instant@1"));
+
+    // As many as are allowed, at each instant and in each advance anew.
+    const auto postMost = [&](Duration delay) {
+        for (int i = 0; i < 100; ++i)
+            first->post([] {}, delay);
+    };
+    postMost(0us);
+    EXPECT_NO_THROW(clock.runPending());
+    for (const Duration delay : {0us, 1us, 2us})
+        postMost(delay);
+    EXPECT_NO_THROW(clock.advance(2us));
 }
 
 // Needs a second thread, which may find the first one's advance in progress.
@@ -238,13 +338,13 @@ TEST_F(VirtualClockTest, second_advancing_thread_has_its_turn_after_the_first)
                 announced.set_value();
                 clock.advance(10us);
             });
-            announced.get_future().get();
+            await("the other thread", announced);
             note("first")();
         },
         10us);
     first->post(note("second"), 20us);
     clock.advance(10us);
-    other.get();
+    await("the other thread's turn", other);
     EXPECT_THAT(seen, ElementsAre("first@10", "second@20"));
 }
 

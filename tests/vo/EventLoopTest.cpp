@@ -1,8 +1,13 @@
+#include <future>
 #include <limits>
+#include <optional>
+#include <thread>
 
 #include "platform/vo/Application.h"
 #include "platform/vo/EventLoop.h"
+#include "platform/vo/Session.h"
 #include "platform/vo/VirtualClock.h"
+#include "tests/support/Deadline.h"
 #include "tests/support/Testing.h"
 
 using namespace std::chrono_literals;
@@ -43,6 +48,13 @@ TEST_F(EventLoopTest, cancel_prevents_what_has_not_begun_and_leaves_the_rest_alo
     waiting.cancel();
     EXPECT_TRUE(waiting.isCanceled());
     EXPECT_EQ(held.use_count(), 1);
+    std::vector<int> ran;
+    std::vector<vo::Future<void>> atOnce;
+    for (int i = 0; i < 3; ++i)
+        atOnce.push_back(loop.async([&ran, i] { ran.push_back(i); }));
+    atOnce[1].cancel();
+    clock.runPending();
+    EXPECT_THAT(ran, ElementsAre(0, 2));
 
     vo::Future<int> self;
     self = loop.async([&self] {
@@ -87,6 +99,33 @@ TEST(ApplicationTest, is_current_while_it_lives_and_alone)
     }
     EXPECT_TRUE(waiting.isCanceled());
     EXPECT_EQ(vo::Application::currentOrNull(), nullptr);
+}
+
+// Real threads: its end finds both queues at work.
+TEST(ApplicationTest, services_are_there_until_the_queues_have_ended)
+{
+    const Deadline deadline("the application's end");
+    std::optional<vo::Application> application(std::in_place, vo::makeRealClock());
+    auto arm = std::make_shared<vo::ServiceObject>("Arm");
+    arm->method("length", [] { return 7; });
+    application->session().registerService(arm);
+    std::promise<void> begun[2];
+    std::vector<int> lengths;  // unprotected: the loop's end comes first
+    const auto work = [&](std::promise<void>& promise, const auto& isOpen) {
+        promise.set_value();
+        while (isOpen())
+            std::this_thread::yield();
+        letOthersRun();
+        lengths.push_back(vo::import("Arm").call<int>("length"));
+    };
+    vo::EventLoop& loop = application->eventLoop();
+    vo::Executor& signals = application->signalExecutor();
+    loop.async([&] { work(begun[0], [&] { return !loop.async([] {}).isCanceled(); }); });
+    signals.post([&] { work(begun[1], [&] { return signals.post([] {}) != 0; }); });
+    for (std::promise<void>& each : begun)
+        each.get_future().get();
+    application.reset();
+    EXPECT_THAT(lengths, ElementsAre(7, 7));
 }
 
 }  // namespace

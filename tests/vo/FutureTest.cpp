@@ -1,6 +1,7 @@
 
 #include "platform/vo/Future.h"
 #include "platform/vo/Log.h"
+#include "tests/support/Deadline.h"
 #include "tests/support/Testing.h"
 
 using vo::Future;
@@ -37,9 +38,59 @@ TEST(FutureTest, first_ending_is_final)
         for (const auto& late : endings)
             EXPECT_FALSE(late.second(promise));
         EXPECT_EQ(outcome(promise.future()), expected);
+        EXPECT_EQ(promise.future().error(), promise.future().hasError() ? "lost" : "");
     }
+    const Promise<void> odd;
+    odd.setError(std::make_exception_ptr(5));
+    EXPECT_EQ(odd.future().error(), "unknown exception");
     EXPECT_FALSE(Future<int>().isValid());
     EXPECT_THROW(Future<int>().wait(), std::logic_error);
+}
+
+TEST(FutureTest, what_never_comes_is_cancelled_only_where_it_can_be_prevented)
+{
+    int asked = 0;
+    const std::pair<std::function<bool()>, const char*> rows[] = {
+        {nullptr, "running"},
+        {[&] { return ++asked == 0; }, "running"},
+        {[&] { return ++asked == 1; }, "canceled"}};
+    for (const auto& [canceler, expected] : rows) {
+        asked = 0;
+        const Promise<int> promise;
+        if (canceler)
+            promise.setCanceler(canceler);
+        promise.future().cancel();
+        promise.future().cancel();
+        EXPECT_EQ(outcome(promise.future()), expected);
+        EXPECT_EQ(asked, canceler ? 1 : 0);
+    }
+    const Promise<int> ended;
+    const auto held = std::make_shared<int>();
+    ended.setCanceler([held] { return true; });
+    ended.setValue(1);
+    EXPECT_EQ(held.use_count(), 1) << "nothing to cancel any more";
+    ended.setCanceler(rows[2].first);
+    ended.future().cancel();
+    EXPECT_EQ(outcome(ended.future()), "value 1");
+}
+
+// Real threads: that somebody waits cannot be seen with one.
+TEST(FutureTest, all_who_wait_go_on_when_it_ends)
+{
+    const Deadline deadline("the end of both waits");
+    const Promise<int> promise;
+    std::promise<void> begun[2];
+    std::future<int> waits[2];
+    for (int i = 0; i < 2; ++i)
+        waits[i] = std::async(std::launch::async, [&promise, &begun = begun[i]] {
+            begun.set_value();
+            return promise.future().value();
+        });
+    for (std::promise<void>& each : begun)
+        each.get_future().get();
+    letOthersRun();
+    EXPECT_TRUE(promise.setValue(5));
+    EXPECT_EQ(waits[0].get() + waits[1].get(), 10);
 }
 
 TEST(FutureTest, callbacks_run_at_the_end_in_order_and_after_it_at_once)

@@ -8,6 +8,7 @@
 #include "platform/vo/Log.h"
 #include "platform/vo/PeriodicTask.h"
 #include "platform/vo/VirtualClock.h"
+#include "tests/support/Deadline.h"
 #include "tests/support/Testing.h"
 
 using namespace std::chrono_literals;
@@ -133,23 +134,42 @@ TEST_F(PeriodicTaskTest, set_up_is_checked_and_closed_to_a_running_task)
     EXPECT_THROW(bare.start(), std::logic_error);
     EXPECT_THROW(bare.setUsPeriod(0), std::invalid_argument);
 
+    const std::function<void()> setters[] = {
+        [&] { task->setName("other"); },
+        [&] { task->setCallback([] {}); },
+        [&] { task->setUsPeriod(5); },
+        [&] { task->compensateCallbackTime(true); },
+    };
     task->start();
-    EXPECT_THROW(task->setCallback([] {}), std::logic_error);
-    EXPECT_THROW(task->setUsPeriod(5), std::logic_error);
+    for (const auto& set : setters)
+        EXPECT_EQ(errorOf<std::logic_error>(set), "periodic task 'poll' is running");
+    EXPECT_TRUE(task->isRunning());
+    task->stop();
+    task->stop();
+    EXPECT_FALSE(task->isRunning());
+    for (const auto& set : setters)
+        set();
+    clock->advance(20us);
+    EXPECT_THAT(times, IsEmpty());
 }
 
 TEST_F(PeriodicTaskTest, run_may_stop_replace_restart_or_destroy_its_own_task)
 {
-    body = [this] {
-        task->stop();
-        task->setUsPeriod(7);
-        if (times.size() < 3)
-            task->start(times.size() == 2);
-    };
-    task->start();
-    clock->advance(100us);
-    EXPECT_THAT(times, ElementsAre(0, 7, 7));
-    EXPECT_EQ(clock->untilNextTask(), std::nullopt);
+    for (const bool compensate : {false, true}) {
+        times.clear();
+        body = [&] {
+            task->stop();
+            task->setUsPeriod(7);
+            if (times.size() < 3)
+                task->start(times.size() == 2);
+        };
+        task->compensateCallbackTime(compensate);
+        const auto begin = static_cast<int>(clock->uptime().count());
+        task->start();
+        clock->advance(100us);
+        EXPECT_THAT(times, ElementsAre(begin, begin + 7, begin + 7));
+        EXPECT_EQ(clock->untilNextTask(), std::nullopt);
+    }
 
     body = [this] { task.reset(); };
     task->start();
@@ -157,21 +177,37 @@ TEST_F(PeriodicTaskTest, run_may_stop_replace_restart_or_destroy_its_own_task)
     EXPECT_EQ(times.size(), 4u);
 }
 
+TEST(PeriodicTaskWithoutApplicationTest, cannot_start)
+{
+    vo::PeriodicTask task;
+    task.setCallback([] {});
+    task.setUsPeriod(1);
+    EXPECT_THAT(errorOf<std::logic_error>([&] { task.start(); }), HasSubstr("no Application"));
+    EXPECT_FALSE(task.isRunning());
+}
+
 // The rest needs real threads: stopping is about a run in progress on another one.
 struct PeriodicTaskThreadsTest : testing::Test {
     PeriodicTaskThreadsTest() { task.setUsPeriod(1); }
+    void awaitStop() const
+    {
+        while (task.isRunning())
+            std::this_thread::yield();
+    }
+    const Deadline deadline;
     vo::Application application{vo::makeRealClock()};
     vo::PeriodicTask task;
 };
 
-TEST_F(PeriodicTaskThreadsTest, every_stop_waits_for_the_run_in_progress)
+TEST_F(PeriodicTaskThreadsTest, every_stop_waits_for_the_run_in_progress_but_its_own)
 {
     std::promise<void> begun;
     bool inRun = true;  // unprotected: a stop that does not wait races with the run
     task.setCallback([&] {
         begun.set_value();
-        while (task.isRunning())
-            std::this_thread::yield();  // until a stop has begun
+        awaitStop();
+        task.stop();
+        letOthersRun();
         inRun = false;
     });
     const auto stop = [&] {
@@ -179,10 +215,37 @@ TEST_F(PeriodicTaskThreadsTest, every_stop_waits_for_the_run_in_progress)
         return inRun;
     };
     task.start();
-    begun.get_future().get();
+    await("the run", begun);
     auto other = std::async(std::launch::async, stop);
     EXPECT_FALSE(stop());
-    EXPECT_FALSE(other.get());
+    EXPECT_FALSE(await("the other stop", other));
+}
+
+TEST_F(PeriodicTaskThreadsTest, start_during_a_stop_begins_anew_after_the_run_in_progress)
+{
+    std::promise<void> begun;
+    std::promise<void> started;
+    std::promise<void> again;
+    int runs = 0;  // unprotected: two runs at a time are a race
+    task.setCallback([&] {
+        ++runs;
+        if (runs == 1) {
+            begun.set_value();
+            await("the start", started);
+            letOthersRun();
+        } else if (runs == 2) {
+            again.set_value();
+        }
+    });
+    task.start();
+    await("the run", begun);
+    auto stop = std::async(std::launch::async, [&] { task.stop(); });
+    awaitStop();
+    task.start(false);
+    started.set_value();
+    await("the stop, which is not for the new start", stop);
+    await("the run after the start", again);
+    EXPECT_TRUE(task.isRunning());
 }
 
 TEST_F(PeriodicTaskThreadsTest, task_restarted_by_its_own_run_has_one_run_at_a_time)
@@ -198,7 +261,7 @@ TEST_F(PeriodicTaskThreadsTest, task_restarted_by_its_own_run_has_one_run_at_a_t
         ++runs;
     });
     task.start();
-    done.get_future().get();
+    await("the last run", done);
     task.stop();
     EXPECT_EQ(runs, 101);
 }

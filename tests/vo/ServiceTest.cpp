@@ -2,11 +2,13 @@
 #include <future>
 #include <memory>
 #include <optional>
+#include <thread>
 
 #include "platform/vo/Application.h"
 #include "platform/vo/Log.h"
 #include "platform/vo/Session.h"
 #include "platform/vo/VirtualClock.h"
+#include "tests/support/Deadline.h"
 #include "tests/support/Testing.h"
 
 using vo::AnyObject;
@@ -105,7 +107,10 @@ TEST_F(ServiceTest, methodsAreCalledByNameNowOrOnTheEventLoop)
                                   [](const std::vector<Value>& values) { return values[0]; });
     EXPECT_EQ(handle.call<std::string>("add", 1, "x"), "1x");
     EXPECT_EQ(handle.call<int>("echo", 7), 7);
-    EXPECT_EQ(battery.object->methods().front().parameters, 2u);
+    std::string methods;
+    for (const ServiceObject::MethodInfo& method : battery.object->methods())
+        methods += method.name + " " + std::to_string(method.parameters) + method.description + ";";
+    EXPECT_EQ(methods, "add 2joins;echo 1;fail 0;");
 
     const vo::Future<std::string> later = handle.async<std::string>("add", 2, "y");
     const vo::Future<void> failing = handle.async("fail");
@@ -113,20 +118,32 @@ TEST_F(ServiceTest, methodsAreCalledByNameNowOrOnTheEventLoop)
     clock->runPending();
     EXPECT_EQ(later.value(), "2y");
     EXPECT_EQ(failing.error(), "no power");
+    const vo::Future<void> late = handle.async("fail");
+    battery.object->close();
+    clock->runPending();
+    EXPECT_EQ(late.error(), "service 'Battery' is gone");
 }
 
 TEST_F(ServiceTest, deliveriesStandOnTheSignalQueueInTheOrderOfTheEmissions)
 {
     handle.connect("onEmpty", note());
     handle.connect<int>("onEmpty", std::bind(note(), std::placeholders::_1));
-    handle.follow<int>("charge", note());
+    const vo::SignalLink charge = handle.follow<int>("charge", note());
+    handle.follow<int>("lid", [&](int v) { got.push_back(-v); });
     battery.onEmpty(1);
+    handle.setProperty("charge", 2);
     handle.setProperty("charge", 2);
     battery.onEmpty(3);
     EXPECT_THAT(got, IsEmpty());
     clock->runPending();
-    EXPECT_THAT(got, ElementsAre(1, 1, 2, 3, 3));
+    EXPECT_THAT(got, ElementsAre(1, 1, 2, -2, 3, 3));
     EXPECT_EQ(handle.property<int>("charge"), 2);
+    EXPECT_EQ(handle.property<int>("lid"), 2);
+    EXPECT_TRUE(handle.disconnect(charge));
+    handle.setProperty("charge", 4);
+    clock->runPending();
+    EXPECT_EQ(got.back(), -4);
+    EXPECT_EQ(got.size(), 7U);
 }
 
 TEST_F(ServiceTest, aReceiverThatFailsIsLoggedAndTheOthersGoOn)
@@ -169,15 +186,24 @@ TEST_F(ServiceTest, aClosedObjectRefusesCallsAndDropsItsConnections)
     handle.connect("onEmpty", note());
     const auto undo = battery.object->connect("onEmpty", [&](const auto&) { got.push_back(0); });
     battery.object->followProperty("charge", [&](const Value&) { got.push_back(0); });
+    const auto undoFollowing =
+        battery.object->followProperty("charge", [&](const Value&) { got.push_back(9); });
+    undoFollowing();
+    battery.charge.set(2);
     battery.onEmpty(1);
     battery.object->close();
     battery.onEmpty(2);
     battery.charge.set(3);
     clock->runPending();
-    EXPECT_THAT(got, ElementsAre(0)) << "only what ran on the emitting thread before";
-    for (const auto use : {+[](const AnyObject& o) { o.call("fail"); },
-                           +[](const AnyObject& o) { o.connect("onEmpty", [] {}); },
-                           +[](const AnyObject& o) { o.setProperty("charge", 1); }})
+    EXPECT_THAT(got, ElementsAre(0, 0)) << "only what ran on the emitting thread before";
+    for (const auto use :
+         {+[](const AnyObject& o) { o.call("fail"); },
+          +[](const AnyObject& o) { o.connect("onEmpty", [] {}); },
+          +[](const AnyObject& o) { o.object()->connect("onEmpty", [](const auto&) {}); },
+          +[](const AnyObject& o) { o.follow<int>("charge", [](int) {}); },
+          +[](const AnyObject& o) { o.object()->followProperty("charge", [](const auto&) {}); },
+          +[](const AnyObject& o) { o.property<int>("charge"); },
+          +[](const AnyObject& o) { o.setProperty("charge", 1); }})
         EXPECT_EQ(errorOf([&] { use(handle); }), "service 'Battery' is gone");
     battery.object.reset();
     handle = AnyObject();
@@ -195,15 +221,56 @@ TEST_F(ServiceTest, aMethodMayCloseAndDropItsOwnObject)
     EXPECT_EQ(object->call("end", {}), Value(std::int64_t{1}));
 }
 
+// Real threads: the call is in progress on another one.
+TEST_F(ServiceTest, aServiceIsReplacedWhileItIsCalledAndItsCallEndsFirst)
+{
+    const Deadline deadline;
+    const auto make = [&](int answer, const std::function<void()>& work) {
+        auto object = std::make_shared<ServiceObject>("Arm");
+        object->method("reach", [=] {
+            work();
+            return answer;
+        });
+        session.registerService(object);
+        return object;
+    };
+    std::promise<void> begun;
+    bool ended = false;  // no atomic: closing alone orders the accesses
+    const auto old = make(1, [&] {
+        const AnyObject self = session.service("Arm");
+        begun.set_value();
+        while (!self.object()->isClosed() || !session.findService("Arm"))
+            std::this_thread::yield();
+        EXPECT_EQ(vo::import("Arm").call<int>("reach"), 2);
+        letOthersRun();
+        ended = true;
+    });
+    auto call =
+        std::async(std::launch::async, [&] { return vo::import("Arm").call<int>("reach"); });
+    await("the call", begun);
+    auto removal = std::async(std::launch::async, [&] {
+        EXPECT_TRUE(session.unregisterService("Arm"));
+        return ended;
+    });
+    while (!old->isClosed())
+        std::this_thread::yield();
+    make(2, [] {});
+    EXPECT_EQ(call.get(), 1);
+    EXPECT_TRUE(removal.get());
+    EXPECT_THROW(old->call("reach", {}), std::runtime_error);
+    EXPECT_EQ(vo::import("Arm").call<int>("reach"), 2);
+}
+
 // Real threads: both runs of the receiver are in progress when each undoes it.
 TEST_F(ServiceTest, twoRunsOfAReceiverThatUndoItDoNotWaitForEachOther)
 {
+    const Deadline deadline("the end of both runs");
     std::promise<void> inside[2];
     ServiceObject::Disconnect undo =
         battery.object->connect("onEmpty", [&](const std::vector<Value>& values) {
             const auto self = *values[0].get<std::int64_t>();
             inside[self].set_value();
-            inside[1 - self].get_future().wait();
+            await("the other run", inside[1 - self]);
             undo();
         });
     auto other = std::async(std::launch::async, [&] { battery.onEmpty(0); });
@@ -231,31 +298,47 @@ TEST_F(ServiceTest, theSessionFindsServicesByName)
 TEST_F(ServiceTest, aWaitEndsWithTheServiceOrWithItsCancelling)
 {
     const auto first = session.waitForService("Battery");
+    const auto second = session.waitForService("Battery");
     const auto canceled = session.waitForService("Battery");
     const auto other = session.waitForService("Arm");
     first.then([&](const vo::Future<AnyObject>& found) {
         got.push_back(static_cast<int>(session.services().size()));
         EXPECT_EQ(found.value().name(), "Battery");
     });
+    second.then([&](const auto&) { got.push_back(2); });
     canceled.cancel();
     EXPECT_TRUE(canceled.isCanceled());
 
     session.registerService(battery.object);
-    EXPECT_THAT(got, ElementsAre(1));
+    EXPECT_THAT(got, ElementsAre(1, 2));
     EXPECT_TRUE(other.isRunning());
     EXPECT_EQ(session.waitForService("Battery").value().object(), battery.object);
     first.cancel();
     EXPECT_TRUE(first.hasValue());
 }
 
-TEST(SessionTest, itsEndClosesServicesAndCancelsWaits)
+TEST(SessionTest, itsEndClosesServicesAndCancelsWaitsAndRefusesOthers)
 {
-    std::optional<vo::Session> session(std::in_place);
-    const auto object = std::make_shared<ServiceObject>("Arm");
-    session->registerService(object);
-    const auto wait = session->waitForService("Leg");
-    session.reset();
-    EXPECT_TRUE(object->isClosed() && wait.isCanceled());
+    auto owner = std::make_unique<vo::Session>();
+    vo::Session& session = *owner;
+    std::vector<std::shared_ptr<ServiceObject>> objects;
+    for (const char* name : {"Arm", "Hand", "Knee"}) {
+        objects.push_back(std::make_shared<ServiceObject>(name));
+        session.registerService(objects.back());
+    }
+    const vo::Future<AnyObject> waits[] = {session.waitForService("Leg"),
+                                           session.waitForService("Eye")};
+    std::string seen;
+    waits[0].then([&](const auto&) {
+        seen = errorOf([&] { session.registerService(std::make_shared<ServiceObject>("Leg")); });
+        EXPECT_TRUE(session.waitForService("Leg").isCanceled());
+        EXPECT_TRUE(session.unregisterService("Hand")) << "services may still use it";
+    });
+    owner.reset();
+    EXPECT_EQ(seen, "the session is closed");
+    for (const auto& object : objects)
+        EXPECT_TRUE(object->isClosed()) << object->name();
+    EXPECT_TRUE(waits[0].isCanceled() && waits[1].isCanceled());
 }
 
 }  // namespace

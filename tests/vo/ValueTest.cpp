@@ -36,6 +36,7 @@ TEST(ConvertTest, everyProvidedTypeTravelsThereAndBack)
 {
     expectTravels(true, Value(true));
     expectTravels(std::numeric_limits<std::int8_t>::min(), integer(-128));
+    expectTravels(std::numeric_limits<std::int8_t>::max(), integer(127));
     expectTravels(std::numeric_limits<std::uint32_t>::max(), integer(4294967295));
     expectTravels(std::numeric_limits<std::int64_t>::min(),
                   integer(std::numeric_limits<std::int64_t>::min()));
@@ -60,6 +61,8 @@ TEST(ConvertTest, everyProvidedTypeTravelsThereAndBack)
 TEST(ConvertTest, floatTakesIntsAndWhatIsNoNumberButNothingBeyondItsRange)
 {
     EXPECT_EQ(fromValue<float>(integer(-3)), -3.0F);
+    const double most = std::numeric_limits<float>::max();
+    EXPECT_EQ(fromValue<float>(Value(-most)), -most);
     EXPECT_TRUE(std::isnan(fromValue<float>(Value(std::nan("")))));
     EXPECT_TRUE(std::isinf(fromValue<float>(toValue(HUGE_VAL))));
     EXPECT_THROW(fromValue<float>(Value(1e300)), vo::ConversionError);
@@ -117,20 +120,35 @@ TEST(PackageInfoTest, aPackageTravelsWithAllThatItDeclares)
 {
     vo::BehaviorInfo behavior("nod/slow");
     behavior.setNature("solitary");
+    behavior.addPermission("other");
     behavior.addPermission(vo::BehaviorInfo::k_permCanRunInSleep);
+    behavior.addPermission("other");
     behavior.addCondition("launchTrigger", "'A' == 1");
     behavior.addCondition("launchTrigger", "'B'");
-    behavior.addTag("en_US", "DialogReflex/x");
+    for (const char* tag : {"DialogReflex/x", "y", "DialogReflex/x"})
+        behavior.addTag("en_US", tag);
     behavior.setUserRequestable(true);
     vo::PackageInfo package("demo", "/packages/demo");
-    package.addSupportedLanguage("en_US");
-    package.addSupportedLanguage("en_US");
+    package.setVersion("1.2");
+    for (const char* language : {"en_US", "fr_FR", "en_US"})
+        package.addSupportedLanguage(language);
     package.addBehavior(behavior);
+    package.addBehavior(vo::BehaviorInfo("wave"));
 
-    const auto copy = fromValue<vo::PackageInfo>(toValue(package));
-
-    EXPECT_EQ(toValue(copy), toValue(package));
-    EXPECT_EQ(copy.supportedLanguages(), std::list<std::string>{"en_US"});
+    using Texts = std::vector<std::string>;
+    using TextsByName = std::map<std::string, Texts>;
+    const Value travelling = structure(
+        {Value("demo"), Value("/packages/demo"), Value("1.2"), toValue(Texts{"en_US", "fr_FR"}),
+         Value(Value::List{
+             structure({Value("nod/slow"), Value("solitary"),
+                        toValue(Texts{"other", "canRunInSleep"}),
+                        toValue(TextsByName{{"launchTrigger", {"'A' == 1", "'B'"}}}),
+                        toValue(TextsByName{{"en_US", {"DialogReflex/x", "y"}}}), Value(true)}),
+             structure({Value("wave"), Value(""), toValue(Texts()), toValue(TextsByName()),
+                        toValue(TextsByName()), Value(false)})})});
+    EXPECT_EQ(toValue(package), travelling);
+    const auto copy = fromValue<vo::PackageInfo>(travelling);
+    EXPECT_EQ(toValue(copy), travelling);
     EXPECT_EQ(vo::behaviorKey(copy, copy.behaviors().front()), "demo/nod/slow");
     EXPECT_TRUE(copy.behaviors().front().hasPermission("canRunInSleep"));
     EXPECT_FALSE(copy.behaviors().front().hasPermission("canRunOnPod"));
