@@ -150,8 +150,12 @@ void LifeService::exit()
     timer_->close();
     KRModule::exit();
     const Turn turn(*this, "exit");
-    if (focusId() != 0)
-        stopRunning();
+    {
+        const vo::Lock lock(mutex_);
+        if (std::exchange(exited_, true) || !focus_)
+            return;
+    }
+    stopRunning();
 }
 
 void LifeService::beginTurn(const char* method)
@@ -254,6 +258,8 @@ bool LifeService::admit(const FocusRequest& request) const
         throw KRError(kName, kMethod, "the activity has no name");
     if ((request.flags & ~FocusRequest::kRestart) != 0)
         throw KRError(kName, kMethod, "unknown flags " + std::to_string(request.flags));
+    if (exited_)
+        throw LifeRefusal(kName, kMethod, "the life service has ended");
     if (request.autonomous && autonomousFocusBlocked_)
         throw LifeRefusal(kName, kMethod, "autonomous focus is blocked");
     if (!kStates.at(state_))

@@ -84,7 +84,7 @@ public:
     ~LifeService() override;
 
     void init() override;
-    /// Also stops what runs, without further ado.
+    /// Also stops what runs, without further ado. No activity is started any more.
     void exit() override;
 
     /// Told of every change, on the changing thread.
@@ -203,6 +203,7 @@ private:
 
     mutable vo::Mutex mutex_;
     std::thread::id turn_ VO_GUARDED_BY(mutex_);  ///< whose turn it is; nobody's by default
+    bool exited_ VO_GUARDED_BY(mutex_) = false;
     std::string state_ VO_GUARDED_BY(mutex_) = "solitary";
     bool asleep_ VO_GUARDED_BY(mutex_) = false;
     bool autonomousFocusBlocked_ VO_GUARDED_BY(mutex_) = false;

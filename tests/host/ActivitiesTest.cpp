@@ -1,14 +1,19 @@
 #include <future>
 #include <sys/stat.h>
 
+#include "host/InstalledPackages.h"
 #include "tests/host/HostTest.h"
+#include "tests/support/Deadline.h"
+#include "tests/support/VirtualPlatform.h"
 
 namespace KR {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 /// A host with a package "p" of real programs, and another one to be installed. Programs live in
 /// real time; all that is told of them arrives when the clock is run.
@@ -22,7 +27,7 @@ protected:
                         {Path: alone, Nature: solitary}]})");
         for (const std::string behavior : {"go", "alone"})
             writeProgram("packages/p/" + behavior, "exec tail -f /dev/null");
-        writeProgram("packages/p/ends", "cat pipe; exit 3");
+        writeProgram("packages/p/ends", "eval \"$(cat pipe)\"");
         folder.write("packages/p/plain/run", "no program");
         folder.write("new/package.yaml", R"({ConfigurationVersion: 1, Uuid: new, Version: 1,
             SupportedLanguages: [French], Behaviors: [{Path: go, UserRequestable: true,
@@ -105,21 +110,35 @@ TEST_F(ActivitiesTest, StepMayRelyOnTheStepsBeforeIt)
 /// Real time: the program ends when it is told to.
 TEST_F(ActivitiesTest, ProgramThatEndsByItselfGivesTheFocusBack)
 {
+    const Deadline deadline("the program's end");
     const std::string pipe = packages + "/p/pipe";
     ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
-    call("KRNimbra", "switchFocus", "p/ends");
-    std::promise<void> ended;  // set after the host has been told: its connection is the older one
-    const auto link =
-        vo::import("KRBehaviorManager").object()->connect("onBehaviorEnded", [&](const auto&) {
-            ended.set_value();
-        });
-    std::ofstream(pipe) << "end";
-    ASSERT_EQ(ended.get_future().wait_for(std::chrono::seconds(30)), std::future_status::ready);
-    EXPECT_EQ(host->life().focusedActivity(), "p/ends") << "the loop has not run yet";
+    const auto end = [&](const std::string& how) {
+        std::promise<void> ended;  // set after the host was told: its connection is the older one
+        const auto link =
+            vo::import("KRBehaviorManager").object()->connect("onBehaviorEnded", [&](const auto&) {
+                ended.set_value();
+            });
+        std::ofstream(pipe) << how;
+        await("the news of it", ended);
+        link();
+    };
+    const std::pair<const char*, const char*> ends[] = {{"exit 0", "it has ended"},
+                                                        {"exit 3", "it ended with exit code 3"},
+                                                        {"kill -9 $$", "it was ended by signal 9"}};
+    for (const auto& [how, reason] : ends) {
+        call("KRNimbra", "switchFocus", "p/ends");
+        end(how);
+        EXPECT_EQ(host->life().focusedActivity(), "p/ends") << "the loop has not run yet";
+        clock->runPending();
+        EXPECT_EQ(host->life().focusedActivity(), "");
+        EXPECT_EQ(events.back()["reason"], reason);
+    }
+    call("KRNimbra", "switchFocus", "p/go");
+    call("KRBehaviorManager", "startBehavior", "p/ends");
+    end("exit 0");
     clock->runPending();
-    EXPECT_EQ(host->life().focusedActivity(), "");
-    EXPECT_EQ(events.back()["reason"], "it ended with exit code 3");
-    link();
+    EXPECT_EQ(host->life().focusedActivity(), "p/go") << "that was another's end";
 }
 
 TEST_F(ActivitiesTest, PackagesTakeEffectAtTheVirtualInstantAndEndWhatRunsWhenTheyGo)
@@ -149,6 +168,76 @@ TEST_F(ActivitiesTest, PackagesTakeEffectAtTheVirtualInstantAndEndWhatRunsWhenTh
     EXPECT_EQ(clock->uptime(), before);
     EXPECT_THROW(vo::import("ContextPermission").call("getPermissionsCache", "new/go"),
                  std::runtime_error);
+
+    install();
+    call("KRNimbra", "switchFocus", "p/alone");  // the last behaviour of its package
+    call("PackageManager", "removePkg", "new");
+    EXPECT_EQ(host->life().focusedActivity(), "p/alone") << "another's package";
+    call("PackageManager", "removePkg", "p");
+    EXPECT_EQ(host->life().focusedActivity(), "");
+    EXPECT_EQ(events.back()["reason"], "its package was removed");
+}
+
+TEST_F(ActivitiesTest, PluginsFollowTheLifeStateButThoseThatGoByTheirConditionsAlone)
+{
+    const std::pair<const char*, const char*> rows[] = {
+        {"a", "<group>solitary</group>"},
+        {"b", "<group>solitary</group><group>safeguard</group>"},
+        {"c", "<group>conditional</group>"},
+        {"d", "<group>conditional</group><group>safeguard</group>"},
+        {"e", "<group>other</group>"},
+        {"f", ""}};
+    std::string behaviors;
+    for (const auto& [name, groups] : rows) {
+        behaviors += std::string(behaviors.empty() ? "" : ", ") + "{Path: " + name + "}";
+        folder.write(std::string("plugins/q/") + name + "/nimbraLaunchpadPlugin.xml",
+                     std::string("<nimbraLaunchpadPlugin><groups>") + groups +
+                         "</groups></nimbraLaunchpadPlugin>");
+    }
+    folder.write("plugins/q/package.yaml",
+                 "{ConfigurationVersion: 1, Uuid: q, Version: 1, "
+                 "Behaviors: [" +
+                     behaviors + "]}");
+    host.reset();
+    host.emplace(clock, timeline,
+                 Host::Options{folder.path() + "/autonomy.cfg",
+                               folder.path() + "/plugins",
+                               vo::LogLevel::silent,
+                               {"PerceptionHeavy"}});
+    const auto enabled = [&] {
+        std::string names;
+        for (const auto& plugin : host->launchpad().getPluginStates())
+            if (plugin.enabled && !plugin.builtIn)
+                names += plugin.name.substr(2);
+            else if (plugin.enabled && plugin.name == "_LaunchpadPluginBattery")
+                names += "+";
+            else if (plugin.enabled && plugin.name == "_LaunchpadPluginPerceptionHeavy")
+                names += "*";
+        return names;
+    };
+    host->launchpad().setPluginEnabled("q/c", true);
+    const std::pair<const char*, const char*> states[] = {
+        {"safeguard", "bcd"}, {"solitary", "+*abc"}, {"interactive", "+*c"}, {"disabled", "c"}};
+    for (const auto& [state, plugins] : states) {
+        host->life().setState(state, true);
+        EXPECT_EQ(enabled(), plugins) << state;
+    }
+}
+
+TEST(InstalledPackagesTest, RobotWithoutPackagesSaysSo)
+{
+    VirtualPlatform platform;
+    {
+        const InstalledPackages none(platform.broker, "");
+        const vo::AnyObject packages = vo::import("PackageManager");
+        EXPECT_THAT(packages.call<std::vector<vo::PackageInfo>>("packages"), IsEmpty());
+        EXPECT_FALSE(packages.call<bool>("hasPackage", "p"));
+        EXPECT_THROW(packages.call("removePkg", "p"), KRError);
+        packages.connect("onPackageInstalled", [](const vo::PackageInfo&) {});
+        packages.connect("onPackageRemoved", [](const vo::PackageInfo&) {});
+        EXPECT_FALSE(platform.application.session().findService("KRBehaviorManager"));
+    }
+    EXPECT_THAT(platform.application.session().services(), Not(Contains("PackageManager")));
 }
 
 TEST_F(ActivitiesTest, DialogRunsItsTopicUntilEitherSideEndsItOrTheServiceIsGone)
@@ -156,6 +245,8 @@ TEST_F(ActivitiesTest, DialogRunsItsTopicUntilEitherSideEndsItOrTheServiceIsGone
     const auto topic = [&] { return host->memory().getData("KRDialog/Topic").toString(); };
     call("KRNimbra", "switchFocus", "dialog:weather");
     EXPECT_EQ(topic(), "weather");
+    call("KRNimbra", "switchFocus", "dialog:rain");
+    EXPECT_EQ(topic(), "rain");
     call("dialog", "end");
     EXPECT_EQ(host->life().focusedActivity(), "");
     EXPECT_THAT(failureOf("dialog:"), HasSubstr("failed: the topic has no name"));

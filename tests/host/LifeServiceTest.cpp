@@ -3,6 +3,7 @@
 
 #include "host/LifeService.h"
 #include "platform/kr/KRProxy.h"
+#include "tests/support/Deadline.h"
 #include "tests/support/VirtualPlatform.h"
 
 namespace KR {
@@ -69,6 +70,20 @@ protected:
         return {};
     }
 
+    /// The changes, and how they came, in a few words each.
+    std::vector<std::string> texts() const
+    {
+        static const char* const kNames[] = {"focus", "state", "asleep", "block", "chain", "all"};
+        std::vector<std::string> result;
+        for (const LifeEvent& event : events)
+            result.push_back(kNames[static_cast<int>(event.kind)] +
+                             (event.subject.empty() ? "" : " " + event.subject) +
+                             (event.on ? " on" : "") +
+                             (event.previous.empty() ? "" : " after " + event.previous) +
+                             (event.lost ? " lost " + std::to_string(event.lost) : "") +
+                             (event.reason.empty() ? "" : ": " + event.reason));
+        return result;
+    }
     /// What the runner was told to do since the last call.
     std::vector<std::string> calls() { return std::exchange(runner.calls, {}); }
 
@@ -88,18 +103,22 @@ TEST_F(LifeServiceTest, BeginsSolitaryAwakeAndWithoutFocus)
 
 TEST_F(LifeServiceTest, ChangesAreWrittenToMemoryAndTold)
 {
-    life->setState("interactive");
-    life->setState("interactive");
-    life->setAsleep(true);
+    const auto doTwice = [](const auto& deed) { deed(), deed(); };
+    doTwice([&] { life->setState("interactive"); });
+    doTwice([&] { life->setAsleep(false); });
+    doTwice([&] { life->setAsleep(true); });
+    doTwice([&] { life->blockAutonomousFocus(); });
+    doTwice([&] { life->unblockAutonomousFocus(); });
     focus("p/a");
     focus("p/b");
+    life->stopAll("why");
+    life->stopAll("again");
     EXPECT_EQ(platform.memory().getData("Nimbra/State"), KRValue("interactive"));
     EXPECT_EQ(platform.memory().getData("Nimbra/Asleep"), KRValue(true));
-    EXPECT_EQ(platform.memory().getData("Nimbra/FocusedActivity"), KRValue("p/b"));
-    ASSERT_EQ(events.size(), 4U) << "setting the same state again is no change";
-    EXPECT_EQ(events[0].previous, "solitary");
-    EXPECT_EQ(events[3].previous, "p/a");
-    EXPECT_EQ(events[3].lost, 1U);
+    EXPECT_EQ(platform.memory().getData("Nimbra/FocusedActivity"), KRValue(""));
+    EXPECT_THAT(texts(), ElementsAre("state interactive after solitary", "asleep on", "block on",
+                                     "block", "focus p/a", "focus p/b after p/a lost 1",
+                                     "focus after p/b lost 2: why", "all: why", "all: again"));
 }
 
 struct StateRow {
@@ -122,11 +141,17 @@ TEST_P(StateChange, WithoutForceIsRefusedWhereItWouldOverruleSomebody)
     EXPECT_THAT(refusal, HasSubstr(row.refusal ? row.refusal : ""));
     EXPECT_EQ(life->getState(), row.refusal ? row.from : row.to) << refusal;
 
+    events.clear();
     life->setState(row.to, true);
     EXPECT_EQ(life->getState(), row.to);
-    if (row.refusal) {
-        EXPECT_EQ(life->focusedActivity(), "");
-    }
+    std::vector<std::string> changes;
+    if (row.refusal && row.hasFocus)
+        changes.push_back("focus after p/a lost 1: it may not run in '" + std::string(row.to) +
+                          "'");
+    if (row.refusal)
+        changes.push_back("state " + std::string(row.to) + " after " + row.from);
+    EXPECT_EQ(texts(), changes) << "the focus ends before the state does";
+    EXPECT_EQ(life->focusedActivity(), row.hasFocus && !row.refusal ? "p/a" : "");
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -151,11 +176,14 @@ TEST_F(LifeServiceTest, FocusIsRefusedWhereNoActivityMayRunAndToRulesWhileBlocke
     life->blockAutonomousFocus();
     EXPECT_THAT(refusalOf([&] { focus("p/a"); }), HasSubstr("autonomous focus is blocked"));
     EXPECT_TRUE(life->switchFocus({"p/person", 0, {}, false})) << "a person may";
+    life->blockAutonomousFocus();
     life->unblockAutonomousFocus();
-    EXPECT_TRUE(focus("p/a"));
+    EXPECT_TRUE(focus("p/a")) << "a block is not counted";
     life->setState("safeguard", true);
     EXPECT_THAT(refusalOf([&] { focus("p/a"); }), HasSubstr("'safeguard'"));
     EXPECT_THROW(focus(""), KRError);
+    life->setState("interactive");
+    EXPECT_TRUE(focus("p/a"));
 }
 
 TEST_F(LifeServiceTest, ActivityWithTheFocusIsStartedAnewOnlyWhenAsked)
@@ -165,6 +193,7 @@ TEST_F(LifeServiceTest, ActivityWithTheFocusIsStartedAnewOnlyWhenAsked)
     EXPECT_EQ(focus("p/a", FocusRequest::kRestart), FocusId{2});
     EXPECT_EQ(events.back().lost, 1U);
     EXPECT_THROW(focus("p/a", 2), KRError);
+    EXPECT_THROW(focus("p/a", 3), KRError);
 }
 
 TEST_F(LifeServiceTest, PreparationComesBeforeTheStartAndMayPreventIt)
@@ -175,8 +204,11 @@ TEST_F(LifeServiceTest, PreparationComesBeforeTheStartAndMayPreventIt)
         if (activity == "p/b")
             life->setState("safeguard", true);
     });
+    life->setRunner(&runner);
+    runner.refused = "p/refused";
     focus("p/a");
     focus("p/a");
+    EXPECT_EQ(refusalOf([&] { focus("p/refused"); }), "no");
     EXPECT_THAT(refusalOf([&] { focus("p/b"); }), HasSubstr("'safeguard'"));
     EXPECT_THAT(prepared, ElementsAre("p/a over ", "p/b over p/a"));
     EXPECT_EQ(life->focusedActivity(), "");
@@ -197,8 +229,17 @@ TEST_F(LifeServiceTest, ActivityRunsWhileItHasTheFocus)
     life->setState("safeguard", true);
     life->setState("solitary");
     focus("p/a");
+    const FocusId anew = *focus("p/a", FocusRequest::kRestart);
+    EXPECT_THAT(calls(), ElementsAre("stop", "start p/a", "stop", "start p/a"));
+    life->activityEnded(anew - 1, "late news");
+    EXPECT_THAT(calls(), IsEmpty());
+    life->activityEnded(anew, "by itself");
+    EXPECT_THAT(calls(), ElementsAre("stop")) << "always";
+    focus("p/a");
     life->exit();
-    EXPECT_THAT(calls(), ElementsAre("stop", "start p/a", "stop"));
+    life->exit();
+    EXPECT_EQ(refusalOf([&] { focus("p/b"); }), "the life service has ended");
+    EXPECT_THAT(calls(), ElementsAre("start p/a", "stop"));
 }
 
 TEST_F(LifeServiceTest, ActivityThatMayNotRunLeavesTheFocusAloneAndOneThatFailsTakesItAway)
@@ -235,17 +276,26 @@ TEST_F(LifeServiceTest, EndOfAnEarlierStayEndsNoLaterOne)
 /// Real threads, as only they can come in between.
 TEST_F(LifeServiceTest, ThreadsTakeTurnsAndWhoIsInsideOfAStartCannot)
 {
-    std::thread stopper;
+    const Deadline deadline("the end of all turns");
     life->setRunner(&runner);
-    runner.onStart = [&] {
-        EXPECT_THROW(life->stopFocus(), KRError);
-        if (!stopper.joinable())
-            stopper = std::thread([&] { life->stopAll(); });
-    };
-    focus("p/a");
-    stopper.join();
-    EXPECT_EQ(life->focusedActivity(), "");
-    EXPECT_THAT(calls(), ElementsAre("start p/a", "stop"));
+    const std::function<void()> ends[] = {[&] { life->stopAll(); },
+                                          [&] { life->setState("disabled", true); },
+                                          [&] { life->activityEnded(3, "it has ended"); }};
+    for (const auto& end : ends) {
+        std::thread other;
+        runner.onStart = [&] {
+            EXPECT_THROW(life->stopFocus(), KRError);
+            EXPECT_THROW(focus("p/b"), KRError);
+            life->setState("interactive", true);  // stands in nobody's way
+            other = std::thread(end);
+            letOthersRun();
+        };
+        focus("p/a");
+        other.join();
+        EXPECT_EQ(life->focusedActivity(), "");
+        EXPECT_THAT(calls(), ElementsAre("start p/a", "stop"));
+        life->setState("solitary", true);
+    }
 
     constexpr int kSwitches = 500;
     runner.onStart = nullptr;
@@ -275,13 +325,23 @@ TEST_F(LifeServiceTest, HistoriesAndStatisticsTellWhatWas)
     life->setState("interactive");
     EXPECT_THAT(life->getFocusHistory(3), ElementsAre("", "p/b", "p/a"));
     EXPECT_THAT(life->getStateHistory(9), ElementsAre("solitary", "interactive"));
+    EXPECT_THAT(life->getStateHistory(1), ElementsAre("interactive"));
     EXPECT_THROW(life->getStateHistory(0), KRError);
-    const auto statistics = life->getAutonomousActivityStatistics();
-    EXPECT_THAT(statistics.at("p/a"), ElementsAre(Pair("focusCount", 2), Pair("focusTime", 3)));
+    EXPECT_THROW(life->getFocusHistory(-1), KRError);
+    EXPECT_THAT(life->getAutonomousActivityStatistics(),
+                ElementsAre(Pair("p/a", ElementsAre(Pair("focusCount", 2), Pair("focusTime", 3))),
+                            Pair("p/b", ElementsAre(Pair("focusCount", 1), Pair("focusTime", 0)))));
     EXPECT_EQ(life->getLifeTime(), 3);
-    for (int i = 0; i < 200; ++i)
+    constexpr int kMore = 200;
+    for (int i = 0; i < kMore; ++i) {
         focus("p/" + std::to_string(i));
-    EXPECT_EQ(life->getFocusHistory(1000).size(), LifeService::kMaxHistory);
+        life->setState(i % 2 == 0 ? "solitary" : "interactive");
+    }
+    const std::vector<std::string> kept = life->getFocusHistory(1000);
+    EXPECT_EQ(kept.size(), LifeService::kMaxHistory);
+    EXPECT_EQ(kept.front(), "p/" + std::to_string(kMore - LifeService::kMaxHistory));
+    EXPECT_EQ(kept.back(), "p/199");
+    EXPECT_EQ(life->getStateHistory(1000).size(), LifeService::kMaxHistory);
 }
 
 TEST_F(LifeServiceTest, TimedFreezeEndsByItselfAndNeverShortensALongerOne)
@@ -293,15 +353,19 @@ TEST_F(LifeServiceTest, TimedFreezeEndsByItselfAndNeverShortensALongerOne)
     EXPECT_THAT(life->getFrozenChains(), ElementsAre("Legs"));
     platform.advance(milliseconds(1));
     EXPECT_THAT(life->getFrozenChains(), IsEmpty());
-    EXPECT_EQ(events.size(), 2U) << "one freeze, one end";
-
-    life->freezeChain("Legs");
     life->freezeChain("Legs", 1);
-    platform.advance(seconds(10));
-    EXPECT_THAT(life->getFrozenChains(), ElementsAre("Legs"));
+    life->freezeChain("Legs");  // without end
+    life->freezeChain("Legs", 1);
+    life->freezeChain("Arms", 9);
+    life->freezeChain("Arms", 1);
+    platform.advance(seconds(8));
+    EXPECT_THAT(life->getFrozenChains(), ElementsAre("Arms", "Legs"));
+    platform.advance(seconds(2));
     life->unfreezeChain("Legs");
     life->unfreezeChain("Legs");
-    EXPECT_EQ(events.size(), 4U);
+    EXPECT_THAT(texts(),
+                ElementsAre("chain Legs on", "chain Legs: its time is over", "chain Legs on",
+                            "chain Arms on", "chain Arms: its time is over", "chain Legs"));
 
     // The end of a freeze that was lifted must not end the next one.
     life->freezeChain("Head", 1);
@@ -325,11 +389,30 @@ TEST_F(LifeServiceTest, IsReachedAsAService)
     proxy->call("setState", "disabled");
     EXPECT_THROW(proxy->call("setState", "solitary"), KRError);
     proxy->call("forceState", "solitary");
+    for (const bool on : {true, false}) {
+        proxy->call("setAsleep", on);
+        EXPECT_EQ(proxy->call<bool>("isAsleep"), on);
+        proxy->call(on ? "blockAutonomousFocus" : "unblockAutonomousFocus");
+        EXPECT_EQ(proxy->call<bool>("isAutonomousFocusBlocked"), on);
+    }
     proxy->call("switchFocus", "p/a");
-    proxy->call("freezeChainFor", "Head", 1);
     EXPECT_EQ(proxy->call<std::string>("focusedActivity"), "p/a");
-    EXPECT_EQ(proxy->call<std::vector<std::string>>("getFocusHistory", 2),
-              std::vector<std::string>{"p/a"});
+    proxy->call("stopFocus");
+    EXPECT_EQ(events.back().kind, LifeEvent::Kind::focus);
+    proxy->call("stopAll");
+    EXPECT_EQ(events.back().kind, LifeEvent::Kind::everythingStopped);
+    proxy->call("freezeChain", "Arms");
+    proxy->call("freezeChain", "Legs");
+    proxy->call("freezeChainFor", "Head", 1);
+    proxy->call("unfreezeChain", "Arms");
+    using Texts = std::vector<std::string>;
+    EXPECT_EQ(proxy->call<Texts>("getFrozenChains"), (Texts{"Head", "Legs"}));
+    EXPECT_EQ(proxy->call<Texts>("getFocusHistory", 2), (Texts{"p/a", ""}));
+    EXPECT_EQ(proxy->call<Texts>("getStateHistory", 2), (Texts{"disabled", "solitary"}));
+    platform.advance(seconds(1));
+    EXPECT_EQ(proxy->call<Texts>("getFrozenChains"), Texts{"Legs"});
+    EXPECT_EQ(proxy->call<int>("getLifeTime"), 1);
+    proxy->call("freezeChainFor", "Head", 1);
     using Statistics = std::map<std::string, std::map<std::string, int>>;
     EXPECT_EQ(proxy->call<Statistics>("getAutonomousActivityStatistics")["p/a"]["focusCount"], 1);
     // Gone while a freeze is pending: its end must not reach the service any more.

@@ -1,3 +1,4 @@
+#include <sstream>
 
 #include "host/RuleScheduler.h"
 #include "tests/support/Testing.h"
@@ -5,23 +6,11 @@
 namespace KR {
 namespace {
 
-using Kind = RuleScheduler::Verdict::Kind;
-
 /// One hit: a rule and those that it names in executeAfterIfSimultaneouslyTrue.
 struct Hit {
     std::string rule;
     std::vector<std::string> after;
 };
-
-PendingAction pending(const Hit& hit, std::uint64_t hitList = 1, std::uint64_t turn = 0)
-{
-    PendingAction result;
-    result.action.description = hit.rule;
-    result.action.executeAfterIfSimultaneouslyTrue = hit.after;
-    result.hitList = hitList;
-    result.turn = turn;
-    return result;
-}
 
 std::vector<std::string> namesOf(const std::vector<PendingAction>& actions)
 {
@@ -63,8 +52,11 @@ TEST(HitListOrder, IsThatOfTheNamedRulesAndOtherwiseUnchanged)
     };
     for (const auto& row : rows) {
         std::vector<PendingAction> actions;
-        for (const Hit& hit : row.hits)
-            actions.push_back(pending(hit));
+        for (const Hit& hit : row.hits) {
+            actions.emplace_back();
+            actions.back().action.description = hit.rule;
+            actions.back().action.executeAfterIfSimultaneouslyTrue = hit.after;
+        }
         RuleScheduler::Order order = RuleScheduler::inOrder(actions);
         EXPECT_EQ(namesOf(order.actions), row.order) << row.description;
         for (Names& cycle : order.cycles)
@@ -73,103 +65,131 @@ TEST(HitListOrder, IsThatOfTheNamedRulesAndOtherwiseUnchanged)
     }
 }
 
-class RuleSchedulerTest : public testing::Test {
-protected:
-    RuleScheduler scheduler;
+/// Plays a line of commands, in which an action is written as its name and what it waits for:
+///     a       @1.2  in hit list 1, second in turn       #5  with condition 5
+///     ~x  after the active rule x     >b  behind b in its hit list     !y  not while y is active
+/// Those that ask are followed by "=" and the answer.
+class SchedulerPlay {
+public:
+    void play(const std::string& line)
+    {
+        std::istringstream commands(line);
+        for (std::string command; std::getline(commands, command, ';');) {
+            const std::size_t equals = command.find('=');
+            const std::string answer = run(command.substr(0, equals));
+            if (equals != std::string::npos) {
+                EXPECT_EQ(" " + answer, command.substr(equals + 1)) << "to " << command;
+            }
+        }
+    }
+
+private:
+    std::string run(const std::string& command)
+    {
+        std::istringstream words(command);
+        std::string verb;
+        words >> verb;
+        if (verb == "begin" || verb == "end" || verb == "active") {
+            std::string rule;
+            FocusId focus = 0;
+            words >> rule >> focus;
+            if (verb == "active")
+                return scheduler_.isActive(rule) ? "yes" : "no";
+            verb == "begin" ? scheduler_.begin(rule) : scheduler_.end(rule, focus);
+        } else if (verb == "lost") {
+            FocusId focus = 0;
+            words >> focus;
+            scheduler_.focusLost(focus);
+        } else if (verb == "judge") {
+            static const char* const kNames[] = {"run", "skip", "wait"};
+            const RuleScheduler::Verdict verdict = scheduler_.judge(action(words));
+            return joined(kNames[static_cast<int>(verdict.kind)], verdict.because);
+        } else if (verb == "wait") {
+            return scheduler_.wait(action(words)) ? "yes" : "no";
+        } else if (verb == "ready") {
+            return scheduler_.hasReady() ? "yes" : "no";
+        } else {
+            return joined(
+                "", namesOf(verb == "take" ? scheduler_.takeReady() : scheduler_.dropWaiting()));
+        }
+        return "";
+    }
+    static std::string joined(std::string text, const std::vector<std::string>& names)
+    {
+        for (const std::string& name : names)
+            text += (text.empty() ? "" : " ") + name;
+        return text;
+    }
+    static PendingAction action(std::istringstream& words)
+    {
+        PendingAction result;
+        words >> result.action.description;
+        for (std::string word; words >> word;) {
+            const std::string rest = word.substr(1);
+            if (word[0] == '@') {
+                result.hitList = std::stoul(rest);
+                result.turn = std::stoul(rest.substr(rest.find('.') + 1));
+            } else if (word[0] == '#') {
+                result.action.conditionId = static_cast<std::uint32_t>(std::stoul(rest));
+            } else {
+                auto& list = word[0] == '~'   ? result.action.executeAfterActiveRules
+                             : word[0] == '>' ? result.action.executeAfterIfSimultaneouslyTrue
+                                              : result.action.skipIfRulesActive;
+                list.push_back(rest);
+            }
+        }
+        return result;
+    }
+
+    RuleScheduler scheduler_;
 };
 
-TEST_F(RuleSchedulerTest, RuleIsActiveUntilItsStepsHaveEndedAndTheFocusThatTheyTookIsLost)
+TEST(RuleSchedulerTest, RunsSkipsAndHoldsBack)
 {
-    scheduler.begin("a");
-    EXPECT_TRUE(scheduler.isActive("a"));
-    scheduler.end("a", 0);
-    EXPECT_FALSE(scheduler.isActive("a")) << "it took no focus";
-
-    scheduler.begin("a");
-    scheduler.end("a", 2);
-    scheduler.focusLost(1);
-    EXPECT_TRUE(scheduler.isActive("a")) << "an older focus was lost";
-    scheduler.begin("a");
-    scheduler.end("a", 0);
-    EXPECT_TRUE(scheduler.isActive("a")) << "one of two runs has ended";
-    scheduler.focusLost(2);
-    EXPECT_FALSE(scheduler.isActive("a"));
-
-    scheduler.begin("a");
-    scheduler.focusLost(3);
-    EXPECT_TRUE(scheduler.isActive("a")) << "the steps go on";
-    scheduler.end("a", 3);
-    EXPECT_FALSE(scheduler.isActive("a"));
-}
-
-TEST_F(RuleSchedulerTest, SkipBeatsWaitAndNamesTheActiveRules)
-{
-    PendingAction action = pending({"a", {}});
-    action.action.skipIfRulesActive = {"x", "a"};
-    action.action.executeAfterActiveRules = {"y", "z"};
-    EXPECT_EQ(scheduler.judge(action).kind, Kind::run);
-
-    scheduler.begin("y");
-    EXPECT_EQ(scheduler.judge(action).kind, Kind::wait);
-    EXPECT_THAT(scheduler.judge(action).because, ElementsAre("y"));
-
-    scheduler.begin("a");
-    EXPECT_EQ(scheduler.judge(action).kind, Kind::skip) << "a rule may name itself";
-    EXPECT_THAT(scheduler.judge(action).because, ElementsAre("a"));
-}
-
-TEST_F(RuleSchedulerTest, WaitingActionIsReadyWhenAllItsRulesHaveEnded)
-{
-    PendingAction action = pending({"a", {}});
-    action.action.executeAfterActiveRules = {"x", "y"};
-    scheduler.begin("x");
-    scheduler.begin("y");
-    EXPECT_TRUE(scheduler.wait(action));
-    EXPECT_FALSE(scheduler.wait(action)) << "it waits already";
-
-    scheduler.end("x", 0);
-    EXPECT_FALSE(scheduler.hasReady());
-    EXPECT_THAT(scheduler.takeReady(), IsEmpty());
-    scheduler.end("y", 0);
-    EXPECT_TRUE(scheduler.hasReady());
-    EXPECT_THAT(namesOf(scheduler.takeReady()), ElementsAre("a"));
-    EXPECT_FALSE(scheduler.hasReady());
-}
-
-TEST_F(RuleSchedulerTest, ActionBehindAWaitingOneOfItsHitListWaitsWithIt)
-{
-    PendingAction leader = pending({"leader", {}}, 1, 1);
-    leader.action.executeAfterActiveRules = {"x"};
-    const PendingAction follower = pending({"follower", {"leader"}}, 1, 2);
-    scheduler.begin("x");
-    scheduler.wait(leader);
-    ASSERT_EQ(scheduler.judge(follower).kind, Kind::wait);
-    EXPECT_THAT(scheduler.judge(follower).because, ElementsAre("leader"));
-    EXPECT_EQ(scheduler.judge(pending({"follower", {"leader"}}, 2, 3)).kind, Kind::run)
-        << "of another hit list";
-    scheduler.wait(follower);
-    EXPECT_THAT(scheduler.takeReady(), IsEmpty());
-
-    scheduler.end("x", 0);
-    EXPECT_THAT(namesOf(scheduler.takeReady()), ElementsAre("leader", "follower"));
-}
-
-TEST_F(RuleSchedulerTest, CircleInWhichOneWaitsDoesNotWaitForever)
-{
-    PendingAction first = pending({"first", {"second"}}, 1, 1);
-    first.action.executeAfterActiveRules = {"x"};
-    const PendingAction second = pending({"second", {"first"}}, 1, 2);
-    scheduler.begin("x");
-    scheduler.wait(first);
-    scheduler.wait(second);
-    scheduler.end("x", 0);
-    EXPECT_THAT(namesOf(scheduler.takeReady()), ElementsAre("first", "second"));
-
-    scheduler.begin("x");
-    scheduler.wait(first);
-    EXPECT_THAT(namesOf(scheduler.dropWaiting()), ElementsAre("first"));
-    scheduler.end("x", 0);
-    EXPECT_FALSE(scheduler.hasReady());
+    const std::pair<const char*, const char*> rows[] = {
+        {"active until its steps have ended", "begin a;active a = yes;end a;active a = no"},
+        {"active until the focus that it took is lost, and as often as it runs",
+         "begin a;end a 2;lost 1;active a = yes;begin a;end a;active a = yes;lost 2;active a = no"},
+        {"focus lost before its steps have ended",
+         "begin a;lost 3;active a = yes;end a 3;active a = no"},
+        {"a lost focus takes all before it along, and no later one",
+         "begin a;end a 2;begin b;end b 3;begin c;end c 4;begin d;end d 3;lost 3;"
+         "active a = no;active b = no;active d = no;active c = yes;"
+         "lost 1;begin a;end a 3;active a = no;lost 4;active c = no"},
+        {"skip beats wait, and the rules are named; a rule may name itself",
+         "judge a !x !a ~y ~z = run;begin z;judge a !x !a ~y ~z = wait z;"
+         "begin y;judge a !x !a ~y ~z = wait y z;begin a;judge a !x !a ~y ~z = skip a;"
+         "begin x;judge a !x !a ~y ~z = skip x a"},
+        {"waits for all of its rules, once",
+         "begin x;begin y;wait a ~x ~y = yes;wait a ~x ~y = no;ready = no;end x;ready = no;take = ;"
+         "end y;ready = yes;ready = yes;take = a;ready = no;take = ;begin x;wait a ~x = yes"},
+        {"what one has waited for is still awaited by others",
+         "begin x;begin y;wait a ~x;wait b ~x ~y;end x;take = a;begin x;end y;ready = no;"
+         "end x;ready = yes;take = b"},
+        {"the rule ends between verdict and waiting",
+         "begin x;judge a ~x = wait x;end x;wait a ~x;ready = yes;take = a"},
+        {"a lost focus wakes", "begin x;end x 1;wait a ~x;ready = no;lost 1;ready = yes;take = a"},
+        {"the rest stays in its order",
+         "begin x;begin y;wait a ~x;wait b ~y;wait c ~x;end y;take = b;end x;take = a c"},
+        {"the same rule with another condition is another action",
+         "begin x;wait a #1 ~x = yes;wait a #2 ~x = yes;wait a #2 ~x = no;end x;take = a a"},
+        {"behind a waiting one that comes before it in its hit list",
+         "begin x;wait a @1.1 ~x;judge b @1.2 >a = wait a;judge b @1.2 >a ~x = wait x a;"
+         "judge b @2.3 >a = run;judge b @1.0 >a = run;wait b @1.2 >a;ready = no;take = ;"
+         "end x;take = a b;judge b @1.2 >a = run"},
+        {"behind both actions of a rule",
+         "begin x;begin y;wait a #1 @1.1 ~x;wait a #2 @1.2 ~y;wait b @1.3 >a;end x;take = a;"
+         "judge b @1.3 >a = wait a;end y;take = a b"},
+        {"a circle in which one waits does not wait forever",
+         "begin x;wait a @1.1 >b ~x;wait b @1.2 >a;end x;take = a b"},
+        {"dropped ones are forgotten altogether",
+         "begin x;wait a @1.1 ~x;wait b @1.2 >a;drop = a b;ready = no;judge b @1.2 >a = run;"
+         "wait a ~x = yes;ready = no;end x;ready = yes;take = a;drop = "},
+    };
+    for (const auto& [description, line] : rows) {
+        SCOPED_TRACE(description);
+        SchedulerPlay().play(line);
+    }
 }
 
 }  // namespace

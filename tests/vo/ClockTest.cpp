@@ -220,6 +220,7 @@ TEST_P(ExecutorTest, task_may_close_and_destroy_its_own_executor)
 
 TEST(RealClockTest, work_without_end_is_waited_for_no_longer_than_its_limit)
 {
+    const Deadline deadline("the end of the waits");
     const auto clock = vo::makeRealClock();
     const auto released = std::make_shared<std::promise<void>>();
     std::promise<void> ended;

@@ -202,11 +202,13 @@ struct PeriodicTaskThreadsTest : testing::Test {
 TEST_F(PeriodicTaskThreadsTest, every_stop_waits_for_the_run_in_progress_but_its_own)
 {
     std::promise<void> begun;
+    std::promise<void> trying;
     bool inRun = true;  // unprotected: a stop that does not wait races with the run
     task.setCallback([&] {
         begun.set_value();
         awaitStop();
         task.stop();
+        await("the other thread", trying);
         letOthersRun();
         inRun = false;
     });
@@ -216,7 +218,10 @@ TEST_F(PeriodicTaskThreadsTest, every_stop_waits_for_the_run_in_progress_but_its
     };
     task.start();
     await("the run", begun);
-    auto other = std::async(std::launch::async, stop);
+    auto other = std::async(std::launch::async, [&] {
+        trying.set_value();
+        return stop();
+    });
     EXPECT_FALSE(stop());
     EXPECT_FALSE(await("the other stop", other));
 }
@@ -225,25 +230,31 @@ TEST_F(PeriodicTaskThreadsTest, start_during_a_stop_begins_anew_after_the_run_in
 {
     std::promise<void> begun;
     std::promise<void> started;
+    std::promise<void> stopped;
     std::promise<void> again;
     int runs = 0;  // unprotected: two runs at a time are a race
+    bool inRun = false;
     task.setCallback([&] {
-        ++runs;
-        if (runs == 1) {
+        EXPECT_FALSE(std::exchange(inRun, true));
+        if (++runs == 1) {
             begun.set_value();
             await("the start", started);
             letOthersRun();
         } else if (runs == 2) {
+            await("the stop, which is not for the new start", stopped);
             again.set_value();
         }
+        inRun = false;
     });
     task.start();
     await("the run", begun);
-    auto stop = std::async(std::launch::async, [&] { task.stop(); });
+    const auto stop = std::async(std::launch::async, [&] {
+        task.stop();
+        stopped.set_value();
+    });
     awaitStop();
     task.start(false);
     started.set_value();
-    await("the stop, which is not for the new start", stop);
     await("the run after the start", again);
     EXPECT_TRUE(task.isRunning());
 }

@@ -1,0 +1,293 @@
+#include "host/ActionRunner.h"
+#include "host/Responder.h"
+#include "tests/support/Testing.h"
+#include "tests/support/VirtualPlatform.h"
+
+namespace KR {
+namespace {
+
+using Parameters = std::map<std::string, KRValue>;
+
+/// Notes each event in a few words.
+class Notes : public TimelineRenderer {
+public:
+    explicit Notes(std::vector<std::string>& lines) : lines_(lines) {}
+    void begin(const RunHeader&) override {}
+    void end(const RunSummary&) override {}
+    void event(const TimelineEvent& event) override
+    {
+        static const char* const kNames[] = {"say",  "key",  "hit",  "resume", "skip",  "wait",
+                                             "drop", "step", "call", "plugin", "focus", "state",
+                                             "life", "life", "life", "error"};
+        std::string line = kNames[static_cast<int>(event.kind)];
+        for (const std::string& part : {event.rule, event.subject, event.reason})
+            line += part.empty() ? "" : " " + part;
+        if (event.kind == TimelineEvent::Kind::step)
+            line += std::string(" ") + stepOutcomeName(event.outcome) + std::to_string(event.rest);
+        lines_.push_back(line);
+    }
+
+private:
+    std::vector<std::string>& lines_;
+};
+
+class ResponderTest : public testing::Test {
+protected:
+    ResponderTest()
+    {
+        platform.addService("Test", "call", [this](const std::string& what) { calls.at(what)(); });
+        responder.setSuggestions([this](std::uint32_t mask) {
+            std::list<AutonomousAction> result = suggested;
+            result.remove_if([&](const auto& each) { return (each.synchronicity & mask) == 0; });
+            return result;
+        });
+    }
+    AutonomousAction rule(const std::string& name, const AutonomousActionItem& item)
+    {
+        AutonomousAction action;
+        action.description = name;
+        action.conditionId = ++lastCondition;
+        action.synchronicity = ExecuteAnyTimeConditionEdgeTrue;
+        action.items = {item};
+        return action;
+    }
+    AutonomousAction waiting(const std::string& name, const std::string& after)
+    {
+        AutonomousAction action = rule(name, {ActionItemUnblockAutonomousFocus, {}});
+        action.executeAfterActiveRules = {after};
+        return action;
+    }
+    static AutonomousActionItem focusOn(const std::string& activity)
+    {
+        return {ActionItemSwitchFocus, {{"Activity", activity}}};
+    }
+    static AutonomousActionItem call(const std::string& what)
+    {
+        return {ActionItemApiCall,
+                {{"Module", "Test"}, {"Method", "call"}, {"Args", KRValue::Array{what}}}};
+    }
+    std::vector<std::string> told()
+    {
+        platform.runPending();
+        return std::exchange(lines, {});
+    }
+
+    VirtualPlatform platform;
+    boost::shared_ptr<LifeService> life = KRModule::createModule<LifeService>(platform.broker);
+    std::vector<std::string> lines;
+    Timeline timeline{platform.clock, std::make_unique<Notes>(lines)};
+    Responder responder{*life, timeline};
+    std::map<std::string, std::function<void()>> calls;
+    std::list<AutonomousAction> suggested;
+    std::uint32_t lastCondition = 0;
+};
+
+TEST_F(ResponderTest, EndOfARuleWithoutFocusWakesAllThatWaitForIt)
+{
+    const std::list<AutonomousAction> late{waiting("b", "a"), waiting("c", "a"), waiting("d", "b")};
+    suggested = {late.front(), late.back(), waiting("c", "a")};  // that one has another condition
+    suggested.front().synchronicity = ExecuteAnyTimeConditionTrue;
+    calls["meanwhile"] = [&] { responder.processActions(late, {}); };
+    responder.processActions({rule("a", call("meanwhile"))}, {});
+    EXPECT_EQ(lines.size(), 8U) << "they go when the action in progress has ended";
+    EXPECT_THAT(told(), ElementsAre("hit a", "hit b", "wait b for the end of: a", "hit c",
+                                    "wait c for the end of: a", "hit d",
+                                    "step d UnblockAutonomousFocus done0",
+                                    "step a ApiCall Test.call(\"meanwhile\") done0", "resume b",
+                                    "step b UnblockAutonomousFocus done0",
+                                    "drop c its condition is no longer true"));
+}
+
+TEST_F(ResponderTest, WaitsAgainWhileItsRuleIsActiveAnewAndIsForgottenWithAllThatWait)
+{
+    const AutonomousAction a = rule("a", focusOn("x"));
+    AutonomousAction b = waiting("b", "a");
+    b.items = {call("again")};
+    const std::list<AutonomousAction> late{b, waiting("c", "a")};
+    suggested = late;
+    calls["again"] = [&] { responder.processActions({a}, {}); };
+    responder.processActions({a}, {});
+    responder.processActions(late, {});
+    told();
+    life->stopFocus();
+    responder.processActions({a}, {});  // before the loop comes to those that may go
+    EXPECT_THAT(told(), ElementsAre("focus", "hit a", "focus a x", "step a SwitchFocus x done0"));
+    life->stopFocus();
+    EXPECT_THAT(told(),
+                ElementsAre("focus", "resume b", "hit a", "focus a x", "step a SwitchFocus x done0",
+                            "step b ApiCall Test.call(\"again\") done0", "resume c",
+                            "wait c for the end of: a"));
+    responder.processActions({b}, {});
+    told();
+    life->stopAll("enough");
+    EXPECT_THAT(told(), ElementsAre("focus enough", "drop c everything was stopped",
+                                    "drop b everything was stopped"));
+}
+
+TEST_F(ResponderTest, RulesComeBeforeAnActivityButNotBeforeThemselvesNorBeforeTheirOwn)
+{
+    const AutonomousAction both = rule("both", focusOn("x"));
+    AutonomousAction first = rule("first", focusOn("y"));
+    first.synchronicity = ExecuteBeforeActivityIfConditionTrue;
+    AutonomousAction skipped = rule("skipped", call("none"));
+    skipped.skipIfRulesActive = {"first", "both", "late"};
+    suggested = {both, rule("both", {ActionItemUnblockAutonomousFocus, {}}),
+                 waiting("late", "both"), skipped};
+    for (AutonomousAction& each : suggested)
+        each.synchronicity |= ExecuteBeforeActivityIfConditionTrue;
+    suggested.insert(std::next(suggested.begin(), 2), first);
+    suggested.push_back(rule("any time", call("none")));
+    responder.processActions({both}, {});
+    EXPECT_THAT(told(),
+                ElementsAre("hit both", "hit both x", "step both UnblockAutonomousFocus done0",
+                            "hit first x", "focus first y", "step first SwitchFocus y done0",
+                            "hit late x", "skip late cannot wait for: both", "hit skipped x",
+                            "skip skipped while active: first, both", "focus both x",
+                            "step both SwitchFocus x done0"));
+    suggested = {first};
+    life->switchFocus({"z", 0, "a person", false});
+    EXPECT_THAT(told(), ElementsAre("hit first z", "focus first y",
+                                    "step first SwitchFocus y done0", "focus z a person"));
+}
+
+TEST_F(ResponderTest, StepThatFailsDropsTheRestOfItsActionAndEachCircleIsWarnedAboutOnce)
+{
+    AutonomousAction a = rule("a", {ActionItemUnblockAutonomousFocus, {}});
+    a.items.push_back(call("none"));
+    a.items.push_back(focusOn("x"));
+    AutonomousAction b = rule("b", {ActionItemUnblockAutonomousFocus, {}});
+    AutonomousAction c = b;
+    AutonomousAction d = b;
+    c.description = "c";
+    d.description = "d";
+    a.executeAfterIfSimultaneouslyTrue = {"b"};
+    b.executeAfterIfSimultaneouslyTrue = {"a"};
+    c.executeAfterIfSimultaneouslyTrue = {"d"};
+    d.executeAfterIfSimultaneouslyTrue = {"c"};
+    responder.processActions({a, b}, {});
+    EXPECT_THAT(told(), ElementsAre("hit a", "step a UnblockAutonomousFocus done2",
+                                    "step a ApiCall Test.call(\"none\") map::at failed1", "hit b",
+                                    "step b UnblockAutonomousFocus done0"));
+    responder.processActions({a, b, c, d}, {});
+    EXPECT_THAT(platform.log.lines(vo::LogLevel::warning),
+                ElementsAre(HasSubstr("a after b after a"), HasSubstr("c after d after c")));
+}
+
+TEST_F(ResponderTest, StepsDoWhatTheirParametersSay)
+{
+    platform.addService("Set", "setConfigurationSet", [](const std::string& set) {
+        if (set != "night")
+            throw std::runtime_error("no such set");
+    });
+    platform.addService("Seven", "get", [] { return 7; });
+    std::string reason;
+    life->changed.connect([&](const LifeEvent& event) { reason = event.reason; });
+    const struct {
+        std::int32_t type;
+        Parameters parameters;
+        const char* result;
+        const char* text;
+        const char* after;  ///< state, focus, chains, block, and the last change's reason
+    } rows[] = {
+        {1, {{"Activity", "x"}}, "done ", "SwitchFocus x", "solitary x   "},
+        {1,
+         {{"Activity", "x"}, {"Flags", 0}, {"Reason", "r"}},
+         "done it has the focus already",
+         "SwitchFocus x",
+         "solitary x   "},
+        {1,
+         {{"Activity", "x"}, {"Flags", 1}, {"Reason", "r"}},
+         "done ",
+         "SwitchFocus x",
+         "solitary x   r"},
+        {1, {}, "failed the parameter Activity is missing", "SwitchFocus ?", "solitary x   r"},
+        {6,
+         {{"State", "safeguard"}, {"Force", false}},
+         "refused 'x' has the focus and may not run in 'safeguard'",
+         "SetState safeguard",
+         "solitary x   r"},
+        {6,
+         {{"State", "safeguard"}, {"Force", true}},
+         "done ",
+         "SetState safeguard, forced",
+         "safeguard    "},
+        {6, {{"State", "disabled"}}, "done ", "SetState disabled", "disabled    "},
+        {6,
+         {{"State", "solitary"}},
+         "refused leaving 'disabled' needs force",
+         "SetState solitary",
+         "disabled    "},
+        {6,
+         {{"State", "solitary"}, {"Force", 1}},
+         "done ",
+         "SetState solitary, forced",
+         "solitary    "},
+        {9,
+         {{"Chain", "Head"}, {"Duration", 2}},
+         "done ",
+         "FreezeChain Head for 2 s",
+         "solitary  Head  "},
+        {9, {{"Chain", "Legs"}}, "done ", "FreezeChain Legs", "solitary  HeadLegs  "},
+        {10, {{"Chain", "Head"}}, "done ", "UnfreezeChain Head", "solitary  Legs  "},
+        {4, {}, "done ", "BlockAutonomousFocus", "solitary  Legs 1 "},
+        {1,
+         {{"Activity", "x"}},
+         "refused autonomous focus is blocked",
+         "SwitchFocus x",
+         "solitary  Legs 1 "},
+        {5, {}, "done ", "UnblockAutonomousFocus", "solitary  Legs  "},
+        {1, {{"Activity", "y"}}, "done ", "SwitchFocus y", "solitary y Legs  "},
+        {2, {{"Reason", "enough"}}, "done ", "StopFocus", "solitary  Legs  enough"},
+        {3, {{"Reason", "all"}}, "done ", "StopAll", "solitary  Legs  all"},
+        {7,
+         {{"Module", "Set"}, {"ConfigurationSet", "night"}},
+         "done ",
+         "SetConfiguration Set \"night\"",
+         "solitary  Legs  all"},
+        {7,
+         {{"Module", "Set"}, {"ConfigurationSet", "day"}},
+         "failed no such set",
+         "SetConfiguration Set \"day\"",
+         "solitary  Legs  all"},
+        {8,
+         {{"Module", "Seven"}, {"Method", "get"}},
+         "done = 7",
+         "ApiCall Seven.get()",
+         "solitary  Legs  all"},
+        {8,
+         {{"Module", "Seven"}, {"Method", 7}},
+         "failed a call needs the text parameter Method",
+         "ApiCall ?",
+         "solitary  Legs  all"},
+        {11, {}, "failed there is no step type 11", "step of type 11", "solitary  Legs  all"},
+    };
+    for (const auto& row : rows) {
+        const AutonomousActionItem item{row.type, row.parameters};
+        const StepResult result = ActionRunner(*life).run(item);
+        SCOPED_TRACE(row.text);
+        EXPECT_EQ(stepOutcomeName(result.outcome) + (" " + result.reason), row.result);
+        EXPECT_EQ(describeStep(item), row.text);
+        std::string after = life->getState() + " " + life->focusedActivity() + " ";
+        for (const std::string& chain : life->getFrozenChains())
+            after += chain;
+        EXPECT_EQ(after + (life->isAutonomousFocusBlocked() ? " 1 " : "  ") + reason, row.after);
+    }
+}
+
+TEST_F(ResponderTest, OfWhatIsToBeDoneOnNewPluginsTheLastCounts)
+{
+    std::string done;
+    responder.onPluginsChanged();
+    responder.setPluginsChanged([&] { done += "a"; });
+    responder.onPluginsChanged();
+    responder.setPluginsChanged([&] {
+        done += "b";
+        responder.setPluginsChanged({});
+    });
+    responder.onPluginsChanged();
+    responder.onPluginsChanged();
+    EXPECT_EQ(done, "ab");
+}
+
+}  // namespace
+}  // namespace KR
