@@ -39,6 +39,8 @@ protected:
                        focusOn("p/go") + "}]"));
     }
 
+    const Deadline deadline;
+
     void install() { call("PackageManager", "install", folder.path() + "/new"); }
     template <class... Args>
     void call(const std::string& service, const std::string& method, const Args&... arguments)
@@ -110,7 +112,6 @@ TEST_F(ActivitiesTest, StepMayRelyOnTheStepsBeforeIt)
 /// Real time: the program ends when it is told to.
 TEST_F(ActivitiesTest, ProgramThatEndsByItselfGivesTheFocusBack)
 {
-    const Deadline deadline("the program's end");
     const std::string pipe = packages + "/p/pipe";
     ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
     const auto end = [&](const std::string& how) {

@@ -87,6 +87,7 @@ protected:
     /// What the runner was told to do since the last call.
     std::vector<std::string> calls() { return std::exchange(runner.calls, {}); }
 
+    const Deadline deadline;
     VirtualPlatform platform;
     FakeRunner runner;
     boost::shared_ptr<LifeService> life = KRModule::createModule<LifeService>(platform.broker);
@@ -276,18 +277,22 @@ TEST_F(LifeServiceTest, EndOfAnEarlierStayEndsNoLaterOne)
 /// Real threads, as only they can come in between.
 TEST_F(LifeServiceTest, ThreadsTakeTurnsAndWhoIsInsideOfAStartCannot)
 {
-    const Deadline deadline("the end of all turns");
     life->setRunner(&runner);
     const std::function<void()> ends[] = {[&] { life->stopAll(); },
                                           [&] { life->setState("disabled", true); },
                                           [&] { life->activityEnded(3, "it has ended"); }};
     for (const auto& end : ends) {
         std::thread other;
+        std::promise<void> trying;
         runner.onStart = [&] {
             EXPECT_THROW(life->stopFocus(), KRError);
             EXPECT_THROW(focus("p/b"), KRError);
             life->setState("interactive", true);  // stands in nobody's way
-            other = std::thread(end);
+            other = std::thread([&] {
+                trying.set_value();
+                end();
+            });
+            await("the other thread", trying);
             letOthersRun();
         };
         focus("p/a");

@@ -42,8 +42,8 @@ TEST(HitListOrder, IsThatOfTheNamedRulesAndOtherwiseUnchanged)
         {"behind both hits of one rule", {{"b", {}}, {"a", {"b"}}, {"b", {}}}, {"b", "b", "a"}},
         {"two in a circle", {{"a", {"b"}}, {"b", {"a"}}}, {"a", "b"}, {{"a", "b"}}},
         {"only the circle is broken, not what is behind it",
-         {{"d", {"a"}}, {"a", {"b"}}, {"b", {"c"}}, {"c", {"a"}}},
-         {"a", "d", "c", "b"},
+         {{"d", {"c"}}, {"a", {"b"}}, {"b", {"c"}}, {"c", {"a"}}},
+         {"a", "c", "d", "b"},
          {{"a", "b", "c"}}},
         {"two circles",
          {{"a", {"b"}}, {"b", {"a"}}, {"x", {"y"}}, {"y", {"x"}}},
@@ -170,9 +170,11 @@ TEST(RuleSchedulerTest, RunsSkipsAndHoldsBack)
          "begin x;judge a ~x = wait x;end x;wait a ~x;ready = yes;take = a"},
         {"a lost focus wakes", "begin x;end x 1;wait a ~x;ready = no;lost 1;ready = yes;take = a"},
         {"the rest stays in its order",
-         "begin x;begin y;wait a ~x;wait b ~y;wait c ~x;end y;take = b;end x;take = a c"},
+         "begin x;begin y;wait a ~x;wait b ~y;wait c ~x;end y;ready = yes;take = b;end x;take = a "
+         "c"},
         {"the same rule with another condition is another action",
-         "begin x;wait a #1 ~x = yes;wait a #2 ~x = yes;wait a #2 ~x = no;end x;take = a a"},
+         "begin x;wait a #1 @1.1 ~x = yes;wait a #2 @1.2 ~x = yes;wait a #2 @2.1 ~x = no;end "
+         "x;take = a a"},
         {"behind a waiting one that comes before it in its hit list",
          "begin x;wait a @1.1 ~x;judge b @1.2 >a = wait a;judge b @1.2 >a ~x = wait x a;"
          "judge b @2.3 >a = run;judge b @1.0 >a = run;wait b @1.2 >a;ready = no;take = ;"

@@ -65,10 +65,7 @@ TEST(FutureTest, what_never_comes_is_cancelled_only_where_it_can_be_prevented)
         EXPECT_EQ(asked, canceler ? 1 : 0);
     }
     const Promise<int> ended;
-    const auto held = std::make_shared<int>();
-    ended.setCanceler([held] { return true; });
     ended.setValue(1);
-    EXPECT_EQ(held.use_count(), 1) << "nothing to cancel any more";
     ended.setCanceler(rows[2].first);
     ended.future().cancel();
     EXPECT_EQ(outcome(ended.future()), "value 1");

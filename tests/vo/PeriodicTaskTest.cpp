@@ -68,6 +68,7 @@ struct PeriodicTaskTest : testing::Test {
         task->setUsPeriod(10);
     }
 
+    const Deadline deadline;
     vo::LogCapture log;
     std::shared_ptr<vo::VirtualClock> clock = std::make_shared<vo::VirtualClock>(vo::TimePoint());
     vo::Application application{clock};

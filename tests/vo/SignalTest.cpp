@@ -54,6 +54,7 @@ protected:
         return [this, name](int v) { calls.push_back(name + std::to_string(v)); };
     }
 
+    const Deadline deadline;
     vo::LogCapture log;
     std::vector<std::string> calls;
     Signal<int> signal;
@@ -115,7 +116,6 @@ TEST_F(SignalTest, aSignalThatIsDestroyedInACallCallsNobodyElse)
 // itself does not reach it.
 TEST_F(SignalTest, everyDisconnectReturnsAfterTheCallInProgress)
 {
-    const Deadline deadline;
     vo::ServiceObject object("Battery");
     object.signal("onEmpty", signal);
     using Undo = std::function<void()>;
@@ -142,6 +142,7 @@ TEST_F(SignalTest, everyDisconnectReturnsAfterTheCallInProgress)
                 reached = false;
                 signal(0);
             } while (reached);
+            undo();  // its own waits for nobody
             std::promise<void> trying;
             second = std::async(std::launch::async, [&] {
                 trying.set_value();
@@ -163,7 +164,6 @@ TEST_F(SignalTest, everyDisconnectReturnsAfterTheCallInProgress)
 
 TEST_F(SignalTest, destructionReturnsAfterTheCallsInProgress)
 {
-    const Deadline deadline;
     auto doomed = std::make_optional<Signal<int>>();
     std::promise<void> begun;
     bool ended = false;
