@@ -11,7 +11,9 @@
 namespace KR {
 
 /// A list of items of 4 bytes in 20 bytes, of which the first four need no memory elsewhere: most
-/// lists of the graph have one or two, and there are very many lists.
+/// lists of the graph have one or two, and there are very many lists. Some are very long, and what
+/// they hold goes in the order in which it came, or in the opposite one: taking out the first or
+/// the last item takes a few steps, however many there are.
 ///
 /// Not synchronised: a part of ConditionGraph.
 template <class T>
@@ -34,23 +36,39 @@ public:
             delete[] elsewhere().items;
     }
 
-    const T* begin() const { return isLong() ? elsewhere().items : here_.data(); }
+    const T* begin() const
+    {
+        return isLong() ? elsewhere().items + elsewhere().first : here_.data();
+    }
     const T* end() const { return begin() + size_; }
 
     void push_back(T item)
     {
-        if (size_ == (isLong() ? elsewhere().capacity : kHere))
-            move(size_ * 2);
+        if (size_ == kHere)
+            move(kHere * 2);
+        else if (isLong() && elsewhere().first + size_ == elsewhere().capacity)
+            makeRoom();
         ++size_;
         data()[size_ - 1] = item;
     }
-    /// Takes out one that is there; the others keep their order. Soonest found are the latest.
+    /// Takes out one that is there; the others keep their order. Looked for from both ends, and the
+    /// shorter side closes up.
     void erase(T item)
     {
-        T* place = data() + size_ - 1;
-        while (!(*place == item))
-            --place;
-        std::copy(place + 1, data() + size_, place);
+        T* const begin = data();
+        T* front = begin;
+        T* back = begin + size_ - 1;
+        while (!(*front == item) && !(*back == item)) {
+            ++front;
+            --back;
+        }
+        if (isLong() && *front == item) {
+            std::copy_backward(begin, front, front + 1);
+            skipFirst();
+        } else {
+            T* const place = *back == item ? back : front;
+            std::copy(place + 1, begin + size_, place);
+        }
         if (size_ == kHere + 1)
             moveHere();
         --size_;
@@ -63,32 +81,52 @@ private:
     struct Elsewhere {
         T* items;
         std::uint32_t capacity;
+        std::uint32_t first;  ///< where the list begins
     };
-    static constexpr std::size_t kElsewhere = offsetof(Elsewhere, capacity) + sizeof(std::uint32_t);
-    static_assert(kElsewhere <= kHere * sizeof(T));
+    static_assert(sizeof(Elsewhere) <= kHere * sizeof(T));
 
     bool isLong() const { return size_ > kHere; }
     Elsewhere elsewhere() const
     {
         Elsewhere place{};
-        std::memcpy(&place, here_.data(), kElsewhere);
+        std::memcpy(&place, here_.data(), sizeof place);
         return place;
+    }
+    void setElsewhere(const Elsewhere& place)
+    {
+        std::memcpy(static_cast<void*>(here_.data()), &place, sizeof place);
     }
     T* data() { return const_cast<T*>(std::as_const(*this).begin()); }
 
     /// To where one item more has its place.
     void move(std::uint32_t capacity)
     {
-        const Elsewhere place{new T[capacity], capacity};
+        const Elsewhere place{new T[capacity], capacity, 0};
         std::copy(begin(), end(), place.items);
         if (isLong())
             delete[] elsewhere().items;
-        std::memcpy(static_cast<void*>(here_.data()), &place, kElsewhere);
+        setElsewhere(place);
+    }
+    /// At the end of a long list: moved to the front where half the room is free.
+    void makeRoom()
+    {
+        Elsewhere place = elsewhere();
+        if (place.first < size_)
+            return move(size_ * 2);
+        std::copy(begin(), end(), place.items);
+        place.first = 0;
+        setElsewhere(place);
+    }
+    void skipFirst()
+    {
+        Elsewhere place = elsewhere();
+        ++place.first;
+        setElsewhere(place);
     }
     void moveHere()
     {
         const Elsewhere place = elsewhere();
-        std::copy_n(place.items, kHere, here_.data());
+        std::copy_n(place.items + place.first, kHere, here_.data());
         delete[] place.items;
     }
     void swap(SmallList& other)

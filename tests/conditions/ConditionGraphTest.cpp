@@ -32,7 +32,10 @@ TEST(Comparison, OrdersValuesAsConditionsDo)
         {"a fraction below an int", -2, -2.5, Order::greater},
         {"a fraction above an int", 2, 2.5, Order::less},
         {"infinity", greatest, INFINITY, Order::less},
+        {"minus infinity", -greatest - 1, -INFINITY, Order::greater},
+        {"a float between two ints that no double holds", big, 9007199254740994.0, Order::less},
         {"NaN and itself", NAN, NAN, Order::none},
+        {"NaN and an int", 1, NAN, Order::none},
         {"a bool and an int", true, 1, Order::equal},
         {"bools", false, true, Order::less},
         {"texts by byte, unsigned", "z", "ü", Order::less},
@@ -41,7 +44,9 @@ TEST(Comparison, OrdersValuesAsConditionsDo)
         {"unknown and false", {}, false, Order::none},
         {"equal arrays, elements as values", KRValue::Array{1.0, "x"}, array, Order::same},
         {"arrays of different length", KRValue::Array{1}, array, Order::none},
+        {"arrays of other elements", KRValue::Array{1, "y"}, array, Order::none},
         {"binaries", KRValue::Binary{1}, KRValue::Binary{1}, Order::same},
+        {"other binaries", KRValue::Binary{1}, KRValue::Binary{2}, Order::none},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(compare(row.a, row.b), row.order) << row.what;
@@ -203,11 +208,54 @@ TEST(ConditionGraph, WhatMeansTheSameIsOneNode)
     EXPECT_TRUE(graph.isTrue(id));
 }
 
+TEST(ConditionGraph, ChangedConditionsAreAscendingHoweverManyAndHoweverFarApart)
+{
+    for (const unsigned count : {3U, 64U, 65U, 300U})
+        for (const unsigned apart : {1U, 300U}) {
+            ConditionGraph graph;
+            ConditionGraph::Tag a = 0;
+            std::vector<unsigned> ids;
+            for (unsigned i = 0; i < count; ++i) {
+                ids.push_back(70 + i * apart);
+                const std::string other = i % 2 ? " && !'N" + std::to_string(i) + "'" : "";
+                for (const KRMemory::Watch& watch : graph.add(ids[i], "'A' == 1" + other))
+                    a = watch.key == "A" ? watch.tag : a;
+            }
+            EXPECT_EQ(graph.set(a, 1, {}), ids) << count << " " << apart;
+            for (std::size_t i = 0; i < ids.size(); ++i) {
+                graph.remove(ids[i]);
+                ids.erase(ids.begin() + static_cast<std::ptrdiff_t>(i));
+            }
+            EXPECT_EQ(graph.set(a, 0, {}), ids) << count << " " << apart;
+        }
+}
+
+TEST(SmallList, HoldsWhatAVectorWould)
+{
+    std::mt19937 random{1};
+    SmallList<unsigned> list;
+    std::vector<unsigned> model;
+    for (unsigned i = 0; i < 20000; ++i) {
+        const auto last = static_cast<std::ptrdiff_t>(model.size()) - 1;
+        if (last < 0 || random() % 100 < (i / 500 % 2 ? 45 : 55)) {
+            list.push_back(i);
+            model.push_back(i);
+        } else {
+            // Mostly from one end, for a while from this one and for a while from that.
+            const std::ptrdiff_t places[] = {0, last, last / 2, i / 1000 % 2 ? last : 0};
+            const auto place = model.begin() + places[std::min<std::size_t>(random() % 12, 3)];
+            list.erase(*place);
+            model.erase(place);
+        }
+        ASSERT_EQ(std::vector<unsigned>(list.begin(), list.end()), model) << i;
+    }
+}
+
 TEST(ConditionGraph, TheDeepestConditionThatParsesIsHandled)
 {
     std::string text = "'A'";
     for (std::size_t i = 0; i < kMaxConditionDepth; ++i)
-        text.insert(0, "('B'||'C'&&'D'==").append("<2)");
+        text.insert(0, "('B'||'C'&&'D'==").append("<2<2)");
     ConditionGraph graph;
     for (const KRMemory::Watch& watch : graph.add(1, text))
         graph.set(watch.tag, KRValue(watch.key == "C" || watch.key == "D"), {});
