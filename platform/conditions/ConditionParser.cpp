@@ -1,5 +1,6 @@
 #include "platform/conditions/ConditionParser.h"
 
+#include <algorithm>
 #include <unordered_set>
 #include <utility>
 
@@ -41,7 +42,7 @@ private:
     ConditionLexer lexer_;
     Token token_;
     std::size_t depth_ = 0;    ///< of parentheses and negations that are open
-    std::size_t chained_ = 0;  ///< comparisons of a comparison's outcome, in the whole text
+    std::size_t chained_ = 0;  ///< in the expression that was read last, in one another
 };
 
 Expression Parser::parse()
@@ -79,21 +80,26 @@ Expression Parser::flat(Level level, TokenKind separator, Expression::Kind kind)
         return first;
     Expression whole{kind, {}, {}, {}};
     whole.operands.push_back(std::move(first));
+    std::size_t chained = chained_;
     while (token_.kind == separator) {
         advance();
         whole.operands.push_back((this->*level)());
+        chained = std::max(chained, chained_);
     }
+    chained_ = chained;
     return whole;
 }
 
 Expression Parser::leftToRight(Level level, TokenKind first, TokenKind last)
 {
     Expression left = (this->*level)();
+    std::size_t chained = chained_;
     for (bool chain = false; token_.kind >= first && token_.kind <= last; chain = true) {
         // Each further comparison puts what is there one level deeper.
-        if (chain && ++chained_ > kMaxConditionDepth)
+        if (chain && ++chained > kMaxConditionDepth)
             lexer_.fail(token_.begin,
-                        "at most " + std::to_string(kMaxConditionDepth) + " chained comparisons",
+                        "at most " + std::to_string(kMaxConditionDepth) +
+                            " comparisons chained in one another",
                         "more");
         const int offset = static_cast<int>(token_.kind) - static_cast<int>(TokenKind::equal);
         const int kind = static_cast<int>(Expression::Kind::equal) + offset;
@@ -102,8 +108,10 @@ Expression Parser::leftToRight(Level level, TokenKind first, TokenKind last)
         whole.operands.push_back(std::move(left));
         advance();
         whole.operands.push_back((this->*level)());
+        chained = std::max(chained, chained_);
         left = std::move(whole);
     }
+    chained_ = chained;
     return left;
 }
 
@@ -111,11 +119,13 @@ Expression Parser::operand()
 {
     switch (token_.kind) {
         case TokenKind::literal: {
+            chained_ = 0;
             Expression literal{Expression::Kind::literal, std::move(token_.value), {}, {}};
             advance();
             return literal;
         }
         case TokenKind::key: {
+            chained_ = 0;
             Expression key{Expression::Kind::key, {}, std::move(token_.key), {}};
             advance();
             return key;

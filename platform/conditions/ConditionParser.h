@@ -30,8 +30,9 @@ private:
 /// Longest condition text that is parsed. The longest that people and generators write are a few
 /// hundred bytes; beyond this a text is a mistake, refused before any work is done on it.
 constexpr std::size_t kMaxConditionBytes = std::size_t{64} * 1024;
-/// Deepest nesting of parentheses and negations, far beyond what a person can read; it bounds the
-/// stack that parsing and evaluating use.
+/// Deepest nesting of parentheses and negations, and again of comparisons whose left side is a
+/// comparison; far beyond what a person can read. It bounds the stack that parsing and evaluating
+/// use.
 constexpr std::size_t kMaxConditionDepth = 200;
 
 /// A parsed condition.

@@ -57,6 +57,8 @@ TEST(ConditionParser, ReadsLiteralsAndKeysExactly)
         {"9223372036854775807", std::int64_t{9223372036854775807}},
         {"-9223372036854775808", std::numeric_limits<std::int64_t>::min()},
         {"-2.5e-3", -0.0025},
+        {"1E+2", 100.0},
+        {"-0", 0},
         {R"("a\"b\\c\nd\te")", "a\"b\\c\nd\te"},
         {"\"it's\nü\"", "it's\nü"},
     };
@@ -69,10 +71,12 @@ TEST(ConditionParser, ReadsLiteralsAndKeysExactly)
 
 TEST(ConditionParser, RefusedTextsNameThePlaceAndWhatWasExpected)
 {
-    const std::pair<std::string, const char*> rows[] = {
+    const std::pair<std::string, std::string> rows[] = {
         {"", "1:1: expected a key, a literal, '!' or '(', found the end"},
         {"'A' &&\n  == 1", "2:3: expected a key, a literal, '!' or '(', found '=='"},
         {"'A' 'B'", "1:5: expected an operator or the end, found a key"},
+        {"'A' \"B\"", "1:5: expected an operator or the end, found a text"},
+        {"'A' | 'B'", "1:5: expected '||', found '|'"},
         {"'ü' and 'B'", "1:6: expected an operator or the end, found 'and'"},
         {"('A' 5)", "1:6: expected an operator or ')', found '5'"},
         {"'A' & 'B'", "1:5: expected '&&', found '&'"},
@@ -85,15 +89,21 @@ TEST(ConditionParser, RefusedTextsNameThePlaceAndWhatWasExpected)
         {"'A' == \"b", "1:8: expected a \" that closes this text, found the end"},
         {"\"b\\\"", "1:1: expected a \" that closes this text, found the end"},
         {R"("\q")", "1:3: expected \", \\, n or t after a \\, found 'q'"},
+        {"\"b\\", "1:4: expected \", \\, n or t after a \\, found the end"},
         {"1e+", "1:4: expected the digits of an exponent, found the end"},
+        {"- 1", "1:2: expected a digit after '-', found ' '"},
+        {"1.e5", "1:3: expected a digit after '.', found 'e'"},
         {"9223372036854775808", "1:1: expected an integer of 64 bits, found 9223372036854775808"},
         {"1e999", "1:1: expected a number in the range of a float, found 1e999"},
         {std::string("'A'\0", 4), "1:4: expected an operator or the end, found byte 0x00"},
         {"'A'\n== \"\xff\"", "2:5: expected a character in UTF-8, found byte 0xFF"},
         {"'\xc3", "1:2: expected a character in UTF-8, found byte 0xC3"},
         {"'\xc0\xaf'", "1:2: expected a character in UTF-8, found byte 0xC0"},
-        {"'A' == " + std::string(50, 'x'),
-         "1:8: expected a key, a literal, '!' or '(', found a long word"},
+        {"'\xed\xa0\x80'", "1:2: expected a character in UTF-8, found byte 0xED"},
+        {"'\x7f'", "1:2: expected a key without control characters, found byte 0x7F"},
+        {std::string(40, 'x'),
+         "1:1: expected a key, a literal, '!' or '(', found '" + std::string(40, 'x') + "'"},
+        {std::string(41, 'x'), "1:1: expected a key, a literal, '!' or '(', found a long word"},
     };
     for (const auto& [text, error] : rows)
         EXPECT_EQ(problemOf(text), error) << text;
@@ -105,12 +115,17 @@ TEST(ConditionParser, SizeAndDepthAreBoundedButFlatChainsMayBeLong)
         "1:201: expected at most 200 nested parentheses and negations, found more";
     EXPECT_EQ(problemOf(repeated("(", 10000) + "'A'" + repeated(")", 10000)), tooDeep);
     EXPECT_EQ(problemOf(repeated("!", 10000) + "'A'"), tooDeep);
-    EXPECT_EQ(problemOf("1" + repeated("<1", 10000)),
-              "1:404: expected at most 200 chained comparisons, found more");
+    const std::string chain = "1" + repeated("<1", 201);
+    const std::string tooLong =
+        "expected at most 200 comparisons chained in one another, found more";
+    EXPECT_EQ(problemOf(chain + repeated("<1", 10000)), "1:404: " + tooLong);
+    EXPECT_EQ(problemOf("1 == (2 || " + chain + ") == 1"), "1:417: " + tooLong);
     EXPECT_EQ(problemOf(std::string(kMaxConditionBytes + 1, '(')),
               "1:1: expected at most 65536 bytes, found 65537");
 
     EXPECT_EQ(problemOf(repeated("(", 200) + "'A'" + repeated(")", 200)), "none");
+    EXPECT_EQ(problemOf(repeated("!", 200) + "'A' && " + repeated("!", 200) + "'A'"), "none");
+    EXPECT_EQ(problemOf("1 == (2 || " + chain + ")" + repeated(" && " + chain, 100)), "none");
     EXPECT_EQ(problemOf("'A'" + std::string(kMaxConditionBytes - 3, ' ')), "none");
     EXPECT_EQ(parseCondition("'A'" + repeated("&&'B'", 10000)).operands.size(), 10001U);
 }
