@@ -81,6 +81,7 @@ bool ConditionChecker::Impl::removeCondition(unsigned id)
         own = std::move(callback->second);
         callbacks_.erase(callback);
     }
+    keepValues();
     const ConditionGraph::Watches removed = graph_.remove(id);
     if (!removed.empty())
         snapshots_.noteKeys();
@@ -105,10 +106,14 @@ bool ConditionChecker::Impl::isConditionTrue(unsigned id) const
 
 void ConditionChecker::Impl::resetChecks()
 {
+    std::shared_ptr<Run> ended;  // destroyed without the lock
     const vo::Lock lock(mutex_);
-    conditions_.forEach([](unsigned, Condition& condition) { condition.truth = false; });
-    if (run_)
-        enqueueEvaluation();
+    ended = endRunOfOneMoment();
+    if (!run_)
+        return forgetTruths();
+    takeChanges(*run_);
+    run_->line.push_back({kEvaluate, {}, true});
+    postWork();
 }
 
 void ConditionChecker::Impl::run(vo::Duration period, bool once)
@@ -125,6 +130,7 @@ void ConditionChecker::Impl::run(vo::Duration period, bool once)
         executor->post([this, number] { work(number); });
     });
 
+    keepValues();
     const ConditionGraph::Watches watches = graph_.watches();
     setAll(watches, data.watch(run_->feed, watches));
     run_->followed = lastId_;
@@ -137,18 +143,17 @@ void ConditionChecker::Impl::run(vo::Duration period, bool once)
 
 void ConditionChecker::Impl::stop()
 {
-    std::shared_ptr<Run> ended;  // destroyed without the lock
-    const auto self = std::this_thread::get_id();
+    // Destroyed without the lock.
+    std::shared_ptr<Run> ended;
+    std::deque<Report> dropped;
     const vo::Lock lock(mutex_);
     ended = endRun();
+    outbox_.swap(dropped);
     const std::uint64_t stop = stops_++;
-    const bool inside = std::any_of(deliveries_.begin(), deliveries_.end(),
-                                    [&](const Delivery& d) { return d.thread == self; });
-    if (inside)
+    if (deliveryHere())
         return;
-    const auto isAwaited = [stop](const Delivery& d) { return d.stops <= stop; };
     ++awaiting_;
-    while (std::any_of(deliveries_.begin(), deliveries_.end(), isAwaited))
+    while (delivery_ && delivery_->stops <= stop)
         delivered_.wait(mutex_);
     --awaiting_;
 }
@@ -162,38 +167,53 @@ std::shared_ptr<ConditionChecker::Impl::Run> ConditionChecker::Impl::endRun()
     return std::exchange(run_, nullptr);
 }
 
+/// A run of one moment is over when that is handled: whoever needs what comes after it does not
+/// wait for its task. That is still to come, and delivers.
+std::shared_ptr<ConditionChecker::Impl::Run> ConditionChecker::Impl::endRunOfOneMoment()
+{
+    if (!run_ || !run_->once)
+        return nullptr;
+    handleAhead(*run_);
+    return endRun();
+}
+
+/// Brings the graph and the truths up to date with memory; what that makes reportable waits.
+void ConditionChecker::Impl::catchUp()
+{
+    if (!run_) {
+        keepValues();
+        const ConditionGraph::Watches watches = graph_.watches();
+        return setAll(watches, readMemory(watches));
+    }
+    takeChanges(*run_);
+    while (run_->next < run_->line.size())
+        handleAhead(*run_);
+}
+
 ConditionChecker::Hits ConditionChecker::Impl::checkConditions(bool report)
 {
-    Report moment;
+    std::shared_ptr<Run> ended;  // destroyed without the lock
+    bool delivers = false;
     Hits hits;
     {
         const vo::Lock lock(mutex_);
         memory();  // refuses a checker that is not connected
-        if (run_) {
-            takeChanges(*run_);
-            while (run_->next < run_->line.size()) {
-                Report queued;
-                handleNext(*run_, queued);
-                if (queued.empty())
-                    continue;
-                address(queued);
-                run_->outbox.push_back(std::move(queued));
-            }
-            postWork();
-        } else {
-            const ConditionGraph::Watches watches = graph_.watches();
-            setAll(watches, readMemory(watches));
-        }
+        ended = endRunOfOneMoment();
+        catchUp();
+        Report moment;
         evaluateAll(true, moment);
         hits = moment.hits;
         for (const Report::Own& own : moment.own)
             hits.push_back(own.hit);
-        address(moment);
-        if (report)
-            beginDelivery(moment);
+        if (report) {
+            delivers = !run_ && !delivery_ && outbox_.empty();
+            enqueue(std::move(moment));
+        }
+        if (run_ && !outbox_.empty())
+            postWork();
     }
-    if (report)
-        deliver(moment);
+    if (delivers)
+        work(kNoRun);
     std::sort(hits.begin(), hits.end(),
               [](const Hit& a, const Hit& b) { return a.first < b.first; });
     return hits;
@@ -207,7 +227,10 @@ PersistentValues ConditionChecker::Impl::getPersistentValues() const
         values[key] = {stamp, now.value};
     };
     const vo::Lock lock(mutex_);
-    if (run_) {
+    const Delivery* const here = deliveryHere();
+    if (here && here->values)
+        return *here->values;
+    if (here || run_) {
         graph_.forEachKey(put);
         return values;
     }
@@ -222,7 +245,10 @@ std::shared_ptr<const PersistentValues> ConditionChecker::Impl::sharePersistentV
 {
     {
         const vo::Lock lock(mutex_);
-        if (run_)
+        const Delivery* const here = deliveryHere();
+        if (here && here->values)
+            return here->values;
+        if (here || run_)
             return snapshots_.take(graph_);
     }
     return std::make_shared<const PersistentValues>(getPersistentValues());
@@ -237,10 +263,9 @@ void ConditionChecker::Impl::exit()
     const vo::Lock lock(mutex_);
     callback.swap(callback_);
     callbacks.swap(callbacks_);
-    // The latest first, as the graph likes it.
-    for (unsigned id = lastId_; id > 0; --id)
-        if (conditions_.find(id))
-            graph_.remove(id);
+    keepValues();
+    conditions_.forEach([this](unsigned id, const Condition&)
+                            VO_REQUIRES(mutex_) { graph_.remove(id); });
     conditions_ = IdTable<Condition>();
     snapshots_.noteKeys();
 }

@@ -32,7 +32,9 @@ using PersistentValues = std::map<std::string, std::pair<std::uint64_t, KRValue>
 /// hit list, in ascending id order; conditions with a callback of their own follow it. Changes are
 /// handled in the order in which they were raised and none is skipped. Hits are delivered on the
 /// checker's own thread with no lock held, so a callback may call the checker, and may be slow:
-/// changes queue up meanwhile. A callback that throws is logged, and the checker goes on.
+/// changes queue up meanwhile. One hit list is delivered at a time, in the order of their moments,
+/// whoever had them found; a callback sees the persistent values as of the moment that it is told
+/// of. A callback that throws is logged, and the checker goes on.
 ///
 /// Condition texts are parsed once, equal ones together, and keys resolved to slots once.
 /// Sub-conditions with the same meaning are one node, which passes on only a change of its truth,
@@ -88,8 +90,8 @@ public:
     bool isConditionTrue(unsigned id) const;
 
     /// Forgets every cached truth, so that what is true at the next evaluation counts as having
-    /// become true. A running checker evaluates every condition anew once it has handled the
-    /// changes that are queued.
+    /// become true. A running checker first handles the changes that are queued, each as the moment
+    /// that it is, and then forgets and evaluates every condition anew.
     void resetChecks();
 
     /// Starts: evaluates every condition against memory as one first moment, then follows the
@@ -103,14 +105,16 @@ public:
 
     /// Brings every cached truth up to date with memory now, as one moment, and returns what is
     /// then reportable, a period's report of mode 0 included, in ascending id order, conditions
-    /// with their own callback too. With `report` it is also delivered to the callbacks, on the
-    /// calling thread. Works on an idle checker as well. On a running one the changes that are
-    /// queued come first, each as the moment that it is: their hits are not part of the list, but
-    /// reach the callbacks on the checker's thread as ever.
+    /// with their own callback too. With `report` it is also delivered to the callbacks, in its
+    /// turn. On a running checker the changes that are queued come first, each as the moment that
+    /// it is: their hits are not part of the list, but reach the callbacks before it; all on the
+    /// checker's thread, for which nobody waits here. On an idle one the calling thread delivers,
+    /// unless another one does so already and goes on with this list.
     Hits checkConditions(bool report);
 
-    /// As of the latest change that a running checker has handled; as of now on an idle one. A key
-    /// that was never written has the stamp 0 and the invalid value.
+    /// As of the latest change that a running checker has handled; as of now on an idle one; and
+    /// inside a callback, on its thread, as of the moment of the hits. A key that was never written
+    /// has the stamp 0 and the invalid value.
     PersistentValues getPersistentValues() const;
     /// The same, in a map that is the caller's alone to read and that nobody alters while it is
     /// held. Much cheaper on a running checker: maps that were let go are brought up to date and

@@ -5,6 +5,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -23,8 +24,12 @@ namespace KR {
 /// The checker's thread is an executor; what is to be done there waits in the run, and a task is
 /// posted whenever something was put there. Every step of the work is done under the mutex, its
 /// hits are delivered after the mutex is released. Tasks know the number of their run, so those of
-/// a run that has ended do nothing; none runs once the executor is closed, which the checker's end
-/// waits for, so they need not keep the checker alive.
+/// a run that has ended handle nothing more; none runs once the executor is closed, which the
+/// checker's end waits for, so they need not keep the checker alive.
+///
+/// One report is delivered at a time. Those of moments that are handled ahead of it wait in the
+/// outbox, which is always somebody's to empty: the running checker's thread, otherwise whoever
+/// delivers, or finds nobody who does. Nobody waits for the one who delivers, but a stop.
 class ConditionChecker::Impl {
 public:
     void connect(const boost::shared_ptr<KRBroker>& broker);
@@ -54,6 +59,8 @@ private:
         bool own : 1;           ///< has a callback in callbacks_
     };
 
+    using Values = std::shared_ptr<const PersistentValues>;
+
     /// What one moment makes reportable, and to whom.
     struct Report {
         struct Own {
@@ -62,10 +69,18 @@ private:
         };
         std::shared_ptr<const Callback> callback;
         std::uint64_t stops = 0;  ///< how many stops there had been
+        Values values;            ///< of the moment; null while the graph still has them
         Hits hits;
         std::vector<Own> own;
 
         bool empty() const { return hits.empty() && own.empty(); }
+    };
+
+    /// The report that is being delivered.
+    struct Delivery {
+        std::thread::id thread;
+        std::uint64_t stops;  ///< as of the report
+        Values values;        ///< as of the report
     };
 
     /// One time of running. Guarded by mutex_, but for what is constant.
@@ -81,13 +96,13 @@ private:
         bool begun = false;              ///< the first moment is handled
         unsigned followed = 0;           ///< conditions up to this one have had their first turn
         bool posted = false;             ///< a task is on its way that sees to the line
-        std::deque<Report> outbox;       ///< of moments that are handled, to be delivered first
+        bool putOff = false;             ///< such a task came while somebody else delivered
         vo::Executor::TaskId tick = 0;
     };
 
     /// The tag of an entry in the line of changes that is no change, but the place at which
-    /// conditions are evaluated: all of them anew, or one after the other those that were added, up
-    /// to the one whose id is the value.
+    /// conditions are evaluated: all of them, after their truths were forgotten where the value is
+    /// true; or one after the other those that were added, up to the one whose id is the value.
     static constexpr ConditionGraph::Tag kEvaluate = 0;
     static bool isOfAdded(const MemoryChange& entry)
     {
@@ -99,8 +114,10 @@ private:
     /// nothing.
     static constexpr int kMomentsAtOnce = 64;
 
-    // On the checker's thread.
-    using Work = void (Impl::*)(std::uint64_t run);
+    /// The number that no run has.
+    static constexpr std::uint64_t kNoRun = 0;
+
+    // On the checker's thread; while it is idle, on that of a check.
     void work(std::uint64_t run) VO_EXCLUDES(mutex_);
     void repeat(std::uint64_t run) VO_EXCLUDES(mutex_);
 
@@ -110,9 +127,10 @@ private:
         return run_ && run_->number == run;
     }
     void postWork() VO_REQUIRES(mutex_);
-    void enqueueEvaluation() VO_REQUIRES(mutex_);
     void enqueueAdded(unsigned id) VO_REQUIRES(mutex_);
     std::shared_ptr<Run> endRun() VO_REQUIRES(mutex_);
+    std::shared_ptr<Run> endRunOfOneMoment() VO_REQUIRES(mutex_);
+    void catchUp() VO_REQUIRES(mutex_);
     std::vector<KRMemory::Snapshot> readMemory(const ConditionGraph::Watches& watches) const
         VO_REQUIRES(mutex_);
     const std::vector<unsigned>& follow(ConditionGraph::Tag tag, const KRValue& value,
@@ -123,12 +141,17 @@ private:
     void takeChanges(Run& run) VO_REQUIRES(mutex_);
     bool hasMore(const Run& run) const VO_REQUIRES(mutex_)
     {
-        return run.next < run.line.size() || !run.outbox.empty();
+        return run.next < run.line.size() || !outbox_.empty();
     }
+    bool takeWaiting(Report& report) VO_REQUIRES(mutex_);
     void handleNext(Run& run, Report& report) VO_REQUIRES(mutex_);
+    void handleAhead(Run& run) VO_REQUIRES(mutex_);
     void nextReport(Run& run, Report& report) VO_REQUIRES(mutex_);
     void address(Report& report) const VO_REQUIRES(mutex_);
+    void enqueue(Report report) VO_REQUIRES(mutex_);
+    void keepValues() VO_REQUIRES(mutex_);
     void addHit(unsigned id, const Condition& condition, Report& report) VO_REQUIRES(mutex_);
+    void forgetTruths() VO_REQUIRES(mutex_);
     void evaluateAll(bool repeats, Report& report) VO_REQUIRES(mutex_);
     void evaluate(unsigned id, Report& report) VO_REQUIRES(mutex_);
     bool note(unsigned id, Condition& condition, bool repeats) VO_REQUIRES(mutex_);
@@ -136,6 +159,8 @@ private:
 
     void beginDelivery(const Report& report) VO_REQUIRES(mutex_);
     void deliver(Report& report) VO_EXCLUDES(mutex_);
+    void callBack(Report& report) VO_EXCLUDES(mutex_);
+    const Delivery* deliveryHere() const VO_REQUIRES(mutex_);
     template <class Call>
     void call(unsigned id, Call callback) VO_EXCLUDES(mutex_);
     bool isStopped(const Report& report) const VO_EXCLUDES(mutex_);
@@ -154,14 +179,10 @@ private:
     std::shared_ptr<Run> run_ VO_GUARDED_BY(mutex_);  ///< null while idle
     std::uint64_t lastRun_ VO_GUARDED_BY(mutex_) = 0;
 
-    // The delivery of a report in progress: its thread, and the stops before its moment.
+    std::deque<Report> outbox_ VO_GUARDED_BY(mutex_);  ///< those without values come last
     // vo::CallbackGate would not do: once closed it stays closed, and a checker can run again.
-    struct Delivery {
-        std::thread::id thread;
-        std::uint64_t stops;
-    };
-    std::vector<Delivery> deliveries_ VO_GUARDED_BY(mutex_);
-    int awaiting_ VO_GUARDED_BY(mutex_) = 0;  ///< stops that wait for deliveries
+    std::optional<Delivery> delivery_ VO_GUARDED_BY(mutex_);
+    int awaiting_ VO_GUARDED_BY(mutex_) = 0;  ///< stops that wait for the delivery
     vo::Condition delivered_;
     std::uint64_t stops_ VO_GUARDED_BY(mutex_) = 0;
 };

@@ -45,34 +45,47 @@ void ConditionChecker::Impl::work(std::uint64_t run)
         Report report;
         {
             const vo::Lock lock(mutex_);
-            if (!isRunning(run))
+            if (delivery_) {
+                if (isRunning(run))
+                    run_->putOff = true;
                 return;
-            if (take) {
-                run_->posted = false;
-                takeChanges(*run_);
             }
-            nextReport(*run_, report);
-            more = hasMore(*run_);
+            more = isRunning(run);
+            if (more) {
+                if (take) {
+                    run_->posted = false;
+                    takeChanges(*run_);
+                }
+                nextReport(*run_, report);
+                more = hasMore(*run_);
+                if (run_->once && run_->begun)
+                    ended = endRun();
+            } else if (!run_) {
+                takeWaiting(report);
+            }
             if (!report.empty())
                 beginDelivery(report);
-            if (run_->once && run_->begun && run_->outbox.empty()) {
-                ended = endRun();
-                more = false;
-            }
         }
         if (!report.empty())
             deliver(report);
     }
 }
 
+/// False when none waits.
+bool ConditionChecker::Impl::takeWaiting(Report& report)
+{
+    if (outbox_.empty())
+        return false;
+    report = std::move(outbox_.front());
+    outbox_.pop_front();
+    return true;
+}
+
 /// What is to be delivered next, if anything.
 void ConditionChecker::Impl::nextReport(Run& run, Report& report)
 {
-    if (!run.outbox.empty()) {
-        report = std::move(run.outbox.front());
-        run.outbox.pop_front();
+    if (takeWaiting(report))
         return;
-    }
     for (int i = 0; i < kMomentsAtOnce && run.next < run.line.size(); ++i) {
         handleNext(run, report);
         if (!report.empty())
@@ -95,19 +108,9 @@ void ConditionChecker::Impl::repeat(std::uint64_t run)
             if (condition.mode == ReportWhileTrue && condition.truth)
                 addHit(id, condition, report);
         });
-        if (!report.empty()) {
-            address(report);
-            run_->outbox.push_back(std::move(report));
-        }
+        enqueue(std::move(report));
     }
     work(run);
-}
-
-void ConditionChecker::Impl::enqueueEvaluation()
-{
-    takeChanges(*run_);
-    run_->line.push_back({kEvaluate, {}, {}});
-    postWork();
 }
 
 /// Conditions that are added with no change between them share an entry.
@@ -144,6 +147,8 @@ void ConditionChecker::Impl::handleNext(Run& run, Report& report)
         if (run.followed < change.value.toInt())
             return;
     } else if (change.tag == kEvaluate) {
+        if (change.value.isTrue())
+            forgetTruths();
         evaluateAll(false, report);
     } else {
         if (run.next + 1 < run.line.size())
@@ -151,6 +156,15 @@ void ConditionChecker::Impl::handleNext(Run& run, Report& report)
         noteChanged(follow(change.tag, change.value, change.time), report);
     }
     ++run.next;
+}
+
+/// The same, while earlier reports may still be on their way: what it makes reportable waits.
+void ConditionChecker::Impl::handleAhead(Run& run)
+{
+    keepValues();
+    Report report;
+    handleNext(run, report);
+    enqueue(std::move(report));
 }
 
 /// Brings the graph up to date with one change. Returns the conditions whose truth it changed
@@ -170,12 +184,39 @@ void ConditionChecker::Impl::address(Report& report) const
     report.stops = stops_;
 }
 
+void ConditionChecker::Impl::enqueue(Report report)
+{
+    if (report.empty())
+        return;
+    address(report);
+    outbox_.push_back(std::move(report));
+}
+
+/// Before the graph moves on: what is on its way keeps the values of its moment.
+void ConditionChecker::Impl::keepValues()
+{
+    const bool delivered = delivery_ && !delivery_->values;
+    const bool waits = !outbox_.empty() && !outbox_.back().values;
+    if (!delivered && !waits)
+        return;
+    const Values values = snapshots_.take(graph_);
+    if (delivered)
+        delivery_->values = values;
+    for (auto report = outbox_.rbegin(); report != outbox_.rend() && !report->values; ++report)
+        report->values = values;
+}
+
 void ConditionChecker::Impl::addHit(unsigned id, const Condition& condition, Report& report)
 {
     if (condition.own)
         report.own.push_back({{id, condition.truth}, callbacks_.at(id)});
     else
         report.hits.emplace_back(id, condition.truth);
+}
+
+void ConditionChecker::Impl::forgetTruths()
+{
+    conditions_.forEach([](unsigned, Condition& condition) { condition.truth = false; });
 }
 
 void ConditionChecker::Impl::evaluateAll(bool repeats, Report& report)
@@ -223,11 +264,42 @@ void ConditionChecker::Impl::noteChanged(const std::vector<unsigned>& changed, R
 /// From here on a stop waits until it is delivered.
 void ConditionChecker::Impl::beginDelivery(const Report& report)
 {
-    deliveries_.push_back({std::this_thread::get_id(), report.stops});
+    delivery_ = Delivery{std::this_thread::get_id(), report.stops, report.values};
 }
 
-/// Of a delivery that was begun. Each callback on its own: one that stops the checker is the last.
+/// The one that the calling thread is inside of; null when there is none.
+const ConditionChecker::Impl::Delivery* ConditionChecker::Impl::deliveryHere() const
+{
+    return delivery_ && delivery_->thread == std::this_thread::get_id() ? &*delivery_ : nullptr;
+}
+
+/// Of a delivery that was begun, and then of what an idle checker has waiting. From the end of the
+/// last one on the checker may be gone.
 void ConditionChecker::Impl::deliver(Report& report)
+{
+    for (bool more = true; more;) {
+        callBack(report);
+        Report next;  // what is delivered is destroyed without the lock
+        {
+            // Notified under it: the one who waits may be about to destroy the checker.
+            const vo::Lock lock(mutex_);
+            delivery_.reset();
+            if (awaiting_ > 0)
+                delivered_.notifyAll();
+            if (run_ && std::exchange(run_->putOff, false)) {
+                run_->posted = false;
+                postWork();
+            }
+            more = !run_ && takeWaiting(next);
+            if (more)
+                beginDelivery(next);
+        }
+        report = std::move(next);
+    }
+}
+
+/// Each callback on its own: one that stops the checker is the last.
+void ConditionChecker::Impl::callBack(Report& report)
 {
     if (!report.hits.empty() && report.callback && *report.callback)
         call(0, [&] { (*report.callback)(std::move(report.hits)); });
@@ -237,14 +309,6 @@ void ConditionChecker::Impl::deliver(Report& report)
         const unsigned id = own.hit.first;
         call(id, [&] { (*own.callback)(id, own.hit.second); });
     }
-    // Notified under the lock: the one who waits may be about to destroy the checker.
-    const vo::Lock lock(mutex_);
-    const auto isThis = [&, self = std::this_thread::get_id()](const Delivery& d) {
-        return d.thread == self && d.stops == report.stops;
-    };
-    deliveries_.erase(std::find_if(deliveries_.begin(), deliveries_.end(), isThis));
-    if (awaiting_ > 0)
-        delivered_.notifyAll();
 }
 
 /// The id is of the condition whose own callback it is, or 0.

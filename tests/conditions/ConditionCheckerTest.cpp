@@ -118,6 +118,7 @@ TEST_F(CheckerTest, AConditionAddedWhileRunningNeverSeesAMomentThatWasNone)
     EXPECT_FALSE(checker.isConditionTrue(both));
 
     EXPECT_TRUE(checker.removeCondition(pulse));
+    EXPECT_FALSE(checker.removeCondition(pulse)) << "again";
     EXPECT_FALSE(checker.hasCondition(pulse));
     memory.raiseEvent("New", 2);
     EXPECT_THAT(taken(), IsEmpty());
@@ -129,7 +130,7 @@ TEST_F(CheckerTest, ARestartReadsMemoryAnewAndReplaysNothing)
 {
     memory.raiseEvent("A", 1);
     const unsigned a = add("'A'");
-    const unsigned pulsed = add("'B' == 1");
+    add("'B' == 1");
     const unsigned never = add("'A' == 1", ConditionChecker::ReportNever);
     start();
     EXPECT_THAT(taken(), ElementsAre(hits({a})));
@@ -148,18 +149,49 @@ TEST_F(CheckerTest, ARestartReadsMemoryAnewAndReplaysNothing)
     EXPECT_FALSE(checker.isConditionTrue(a));
     start();
     EXPECT_THAT(taken(), ElementsAre(hits({a})));
+    const unsigned off = add("'A'", ConditionChecker::ReportBecomesFalse);
+    taken();
+    for (const int value : {0, 3})
+        memory.raiseEvent("A", value);
     checker.resetChecks();
-    EXPECT_THAT(taken(), ElementsAre(hits({a}))) << "anew, while it runs";
+    checker.run(kSecond, false);
+    EXPECT_TRUE(checker.isConditionTrue(off)) << "not handled yet";
+    EXPECT_THAT(taken(), ElementsAre(hits({off}, false), hits({a}), hits({a})))
+        << "anew, after what was queued";
+    EXPECT_FALSE(platform.clock->untilNextTask()) << "running it once more changes nothing";
+}
 
-    checker.stop();
-    checker.resetChecks();
+TEST_F(CheckerTest, ARunOfOneMomentIsOverWithIt)
+{
+    memory.raiseEvent("A", 1);
+    const unsigned a = add("'A'");
+    const unsigned pulsed = add("'B' == 1");
+    const unsigned both = add("'A' && 'B' == 2", ConditionChecker::ReportWhileTrue);
     checker.run(kSecond, true);
     memory.raiseEvent("B", 1);
-    EXPECT_THAT(taken(), ElementsAre(hits({a}))) << "once";
+    EXPECT_THAT(taken(), ElementsAre(hits({a})));
     memory.raiseEvent("A", 0);
     platform.advance(seconds(3));
     EXPECT_THAT(taken(), IsEmpty());
     EXPECT_FALSE(checker.isConditionTrue(pulsed));
+
+    // The first moment has not had its turn when the next one comes.
+    checker.run(0, true);
+    for (const int value : {1, 2})
+        memory.raiseEvent("B", value);
+    checker.resetChecks();
+    EXPECT_FALSE(checker.isConditionTrue(pulsed));
+    memory.raiseEvent("A", 1);
+    checker.run(0, true);
+    memory.raiseEvent("B", 1);
+    memory.raiseEvent("B", 2);
+    EXPECT_EQ(checker.checkConditions(true), hits({both}));
+    EXPECT_THAT(lists, IsEmpty()) << "behind the run's, which come on the checker's thread";
+    EXPECT_THAT(taken(), ElementsAre(hits({pulsed}), hits({a, both}), hits({both})))
+        << "no pulse after a moment is one of it";
+    checker.resetChecks();
+    start();
+    EXPECT_THAT(taken(), ElementsAre(hits({a, both}))) << "it was idle";
 }
 
 TEST_F(CheckerTest, WhatIsTrueIsReportedAgainAtEveryPeriod)
@@ -167,16 +199,19 @@ TEST_F(CheckerTest, WhatIsTrueIsReportedAgainAtEveryPeriod)
     add("'A'", ConditionChecker::ReportWhileTrue);
     add("'A'");
     add("'B'", ConditionChecker::ReportWhileTrue);
+    for (int i = 0; i < 100; ++i)
+        add("'C'", ConditionChecker::ReportWhileTrue);
+    const unsigned last = add("'B'", ConditionChecker::ReportWhileTrue);
     start(6 * kSecond);
     platform.advance(seconds(5));
     memory.raiseEvent("A", 1);
     memory.raiseEvent("B", 1);
-    EXPECT_THAT(taken(), ElementsAre(hits({1, 2}), hits({3})));
+    EXPECT_THAT(taken(), ElementsAre(hits({1, 2}), hits({3, last})));
     platform.advance(seconds(13));
-    EXPECT_THAT(taken(), ElementsAre(hits({1, 3}), hits({1, 3}), hits({1, 3})));
+    EXPECT_THAT(taken(), testing::AllOf(testing::SizeIs(3), testing::Each(hits({1, 3, last}))));
     memory.raiseEvent("A", 0);
     platform.advance(seconds(6));
-    EXPECT_THAT(taken(), ElementsAre(hits({3})));
+    EXPECT_THAT(taken(), ElementsAre(hits({3, last})));
     checker.stop();
     EXPECT_FALSE(platform.clock->untilNextTask()) << "no timer stays behind";
 }
@@ -192,8 +227,14 @@ TEST_F(CheckerTest, ACheckIsUpToDateWithMemory)
     memory.raiseEvent("B", 1);
     EXPECT_EQ(checker.checkConditions(false), hits({1, 2, 3})) << "idle";
     EXPECT_EQ(checker.checkConditions(true), hits({1}));
-    EXPECT_THAT(std::exchange(lists, {}), ElementsAre(hits({1})));
+    EXPECT_THAT(std::exchange(lists, {}), ElementsAre(hits({1}))) << "on this thread";
     EXPECT_EQ(own, 0U);
+    memory.raiseEvent("A", 0);
+    checker.checkConditions(true);
+    memory.raiseEvent("A", 1);
+    EXPECT_EQ(checker.checkConditions(true), hits({1, 2}));
+    EXPECT_THAT(std::exchange(lists, {}), ElementsAre(hits({1})));
+    EXPECT_EQ(own, 2U);
 
     start();
     memory.raiseEvent("B", 0);
@@ -202,6 +243,74 @@ TEST_F(CheckerTest, ACheckIsUpToDateWithMemory)
     EXPECT_THAT(checker.checkConditions(false), IsEmpty());
     EXPECT_FALSE(checker.isConditionTrue(1));
     EXPECT_THAT(taken(), ElementsAre(hits({3}))) << "a queued pulse is a moment still";
+}
+
+TEST_F(CheckerTest, EveryHitListComesInTheOrderOfItsMomentWithTheValuesOfThen)
+{
+    const unsigned on = add("'A' > 0", ConditionChecker::ReportWhileTrue);
+    const unsigned two = add("'A' == 2");
+    std::function<void()> inside = [] {};
+    std::vector<std::pair<ConditionChecker::Hits, int>> told;
+    const auto note = [&](const ConditionChecker::Hits& list) {
+        const auto valueOf = [](const PersistentValues& v) { return v.at("A").second.toInt32(); };
+        std::exchange(inside, [] {})();
+        told.emplace_back(list, valueOf(checker.getPersistentValues()));
+        EXPECT_EQ(told.back().second, valueOf(*checker.sharePersistentValues()));
+    };
+    const auto checkAt = [&](int value) {
+        memory.raiseEvent("A", value);
+        checker.checkConditions(true);
+    };
+    checker.setCallback(note);
+    start();
+    for (const int value : {1, 0, 2, 5, 6})
+        memory.raiseEvent("A", value);
+    EXPECT_EQ(checker.checkConditions(true), hits({on}));
+    EXPECT_FALSE(checker.isConditionTrue(two));
+    checkAt(2);
+    memory.raiseEvent("A", 7);
+    EXPECT_THAT(told, IsEmpty()) << "all on the checker's thread";
+    EXPECT_EQ(checker.getPersistentValues().at("A").second, KRValue(2)) << "outside of callbacks";
+    inside = [&] { checkAt(8); };
+    platform.runPending();
+    EXPECT_THAT(std::exchange(told, {}),
+                ElementsAre(Pair(hits({on}), 1), Pair(hits({on, two}), 2), Pair(hits({on}), 6),
+                            Pair(hits({two}), 2), Pair(hits({on}), 2), Pair(hits({on}), 8)));
+
+    // A stop, another run and its hits before the callback has looked.
+    inside = [&] {
+        checker.stop();
+        memory.raiseEvent("A", 2);
+        checker.run(0, false);
+    };
+    memory.raiseEvent("A", 0);
+    memory.raiseEvent("A", 3);
+    platform.runPending();
+    checker.stop();
+    EXPECT_THAT(std::exchange(told, {}), ElementsAre(Pair(hits({on}), 3), Pair(hits({two}), 2)));
+
+    // Idle, the thread of a check delivers, also what others find meanwhile.
+    std::promise<void> checked;
+    std::thread other;
+    inside = [&] {
+        other = std::thread([&] {
+            checkAt(1);
+            checked.set_value();
+        });
+        EXPECT_EQ(checked.get_future().wait_for(seconds(60)), std::future_status::ready)
+            << "waits for the one who delivers";
+        checkAt(2);
+        checker.run(0, false);
+        memory.raiseEvent("A", 9);
+        platform.runPending();
+        EXPECT_THAT(told, IsEmpty()) << "one at a time";
+    };
+    checkAt(4);
+    other.join();
+    EXPECT_THAT(told, ElementsAre(Pair(hits({on}), 4)));
+    platform.runPending();
+    EXPECT_THAT(told,
+                ElementsAre(Pair(hits({on}), 4), Pair(hits({on}), 1), Pair(hits({on, two}), 2)));
 }
 
 TEST_F(CheckerTest, PersistentValuesAreOfTheLatestHandledChange)
@@ -267,11 +376,14 @@ TEST_F(CheckerTest, SharedPersistentValuesAreTheHoldersAlone)
         if (i % 7)
             held.pop_back(), expected.pop_back();
     }
-    for (int i = 0; i < 400; ++i)
-        memory.raiseEvent("A", -i);
-    platform.runPending();
-    held.push_back(checker.sharePersistentValues());
-    expected.push_back(checker.getPersistentValues());
+    for (const int missed : {256, 257, 600}) {  // as many changes as are remembered, and more
+        checker.sharePersistentValues();
+        memory.raiseEvent("C", missed);
+        for (int i = 1; i < missed; ++i)
+            memory.raiseEvent("A", -i);
+        platform.runPending();
+        EXPECT_EQ(*checker.sharePersistentValues(), checker.getPersistentValues()) << missed;
+    }
     for (std::size_t i = 0; i < held.size(); ++i)
         EXPECT_EQ(*held[i], expected[i]) << "altered while it was held";
 }
@@ -304,8 +416,20 @@ TEST_F(CheckerTest, ACallbackMayUseTheCheckerAndMayThrow)
 
     checker.exit();
     EXPECT_FALSE(checker.hasCondition(1));
+    add("true");
     start();
-    EXPECT_THAT(taken(), IsEmpty());
+    EXPECT_THAT(taken(), IsEmpty()) << "the callback went, too";
+}
+
+TEST_F(CheckerTest, ItWorksWithOneBrokerOnly)
+{
+    ConditionChecker unconnected;
+    EXPECT_EQ(unconnected.addCondition("'K'", ConditionChecker::ReportWhileTrue), 1U);
+    EXPECT_THAT(unconnected.getPersistentValues(), ElementsAre(Pair("K", Pair(0U, KRValue()))));
+    EXPECT_THROW(unconnected.run(0, false), std::logic_error);
+    EXPECT_THROW(unconnected.checkConditions(false), std::logic_error);
+    EXPECT_THROW(unconnected.connect(nullptr), std::invalid_argument);
+    EXPECT_THROW(checker.connect(platform.broker), std::logic_error) << "again";
 }
 
 TEST_F(CheckerTest, AStopWaitsForTheCallbackThatRuns)
@@ -319,7 +443,7 @@ TEST_F(CheckerTest, AStopWaitsForTheCallbackThatRuns)
             return ended.load();
         });
         // The stop takes the period's timer away before it waits.
-        while (platform.clock->untilNextTask())
+        for (int i = 0; i < 10'000'000 && platform.clock->untilNextTask(); ++i)
             std::this_thread::yield();
         ended = true;
     });
@@ -339,12 +463,24 @@ TEST(RealChecker, AStormOfWritesAndRestartsEndsWithTheRightTruthsAndThenLosesNoP
         for (int i = 0; i < 2 * count; ++i)
             broker->memory().raiseEvent(key, i % 2);
     };
-    std::atomic<int> inside{0};
-    checker.setCallback([&](const ConditionChecker::Hits&) { ++inside, --inside; });
     const unsigned a =
         checker.addCondition("'A' == 1 && 'B' == 1", ConditionChecker::ReportWhileTrue);
+    std::atomic<int> inside{0};
+    checker.setCallback([&](const ConditionChecker::Hits& hits) {
+        EXPECT_EQ(++inside, 1);
+        const PersistentValues values = checker.getPersistentValues();
+        if (hits.front().first == a) {
+            EXPECT_EQ(values.at("A").second, KRValue(1));
+            EXPECT_EQ(values.at("B").second, KRValue(1));
+        }
+        --inside;
+    });
     std::thread raiserOfA(pulse, "A", 3000);
     std::thread raiserOfB(pulse, "B", 3000);
+    std::thread asker([&] {
+        for (int i = 0; i < 3000; ++i)
+            checker.checkConditions(i % 2 == 0);
+    });
     for (int i = 0; i < 200; ++i) {
         checker.run(i % 2 == 0 ? 50 : 0, false);
         const unsigned extra = checker.addCondition("'A' < 'C'", ConditionChecker::ReportChange);
@@ -352,10 +488,12 @@ TEST(RealChecker, AStormOfWritesAndRestartsEndsWithTheRightTruthsAndThenLosesNoP
         checker.resetChecks();
         checker.removeCondition(extra);
         checker.stop();
-        EXPECT_EQ(inside, 0);
     }
     raiserOfA.join();
     raiserOfB.join();
+    asker.join();
+    checker.stop();
+    EXPECT_EQ(inside, 0);
 
     constexpr int kPulses = 5000;
     std::promise<void> all;
@@ -370,7 +508,7 @@ TEST(RealChecker, AStormOfWritesAndRestartsEndsWithTheRightTruthsAndThenLosesNoP
     broker->memory().raiseEvent("A", 0);
     checker.run(100, false);
     pulse("A", kPulses);
-    all.get_future().wait();
+    EXPECT_EQ(all.get_future().wait_for(seconds(60)), std::future_status::ready);
     EXPECT_TRUE(checker.isConditionTrue(rising));
     checker.stop();
     EXPECT_EQ(count, kPulses);
