@@ -43,8 +43,11 @@ struct MemoryTest : ::testing::Test {
 TEST_F(MemoryTest, MissingKeyIsAnErrorAndEmptyKeyIsRefused)
 {
     memory.declareEvent("K", "Declarer");
-    EXPECT_THROW(memory.getData("K"), KRError);
+    memory.watch(std::make_shared<MemoryFeed>([] {}), {{"K", 1}});
+    EXPECT_EQ(errorOf<KRError>([&] { memory.getData("K"); }),
+              "KRMemory::getData: no data for key 'K'");
     EXPECT_FALSE(memory.hasData("K"));
+    EXPECT_THAT(memory.getDataList(""), IsEmpty());
     memory.raiseEvent("K", KRValue());
     EXPECT_FALSE(memory.getData("K").isValid());
     EXPECT_TRUE(memory.hasData("K"));
@@ -61,9 +64,10 @@ TEST_F(MemoryTest, ListsOfKeysAndValues)
 {
     for (const char* declarer : {"D", "C", "D"})
         memory.declareEvent("P/declared", declarer);
-    raise({{"P/b", 1}, {"P/a", "x"}, {"Q/\xc3\xa9", 2}});
+    raise({{"P/b", 1}, {"P/a", "x"}, {"Q/\xc3\xa9", 2}, {"O/P/", 3}, {"P", 4}});
     EXPECT_THAT(memory.getDataList("P/"), ElementsAre("P/a", "P/b"));
-    EXPECT_THAT(memory.getDataList(""), ElementsAre("P/a", "P/b", "Q/\xc3\xa9"));
+    EXPECT_THAT(memory.getDataList("P/b"), ElementsAre("P/b"));
+    EXPECT_THAT(memory.getDataList(""), ElementsAre("O/P/", "P", "P/a", "P/b", "Q/\xc3\xa9"));
     EXPECT_EQ(memory.getListData({"P/b", "P/declared", "none", "P/a"}),
               KRValue(KRValue::Array{1, KRValue(), KRValue(), "x"}));
     EXPECT_THAT(memory.getDeclarers("P/declared"), ElementsAre("D", "C"));
@@ -85,13 +89,16 @@ TEST_F(MemoryTest, HistoryIsOldestFirstInWholeSecondsOfLife)
 TEST_F(MemoryTest, HistoryKeepsItsBoundAndTheLatestValueStaysRight)
 {
     const int kBound = static_cast<int>(KRMemory::kMaxHistory);
-    for (int i = 1; i <= 2 * kBound + 3; ++i) {
+    // The other key has what is noted down later wait for different whiles.
+    for (int i = 1; i <= 4 * kBound + 3; ++i) {
         memory.raiseEvent("K", i);
+        if (i % 5 == 0)
+            memory.raiseEvent("L", -i);
         ASSERT_EQ(memory.getData("K"), KRValue(i));
-        const KRValue history = memory.getEventHistory("K");
-        ASSERT_EQ(history.getSize(), static_cast<std::size_t>(std::min(i, kBound)));
-        ASSERT_EQ(history[0][0], KRValue(std::max(1, i - kBound + 1)));
-        ASSERT_EQ(history[history.getSize() - 1][0], KRValue(i));
+        KRValue::Array expected;
+        for (int entry = std::max(1, i - kBound + 1); entry <= i; ++entry)
+            expected.emplace_back(KRValue::Array{entry, 0});
+        ASSERT_EQ(memory.getEventHistory("K"), KRValue(expected));
     }
 }
 
@@ -115,9 +122,19 @@ TEST_F(MemoryTest, WatchGivesWhatIsThereAndThenEveryChangeInOrderAcrossKeys)
     memory.unwatch(feed, "A", 7);
     memory.raiseEvent("A", 1);
     EXPECT_EQ(take(*feed), (Changes{{8, 1}, {9, 1}})) << "what was queued stays";
+    const auto second = std::make_shared<MemoryFeed>([] {});
+    memory.watch(second, {{"A", 9}, {"B", 8}});
+    memory.unwatch(second, "A", 7);
+    memory.unwatchAll(feed);
     memory.unwatchAll(feed);
     raise({{"A", 2}, {"B", 2}});
     EXPECT_THAT(take(*feed), IsEmpty());
+    EXPECT_EQ(take(*second), (Changes{{9, 2}, {8, 2}})) << "each feed has its own";
+    std::vector<MemoryChange> changes(3);
+    EXPECT_FALSE(memory.take(*second, changes));
+    EXPECT_THAT(changes, IsEmpty()) << "of an earlier time";
+    memory.raiseEvent("A", 3);
+    EXPECT_TRUE(memory.take(*second, changes));
 }
 
 TEST_F(MemoryTest, FeedLivesForAsLongAsItsWakeRuns)
@@ -181,11 +198,14 @@ TEST_F(MemoryTest, SubscriberSignalsEveryNewValueInOrder)
     const auto receiver = [&](const KRValue& value) { received.push_back(value); };
     object.connect("signal", receiver);
     EXPECT_EQ(service.call<vo::AnyObject>("subscriber", "K").object(), object.object());
+    service.call<vo::AnyObject>("subscriber", "L").connect("signal", [&](const KRValue& value) {
+        received.push_back(value.toInt() + 10);
+    });
 
-    raise({{"K", 0}, {"K", 1}});
+    raise({{"K", 0}, {"L", 5}, {"K", 1}});
     EXPECT_THAT(received, IsEmpty()) << "never on the raiser's thread inside the raise";
     platform.runPending();
-    EXPECT_THAT(received, ElementsAre(KRValue(0), KRValue(1)));
+    EXPECT_THAT(received, ElementsAre(KRValue(0), KRValue(15), KRValue(1)));
 
     object = vo::AnyObject();
     memory.raiseEvent("K", 2);

@@ -30,7 +30,8 @@ public:
         : KRModule(std::move(broker), name), trace_(trace)
     {
         setModuleDescription("Listens.");
-        bindMethod("onEvent", &Listener::onEvent, this, "Notes an event.", {{"key", "which key"}});
+        bindMethod("onEvent", &Listener::onEvent, this, "Notes an event.",
+                   {{"key", "which key"}, {"value", "what it holds"}});
         bindMethod("sum", &Listener::sum, this, "Adds.");
         if (name == "Refusing")
             throw std::domain_error("refused");
@@ -106,7 +107,14 @@ TEST_F(ModuleTest, CreationRegistersAndInitialisesOnceAndIsRefusedForATakenName)
     const auto proxy = platform.broker->getProxy("Ear");
     EXPECT_EQ(proxy->call<int>("sum", 2, 3), 5);
     EXPECT_EQ(proxy->object().object()->methods().at(0).description,
-              "Notes an event.\nkey: which key");
+              "Notes an event.\nkey: which key\nvalue: what it holds");
+    // Errors of all kinds arrive as one, with what they are about.
+    const auto ask = [&](auto... arguments) {
+        return errorOf<KRError>([&] { proxy->call<int>("sum", arguments...); });
+    };
+    EXPECT_THAT(ask("x", 3), testing::StartsWith("Ear::sum: "));
+    EXPECT_THAT(errorOf<KRError>([&] { platform.broker->getProxy("Nobody"); }),
+                "KRProxy::KRProxy: no service named 'Nobody'");
 }
 
 TEST_F(ModuleTest, FailedCreationLeavesNothingRegistered)
@@ -151,9 +159,43 @@ TEST_F(ModuleTest, SubscriptionIsReplacedByAnotherAndEndedWithWhatIsQueued)
     raiseAndRun({4, 5});
     EXPECT_THAT(trace.calls, ElementsAre("K=1 new", "K=2 new", "K=4 again"));
 
+    // Another key, and another module's subscription to this one, stay.
+    Trace other;
+    const auto neighbour = create("Neighbour", other);
+    subscribe("K", "m", "Neighbour");
+    for (const char* key : {"K", "L"})
+        subscribe(key);
+    memory.unsubscribeToMicroEvent("K", "Ear");
+    trace = {};
+    memory.raiseEvent("L", 6);
+    raiseAndRun({7});
+    EXPECT_THAT(trace.calls, ElementsAre("L=6 m"));
+    EXPECT_THAT(other.calls, ElementsAre("K=7 m"));
+
     EXPECT_THROW(memory.unsubscribeToMicroEvent("K", "Ear"), KRError);
     EXPECT_THROW(subscribe("K", "m", "Nobody"), KRError);
     EXPECT_THROW(memory.subscribeToMicroEvent("K", "Ear", "m", "noMethod"), KRError);
+}
+
+TEST_F(ModuleTest, DeliveredTellsWhenEveryModuleHasBeenCalled)
+{
+    Trace other;
+    auto neighbour = create("Neighbour", other);
+    EXPECT_FALSE(memory.delivered().isRunning()) << "nobody subscribes";
+    for (const char* name : {"Ear", "Neighbour"})
+        subscribe("K", "m", name);
+    memory.raiseEvent("K", 1);
+    const auto delivered = memory.delivered();
+    trace.inside = other.inside = [&] { EXPECT_TRUE(delivered.isRunning()); };
+    platform.runPending();
+    EXPECT_TRUE(delivered.hasValue());
+    EXPECT_EQ(trace.calls.size() + other.calls.size(), 2U);
+    memory.raiseEvent("K", 2);
+    const auto again = memory.delivered();
+    neighbour.reset();
+    EXPECT_TRUE(again.isRunning()) << "one has gone";
+    module.reset();
+    EXPECT_TRUE(again.hasValue()) << "all have gone";
 }
 
 TEST_F(ModuleTest, ExitEndsEverythingAndIsIdempotent)

@@ -25,6 +25,8 @@ TEST(KRValue, ConversionWithoutExactMeaningIsRefused)
         {[] { KRValue(std::nan("")).toInt(); }, "KRValue::toInt: expected int, got float"},
         {[] { KRValue(std::int64_t{1} << 31).toInt32(); },
          "KRValue::toInt32: 2147483648 does not fit in 32 bits"},
+        {[] { KRValue(-(std::int64_t{1} << 31) - 1).toInt32(); },
+         "KRValue::toInt32: -2147483649 does not fit in 32 bits"},
         {[] { KRValue(KRValue::Array{}).toInt32(); }, "KRValue::toInt32: expected int, got array"},
         {[] { KRValue("1").toFloat(); }, "KRValue::toFloat: expected float, got string"},
         {[] { KRValue(1).toString(); }, "KRValue::toString: expected string, got int"},
@@ -46,6 +48,9 @@ TEST(KRValue, ConversionWithExactMeaningIsMade)
     EXPECT_EQ(KRValue(-3.0).toInt(), -3);
     EXPECT_EQ(KRValue(-kTwoTo63).toInt(), std::numeric_limits<std::int64_t>::min());
     EXPECT_EQ(KRValue(2147483647.0).toInt32(), 2147483647);
+    EXPECT_EQ(KRValue(-2147483648.0).toInt32(), -2147483647 - 1);
+    EXPECT_FALSE(KRValue(0).toBool());
+    EXPECT_EQ(KRValue(KRValue::Array{1, 2})[1], KRValue(2));
     EXPECT_EQ(KRValue(4294967295u).toInt(), 4294967295);
     EXPECT_DOUBLE_EQ(KRValue(3).toFloat(), 3.0);
     EXPECT_DOUBLE_EQ(KRValue(true).toFloat(), 1.0);
@@ -70,6 +75,9 @@ TEST(KRValue, EveryKindHasItsTruthEqualityAndDisplay)
         {-std::numeric_limits<double>::infinity(), true, "-inf"},
         {"", false, "\"\""},
         {"a\"b", true, "\"a\\\"b\""},
+        {"fourteen bytes", true, "\"fourteen bytes\""},  // the longest that is held in place
+        {"fifteen bytes..", true, "\"fifteen bytes..\""},
+        {"fifteen bytes.!", true, "\"fifteen bytes.!\""},
         {"\xff", true, "\"\xef\xbf\xbd\""},  // no UTF-8: shown as the replacement character
         {KRValue::Array{}, false, "[]"},
         {KRValue::Array{1, KRValue::Array{"x", KRValue()}}, true, "[1, [\"x\", none]]"},
@@ -82,6 +90,13 @@ TEST(KRValue, EveryKindHasItsTruthEqualityAndDisplay)
         for (const auto& b : kRows)
             EXPECT_EQ(a.value == b.value, &a == &b) << a.display << " and " << b.display;
         EXPECT_EQ(vo::fromValue<KRValue>(vo::toValue(a.value)), a.value) << a.display;
+        for (const auto& b : kRows) {
+            KRValue assigned = a.value;
+            assigned = b.value;
+            KRValue moved = a.value;
+            moved = std::move(assigned);
+            EXPECT_EQ(moved, b.value) << a.display << " and " << b.display;
+        }
     }
     EXPECT_FALSE(KRValue(kNan).isTrue());
     EXPECT_NE(KRValue(kNan), KRValue(kNan));
