@@ -112,6 +112,8 @@ void ConditionChecker::Impl::resetChecks()
     if (!run_)
         return forgetTruths();
     takeChanges(*run_);
+    if (run_->next == run_->line.size())
+        forgetTruths();
     run_->line.push_back({kEvaluate, {}, true});
     postWork();
 }

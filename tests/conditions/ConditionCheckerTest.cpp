@@ -145,6 +145,9 @@ TEST_F(CheckerTest, ARestartReadsMemoryAnewAndReplaysNothing)
     EXPECT_THAT(taken(), ElementsAre(hits({a})));
     const unsigned off = add("'A'", ConditionChecker::ReportBecomesFalse);
     taken();
+    checker.resetChecks();
+    EXPECT_FALSE(checker.isConditionTrue(off)) << "nothing is queued";
+    EXPECT_THAT(taken(), ElementsAre(hits({a})));
     for (const int value : {0, 3})
         memory.raiseEvent("A", value);
     checker.resetChecks();
