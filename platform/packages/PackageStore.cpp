@@ -35,6 +35,25 @@ bool beginsWith(const std::string& text, const char* prefix)
     return text.rfind(prefix, 0) == 0;
 }
 
+/// Removes a folder and what it holds, read-only folders among it. The error is empty when nothing
+/// is left.
+std::error_code removeTree(const fs::path& folder)
+{
+    std::error_code error;
+    if (fs::remove_all(folder, error); !error)
+        return error;
+    const auto options = fs::directory_options::skip_permission_denied;
+    fs::permissions(folder, fs::perms::owner_all, fs::perm_options::add, error);
+    for (fs::recursive_directory_iterator at(folder, options, error), end; !error && at != end;
+         at.increment(error)) {
+        if (at->symlink_status(error).type() == fs::file_type::directory)
+            fs::permissions(at->path(), fs::perms::owner_all, fs::perm_options::add, error);
+    }
+    error.clear();
+    fs::remove_all(folder, error);
+    return error;
+}
+
 /// A folder with a name of its own, gone with its scope, whatever it holds by then.
 class StagingFolder {
 public:
@@ -46,8 +65,7 @@ public:
     }
     ~StagingFolder()
     {
-        std::error_code error;
-        fs::remove_all(path_, error);
+        const std::error_code error = removeTree(path_);
         if (error)
             logger.warning("clear", path_ + " cannot be removed: " + error.message());
     }
@@ -71,8 +89,7 @@ void copyFile(const std::string& source, const std::string& path, PackageWriter&
     if (!S_ISREG(status.st_mode))
         throw std::runtime_error("the path " + quoted(path) + " is no regular file");
 
-    writer.beginFile(path, (status.st_mode & S_IXUSR) != 0,
-                     static_cast<std::uintmax_t>(status.st_size));
+    writer.beginFile(path, (status.st_mode & S_IXUSR) != 0);
     std::array<char, kBlockBytes> block;
     while (true) {
         const auto size = ::read(file.get(), block.data(), block.size());
@@ -87,19 +104,31 @@ void copyFile(const std::string& source, const std::string& path, PackageWriter&
     writer.endFile();
 }
 
+/// The whole folder is looked at before anything is written.
 void copyFolder(const std::string& source, PackageWriter& writer)
 {
+    PackageContents contents(writer.limits());
+    std::vector<std::pair<std::string, fs::file_type>> entries;
     for (const auto& entry : fs::recursive_directory_iterator(source)) {
         const std::string path = entry.path().lexically_relative(source).string();
         const auto type = entry.symlink_status().type();
-        if (type == fs::file_type::directory)
-            writer.addFolder(path);
-        else if (type == fs::file_type::regular)
-            copyFile(entry.path().string(), path, writer);
-        else
+        if (type == fs::file_type::directory) {
+            contents.addFolder(path);
+        } else if (type == fs::file_type::regular) {
+            contents.addFile(path);
+            contents.addBytes(entry.file_size());
+        } else {
             throw std::runtime_error("the path " + quoted(path) +
                                      " is a link or a special file; packages have files and "
                                      "folders only");
+        }
+        entries.emplace_back(path, type);
+    }
+    for (const auto& [path, type] : entries) {
+        if (type == fs::file_type::directory)
+            writer.addFolder(path);
+        else
+            copyFile((fs::path(source) / path).string(), path, writer);
     }
 }
 
@@ -159,13 +188,15 @@ std::string PackageStore::install(const std::string& source, IfInstalled ifInsta
     const StagingFolder staging(folder_, kNewPrefix);
     if (::chmod(staging.path().c_str(), 0755) != 0)
         failWithErrno(staging.path());
-    PackageWriter writer(staging.path(), options_.limits, options_.beforeStep);
+    PackageWriter writer(staging.path(), options_.limits, options_.diskOf(staging.path()),
+                         options_.beforeStep);
     fill(writer, source);
 
     const vo::PackageInfo package = readStaged(staging.path(), source);
     checkBehaviors(package);
     checkTaken(package.uuid(), ifInstalled);
-    writer.syncFolders();
+    if (options_.lasts)
+        writer.sync();
     const std::string target = path(package.uuid());
     const bool replaces = fs::exists(fs::symlink_status(target));
     options_.beforeStep("move the package to its place");
@@ -216,8 +247,10 @@ void PackageStore::remove(const std::string& uuid) const
 void PackageStore::finish(const FileDescriptor& packages, const std::string& uuid) const
 {
     try {
-        options_.beforeStep("sync the packages folder");
-        syncToDisk(packages, folder_);
+        if (options_.lasts) {
+            options_.beforeStep("sync the packages folder");
+            syncToDisk(packages, folder_);
+        }
         options_.beforeStep("remove what is left");
     } catch (const std::exception& e) {
         logger.warning("finish", "After a change of package " + quoted(uuid) + ": " + e.what());
@@ -234,8 +267,7 @@ void PackageStore::clearLeftovers() const
             leftovers.push_back(entry.path());
     }
     for (const auto& leftover : leftovers) {
-        std::error_code error;
-        fs::remove_all(leftover, error);
+        const std::error_code error = removeTree(leftover);
         if (error)
             logger.warning("clearLeftovers",
                            leftover.string() + " cannot be removed: " + error.message());

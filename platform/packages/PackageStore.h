@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -27,9 +28,15 @@ public:
 
     struct Options {
         PackageLimits limits = {};
-        /// Told of each change to the disk before it is made; what it throws fails the operation
-        /// before the package is in its place, and is logged after it. For tests.
+        /// Told of each step before it is made; what it throws fails the operation before the
+        /// package is in its place, and is logged after it. Ends an operation, or a test's.
         PackageWriter::BeforeStep beforeStep = [](const std::string&) {};
+        /// Whether changes are brought to the disk. What is to be looked at and thrown away need
+        /// not be.
+        bool lasts = true;
+        /// What the disk of a folder holds, and can take. Tests have disks of their own.
+        std::function<std::filesystem::space_info(const std::string& folder)> diskOf =
+            [](const std::string& folder) { return std::filesystem::space(folder); };
     };
 
     /// Nothing is read or written before the first operation.

@@ -2,107 +2,65 @@
 
 #include <algorithm>
 #include <fcntl.h>
-#include <stdexcept>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <utility>
-
-#include "platform/packages/PackageNames.h"
 
 namespace KR {
 
 namespace {
 
-std::uintmax_t usableBytes(const std::string& folder)
+/// The limits, or what the disk has to spare when that is less.
+PackageLimits within(PackageLimits limits, const std::filesystem::space_info& disk)
 {
-    struct statvfs disk = {};
-    if (::statvfs(folder.c_str(), &disk) != 0)
-        failWithErrno(folder);
-    const auto available = static_cast<std::uintmax_t>(disk.f_bavail) * disk.f_frsize;
-    if (available <= kDiskReserveBytes)
-        throw std::system_error(ENOSPC, std::generic_category(), folder);
-    return available - kDiskReserveBytes;
+    const auto reserve = std::min(kDiskReserveBytes, disk.capacity / kSmallDiskReserveShare);
+    const auto spare = disk.available - std::min(reserve, disk.available);
+    if (spare < limits.bytes) {
+        limits.bytes = spare;
+        limits.bytesAre = "what the disk can take: " + std::to_string(disk.available) +
+                          " bytes are free, and " + std::to_string(reserve) + " have to stay free";
+    }
+    return limits;
 }
 
 }  // namespace
 
-PackageWriter::PackageWriter(std::string folder, const PackageLimits& limits, BeforeStep beforeStep)
-    : folder_(std::move(folder)), limits_(limits), beforeStep_(std::move(beforeStep))
+PackageWriter::PackageWriter(std::string folder, const PackageLimits& limits,
+                             const std::filesystem::space_info& disk, BeforeStep beforeStep)
+    : folder_(std::move(folder)),
+      limits_(within(limits, disk)),
+      beforeStep_(std::move(beforeStep)),
+      contents_(limits_)
 {
-    limits_.bytes = std::min(limits_.bytes, usableBytes(folder_));
-}
-
-void PackageWriter::check(const std::string& path) const
-{
-    const std::string problem = packagePathProblem(path);
-    if (!problem.empty())
-        throw std::runtime_error("the path " + quoted(path) + " " + problem);
-    if (files_.count(path))
-        throw std::runtime_error("the path " + quoted(path) + " is there twice");
-}
-
-void PackageWriter::checkBytes(std::uintmax_t more) const
-{
-    if (more > limits_.bytes - bytes_)
-        throw std::runtime_error("its files have more than " + std::to_string(limits_.bytes) +
-                                 " bytes, which is the limit or what the disk has to spare");
-}
-
-void PackageWriter::countEntry()
-{
-    if (++entries_ > limits_.entries)
-        throw std::runtime_error("it has more than " + std::to_string(limits_.entries) +
-                                 " files and folders");
 }
 
 void PackageWriter::addFolder(const std::string& path)
 {
-    check(path);
-    makeFoldersOf(path);
-    makeFolder(path);
+    makeFolders(contents_.addFolder(path));
 }
 
-void PackageWriter::makeFoldersOf(const std::string& path)
+void PackageWriter::makeFolders(const std::vector<std::string>& paths) const
 {
-    for (auto end = path.find('/'); end != std::string::npos; end = path.find('/', end + 1))
-        makeFolder(path.substr(0, end));
+    for (const std::string& path : paths) {
+        beforeStep_("make folder " + path);
+        if (::mkdir(target(path).c_str(), 0755) != 0)
+            failWithErrno(target(path));
+    }
 }
 
-void PackageWriter::makeFolder(const std::string& path)
+void PackageWriter::beginFile(const std::string& path, bool executable)
 {
-    if (folders_.count(path))
-        return;
-    if (files_.count(path))
-        throw std::runtime_error("the path " + quoted(path) + " is both a file and a folder");
-    countEntry();
-    beforeStep_("make folder " + path);
-    if (::mkdir(target(path).c_str(), 0755) != 0)
-        failWithErrno(target(path));
-    folders_.insert(path);
-}
-
-void PackageWriter::beginFile(const std::string& path, bool executable,
-                              std::uintmax_t announcedBytes)
-{
-    check(path);
-    if (folders_.count(path))
-        throw std::runtime_error("the path " + quoted(path) + " is both a file and a folder");
-    checkBytes(announcedBytes);
-    makeFoldersOf(path);
-    countEntry();
+    makeFolders(contents_.addFile(path));
     beforeStep_("make file " + path);
     file_ = FileDescriptor(
         ::open(target(path).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                executable ? 0755 : 0644),
         target(path));
     path_ = path;
-    files_.insert(path);
 }
 
 void PackageWriter::write(const char* data, std::size_t size)
 {
-    checkBytes(size);
-    bytes_ += size;
+    contents_.addBytes(size);
     beforeStep_("write to " + path_);
     while (size > 0) {
         const auto written = ::write(file_.get(), data, size);
@@ -117,22 +75,17 @@ void PackageWriter::write(const char* data, std::size_t size)
 
 void PackageWriter::endFile()
 {
-    beforeStep_("sync file " + path_);
-    syncToDisk(file_, target(path_));
     file_ = FileDescriptor();
 }
 
-void PackageWriter::syncFolders() const
+/// The whole file system at once: file by file, thousands of them take as many turns of the disk.
+void PackageWriter::sync() const
 {
-    beforeStep_("sync folders");
-    const auto sync = [](const std::string& folder) {
-        syncToDisk(
-            FileDescriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC), folder),
-            folder);
-    };
-    for (const std::string& path : folders_)
-        sync(target(path));
-    sync(folder_);
+    beforeStep_("sync the files");
+    const FileDescriptor folder(::open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC),
+                                folder_);
+    if (::syncfs(folder.get()) != 0)
+        failWithErrno(folder_);
 }
 
 }  // namespace KR

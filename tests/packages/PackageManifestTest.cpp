@@ -8,6 +8,8 @@
 namespace KR {
 namespace {
 
+using testing::SizeIs;
+
 struct PackageManifestTest : testing::Test {
     TemporaryFolder folder;
 
@@ -30,7 +32,7 @@ const std::string kHead = "ConfigurationVersion: 1.7\nUuid: .p-1_x\nVersion: 1.1
 
 TEST_F(PackageManifestTest, everything_that_is_declared_is_read)
 {
-    const auto package = read(kHead + R"(SupportedLanguages: English
+    const auto package = read(kHead + R"(SupportedLanguages: [French, English]
 Behaviors:
   - Path: a/grüßen
     Nature: solitary
@@ -42,22 +44,32 @@ Behaviors:
         'B'
         && 'C'
     Tags: {English: launcher, French: [launcher, DialogReflex/x]}
-  - Path: plain
+  - {Path: plain, UserRequestable: false, Permissions: canRunInSleep}
+  - {Path: a, Tags: {French: launcher}}
 )");
     EXPECT_EQ(package.uuid(), ".p-1_x");
     EXPECT_EQ(package.version(), "1.10");
-    EXPECT_THAT(package.supportedLanguages(), ElementsAre("English"));
-    ASSERT_EQ(package.behaviors().size(), 2U);
+    EXPECT_THAT(package.supportedLanguages(), ElementsAre("French", "English"));
+    EXPECT_EQ(package.path(), folder.path());
+    ASSERT_EQ(package.behaviors().size(), 3U);
     const auto& full = package.behaviors().front();
     EXPECT_EQ(vo::behaviorKey(package, full), ".p-1_x/a/grüßen");
     EXPECT_EQ(full.nature(), "solitary");
-    EXPECT_TRUE(full.hasPermission("canRunOnPod") && full.isUserRequestable());
+    EXPECT_THAT(full.permissions(), ElementsAre("canRunOnPod", "other"));
+    EXPECT_TRUE(full.isUserRequestable());
     EXPECT_THAT(full.conditions("launchTrigger"), ElementsAre("'A' == 1", "this does not ((parse"));
     EXPECT_THAT(full.conditions("terminationTrigger"), ElementsAre("'B'\n&& 'C'\n"));
     EXPECT_THAT(full.languagesToTags(),
                 ElementsAre(Pair("English", ElementsAre("launcher")),
                             Pair("French", ElementsAre("launcher", "DialogReflex/x"))));
-    EXPECT_THAT(package.behaviors().back().conditions("launchTrigger"), IsEmpty());
+    const auto& plain = *std::next(package.behaviors().begin());
+    EXPECT_EQ(plain.path() + plain.nature(), "plain");
+    EXPECT_THAT(plain.permissions(), ElementsAre("canRunInSleep"));
+    EXPECT_FALSE(plain.isUserRequestable() || package.behaviors().back().isUserRequestable());
+    EXPECT_TRUE(plain.conditions().empty() && plain.languagesToTags().empty());
+    EXPECT_THAT(package.behaviors().back().languagesToTags(), SizeIs(1));
+    EXPECT_THAT(read("ConfigurationVersion: 1\nUuid: p\nVersion: 1\n").supportedLanguages(),
+                IsEmpty());
 }
 
 TEST_F(PackageManifestTest, wrong_manifest_tells_what_is_wrong_and_where)
@@ -68,9 +80,22 @@ TEST_F(PackageManifestTest, wrong_manifest_tells_what_is_wrong_and_where)
     const auto behavior = [](const std::string& text) {
         return kHead + "Behaviors:\n  - " + text + "\n";
     };
+    const auto list = [](int count) {
+        std::string text = "[x0";
+        for (int i = 1; i < count; ++i)
+            text += ", x" + std::to_string(i);
+        return text + "]";
+    };
+    const auto behaviors = [](int count) {
+        std::string text = kHead + "Behaviors:\n";
+        for (int i = 0; i < count; ++i)
+            text += "  - {Path: b" + std::to_string(i) + "}\n";
+        return text;
+    };
+    const std::string room(kMaxManifestBytes - kHead.size() - 2, ' ');
     const struct {
         std::string manifest;
-        const char* problem;
+        const char* problem;  ///< "none" for what is just accepted
     } rows[] = {
         {"", "a manifest is a mapping"},
         {"Uuid: p\nVersion: 1\n", "1:1: the configuration has no ConfigurationVersion"},
@@ -80,6 +105,11 @@ TEST_F(PackageManifestTest, wrong_manifest_tells_what_is_wrong_and_where)
         {kHead + "SupportedLanguages: [English, \"\"]\n", "4:31: an entry of SupportedLanguages"},
         {uuid(".."), "3:7: the Uuid '..' is the name of a folder above"},
         {uuid("a/b"), "the Uuid 'a/b' holds other characters"},
+        {uuid("."), "is the name of a folder above"},
+        {uuid("..."), "none"},
+        {uuid("aZ09._-"), "none"},
+        {uuid("a~b"), "the Uuid 'a~b' holds other characters"},
+        {uuid(std::string(200, 'a')), "none"},
         {uuid(std::string(201, 'a')), "is longer than 200 bytes"},
         {uuid("\"p\xff\""), "Uuid is not readable text in UTF-8: 'p\\xff'"},
         {behavior("{}"), "5:5: there is no Path"},
@@ -87,14 +117,25 @@ TEST_F(PackageManifestTest, wrong_manifest_tells_what_is_wrong_and_where)
         {behavior("{Path: ../a}"), "5:12: the Path '../a' holds the name '..'"},
         {behavior("{Path: a}\n  - {Path: a}"),
          "6:12: the Path 'a' is that of an earlier behaviour"},
+        {behavior("{Path: a}\n  - {Path: a/b}\n  - {Path: a}"), "7:12: the Path 'a' is that"},
+        {behavior("x"), "5:5: a behaviour must be a mapping"},
+        {kHead + "Behaviors: {Path: a}\n", "4:12: Behaviors must be a sequence"},
         {behavior("{Path: a, UserRequestable: 1}"), "5:32: UserRequestable must be true or false"},
         {behavior("{Path: a, Conditions: {t: [[]]}}"), "5:32: an entry of 't' of Conditions"},
-        {behavior("{Path: a, Nature: \"" + std::string(20'000, 'x') + "\"}"),
-         "5:23: Nature is longer"},
-        {kHead + std::string(2'000'000, '#'), "larger than 1048576 bytes"},
+        {behavior("{Path: a, Tags: {t: [u, v, \"\"]}}"), "5:32: an entry of 't' of Tags"},
+        {behavior("{Path: a, Nature: " + std::string(16 * 1024, 'x') + "}"), "none"},
+        {behavior("{Path: a, Nature: " + std::string(16 * 1024 + 1, 'x') + "}"),
+         "5:23: Nature is longer than 16384 bytes"},
+        {kHead + "SupportedLanguages: " + list(1000), "none"},
+        {kHead + "SupportedLanguages: " + list(1001),
+         "4:21: SupportedLanguages has more than 1000"},
+        {behaviors(1000), "none"},
+        {behaviors(1001), "5:3: there are more than 1000 behaviours"},
+        {kHead + room + "#\n", "none"},
+        {kHead + room + "##\n", "larger than 1048576 bytes"},
     };
     for (const auto& row : rows)
-        EXPECT_THAT(problems(row.manifest), HasSubstr(row.problem));
+        EXPECT_THAT(problems(row.manifest), HasSubstr(row.problem)) << row.manifest.substr(0, 100);
 }
 
 TEST_F(PackageManifestTest, all_problems_are_told_together)

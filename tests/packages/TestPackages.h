@@ -27,16 +27,19 @@ inline std::string writeTestPackage(const TemporaryFolder& parent, const std::st
     return parent.path() + "/" + folder;
 }
 
+inline std::string readFile(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
 /// Every file below a folder, with its content.
 inline std::map<std::string, std::string> filesBelow(const std::string& folder)
 {
     std::map<std::string, std::string> files;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
-        if (!entry.is_regular_file())
-            continue;
-        std::ifstream in(entry.path());
-        files[entry.path().lexically_relative(folder).string()] = {
-            std::istreambuf_iterator<char>(in), {}};
+        if (entry.is_regular_file())
+            files[entry.path().lexically_relative(folder).string()] = readFile(entry.path());
     }
     return files;
 }
@@ -46,26 +49,25 @@ struct TestEntry {
     std::string content = {};
     unsigned type = AE_IFREG;
     std::string link = {};  ///< target of a hard link, or of a symbolic one
+    unsigned mode = 04755;
 };
 
-/// Writes a tar, compressed with gzip, or a zip; returns its path.
+/// Writes an archive, compressed or not; returns its path. The format "raw" is the content of the
+/// one entry that it has.
 inline std::string writeTestArchive(const std::string& path, const std::vector<TestEntry>& entries,
-                                    bool zip = false)
+                                    const char* format = "gnutar",
+                                    int compression = ARCHIVE_FILTER_GZIP)
 {
     archive* const out = archive_write_new();
-    if (zip)
-        archive_write_set_format_zip(out);
-    else
-        archive_write_set_format_gnutar(out);
-    if (!zip)
-        archive_write_add_filter_gzip(out);
+    archive_write_set_format_by_name(out, format);
+    archive_write_add_filter(out, compression);
     if (archive_write_open_filename(out, path.c_str()) != ARCHIVE_OK)
         throw std::runtime_error(archive_error_string(out));
     for (const auto& given : entries) {
         archive_entry* const entry = archive_entry_new();
         archive_entry_set_pathname(entry, given.path.c_str());
         archive_entry_set_filetype(entry, given.type);
-        archive_entry_set_perm(entry, 04755);
+        archive_entry_set_perm(entry, given.mode);
         archive_entry_set_size(entry, static_cast<la_int64_t>(given.content.size()));
         if (given.type == AE_IFLNK)
             archive_entry_set_symlink(entry, given.link.c_str());
