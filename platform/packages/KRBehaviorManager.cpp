@@ -28,6 +28,39 @@ constexpr const char* kGuardFile = "libexec/nimbralaunchpad/nimbra-behavior-guar
     throw KRError(kServiceName, method, text);
 }
 
+/// Logs what a behaviour prints, and of each second that has too much of it how much is left out.
+class LineLog {
+public:
+    LineLog(std::string key, std::shared_ptr<vo::Clock> clock)
+        : key_(std::move(key)), clock_(std::move(clock))
+    {
+    }
+
+    void add(const std::string& line)
+    {
+        const auto now = clock_->uptime();
+        if (now - begin_ >= std::chrono::seconds(1)) {
+            endSecond();
+            begin_ = now;
+        }
+        if (++lines_ <= KRBehaviorManager::kMaxLinesPerSecond)
+            outputLogger.info(key_, line);
+    }
+
+    void endSecond()
+    {
+        const int leftOut = std::exchange(lines_, 0) - KRBehaviorManager::kMaxLinesPerSecond;
+        if (leftOut > 0)
+            outputLogger.warning(key_, std::to_string(leftOut) + " lines left out");
+    }
+
+private:
+    const std::string key_;
+    const std::shared_ptr<vo::Clock> clock_;
+    vo::Duration begin_{};
+    int lines_ = 0;
+};
+
 std::string describe(int status)
 {
     return status < 0 ? "was ended by signal " + std::to_string(-status)
@@ -167,7 +200,12 @@ void KRBehaviorManager::run(const std::string& key)
         changed_.notify_all();
     }
     logger.info(kMethod, "Behaviour '" + key + "' runs");
-    process->watch({lineLogger(key), [this, key](int status) { onEnded(key, status); }});
+    const auto lines = std::make_shared<LineLog>(key, clock_);
+    process->watch({[lines](const std::string& line) { lines->add(line); },
+                    [this, key, lines](int status) {
+                        lines->endSecond();
+                        onEnded(key, status);
+                    }});
 }
 
 void KRBehaviorManager::stopBehavior(const std::string& key)
@@ -227,25 +265,6 @@ std::vector<std::string> KRBehaviorManager::getRunningBehaviors() const
         if (entry.process)
             keys.push_back(key);
     return keys;
-}
-
-std::function<void(const std::string&)> KRBehaviorManager::lineLogger(const std::string& key) const
-{
-    struct Second {
-        vo::Duration begin{};
-        int lines = 0;
-    };
-    return [key, clock = clock_, second = Second()](const std::string& line) mutable {
-        const auto now = clock->uptime();
-        if (now - second.begin >= std::chrono::seconds(1)) {
-            if (second.lines > kMaxLinesPerSecond)
-                outputLogger.warning(
-                    key, std::to_string(second.lines - kMaxLinesPerSecond) + " lines left out");
-            second = {now, 0};
-        }
-        if (++second.lines <= kMaxLinesPerSecond)
-            outputLogger.info(key, line);
-    };
 }
 
 void KRBehaviorManager::onEnded(const std::string& key, int status)

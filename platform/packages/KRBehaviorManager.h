@@ -46,8 +46,8 @@ public:
         std::string guard = installedGuard();
     };
 
-    /// Lines of one behaviour's output that are logged in a second; the rest is counted. Plenty
-    /// for people, too few to fill a disk.
+    /// Lines of one behaviour's output that are logged in a second; the rest is counted, and the
+    /// number logged as a warning. Plenty for people, too few to fill a disk.
     static constexpr int kMaxLinesPerSecond = 100;
 
     /// Registers the service in `session`, which outlives this. `clock` counts the grace time:
@@ -96,7 +96,6 @@ private:
     void abandonStart(const std::string& key);
     void run(const std::string& key);
     void stopAndWait(const std::vector<std::string>& keys);
-    std::function<void(const std::string&)> lineLogger(const std::string& key) const;
     void onEnded(const std::string& key, int status);
 
     // Constant after construction.

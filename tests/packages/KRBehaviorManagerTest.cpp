@@ -26,6 +26,8 @@
 namespace KR {
 namespace {
 
+using testing::Not;
+
 struct KRBehaviorManagerTest : testing::Test {
     TemporaryFolder folder;
     vo::PackageInfo package{"pkg", folder.path()};
@@ -176,6 +178,25 @@ TEST_F(KRBehaviorManagerTest, program_killed_from_outside_no_longer_runs_and_can
         EXPECT_FALSE(manager->isBehaviorRunning(key));
         EXPECT_EQ(readToEnd(pipe), "\n");
     }
+    // Nobody had asked it to end.
+    EXPECT_EQ(log.count(vo::LogLevel::warning, "Behaviour 'pkg/victim' was ended by signal 9"), 2U);
+}
+
+TEST_F(KRBehaviorManagerTest, start_during_a_stop_starts_anew_after_it)
+{
+    const auto key =
+        install("slow", "trap 'echo stopping' TERM; echo $$; while :; do sleep 60 & wait; done");
+    make(std::chrono::milliseconds(200));
+    manager->startBehavior(key);
+    const std::string first = lines.take(1).front();
+    std::thread stop([&] { manager->stopBehavior(key); });
+    lines.wait("stopping");
+    manager->startBehavior(key);
+    EXPECT_TRUE(manager->isBehaviorRunning(key));
+    EXPECT_THAT(ends.take(1), ElementsAre(key + " -9"));
+    stop.join();
+    EXPECT_NE(lines.take(2).back(), first);
+    EXPECT_EQ(manager->getRunningBehaviors(), std::vector<std::string>{key});
 }
 
 TEST_F(KRBehaviorManagerTest, end_is_signalled_before_the_stop_returns)
@@ -192,19 +213,30 @@ TEST_F(KRBehaviorManagerTest, end_is_signalled_before_the_stop_returns)
     undo();
 }
 
-TEST_F(KRBehaviorManagerTest, endless_output_is_cut_into_lines_and_limited)
+TEST_F(KRBehaviorManagerTest, output_is_cut_into_lines_and_what_is_too_much_is_counted)
 {
-    const auto key = install("loud", "head -c 10000 /dev/zero | tr '\\0' x; echo; echo ready; yes");
+    const auto zeros = [](int count) {
+        return "head -c " + std::to_string(count) + " /dev/zero | tr '\\0' x; echo; ";
+    };
+    const auto key = install("loud", zeros(10'000) + zeros(4095) + "echo; seq 1 300");
     make().startBehavior(key);
-    lines.wait("ready");
-    lines.wait("y");
-    manager->stopBehavior(key);
-    const auto all = lines.take(1);
-    EXPECT_EQ(all[0].size(), 4096U);
-    EXPECT_EQ(all[2].size(), 10000U - 2 * 4096U);
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(clock->uptime()).count();
-    EXPECT_LE(all.size(),
-              2 * static_cast<std::size_t>(KRBehaviorManager::kMaxLinesPerSecond) * (seconds + 1));
+    ends.wait(key + " 0");
+    std::size_t logged = 0;
+    std::size_t leftOut = 0;
+    for (const auto& line : lines.take(1)) {
+        const auto note = line.find(" lines left out");
+        logged += note == std::string::npos ? 1 : 0;
+        leftOut += note == std::string::npos ? 0 : std::stoul(line);
+        constexpr std::size_t kSizes[] = {4096, 4096, 10'000 - 2 * 4096, 4095, 0, 1};
+        if (logged <= std::size(kSizes)) {
+            EXPECT_EQ(line.size(), kSizes[logged - 1]);
+        }
+    }
+    EXPECT_EQ(logged + leftOut, 305U);
+    EXPECT_LE(logged,
+              KRBehaviorManager::kMaxLinesPerSecond *
+                  (2 + std::chrono::duration_cast<std::chrono::seconds>(clock->uptime()).count()));
+    EXPECT_THAT(log.lines(vo::LogLevel::warning), Not(IsEmpty()));
 }
 
 TEST_F(KRBehaviorManagerTest, starts_and_stops_from_many_threads_leave_a_consistent_state)

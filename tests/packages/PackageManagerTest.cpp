@@ -50,13 +50,19 @@ TEST_F(PackageManagerTest, service_installs_lists_upgrades_and_removes)
     EXPECT_EQ(service().call<std::string>("install", first), "p");
     EXPECT_EQ(service().call<std::string>("upgrade", writeTestPackage(folder, "q", "q")), "q");
     const auto all = service().call<std::vector<vo::PackageInfo>>("packages");
-    EXPECT_EQ(all.at(0).path(), packages + "/p");
+    ASSERT_EQ(all.size(), 2U);
+    EXPECT_EQ(all[0].path(), packages + "/p");
+    EXPECT_EQ(all[1].uuid(), "q");
     EXPECT_TRUE(service().call<bool>("hasPackage", std::string("p")));
 
-    EXPECT_THROW(service().call("install", first), KRError);
+    EXPECT_EQ(errorOf<KRError>([&] { service().call("install", first); }),
+              "PackageManager::install: cannot install '" + first +
+                  "': a package 'p' is installed already");
     service().call("upgrade", writeTestPackage(folder, "second", "p", "2"));
     service().call("removePkg", std::string("p"));
-    EXPECT_THROW(service().call("removePkg", std::string("p")), KRError);
+    EXPECT_THAT(errorOf<KRError>([&] { service().call("removePkg", std::string("p")); }),
+                HasSubstr("cannot remove 'p': no package 'p' is installed"));
+    EXPECT_FALSE(service().call<bool>("hasPackage", std::string("p")));
     EXPECT_THAT(signals.take(5), ElementsAre("+p 1", "+q 1", "-p 1", "+p 2", "-p 2"));
     EXPECT_THAT(log.lines(vo::LogLevel::warning), IsEmpty());
 }
@@ -73,6 +79,7 @@ TEST_F(PackageManagerTest, start_finds_what_is_usable_and_clears_what_was_left_o
     make();
     ASSERT_EQ(manager->packages().size(), 1U);
     EXPECT_TRUE(manager->hasPackage("good"));
+    EXPECT_FALSE(manager->hasPackage("copy") || manager->find("newer") || manager->find("link"));
     EXPECT_FALSE(fs::exists(packages + "/~new-123456") || fs::exists(packages + "/~old-123456"));
     EXPECT_THAT(log.lines(vo::LogLevel::warning),
                 ElementsAre(HasSubstr("copy' is left out: its package's uuid is 'good'"),
