@@ -16,14 +16,24 @@ namespace KR {
 
 namespace {
 
-constexpr int kSignals[] = {SIGINT, SIGTERM};
+constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+/// Whether the program was started to outlive its terminal, as by nohup.
+bool ignoresHangUp()
+{
+    struct sigaction action = {};
+    ::sigaction(SIGHUP, nullptr, &action);
+    return action.sa_handler == SIG_IGN;
+}
 
 sigset_t signalSet()
 {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int signal : kSignals)
-        sigaddset(&signals, signal);
+    for (const int signal : kSignals) {
+        if (signal != SIGHUP || !ignoresHangUp())
+            sigaddset(&signals, signal);
+    }
     return signals;
 }
 
@@ -80,12 +90,13 @@ public:
 
 private:
     /// From here on a signal does what it does to any program, on the thread that this is called
-    /// on: what a shell had ignored for its background jobs, too.
+    /// on: what a shell had ignored for its background jobs, too. Not so the one of a terminal that
+    /// closes, which comes from the shell and then from the system: it is no second wish.
     static void letThrough()
     {
-        for (const int signal : kSignals)
-            std::signal(signal, SIG_DFL);
         const sigset_t signals = signalSet();
+        for (const int signal : kSignals)
+            std::signal(signal, signal == SIGHUP ? SIG_IGN : SIG_DFL);
         ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
     }
 

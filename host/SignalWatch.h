@@ -6,7 +6,8 @@ namespace KR {
 
 class StopRequest;
 
-/// Turns Ctrl-C (SIGINT) and SIGTERM into a stop request, while it lives. The second one ends the
+/// Turns Ctrl-C (SIGINT), SIGTERM and, unless the program was started to ignore it, the end of the
+/// terminal (SIGHUP) into a stop request, while it lives. A second one of the former two ends the
 /// program at once, in case that the orderly end hangs.
 ///
 /// Made and destroyed by the same thread, before there are others: those that come while it lives

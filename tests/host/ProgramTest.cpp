@@ -196,7 +196,7 @@ TEST_F(ProgramTest, SignalEndsARunInOrder)
 {
     const std::vector<std::string> live = {"run", "--config", config};
     const std::vector<std::string> play = {"run", "--config", config, "--scenario", scenario};
-    for (const int signal : {SIGINT, SIGTERM}) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         const Result lived = signalled(live, {signal});
         EXPECT_EQ(lived.exitCode, 0) << signal;
         EXPECT_THAT(lived.output, HasSubstr("Summary")) << signal;
