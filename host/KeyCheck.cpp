@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <limits>
-#include <numeric>
 #include <set>
+
+#include "host/Nearest.h"
 
 namespace KR {
 
@@ -11,37 +12,15 @@ namespace {
 
 using Kind = Expression::Kind;
 
-/// Insertions, deletions and replacements of bytes that turn one text into the other
-/// (Levenshtein's distance, row by row).
-std::size_t editDistance(const std::string& a, const std::string& b)
+/// What somebody publishes.
+std::vector<std::string> publishedKeys(const KeyCatalogue& keys)
 {
-    std::vector<std::size_t> row(b.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 1; i <= a.size(); ++i) {
-        std::size_t diagonal = std::exchange(row[0], i);
-        for (std::size_t j = 1; j <= b.size(); ++j) {
-            const std::size_t replaced = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
-            diagonal = std::exchange(row[j], std::min({replaced, row[j] + 1, row[j - 1] + 1}));
-        }
-    }
-    return row.back();
-}
-
-/// The published key that somebody may have meant; "" when none is near.
-std::string nearestKey(const std::string& key, const KeyCatalogue& keys)
-{
-    std::string nearest;
-    std::size_t least = std::max<std::size_t>(2, key.size() / 5) + 1;
+    std::vector<std::string> published;
     for (const KeyCatalogue::Entry& entry : keys.entries()) {
-        if (entry.publishers.empty())
-            continue;
-        const std::size_t distance = editDistance(key, entry.description.key);
-        if (distance < least) {
-            least = distance;
-            nearest = entry.description.key;
-        }
+        if (!entry.publishers.empty())
+            published.push_back(entry.description.key);
     }
-    return nearest;
+    return published;
 }
 
 Kind mirrored(Kind kind)
@@ -131,9 +110,7 @@ private:
         const auto entry = keys_.find(key);
         if (entry && !entry->publishers.empty())
             return;
-        const std::string meant = nearestKey(key, keys_);
-        add(key, "nobody publishes '" + key + "'" +
-                     (meant.empty() ? "" : "; did you mean '" + meant + "'?"));
+        add(key, "nobody publishes '" + key + "'" + didYouMean(key, publishedKeys(keys_)));
     }
 
     void inspectComparison(const std::string& key, Kind kind, const KRValue& literal)

@@ -35,9 +35,9 @@ public:
 };
 
 /// A store whose operations a signal ends, with everything as it was.
-PackageStore interruptible(const std::string& folder, const StopRequest& stop)
+PackageStore interruptible(const std::string& folder, const StopRequest& stop,
+                           PackageStore::Options options = {})
 {
-    PackageStore::Options options;
     options.beforeStep = [&stop](const std::string&) {
         if (stop.isRequested())
             throw Interrupted();
@@ -97,6 +97,19 @@ int forEach(const std::vector<std::string>& subjects, const char* verb, const St
     return exitCode;
 }
 
+/// Tells what is installed and will not work as somebody may expect. `source` is where it came
+/// from.
+void warnOf(const vo::PackageInfo& package, const std::string& source)
+{
+    for (const BehaviorDescription& behavior : describeBehaviors(package)) {
+        if (!behavior.programProblem.empty())
+            printError("warning: " + behavior.key +
+                       " cannot be started: " + behavior.programProblem);
+        for (const std::string& problem : behavior.problems)
+            printError("warning: " + (fs::path(source) / problem).string());
+    }
+}
+
 int installPackages(const PackageOptions& options)
 {
     StopRequest stop;
@@ -107,7 +120,9 @@ int installPackages(const PackageOptions& options)
     const auto ifInstalled =
         options.upgrade ? PackageStore::IfInstalled::replace : PackageStore::IfInstalled::refuse;
     return forEach(options.subjects, "install", stop, [&](const std::string& source) {
-        return "Installed " + store.install(source, ifInstalled);
+        const std::string uuid = store.install(source, ifInstalled);
+        warnOf(store.package(uuid), source);
+        return "Installed " + uuid;
     });
 }
 
@@ -150,7 +165,9 @@ std::string describeArchive(const std::string& source, const StopRequest& stop,
                             std::string (*render)(const vo::PackageInfo&, const std::string&))
 {
     const ScratchFolder scratch;
-    const PackageStore store = interruptible(scratch.path(), stop);
+    PackageStore::Options options;
+    options.lasts = false;
+    const PackageStore store = interruptible(scratch.path(), stop, options);
     return render(store.package(store.install(source, PackageStore::IfInstalled::refuse)), source);
 }
 

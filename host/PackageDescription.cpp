@@ -5,11 +5,14 @@
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
+#include "host/DescriptorCheck.h"
+#include "host/Nearest.h"
 #include "host/Table.h"
 #include "host/Text.h"
 #include "launchpad/NimbraLaunchpad.h"
 #include "permission/ContextPermission.h"
 #include "platform/conditions/ConditionParser.h"
+#include "platform/packages/PackageManifest.h"
 #include "plugins/NimbraLaunchpadPluginBehavior.h"
 #include "plugins/PluginDescriptor.h"
 
@@ -21,6 +24,9 @@ namespace fs = std::filesystem;
 
 using Json = nlohmann::ordered_json;
 using Role = BehaviorDescription::Role;
+
+const std::string kLaunchTrigger = "launchTrigger";
+const std::string kTerminationTrigger = "terminationTrigger";
 
 std::string programProblem(const vo::PackageInfo& package, const vo::BehaviorInfo& behavior)
 {
@@ -34,36 +40,54 @@ std::string programProblem(const vo::PackageInfo& package, const vo::BehaviorInf
     return {};
 }
 
+bool hasPurpose(const BehaviorDescription& description, const std::string& purpose)
+{
+    const auto& conditions = description.pluginConditions;
+    return !description.behavior.conditions(purpose).empty() ||
+           std::any_of(conditions.begin(), conditions.end(),
+                       [&](const auto& condition) { return condition.first == purpose; });
+}
+
 void readDescriptor(const std::string& path, BehaviorDescription& description)
 {
+    const std::string name =
+        (fs::path(description.behavior.path()) / fs::path(path).filename()).string();
+    description.problems = checkDescriptor(path, name);
     try {
         PluginDescriptor descriptor = readPluginDescriptor(path);
         description.groups = std::move(descriptor.groups);
         description.pluginConditions = std::move(descriptor.conditions);
-        const bool isSwitched =
-            std::any_of(description.pluginConditions.begin(), description.pluginConditions.end(),
-                        [](const auto& condition) {
-                            return condition.first == "launchTrigger" ||
-                                   condition.first == "terminationTrigger";
-                        });
-        if (isSwitched || !description.behavior.conditions("terminationTrigger").empty())
-            description.groups = {"conditional"};
-    } catch (const PluginDescriptorError& e) {
-        std::string place;
-        if (e.line() != 0)
-            place = " at " + std::to_string(e.line()) + ":" + std::to_string(e.column());
-        description.problems.push_back("the plugin descriptor cannot be read" + place + ": " +
-                                       e.what());
+    } catch (const PluginDescriptorError&) {
+        return;  // the check has told
     }
+    const bool launches = hasPurpose(description, kLaunchTrigger);
+    if (launches || hasPurpose(description, kTerminationTrigger))
+        description.groups = {"conditional"};
+    if (!launches && (description.groups.empty() || hasPurpose(description, kTerminationTrigger)))
+        description.problems.push_back(name + ": nothing starts the plugin: it has no " +
+                                       kLaunchTrigger +
+                                       (description.groups.empty() ? " and is in no group" : ""));
 }
 
-void checkCondition(const std::string& purpose, const std::string& text,
-                    std::vector<std::string>& problems)
+/// The conditions of the manifest.
+void checkConditions(BehaviorDescription& description)
 {
-    try {
-        parseCondition(text);
-    } catch (const ConditionSyntaxError& e) {
-        problems.push_back("the condition " + purpose + " does not parse: " + e.what());
+    const std::string begin = kPackageManifestFile + std::string(": ");
+    for (const auto& [purpose, texts] : description.behavior.conditions()) {
+        const bool isKnown = purpose == kLaunchTrigger || purpose == kTerminationTrigger;
+        const std::string meant = didYouMean(purpose, {kLaunchTrigger, kTerminationTrigger});
+        if (!isKnown && !meant.empty())
+            description.problems.push_back(begin + "nothing asks for the condition '" + purpose +
+                                           "' of " + description.behavior.path() + meant);
+        for (const std::string& text : texts) {
+            try {
+                parseCondition(text);
+            } catch (const ConditionSyntaxError& e) {
+                description.problems.push_back(begin + "the condition " + purpose + " of " +
+                                               description.behavior.path() +
+                                               " does not parse: at its " + e.what());
+            }
+        }
     }
 }
 
@@ -81,11 +105,7 @@ BehaviorDescription describe(const vo::PackageInfo& package, const vo::BehaviorI
         description.role = Role::plugin;
         readDescriptor(descriptor, description);
     }
-    for (const auto& [purpose, texts] : behavior.conditions())
-        for (const std::string& text : texts)
-            checkCondition(purpose, text, description.problems);
-    for (const auto& [purpose, text] : description.pluginConditions)
-        checkCondition(purpose, text, description.problems);
+    checkConditions(description);
     return description;
 }
 

@@ -26,7 +26,9 @@ struct BehaviorDescription {
     std::list<std::pair<std::string, std::string>> pluginConditions;
     /// Why its program cannot be started; "" when it can.
     std::string programProblem;
-    /// What else is wrong: conditions that do not parse, a descriptor that cannot be read.
+    /// What else is wrong, each "<file in the package>:<line>:<column>: <text>", without a place
+    /// where none is known: conditions that do not parse, a descriptor that cannot be read or has
+    /// no effect.
     std::vector<std::string> problems;
 };
 

@@ -1,12 +1,17 @@
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "host/Host.h"
 #include "host/JsonTimeline.h"
 #include "host/PackageCommand.h"
 #include "host/PackageDescription.h"
 #include "host/PermissionsCommand.h"
+#include "host/SignalWatch.h"
+#include "host/StopRequest.h"
 #include "platform/vo/VirtualClock.h"
 #include "tests/packages/TestPackages.h"
 
@@ -53,7 +58,81 @@ struct PackageCommandTest : testing::Test {
     TemporaryFolder folder;
     const std::string packages = folder.path() + "/installed";
     const std::string in = " --packages " + packages + " ";
+    const std::string scratch = folder.path() + "/scratch";
+
+    PackageCommandTest()
+    {
+        fs::create_directory(scratch);
+        ::setenv("TMPDIR", scratch.c_str(), 1);  // NOLINT(concurrency-mt-unsafe): one thread
+    }
+    ~PackageCommandTest() override
+    {
+        ::unsetenv("TMPDIR");  // NOLINT(concurrency-mt-unsafe): one thread
+    }
 };
+
+/// What a process of its own ends with: its exit code, or minus the signal that ended it.
+int inAProcess(const std::function<int()>& work)
+{
+    const pid_t child = ::fork();
+    if (child == 0)
+        ::_exit(work());
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+TEST_F(PackageCommandTest, signal_ends_a_look_into_an_archive_and_leaves_nothing)
+{
+    const std::string tar =
+        writeTestArchive(folder.path() + "/large.tar", {{"x", std::string(07502200, 'x')}}, "ustar",
+                         ARCHIVE_FILTER_NONE);
+    // The size of the file becomes another one, whose digits have the same sum.
+    std::fstream(tar, std::ios::in | std::ios::out).seekp(124) << "02770000000";
+    fs::resize_file(tar, 02770002000);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        EXPECT_EQ(inAProcess([&] {
+                      sigset_t blocked;
+                      ::sigemptyset(&blocked);
+                      ::sigaddset(&blocked, signal);
+                      ::pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
+                      ::kill(::getpid(), signal);
+                      return nimbra("package info " + tar).exitCode;
+                  }),
+                  128 + signal);
+        EXPECT_TRUE(fs::is_empty(scratch));
+    }
+}
+
+TEST(SignalWatchTest, first_signal_stays_and_a_terminal_that_closes_says_so_twice)
+{
+    const auto watched = [](const std::vector<int>& signals) {
+        return inAProcess([&] {
+            StopRequest stop;
+            const SignalWatch watch(stop);
+            for (const int signal : signals) {
+                ::kill(::getpid(), signal);
+                stop.wait();
+            }
+            return stop.signal();
+        });
+    };
+    EXPECT_EQ(watched({SIGHUP, SIGHUP}), SIGHUP);
+    EXPECT_EQ(watched({SIGTERM, SIGHUP}), SIGTERM);
+    EXPECT_EQ(watched({SIGHUP, SIGINT}), -SIGINT);
+    EXPECT_EQ(watched({SIGTERM, SIGTERM}), -SIGTERM);
+    std::signal(SIGHUP, SIG_IGN);  // as nohup does
+    EXPECT_EQ(inAProcess([] {
+                  StopRequest stop;
+                  const SignalWatch watch(stop);
+                  ::kill(::getpid(), SIGHUP);
+                  ::kill(::getpid(), SIGTERM);
+                  stop.wait();
+                  return stop.signal();
+              }),
+              SIGTERM);
+    std::signal(SIGHUP, SIG_DFL);
+}
 
 TEST_F(PackageCommandTest, packages_come_and_go_and_what_fails_stops_nothing_else)
 {
@@ -62,13 +141,13 @@ TEST_F(PackageCommandTest, packages_come_and_go_and_what_fails_stops_nothing_els
     const std::string q = writeTestPackage(folder, "q", "q");
     const std::string wrong = writeTestPackage(folder, "wrong", "../x");
     const std::string archive = writeTestArchive(
-        folder.path() + "/r.tgz", {{kPackageManifestFile, testManifest("r")}, {"go/x", ""}});
+        folder.path() + "/r.tgz", {{"r-1/package.yaml", testManifest("r")}, {"r-1/go/run", ""}});
     const std::string link = writeTestArchive(folder.path() + "/link.tgz",
                                               {{"link", "", AE_IFLNK, "/etc"}, {"link/x", ""}});
     const struct {
         std::string arguments;
         int exitCode;
-        const char* out;
+        std::string out;
         const char* err;
     } rows[] = {
         {"package", 2, "", "subcommand is required"},
@@ -83,9 +162,15 @@ TEST_F(PackageCommandTest, packages_come_and_go_and_what_fails_stops_nothing_els
         {"package install /missing" + in, 1, "", "'/missing': No such file or directory"},
         {"package install " + q + " --packages " + q + "/go/run", 2, "", "is no folder"},
         {"package list" + in, 0, "p        2        all        go\nq        1 ", ""},
-        {"package info r" + in, 0, "go/run", ""},
+        {"package list --json" + in, 0,
+         R"({"uuid":"p","version":"2","languages":[],"behaviors":["go"]})"
+         "\n{",
+         ""},
+        {"package info r" + in, 0, "can be started", ""},
         {"package info " + archive, 0, "r 1\n  in         ", ""},
         {"package info " + link, 1, "", "'link' is a symbolic link"},
+        {"package info " + p + in, 0, "p 1\n  in         " + p, ""},
+        {"package info p" + in, 0, "p 2\n  in         " + packages + "/p", ""},
         {"package info ../x" + in, 1, "", "neither an installed package nor a file"},
         {"package remove ../p q q r" + in, 1, "Removed q\nRemoved r\n", "cannot remove '../p'"},
     };
@@ -95,6 +180,7 @@ TEST_F(PackageCommandTest, packages_come_and_go_and_what_fails_stops_nothing_els
         EXPECT_THAT(result.out, HasSubstr(row.out)) << row.arguments;
         EXPECT_THAT(result.err, HasSubstr(row.err)) << row.arguments;
         EXPECT_EQ(result.err.empty(), result.exitCode == 0) << row.arguments;
+        EXPECT_TRUE(fs::is_empty(scratch)) << row.arguments;
     }
     EXPECT_EQ(std::distance(fs::directory_iterator(packages), fs::directory_iterator()), 1);
 
@@ -118,14 +204,16 @@ Behaviors:
   - {Path: switched, UserRequestable: true}
   - {Path: faulty}
 )");
-    for (const char* behavior : {"plugin", "switched", "faulty", "self"})
-        folder.write("p/" + std::string(behavior) + "/nimbraLaunchpadPlugin.xml",
-                     "<nimbraLaunchpadPlugin><groups><group>g</group></groups>" +
-                         std::string(behavior == std::string("switched")
-                                         ? "<conditions><condition purpose='launchTrigger'>'B'"
-                                           "</condition></conditions>"
-                                         : "") +
-                         (behavior == std::string("faulty") ? "<" : "</nimbraLaunchpadPlugin>"));
+    const std::string root = "nimbraLaunchpadPlugin";
+    for (const auto& [behavior, content] :
+         {std::pair("plugin", "<groups><group>solitary</group><group>g</group></groups>"),
+          {"switched",
+           "<groups><group>disabled</group></groups><conditions>"
+           "<condition purpose='launchTrigger'>'B'</condition></conditions>"},
+          {"faulty", "<"},
+          {"self", ""}})
+        folder.write("p/" + std::string(behavior) + "/" + root + ".xml",
+                     "<" + root + ">" + content + "</" + root + ">");
     fs::permissions(folder.write("p/self/run", ""), fs::perms(0755));
     folder.write("p/plugin/run", "");
 
@@ -142,14 +230,90 @@ Behaviors:
             text += " " + group;
         told.push_back(text);
     }
-    EXPECT_THAT(told, ElementsAre("p/self activity startable", "p/plugin plugin requestable g",
-                                  "p/switched plugin requestable conditional", "p/faulty plugin"));
+    EXPECT_THAT(told,
+                ElementsAre("p/self activity startable", "p/plugin plugin requestable solitary g",
+                            "p/switched plugin requestable conditional", "p/faulty plugin"));
     const std::string text = nimbra("package info " + folder.path() + "/p").out;
     for (const char* part : {"languages  French", "canRunOnPod, other", "launchTrigger: 'A' &&",
-                             "the condition launchTrigger does not parse: 1:7: expected",
                              "plugin/run is not executable", "there is no file faulty/run",
-                             "the plugin descriptor cannot be read at 1:"})
+                             "faulty/nimbraLaunchpadPlugin.xml:1:"})
         EXPECT_THAT(text, HasSubstr(part));
+}
+
+TEST_F(PackageCommandTest, install_and_info_warn_of_what_is_installed_and_never_runs)
+{
+    const std::string file = "go/nimbraLaunchpadPlugin.xml";
+    const std::string unstarted = ": nothing starts the plugin: it has no launchTrigger";
+    const std::string ungrouped = unstarted + " and is in no group";
+    const auto whole = [](const std::string& text) {
+        return "<nimbraLaunchpadPlugin>\n" + text + "</nimbraLaunchpadPlugin>";
+    };
+    const auto condition = [&whole](const std::string& text) {
+        return whole("<conditions><condition purpose='launchTrigger'>'A'</condition>\n <condition" +
+                     text + "</condition></conditions>");
+    };
+    const struct {
+        std::string descriptor;
+        std::vector<std::string> warnings;
+    } rows[] = {
+        {whole("<groups><group>solitary</group><group>interactive</group></groups>"
+               "<x:note xmlns:x='u'><groups><a/></groups></x:note>"),
+         {}},
+        {condition(" purpose='terminationTrigger'>'B'"), {}},
+        {"<other><groups/></other>",
+         {":1:1: the root element is 'other', so nothing is read; it has to be "
+          "'nimbraLaunchpadPlugin'",
+          ungrouped}},
+        {whole(""), {ungrouped}},
+        {whole("<conditions><condition purpose='terminationTrigger'>'A'</condition></conditions>"
+               "<groups><group>solitary</group></groups>"),
+         {unstarted}},
+        {whole("<groups>\n  <group>solitary</group><group>interactiv</group>\n<group>g</group>"
+               "</groups>"),
+         {":3:26: the group 'interactiv' is never enabled, as no life state is called so; did you "
+          "mean 'interactive'?",
+          ":4:1: the group 'g' is never enabled, as no life state is called so"}},
+        {whole("<groups><group>disabled</group>\n  <grup>x</grup></groups><condition/>"),
+         {":3:3: the element 'grup' is skipped; did you mean 'group'?",
+          ":3:26: the element 'condition' is skipped; did you mean 'conditions'?"}},
+        {condition(" purpose='launchTriger'>'B'"),
+         {":3:2: nothing asks for conditions of the purpose 'launchTriger'; did you mean "
+          "'launchTrigger'?"}},
+        {condition(">'B'"), {":3:2: the condition has no purpose"}},
+        {condition(" purpose='launchTrigger'>'B' =="),
+         {":3:2: the condition launchTrigger does not parse: at its 1:7: expected a key, a "
+          "literal, "
+          "'!' or '(', found the end"}},
+        {whole("<groups>"),
+         {":2:32: the plugin descriptor cannot be read: Opening and ending tag mismatch."}},
+    };
+    const std::string p = writeTestPackage(folder, "p", "p");
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.descriptor);
+        folder.write("p/" + file, row.descriptor);
+        const Result result = nimbra("package install --upgrade " + p + " --packages " + packages);
+        EXPECT_EQ(result.exitCode, 0);
+        std::string expected;
+        for (const std::string& warning : row.warnings)
+            expected += "nimbra: warning: " + p + "/" + file + warning + "\n";
+        EXPECT_EQ(result.err, expected);
+        const auto json = nlohmann::json::parse(nimbra("package info --json " + p).out);
+        EXPECT_EQ(json["behaviors"][0]["problems"].size(), row.warnings.size());
+    }
+    fs::remove_all(p + "/go");
+    fs::create_directory(p + "/go");
+    folder.write("p/package.yaml",
+                 testManifest("p") + "    Conditions: {launchTriger: \"'A'\", any: \"'B' &&\"}\n");
+    EXPECT_EQ(nimbra("package install --upgrade " + p + " --packages " + packages).err,
+              "nimbra: warning: p/go cannot be started: there is no file go/run\n"
+              "nimbra: warning: " +
+                  p +
+                  "/package.yaml: the condition any of go does not parse: at its "
+                  "1:7: expected a key, a literal, '!' or '(', found the end\n"
+                  "nimbra: warning: " +
+                  p +
+                  "/package.yaml: nothing asks for the condition 'launchTriger' of "
+                  "go; did you mean 'launchTrigger'?\n");
 }
 
 TEST_F(PackageCommandTest, permissions_name_what_holds_an_activity_back)
