@@ -119,13 +119,15 @@ TEST_F(KRBehaviorManagerTest, what_cannot_run_is_refused_with_the_reason)
     }
     manager->startBehavior("pkg/good");
     EXPECT_EQ(ends.wait("pkg/good "), "0");
+    EXPECT_THAT(log.lines(vo::LogLevel::warning), IsEmpty());
 }
 
 TEST_F(KRBehaviorManagerTest, stop_asks_the_program_and_waits_for_its_end)
 {
-    const auto polite = install("polite",
-                                "trap 'echo bye; exit 7' TERM; echo ready; "
-                                "while :; do sleep 60 & wait; done");
+    const auto polite =
+        install("polite",
+                "trap 'wait; echo bye; exit 7' TERM; sh -c 'trap \"echo child; exit\" TERM; "
+                "echo ready; while :; do sleep 60 & wait; done' & wait");
     const auto other = install("other", "exec sleep 60");
     make();
     service().call("preloadBehavior", polite);
@@ -139,7 +141,7 @@ TEST_F(KRBehaviorManagerTest, stop_asks_the_program_and_waits_for_its_end)
     EXPECT_FALSE(service().call<bool>("isBehaviorRunning", polite));
     EXPECT_TRUE(service().call<bool>("isBehaviorRunning", other));
     EXPECT_EQ(ends.wait(polite + " "), "7");
-    EXPECT_THAT(lines.take(2), ElementsAre("ready", "bye"));
+    EXPECT_THAT(lines.take(3), ElementsAre("ready", "child", "bye"));
     manager.reset();  // stops the other one
     EXPECT_EQ(log.count(vo::LogLevel::info, "Behaviour 'pkg/other' was ended by signal 15"), 1U);
 }

@@ -75,6 +75,7 @@ TEST_F(PackageManagerTest, start_finds_what_is_usable_and_clears_what_was_left_o
     folder.write("deep/packages/~old-123456/go/run", "rest");
     folder.write("deep/packages/newer/package.yaml", "ConfigurationVersion: 2\nUuid: newer\n");
     fs::create_directory(packages + "/none");
+    fs::create_directory(packages + "/~no package");
     fs::create_directory_symlink(packages + "/good", packages + "/link");
     make();
     ASSERT_EQ(manager->packages().size(), 1U);

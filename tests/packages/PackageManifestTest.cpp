@@ -80,11 +80,11 @@ TEST_F(PackageManifestTest, wrong_manifest_tells_what_is_wrong_and_where)
     const auto behavior = [](const std::string& text) {
         return kHead + "Behaviors:\n  - " + text + "\n";
     };
-    const auto list = [](int count) {
-        std::string text = "[x0";
-        for (int i = 1; i < count; ++i)
-            text += ", x" + std::to_string(i);
-        return text + "]";
+    const auto list = [](int count, const char* value = "") {
+        std::string text;
+        for (int i = 0; i < count; ++i)
+            text += (i == 0 ? "x" : ", x") + std::to_string(i) + value;
+        return *value == '\0' ? "[" + text + "]" : "{" + text + "}";
     };
     const auto behaviors = [](int count) {
         std::string text = kHead + "Behaviors:\n";
@@ -129,6 +129,8 @@ TEST_F(PackageManifestTest, wrong_manifest_tells_what_is_wrong_and_where)
         {kHead + "SupportedLanguages: " + list(1000), "none"},
         {kHead + "SupportedLanguages: " + list(1001),
          "4:21: SupportedLanguages has more than 1000"},
+        {behavior("{Path: a, Tags: " + list(1000, ": y") + "}"), "none"},
+        {behavior("{Path: a, Tags: " + list(1001, ": y") + "}"), "5:21: Tags has more than 1000"},
         {behaviors(1000), "none"},
         {behaviors(1001), "5:3: there are more than 1000 behaviours"},
         {kHead + room + "#\n", "none"},

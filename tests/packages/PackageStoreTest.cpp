@@ -156,7 +156,7 @@ TEST_F(PackageStoreTest, folders_and_archives_are_installed_alike)
                 {outer + "go", "", AE_IFDIR},  // twice does no harm
                 {outer + "go/run", "#!/bin/sh\n"},
                 {outer + "go/dir/grüße", "x"},
-                {outer + "go2", "y", AE_IFREG, "", 0644}};
+                {outer + "go2", "y", AE_IFREG, "", 0655}};
     };
     const struct {
         const char* format;
@@ -177,7 +177,8 @@ TEST_F(PackageStoreTest, folders_and_archives_are_installed_alike)
         EXPECT_THAT(filesBelow(packages + "/p"),
                     ElementsAre(Pair("go/dir/grüße", "x"), Pair("go/run", "#!/bin/sh\n"),
                                 Pair("go2", "y"), Pair("package.yaml", testManifest("p"))));
-        for (const auto& [file, mode] : {std::pair("/p/go/run", 0755U), {"/p/go2", 0644U}}) {
+        for (const auto& [file, mode] :
+             {std::pair("/p/go/run", 0755U), {"/p/go2", 0644U}, {"/p", 0755U}}) {
             struct stat status = {};
             ASSERT_EQ(::stat((packages + file).c_str(), &status), 0);
             EXPECT_EQ(status.st_mode & 07777, mode);  // nothing more than executable
@@ -225,10 +226,11 @@ TEST_F(PackageStoreTest, archive_that_would_leave_its_package_or_exceed_limits_i
         {{{"go/run", "", AE_IFDIR}}, "'go/run' is there twice"},
         {{{"bad\xff", "x"}}, "'bad\\xff' is not readable text in UTF-8"},
         {{{"a\tb", "x"}}, "'a\\x09b' is not readable text in UTF-8"},
+        {{{"\x7f \xc2\x85", "x"}}, "'\\x7f \\xc2\\x85' is not readable text in UTF-8"},
         {{{deep + "x", "x"}}, kNone},
         {{{deep + "d/x", "x"}}, "is nested deeper than 32 folders"},
         {{{name, "x"}}, kNone},
-        {{{"n" + name, "x"}}, "holds a name of more than 255 bytes"},
+        {{{"n" + name, "x"}}, "nn...' holds a name of more than 255 bytes"},
         {{{path + "xx", "x"}}, "is longer than 1024 bytes"},
         {{{path + "x", "x"}}, kNone},
         {{{"room", room}}, kNone},
@@ -248,9 +250,10 @@ TEST_F(PackageStoreTest, archive_that_would_leave_its_package_or_exceed_limits_i
         // It was looked at before anything was written.
         EXPECT_EQ(row.reason == kNone, Value(steps, Contains(StartsWith("make fi"))));
     }
-    // A zip says the size of an entry after its content only, if it says the truth at all.
+    // A zip that is read from its beginning, as it is unpacked, says the size of a file after it.
     EXPECT_THAT(refusal(writeTestArchive(archive, {{"zeros", zeros}}, "zip"), options),
                 HasSubstr("more than 500000 bytes"));
+    EXPECT_THAT(steps, Not(Contains(StartsWith("make fi"))));
     EXPECT_FALSE(fs::exists(outside));
 }
 
@@ -262,13 +265,14 @@ TEST_F(PackageStoreTest, compression_is_undone_once_and_within_limits)
         layers = readFile(writeTestArchive(target, {{"x", layers}}, "raw"));
         EXPECT_THAT(refusal(target), HasSubstr("Unrecognized archive format")) << layer;
     }
-    // The beginning of an empty file in a zip, after which the next one is looked for.
+    // The beginnings of empty files in a zip, after which the next one is looked for.
     std::string zip = "PK\3\4\x14" + std::string(25, '\0');
     zip[26] = 1;
     PackageStore::Options options;
     options.limits = {50, 500'000};
     for (const int compression : {ARCHIVE_FILTER_NONE, ARCHIVE_FILTER_GZIP}) {
-        const std::string zeros = zip + "x" + std::string(3'000'000, '\0');
+        const std::string zeros =
+            zip + "a" + zip + "b" + zip + "c" + zip + "d" + std::string(3'000'000, '\0');
         writeTestArchive(target, {{"x", zeros}}, "raw", compression);
         EXPECT_THAT(refusal(target, options), HasSubstr("more than"));
     }
@@ -287,7 +291,6 @@ TEST_F(PackageStoreTest, source_that_is_no_package_is_refused)
                     AnyOf(HasSubstr("two/package.yaml: there is no manifest"), HasSubstr("'..'")));
     EXPECT_THAT(refusal(folder.path() + "/missing"), HasSubstr("No such file"));
     EXPECT_THAT(refusal(folder.path()), HasSubstr("holds the packages folder"));
-    EXPECT_THAT(refusal(packages), HasSubstr("holds the packages folder"));
     for (const char* uuid : {"../old", "p", ".", ""})
         EXPECT_THROW(store.remove(uuid), std::runtime_error) << uuid;
     PackageStore::Options options;
@@ -333,17 +336,11 @@ TEST_F(PackageStoreTest, install_leaves_a_reserve_that_fits_the_disk_and_is_sync
     EXPECT_THAT(steps, Not(Contains(HasSubstr("sync"))));
 }
 
-/// Who may not write what is read-only, while it lives.
-class OrdinaryUser {
-public:
-    OrdinaryUser() { EXPECT_EQ(wasRoot_ ? ::seteuid(kNobody) : 0, 0); }
-    ~OrdinaryUser() { EXPECT_EQ(wasRoot_ ? ::seteuid(0) : 0, 0); }
-    OrdinaryUser(const OrdinaryUser&) = delete;
-    OrdinaryUser& operator=(const OrdinaryUser&) = delete;
-
-private:
-    static constexpr uid_t kNobody = 65534;
-    const bool wasRoot_ = ::geteuid() == 0;
+/// Makes root, if it is who runs the tests, somebody who may not write what is read-only.
+struct OrdinaryUser {
+    const bool wasRoot = ::geteuid() == 0;
+    OrdinaryUser() { EXPECT_EQ(wasRoot ? ::seteuid(65534) : 0, 0); }
+    ~OrdinaryUser() { EXPECT_EQ(wasRoot ? ::seteuid(0) : 0, 0); }
 };
 
 TEST_F(PackageStoreTest, read_only_folder_keeps_its_packages_but_read_only_packages_go)
