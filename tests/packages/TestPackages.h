@@ -68,7 +68,9 @@ inline std::string writeTestArchive(const std::string& path, const std::vector<T
         archive_entry_set_pathname(entry, given.path.c_str());
         archive_entry_set_filetype(entry, given.type);
         archive_entry_set_perm(entry, given.mode);
-        archive_entry_set_size(entry, static_cast<la_int64_t>(given.content.size()));
+        // Who writes a zip on the fly knows the size of a file after its content only.
+        if (format != std::string("zip"))
+            archive_entry_set_size(entry, static_cast<la_int64_t>(given.content.size()));
         if (given.type == AE_IFLNK)
             archive_entry_set_symlink(entry, given.link.c_str());
         else if (!given.link.empty())
