@@ -32,6 +32,7 @@ ActivityPermissions::~ActivityPermissions()
     broker_->session().unregisterService(kService);
     if (languageLink_ != vo::kInvalidSignalLink)
         speech_.disconnect(languageLink_);
+    refreshGate_->close();
 }
 
 void ActivityPermissions::registerService()
@@ -75,7 +76,10 @@ void ActivityPermissions::postRefresh()
 {
     if (refreshPosted_.exchange(true))
         return;
-    vo::getEventLoop()->async([this] {
+    vo::getEventLoop()->async([this, gate = refreshGate_] {
+        const vo::CallbackGate::Pass pass(*gate);
+        if (!pass)
+            return;
         refreshPosted_ = false;
         permission_.refreshBehaviorsPermissions();
     });

@@ -11,6 +11,7 @@
 #include "platform/kr/KRBroker.h"
 #include "platform/packages/BehaviorsCache.h"
 #include "platform/vo/AnyObject.h"
+#include "platform/vo/CallbackGate.h"
 #include "platform/vo/ServiceObject.h"
 
 namespace KR {
@@ -23,7 +24,7 @@ namespace KR {
 /// "getPermissionsCache", each of an activity, and the property "permissions", the whole cache,
 /// which can be followed.
 ///
-/// Thread-safe. Destroyed after the event loop is closed.
+/// Thread-safe. A refresh that is still posted when this goes is dropped.
 class ActivityPermissions : private ContextPermissionResponder {
 public:
     /// The memory keys of the life service and of the battery are written already.
@@ -52,6 +53,7 @@ private:
     vo::SignalLink languageLink_ = vo::kInvalidSignalLink;
 
     // Synchronised by themselves. The flag says that a refresh has been posted and not begun.
+    const std::shared_ptr<vo::CallbackGate> refreshGate_ = std::make_shared<vo::CallbackGate>();
     std::atomic<bool> refreshPosted_{false};
     BehaviorsCache behaviors_;
     ContextPermission permission_;

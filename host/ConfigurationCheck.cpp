@@ -6,12 +6,14 @@
 #include <tuple>
 #include <yaml-cpp/yaml.h>
 
+#include "host/ConfigurationDoubts.h"
 #include "host/KeyCheck.h"
 #include "host/KnownRobot.h"
 #include "host/Text.h"
 #include "launchpad/NimbraLaunchpad.h"
 #include "platform/conditions/ConditionParser.h"
 #include "platform/config/Configurator.h"
+#include "platform/config/YamlFile.h"
 
 namespace KR {
 
@@ -20,6 +22,10 @@ namespace {
 /// The major version of configuration files that the launchpad reads.
 constexpr int kSupportedVersion = 2;
 
+/// Of the texts of a report. Each repeats names from the file, which may be long, and so together
+/// they could be as large as the file squared.
+constexpr std::size_t kMaxReportBytes = 16UL * 1024 * 1024;
+
 class Inspection {
 public:
     Inspection(const std::string& path, const KeyCatalogue* keys) : path_(path), keys_(keys) {}
@@ -27,34 +33,50 @@ public:
     ConfigurationReport run()
     {
         try {
-            inspect(loadConfigurationDocument(path_));
+            const YAML::Node document = loadConfigurationDocument(path_);
+            inspect(document);
+            if (keys_)
+                inspectDoubts(document);
         } catch (const YAML::BadFile& e) {
-            throw UnreadableFile(path_ + ": " + withoutPath(e.msg));
+            throw UnreadableFile(e.what());
         } catch (const YAML::Exception& e) {
-            add(e);
+            add(yamlPlace(e.mark), e.msg);
+        } catch (const Enough&) {
+            report_.isCut = true;
         }
-        for (auto* problems : {&report_.problems, &report_.warnings}) {
-            std::sort(problems->begin(), problems->end(), [](const auto& a, const auto& b) {
-                return std::tie(a.line, a.column, a.text) < std::tie(b.line, b.column, b.text);
-            });
-        }
+        for (auto* problems : {&report_.problems, &report_.warnings})
+            putInOrder(*problems);
         return std::move(report_);
     }
 
 private:
+    /// The report is as large as it may be.
+    struct Enough {};
+
+    /// What several rules share by an alias is the same problem.
+    static void putInOrder(std::vector<ConfigurationProblem>& problems)
+    {
+        const auto keyOf = [](const auto& a) { return std::tie(a.line, a.column, a.text); };
+        std::sort(problems.begin(), problems.end(),
+                  [&](const auto& a, const auto& b) { return keyOf(a) < keyOf(b); });
+        const auto last =
+            std::unique(problems.begin(), problems.end(),
+                        [&](const auto& a, const auto& b) { return keyOf(a) == keyOf(b); });
+        problems.erase(last, problems.end());
+    }
+
     void inspect(const YAML::Node& document)
     {
         try {
             Configurator::verifyConfigFileVersionCompatible(nullptr, document, kSupportedVersion);
-        } catch (const std::exception& e) {
-            const YAML::Node version = document["ConfigurationVersion"];
-            add(version ? version.Mark() : document.Mark(), e.what());
+        } catch (const YamlError& e) {
+            add(e.place(), e.what());
         }
         for (const char* key : {"ConfigurationDescription", "ConfigurationVersion"})
             requireText(document, key);
         const YAML::Node policy = document["DialogFocusPolicy"];
         if (policy && !policy.IsScalar())
-            add(policy.Mark(), "DialogFocusPolicy must be a text");
+            add(yamlPlace(policy), "DialogFocusPolicy must be a text");
         inspectPlugins(document["Plugins"]);
         inspectActions(document);
     }
@@ -64,14 +86,14 @@ private:
         if (!plugins || plugins.IsNull())
             return;
         if (!plugins.IsSequence()) {
-            add(plugins.Mark(), "Plugins must be a sequence");
+            add(yamlPlace(plugins), "Plugins must be a sequence");
             return;
         }
         const std::vector<std::string> known = NimbraLaunchpad::addableModulePlugins();
         for (const YAML::Node& plugin : plugins) {
             const std::string name = plugin.IsScalar() ? plugin.Scalar() : "";
             if (std::find(known.begin(), known.end(), name) == known.end())
-                add(plugin.Mark(), "there is no plugin '" + name + "' to add");
+                add(yamlPlace(plugin), "there is no plugin '" + name + "' to add");
             else
                 report_.plugins.push_back(name);
         }
@@ -82,9 +104,9 @@ private:
         const YAML::Node node = document[key];
         if (!node) {
             if (key != "ConfigurationVersion")  // the version check has said so
-                add(document.Mark(), key + " is missing");
+                add(yamlPlace(document), key + " is missing");
         } else if (!node.IsScalar()) {
-            add(node.Mark(), key + " must be a text");
+            add(yamlPlace(node), key + " must be a text");
         }
     }
 
@@ -92,16 +114,16 @@ private:
     {
         const YAML::Node actions = document["AutonomousActions"];
         if (!actions) {
-            add(document.Mark(), "No AutonomousActions found in config file, skipping.");
+            add(yamlPlace(document), "No AutonomousActions found in config file, skipping.");
             return;
         }
         if (!actions.IsSequence()) {
             if (!actions.IsNull())
-                add(actions.Mark(), "AutonomousActions must be a sequence");
+                add(yamlPlace(actions), "AutonomousActions must be a sequence");
             return;
         }
         const ConfigurationReader reader(
-            [this](const ConfigurationProblem& problem) { report_.problems.push_back(problem); });
+            [this](const ConfigurationProblem& problem) { add(report_.problems, problem); });
         bool isLoading = true;
         for (const YAML::Node& node : actions) {
             try {
@@ -112,7 +134,7 @@ private:
                 }
             } catch (const YAML::Exception& e) {
                 // The rest is still worth a look.
-                add(e.mark, e.msg + ": loading stops here");
+                add(yamlPlace(e.mark), e.msg + ": loading stops here");
                 isLoading = false;
             }
         }
@@ -121,7 +143,7 @@ private:
     void inspectCondition(const AutonomousAction& action, const YAML::Node& node)
     {
         if (action.condition.empty()) {
-            add(node.Mark(), "the condition of '" + action.description + "' is empty");
+            add(yamlPlace(node), "the condition of '" + action.description + "' is empty");
             return;
         }
         try {
@@ -135,10 +157,21 @@ private:
             const std::string text =
                 "the condition of '" + action.description + "' does not parse: ";
             if (line == 0)
-                add(node.Mark(), text + "at its " + e.what());
+                add(yamlPlace(node), text + "at its " + e.what());
             else
-                report_.problems.push_back({"", text + e.problem(), line, column});
+                add(report_.problems, {"", text + e.problem(), line, column});
         }
+    }
+
+    void inspectDoubts(const YAML::Node& document)
+    {
+        findConfigurationDoubts(document, [this](const ConfigurationProblem& problem) {
+            add(report_.warnings, problem);
+        });
+        const YamlPlace end = endOfYamlDocument(path_, kMaxConfigFileBytes);
+        if (end.line != 0)
+            add(report_.warnings, {"", "the document ends above; from here on nothing is read",
+                                   end.line, end.column});
     }
 
     void warnOfKeys(const AutonomousAction& action, const Expression& condition,
@@ -147,11 +180,9 @@ private:
         for (const KeyDoubt& doubt : keyDoubts(condition, *keys_)) {
             const std::size_t at = action.condition.find("'" + doubt.key + "'");
             auto [line, column] = placeInFile(node.Mark(), action.condition, at + 1);
-            if (line == 0) {
-                line = static_cast<std::size_t>(node.Mark().line) + 1;
-                column = static_cast<std::size_t>(node.Mark().column) + 1;
-            }
-            report_.warnings.push_back(
+            if (line == 0)
+                std::tie(line, column) = std::pair(yamlPlace(node).line, yamlPlace(node).column);
+            add(report_.warnings,
                 {"", "the condition of '" + action.description + "': " + doubt.text, line, column});
         }
     }
@@ -188,27 +219,25 @@ private:
             lines_.push_back(line);
     }
 
-    void add(const YAML::Mark& mark, const std::string& text)
+    /// What concerns the file as a whole stands at its beginning.
+    void add(const YamlPlace& place, const std::string& text)
     {
-        ConfigurationProblem problem{"", text};
-        problem.line = mark.is_null() ? 1 : static_cast<std::size_t>(mark.line) + 1;
-        problem.column = mark.is_null() ? 1 : static_cast<std::size_t>(mark.column) + 1;
-        report_.problems.push_back(std::move(problem));
+        add(report_.problems, {"", text, std::max<std::size_t>(place.line, 1),
+                               std::max<std::size_t>(place.column, 1)});
     }
 
-    void add(const YAML::Exception& e) { add(e.mark, withoutPath(e.msg)); }
-
-    /// What is wrong with the file as a whole names it already.
-    std::string withoutPath(const std::string& text) const
+    void add(std::vector<ConfigurationProblem>& problems, const ConfigurationProblem& problem)
     {
-        const std::string prefix = path_ + ": ";
-        const std::size_t at = text.find(prefix);
-        return at == std::string::npos ? text : text.substr(at + prefix.size());
+        bytes_ += problem.text.size();
+        if (bytes_ > kMaxReportBytes)
+            throw Enough();
+        problems.push_back(problem);
     }
 
     const std::string path_;
     const KeyCatalogue* const keys_;
     std::vector<std::string> lines_;
+    std::size_t bytes_ = 0;  ///< of the report's texts
     ConfigurationReport report_;
 };
 
@@ -216,8 +245,10 @@ void print(const std::string& path, const std::vector<ConfigurationProblem>& pro
            const std::string& kind)
 {
     for (const ConfigurationProblem& problem : problems) {
-        std::cout << printable(path) << ":" << problem.line << ":" << problem.column << ": " << kind
-                  << printable(problem.text) << "\n";
+        const std::string text =
+            problem.text + (problem.expected.empty() ? "" : "; expected " + problem.expected);
+        std::cout << printable(textInFile(path, {problem.line, problem.column}, kind + text))
+                  << "\n";
     }
 }
 
@@ -248,7 +279,10 @@ int checkConfigurations(std::vector<std::string> paths)
             const ConfigurationReport report = inspectConfiguration(path, &robot.keys());
             print(path, report.problems, "");
             print(path, report.warnings, "warning: ");
-            hasProblems = hasProblems || !report.problems.empty();
+            if (report.isCut)
+                std::cout << printable(textInFile(path, {}, "there is more than is told here"))
+                          << "\n";
+            hasProblems = hasProblems || !report.problems.empty() || report.isCut;
         } catch (const UnreadableFile& e) {
             std::cerr << "nimbra: " << printable(e.what()) << "\n";
             hasUnreadable = true;

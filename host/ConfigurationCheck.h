@@ -22,8 +22,10 @@ struct ConfigurationReport {
     /// parse; by line, column and text.
     std::vector<ConfigurationProblem> problems;
     /// What its author can hardly mean, though it loads: conditions on keys that nobody publishes
-    /// and on values that a key never has. In the same order.
+    /// and on values that a key never has, what findConfigurationDoubts() finds, and what stands
+    /// behind the document. In the same order; made only where keys are judged.
     std::vector<ConfigurationProblem> warnings;
+    bool isCut = false;                   ///< there is more to tell, too much of it
     std::vector<AutonomousAction> rules;  ///< those that loading would keep, in file order
     std::vector<std::string> plugins;     ///< built-in ones to add to those of every robot
 
@@ -37,6 +39,7 @@ ConfigurationReport inspectConfiguration(const std::string& path,
 
 /// The command `nimbra check`: writes "file:line:column: text" for every problem of the files to
 /// stdout, by file, line and column, and then "file:line:column: warning: text" for every warning.
+/// Where a text does not say it, "; expected ..." behind it says what would be right.
 /// Returns 0 when there is no problem, 1 when there is one, and 2 when a file cannot be read, which
 /// goes to stderr.
 int checkConfigurations(std::vector<std::string> paths);

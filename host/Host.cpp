@@ -39,24 +39,16 @@ Host::Host(const std::shared_ptr<vo::Clock>& clock, Timeline& timeline, const Op
       activities_(broker_, permissions_, *life_),
       responder_(*life_, timeline)
 {
+    vo::setLogLevel(options.logLevel);
     // The robot outlives the life service.
     life_->changed.connect([this](const LifeEvent& event) {
         if (event.kind == LifeEvent::Kind::chain)
             robot_.body().holdStill(event.subject, event.on);
     });
-    const std::vector<vo::LogRecord> kept = makeLaunchpad(options.logLevel);
-    const vo::LogListener listener([this](const vo::LogRecord& record) {
-        if (record.level != vo::LogLevel::error)
-            return;
-        const vo::Lock lock(earlyErrorsMutex_);
-        earlyErrors_.push_back(record);
-    });
-    for (const vo::LogRecord& record : kept)
-        vo::Logger(record.category).error(record.label, record.text);
+    launchpad_ = std::make_unique<NimbraLaunchpad>(broker_, &permissions_.contextPermission(),
+                                                   &responder_, options.config);
     for (const std::string& plugin : options.plugins)
         launchpad_->addModulePlugin(plugin);
-    if (!options.config.empty())
-        launchpad_->loadConfigFile(options.config);
     responder_.setSuggestions(
         [launchpad = launchpad_.get()](int mask) { return launchpad->getActionSuggestions(mask); });
     pluginSwitch_.emplace(*life_, *launchpad_);
@@ -67,6 +59,38 @@ Host::Host(const std::shared_ptr<vo::Clock>& clock, Timeline& timeline, const Op
         kHost);
     memory().raiseEvent(kReadyKey, 1);
     ready_ = memory().delivered();
+}
+
+/// Nobody listens yet to what happens before the start; errors are kept for then.
+void Host::takeLog(const vo::LogRecord& record)
+{
+    {
+        const vo::Lock lock(earlyErrorsMutex_);
+        if (earlyErrors_) {
+            if (record.level == vo::LogLevel::error)
+                earlyErrors_->push_back(record);
+            return;
+        }
+    }
+    recordLog(record);
+}
+
+/// In the order in which they came, those that come meanwhile included.
+void Host::tellEarlyErrors()
+{
+    for (;;) {
+        std::vector<vo::LogRecord> errors;
+        {
+            const vo::Lock lock(earlyErrorsMutex_);
+            if (!earlyErrors_)
+                return;
+            errors.swap(*earlyErrors_);
+            if (errors.empty())
+                earlyErrors_.reset();
+        }
+        for (const vo::LogRecord& error : errors)
+            recordLog(error);
+    }
 }
 
 /// Errors, and what plugins log of their starts and stops: nobody else tells of those.
@@ -91,33 +115,6 @@ void Host::recordLog(const vo::LogRecord& record)
     }
 }
 
-/// A launchpad comes up with the default configuration, which is replaced right away by the one
-/// that was chosen: what is logged about the default one would only mislead. Returns the errors
-/// that are about something else.
-std::vector<vo::LogRecord> Host::makeLaunchpad(vo::LogLevel logLevel)
-{
-    vo::Mutex mutex;
-    std::vector<vo::LogRecord> kept;
-    const vo::LogListener listener([&](const vo::LogRecord& record) {
-        const bool ofDefault = startsWith(record.text, "Can't load default config file: ") ||
-                               startsWith(record.text, "Cannot add condition: ");
-        const vo::Lock lock(mutex);
-        if (record.level == vo::LogLevel::error && !ofDefault)
-            kept.push_back(record);
-    });
-    vo::setLogLevel(vo::LogLevel::silent);
-    try {
-        launchpad_ = std::make_unique<NimbraLaunchpad>(broker_, &permissions_.contextPermission(),
-                                                       &responder_);
-    } catch (...) {
-        vo::setLogLevel(logLevel);
-        throw;
-    }
-    vo::setLogLevel(logLevel);
-    const vo::Lock lock(mutex);
-    return kept;
-}
-
 Host::~Host()
 {
     stop();
@@ -125,14 +122,7 @@ Host::~Host()
 
 void Host::start(const std::vector<std::string>& moreKeys)
 {
-    std::vector<vo::LogRecord> early;
-    {
-        const vo::Lock lock(earlyErrorsMutex_);
-        early.swap(earlyErrors_);
-    }
-    for (const vo::LogRecord& record : early)
-        recordLog(record);
-    log_.emplace([this](const vo::LogRecord& record) { recordLog(record); });
+    tellEarlyErrors();
     std::set<std::string> keys(moreKeys.begin(), moreKeys.end());
     for (const auto& value : launchpad_->getPersistentValues()) {
         // Changes of the first are shown as what they are, changes of the robot's life; the others

@@ -51,8 +51,9 @@ public:
     /// for: wait for it before start(), or under a virtual clock run what is pending.
     const vo::Future<void>& ready() const { return ready_; }
 
-    /// Has the timeline record errors of the log, also earlier ones, starts and stops of plugins,
-    /// and the changes of the keys that the rules read and of these; then starts monitoring.
+    /// Has the timeline record errors of the log, also those since the making began, starts and
+    /// stops of plugins, and the changes of the keys that the rules read and of these; then starts
+    /// monitoring.
     void start(const std::vector<std::string>& moreKeys = {});
     /// Ends monitoring, then the launchpad, then the event loop, then the activity that has the
     /// focus. What was posted and has not begun is dropped. Idempotent.
@@ -64,11 +65,18 @@ public:
     NimbraLaunchpad& launchpad() { return *launchpad_; }
 
 private:
-    std::vector<vo::LogRecord> makeLaunchpad(vo::LogLevel logLevel);
+    void takeLog(const vo::LogRecord& record);
     void recordLog(const vo::LogRecord& record);
+    void tellEarlyErrors();
+
+    Timeline& timeline_;
+    vo::Mutex earlyErrorsMutex_;
+    /// From before start(); nothing once they have been told.
+    std::optional<std::vector<vo::LogRecord>> earlyErrors_ VO_GUARDED_BY(earlyErrorsMutex_){
+        std::in_place};
+    const vo::LogListener log_{[this](const vo::LogRecord& record) { takeLog(record); }};
 
     // In the order of who needs whom.
-    Timeline& timeline_;
     vo::Application application_;
     boost::shared_ptr<KRBroker> broker_;
     Robot robot_;
@@ -81,10 +89,6 @@ private:
     std::unique_ptr<NimbraLaunchpad> launchpad_;
     std::optional<PluginSwitch> pluginSwitch_;
     vo::Future<void> ready_;
-    vo::Mutex earlyErrorsMutex_;
-    /// From before start().
-    std::vector<vo::LogRecord> earlyErrors_ VO_GUARDED_BY(earlyErrorsMutex_);
-    std::optional<vo::LogListener> log_;
     bool stopped_ = false;
 };
 

@@ -1,6 +1,7 @@
 #include "launchpad/ConfigurationReader.h"
 
 #include <exception>
+#include <iterator>
 #include <utility>
 #include <yaml-cpp/yaml.h>
 
@@ -11,11 +12,19 @@
 namespace KR {
 namespace {
 
+using Keys = std::vector<std::string>;
+
 const vo::Logger kLog("NimbraLaunchpad");
 
+constexpr const char* kDescription = "Description";
+constexpr const char* kCondition = "Condition";
 constexpr const char* kActions = "Actions";
 constexpr const char* kAction = "Action";
 constexpr const char* kActionParameters = "ActionParameters";
+// Misspelt for good: files in use have them so.
+constexpr const char* kExecuteAfterActive = "ExcuteAfterActiveRules";
+constexpr const char* kExecuteAfterSimultaneous = "ExecuteAfterIfSimultaniouslyTrue";
+constexpr const char* kSkipIfActive = "SkipIfRulesActive";
 
 struct SynchronicityKey {
     const char* key;
@@ -59,14 +68,29 @@ YAML::Node find(const YAML::Node& node, const std::string& key)
     return node.IsDefined() && node.IsMap() ? node[key] : YAML::Node(YAML::NodeType::Undefined);
 }
 
-ConfigurationProblem problemAt(const YAML::Node& node, std::string label, std::string text)
+template <class T>
+constexpr const char* kExpected = "a text";
+template <>
+constexpr const char* kExpected<bool> = "true or false";
+template <>
+constexpr const char* kExpected<int> = "an integer of 32 bits";
+
+/// YAML::BadConversion that says what was expected.
+template <class T>
+T convert(const YAML::Node& node)
 {
-    ConfigurationProblem problem{std::move(label), std::move(text)};
-    if (node.IsDefined() && !node.Mark().is_null()) {
-        problem.line = static_cast<std::size_t>(node.Mark().line) + 1;
-        problem.column = static_cast<std::size_t>(node.Mark().column) + 1;
+    try {
+        return node.as<T>();
+    } catch (const YAML::BadConversion& e) {
+        YAML::BadConversion error(e.mark);
+        error.msg += std::string(", expected ") + kExpected<T>;
+        throw error;
     }
-    return problem;
+}
+
+ConfigurationProblem problemAt(const YamlPlace& place, std::string label, std::string text)
+{
+    return {std::move(label), std::move(text), place.line, place.column};
 }
 
 void readTexts(std::vector<std::string>& out, const YAML::Node& node, const std::string& key,
@@ -81,7 +105,7 @@ void readTexts(std::vector<std::string>& out, const YAML::Node& node, const std:
         return;
     }
     if (!value.IsSequence()) {
-        report(problemAt(value, kLabel,
+        report(problemAt(yamlPlace(value), kLabel,
                          key + " item must be a list or string. Ignoring it for: " + context));
         return;
     }
@@ -91,7 +115,7 @@ void readTexts(std::vector<std::string>& out, const YAML::Node& node, const std:
         if (element.IsScalar())
             out.push_back(element.Scalar());
         else
-            report(problemAt(element, kLabel, warning));
+            report(problemAt(yamlPlace(element), kLabel, warning));
     }
 }
 
@@ -117,16 +141,77 @@ KRValue readParameter(const YAML::Node& node, Parameter::Kind kind)
 {
     switch (kind) {
         case Parameter::text:
-            return node.as<std::string>();
+            return convert<std::string>(node);
         case Parameter::flag:
-            return node.as<bool>();
+            return convert<bool>(node);
         case Parameter::number:
-            return node.as<int>();
+            return convert<int>(node);
     }
     return {};
 }
 
+Keys synchronicityKeys()
+{
+    Keys keys;
+    for (const SynchronicityKey& synchronicity : kSynchronicityKeys)
+        keys.emplace_back(synchronicity.key);
+    return keys;
+}
+
+Keys typeNames()
+{
+    Keys names;
+    for (std::int32_t type = ActionItemSwitchFocus; type <= ActionItemUnfreezeChain; ++type)
+        names.emplace_back(actionItemTypeName(type));
+    return names;
+}
+
+/// "one of a, b, c".
+std::string listed(const Keys& names)
+{
+    std::string text = "one of ";
+    for (const std::string& name : names)
+        text += (&name == &names.front() ? "" : ", ") + name;
+    return text;
+}
+
 }  // namespace
+
+Keys configurationKeys()
+{
+    return {"ConfigurationDescription", "ConfigurationVersion", "DialogFocusPolicy",
+            "AutonomousActions"};
+}
+
+Keys ruleKeys()
+{
+    Keys keys{kDescription, kCondition, kActions, kAction, kActionParameters};
+    for (const Keys& more : {ruleListKeys(), synchronicityKeys()})
+        keys.insert(keys.end(), more.begin(), more.end());
+    return keys;
+}
+
+Keys ruleListKeys()
+{
+    return {kExecuteAfterActive, kExecuteAfterSimultaneous, kSkipIfActive};
+}
+
+Keys stepKeys()
+{
+    return {kAction, kActionParameters};
+}
+
+Keys parameterKeys(ActionItemType type)
+{
+    if (type == ActionItemApiCall)
+        return {std::begin(ApiWrapper::kKeys), std::end(ApiWrapper::kKeys)};
+    Keys keys;
+    for (const Parameter& parameter : kParameters) {
+        if (parameter.type == type)
+            keys.emplace_back(parameter.key);
+    }
+    return keys;
+}
 
 ConfigurationReader::ConfigurationReader(Report report) : report_(std::move(report)) {}
 
@@ -142,34 +227,36 @@ std::optional<AutonomousAction> ConfigurationReader::readAction(const YAML::Node
 /// All but the steps; false when the action is to be skipped.
 bool ConfigurationReader::readRule(AutonomousAction& action, const YAML::Node& node) const
 {
-    const YAML::Node description = find(node, "Description");
+    const YAML::Node description = find(node, kDescription);
     if (!description.IsDefined()) {
-        report(node, "Found an action without Description, skipping");
+        report(yamlPlace(node), "Found an action without Description, skipping");
         return false;
     }
-    action.description = description.as<std::string>();
+    action.description = convert<std::string>(description);
 
-    const YAML::Node condition = find(node, "Condition");
+    const YAML::Node condition = find(node, kCondition);
     if (!condition.IsDefined()) {
-        report(node, "Found an action without Condition, skipping: " + action.description);
+        report(yamlPlace(node),
+               "Found an action without Condition, skipping: " + action.description);
         return false;
     }
-    action.condition = condition.as<std::string>();
+    action.condition = convert<std::string>(condition);
 
-    readTexts(action.executeAfterActiveRules, node, "ExcuteAfterActiveRules", action.description,
+    readTexts(action.executeAfterActiveRules, node, kExecuteAfterActive, action.description,
               report_);
-    readTexts(action.skipIfRulesActive, node, "SkipIfRulesActive", action.description, report_);
+    readTexts(action.skipIfRulesActive, node, kSkipIfActive, action.description, report_);
     for (const SynchronicityKey& synchronicity : kSynchronicityKeys) {
         const YAML::Node value = find(node, synchronicity.key);
-        if (value.IsDefined() && value.as<bool>())
+        if (value.IsDefined() && convert<bool>(value))
             action.synchronicity |= synchronicity.bit;
     }
     if (action.synchronicity == 0) {
-        report(node,
-               "Found an action without execution synchronicity, skipping: " + action.description);
+        report(yamlPlace(node),
+               "Found an action without execution synchronicity, skipping: " + action.description,
+               listed(synchronicityKeys()) + " to be true");
         return false;
     }
-    readTexts(action.executeAfterIfSimultaneouslyTrue, node, "ExecuteAfterIfSimultaniouslyTrue",
+    readTexts(action.executeAfterIfSimultaneouslyTrue, node, kExecuteAfterSimultaneous,
               action.description, report_);
     return true;
 }
@@ -179,12 +266,13 @@ bool ConfigurationReader::readItems(AutonomousAction& action, const YAML::Node& 
 {
     const YAML::Node list = find(node, kActions);
     if (!(list.IsDefined() && list.IsSequence()) && !find(node, kAction).IsDefined()) {
-        report(node, "No Action item or Actions list item, skipping: " + action.description);
+        report(yamlPlace(node),
+               "No Action item or Actions list item, skipping: " + action.description);
         return false;
     }
     const auto items = itemNodes(node);
     if (!items) {
-        report(node,
+        report(yamlPlace(node),
                "Unexpected error building Actions list item, skipping: " + action.description);
         return false;
     }
@@ -193,7 +281,7 @@ bool ConfigurationReader::readItems(AutonomousAction& action, const YAML::Node& 
             action.items.push_back(std::move(*read));
     }
     if (action.items.empty()) {
-        report(node, action.description + " had no valid actions and was ignored");
+        report(yamlPlace(node), action.description + " had no valid actions and was ignored");
         return false;
     }
     return true;
@@ -205,15 +293,18 @@ std::optional<AutonomousActionItem> ConfigurationReader::readItem(
 {
     const YAML::Node name = find(node, kAction);
     if (!name.IsDefined()) {
-        report(node, "Found Action item without type inside of: " + description + ", skipping it");
+        report(yamlPlace(node),
+               "Found Action item without type inside of: " + description + ", skipping it",
+               "a mapping with the key Action");
         return std::nullopt;
     }
-    const auto type = name.as<std::string>();
+    const auto type = convert<std::string>(name);
     const std::string place = type + " inside of: " + description;
     AutonomousActionItem item;
     item.type = actionItemTypeFromName(type);
     if (item.type == ActionItemNone) {
-        report(name, "Found Action item with invalid type: " + place + ", skipping it");
+        report(yamlPlace(name), "Found Action item with invalid type: " + place + ", skipping it",
+               listed(typeNames()));
         return std::nullopt;
     }
     const bool complete = item.type == ActionItemApiCall ? readApiCall(item, node, place)
@@ -233,7 +324,7 @@ bool ConfigurationReader::readParameters(AutonomousActionItem& item, const YAML:
         if (value.IsDefined()) {
             item.parameters[parameter.key] = readParameter(value, parameter.kind);
         } else if (parameter.missing) {
-            report(node, parameter.missing + place);
+            report(yamlPlace(node), parameter.missing + place);
             return false;
         }
     }
@@ -246,30 +337,42 @@ bool ConfigurationReader::readApiCall(AutonomousActionItem& item, const YAML::No
 {
     const YAML::Node call = find(node, kActionParameters);
     if (!call.IsDefined()) {
-        report(node, "Found an ApiCall action without ActionParameters, skipping: " + place);
+        report(yamlPlace(node),
+               "Found an ApiCall action without ActionParameters, skipping: " + place);
         return false;
     }
     try {
         item.parameters = ApiWrapper(call).exportAutonomousActionParameters();
+    } catch (const YamlError& e) {
+        report(e.place(), "Skipping: " + place + ": " + e.what());
+        return false;
     } catch (const std::exception& e) {
-        report(call, "Skipping: " + place + ": " + e.what());
+        report(yamlPlace(call), "Skipping: " + place + ": " + e.what());
         return false;
     }
     return true;
 }
 
-void ConfigurationReader::report(const YAML::Node& node, const std::string& text) const
+void ConfigurationReader::report(const YamlPlace& place, const std::string& text,
+                                 const std::string& expected) const
 {
-    report_(problemAt(node, "loadConfigFile", text));
+    ConfigurationProblem problem = problemAt(place, "loadConfigFile", text);
+    problem.expected = expected;
+    report_(problem);
 }
 
 YAML::Node loadConfigurationDocument(const std::string& path)
 {
     YAML::Node document = loadYamlFile(path, kMaxConfigFileBytes);
     if (!document.IsMap())
-        throw YAML::RepresentationException(document.Mark(),
-                                            path + ": a configuration is a mapping");
+        throw YamlFileError<YAML::RepresentationException>(
+            path, {document.Mark(), "a configuration is a mapping"});
     return document;
+}
+
+std::string configurationText(const YAML::Node& document, const std::string& key)
+{
+    return convert<std::string>(document[key]);
 }
 
 void readYamlStringOrListOfStrings(std::vector<std::string>& out, const YAML::Node& node,

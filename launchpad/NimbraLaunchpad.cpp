@@ -7,7 +7,6 @@
 #include "platform/kr/KRError.h"
 #include "platform/vo/Log.h"
 #include "platform/vo/PackageInfo.h"
-#include "platform/vo/Path.h"
 #include "platform/vo/Session.h"
 #include "plugins/NimbraLaunchpadPluginBehavior.h"
 #include "plugins/builtin/ActivitiesPlugin.h"
@@ -47,7 +46,8 @@ std::vector<AutonomousAction> actionsOfModule(const std::string& name)
 
 NimbraLaunchpad::NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker,
                                  ContextPermission* contextPermission,
-                                 NimbraLaunchpadResponder* responder)
+                                 NimbraLaunchpadResponder* responder,
+                                 const std::optional<std::string>& configuration)
     : broker_(notNull(broker)),
       contextPermission_(contextPermission),
       packageManager_(broker->session().findService("PackageManager")),
@@ -59,12 +59,10 @@ NimbraLaunchpad::NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker,
     conditionChecker_.setCallback(
         [this](ConditionChecker::Hits hits) { _conditionHit(std::move(hits)); });
 
-    const std::string path = vo::path::findConf("tessel", "autonomy.cfg", false);
-    try {
-        loadConfigFile(path);
-    } catch (const std::exception& e) {
-        kLog.error("NimbraLaunchpad", "Can't load default config file: " + path + ": " + e.what());
-    }
+    if (!configuration)
+        _loadDefaultConfiguration();
+    else if (!configuration->empty())
+        loadConfigFile(*configuration);
 
     for (const char* uuid : kDeprecatedPackages)
         _removeDeprecatedPackage(uuid);

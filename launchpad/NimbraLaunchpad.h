@@ -28,6 +28,10 @@ class BehaviorInfo;
 class PackageInfo;
 }  // namespace vo
 
+namespace YAML {
+class Node;
+}
+
 namespace KR {
 
 class ContextPermission;
@@ -60,12 +64,16 @@ public:
     /// plugins and the actions of the main interactive activity module. A failing configuration,
     /// plugin or module is logged and left out. Monitoring is not started.
     ///
+    /// `configuration` is a file to come up with instead of the default one, or empty for none;
+    /// what loadConfigFile() throws for it leaves this.
+    ///
     /// `contextPermission` is told of installed and removed behaviours, and may be null. So may
     /// `responder`, but not where packages with plugins get installed. std::invalid_argument for a
     /// null broker, std::runtime_error "This object is null" without a service "PackageManager";
     /// errors of that service, too, leave this.
     NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker, ContextPermission* contextPermission,
-                    NimbraLaunchpadResponder* responder);
+                    NimbraLaunchpadResponder* responder,
+                    const std::optional<std::string>& configuration = std::nullopt);
     /// Stops no plugin: call exit() first. Waits for the responder call and the package change in
     /// progress, except when destroyed from inside of it; a change that waits for a service gives
     /// up.
@@ -148,6 +156,9 @@ private:
 
     friend class NimbraLaunchpadTestAccess;  // defined by the tests alone
 
+    void _loadDefaultConfiguration() VO_EXCLUDES(actionMutex_);
+    void _loadConfiguration(const YAML::Node& document, const std::string& path)
+        VO_EXCLUDES(actionMutex_);
     void _addModuleActions(const std::string& name, const std::vector<AutonomousAction>& actions)
         VO_REQUIRES(actionMutex_);
     unsigned _addAction(const AutonomousAction& action) VO_REQUIRES(actionMutex_);

@@ -1,9 +1,11 @@
+#include <stdexcept>
 #include <yaml-cpp/yaml.h>
 
 #include "launchpad/ConfigurationReader.h"
 #include "launchpad/NimbraLaunchpad.h"
 #include "platform/config/Configurator.h"
 #include "platform/vo/Log.h"
+#include "platform/vo/Path.h"
 
 namespace KR {
 namespace {
@@ -14,14 +16,44 @@ constexpr const char* kLabel = "loadConfigFile";
 /// The major version of configuration files that this reads.
 constexpr int kSupportedVersion = 2;
 
+/// Has a problem of a document told with its file; its type stays.
+template <class Read>
+void namingFile(const std::string& path, const Read& read)
+{
+    try {
+        read();
+    } catch (const YamlError& e) {
+        throw std::runtime_error(textInFile(path, e.place(), e.what()));
+    } catch (const YAML::BadConversion& e) {
+        throw YamlFileError<YAML::BadConversion>(path, e);
+    } catch (const YAML::RepresentationException& e) {
+        throw YamlFileError<YAML::RepresentationException>(path, e);
+    }
+}
+
 }  // namespace
+
+void NimbraLaunchpad::_loadDefaultConfiguration()
+{
+    const std::string path = vo::path::findConf("tessel", "autonomy.cfg", false);
+    try {
+        loadConfigFile(path);
+    } catch (const std::exception& e) {
+        kLog.error("NimbraLaunchpad", "Can't load default config file: " + path + ": " + e.what());
+    }
+}
 
 void NimbraLaunchpad::loadConfigFile(const std::string& path)
 {
     const YAML::Node document = loadConfigurationDocument(path);
+    namingFile(path, [&] { _loadConfiguration(document, path); });
+}
+
+void NimbraLaunchpad::_loadConfiguration(const YAML::Node& document, const std::string& path)
+{
     Configurator::verifyConfigFileVersionCompatible(broker_, document, kSupportedVersion);
-    const auto description = document["ConfigurationDescription"].as<std::string>();
-    const auto version = document["ConfigurationVersion"].as<std::string>();
+    const std::string description = configurationText(document, "ConfigurationDescription");
+    const std::string version = configurationText(document, "ConfigurationVersion");
     kLog.info(kLabel, "Using configuration file: \"" + description + "\" version: \"" + version +
                           "\" from: " + path);
 
@@ -30,9 +62,9 @@ void NimbraLaunchpad::loadConfigFile(const std::string& path)
         kLog.warning(kLabel, "No AutonomousActions found in config file, skipping.");
         return;
     }
-    if (const YAML::Node policy = document["DialogFocusPolicy"]) {
-        const auto text = policy.as<std::string>();
-        configControlsDialog_ = text == "focus_topics" || text == "no_focus";
+    if (document["DialogFocusPolicy"]) {
+        const std::string policy = configurationText(document, "DialogFocusPolicy");
+        configControlsDialog_ = policy == "focus_topics" || policy == "no_focus";
     }
 
     const ConfigurationReader reader(

@@ -113,23 +113,15 @@ std::vector<std::string> Scenario::keys() const
 
 Scenario loadScenario(const std::string& path)
 {
-    const std::string prefix = path + ": ";
     try {
         const auto folder = std::filesystem::absolute(path).parent_path();
         return ScenarioReader(folder).read(loadYamlFile(path, kMaxScenarioBytes));
+    } catch (const YamlError& e) {
+        throw ScenarioError(textInFile(path, e.place(), e.what()));
     } catch (const YAML::Exception& e) {
-        // What is wrong with the file as a whole names it already.
-        const std::size_t named = e.msg.find(prefix);
-        const YAML::Mark& mark = e.mark;
-        const std::string place = mark.is_null()
-                                      ? std::string()
-                                      : "line " + std::to_string(mark.line + 1) + ", column " +
-                                            std::to_string(mark.column + 1) + ": ";
-        throw ScenarioError(
-            prefix + place +
-            (named == std::string::npos ? e.msg : e.msg.substr(named + prefix.size())));
+        throw ScenarioError(textInFile(path, yamlPlace(e.mark), e.msg));
     } catch (const std::exception& e) {
-        throw ScenarioError(prefix + e.what());
+        throw ScenarioError(textInFile(path, {}, e.what()));
     }
 }
 

@@ -17,8 +17,8 @@ namespace KR {
 /// kilobytes; a recorded one stays below this.
 constexpr std::size_t kMaxScenarioBytes = std::size_t{2} * 1024 * 1024;
 
-/// A scenario that cannot be used; what() is "FILE: line L, column C: problem", without the place
-/// when there is none.
+/// A scenario that cannot be used; what() is "FILE:LINE:COLUMN: problem", without the place where
+/// there is none.
 class ScenarioError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

@@ -37,7 +37,7 @@ namespace KR {
 ///     Install: FOLDER or archive, relative to the scenario's
 ///     Remove: UUID of a package
 ///
-/// Errors are ScenarioError with the place in the file, but not its path.
+/// Errors are YamlError.
 class ScenarioDeeds {
 public:
     static constexpr double kWalkingSpeed = 1.2;  ///< metres a second, where none is given

@@ -3,14 +3,14 @@
 #include <cmath>
 #include <yaml-cpp/yaml.h>
 
+#include "platform/config/YamlError.h"
 #include "platform/config/YamlValue.h"
-#include "robot/Scenario.h"
 
 namespace KR {
 
 void failAt(const YAML::Node& node, const std::string& problem)
 {
-    throw ScenarioError(yamlPlace(node) + problem);
+    throw YamlError(node, problem);
 }
 
 std::string yamlText(const YAML::Node& node, const std::string& what)

@@ -12,8 +12,7 @@ class Node;
 namespace KR {
 
 /// @file
-/// What reading a scenario is made of. Each raises ScenarioError with the place in the file, but
-/// not its path.
+/// What reading a scenario is made of. Each raises YamlError.
 
 [[noreturn]] void failAt(const YAML::Node& node, const std::string& problem);
 

@@ -5,29 +5,25 @@
 #include <utility>
 #include <yaml-cpp/yaml.h>
 
+#include "platform/config/YamlError.h"
 #include "platform/config/YamlValue.h"
 #include "platform/vo/Session.h"
 
 namespace KR {
 namespace {
 
-constexpr const char* kModule = "Module";
-constexpr const char* kMethod = "Method";
-constexpr const char* kArgs = "Args";
-
-[[noreturn]] void fail(const YAML::Node& node, const std::string& problem)
-{
-    throw std::runtime_error(yamlPlace(node) + problem);
-}
+constexpr const char* kModule = ApiWrapper::kKeys[0];
+constexpr const char* kMethod = ApiWrapper::kKeys[1];
+constexpr const char* kArgs = ApiWrapper::kKeys[2];
 
 /// A name is a text however it looks: an unquoted 5 is the name "5".
 std::string readName(const YAML::Node& call, const char* key)
 {
     const YAML::Node node = call[key];
     if (!node.IsDefined())
-        fail(call, std::string("the call has no ") + key);
+        throw YamlError(call, std::string("the call has no ") + key);
     if (!node.IsScalar() || node.Scalar().empty())
-        fail(node, std::string(key) + " must be a text that is not empty");
+        throw YamlError(node, std::string(key) + " must be a text that is not empty");
     return node.Scalar();
 }
 
@@ -36,7 +32,8 @@ void refuseOtherKeys(const YAML::Node& call)
     for (const auto& entry : call) {
         const std::string key = entry.first.IsScalar() ? entry.first.Scalar() : std::string();
         if (key != kModule && key != kMethod && key != kArgs)
-            fail(entry.first, "a call has Module, Method and Args, but no \"" + key + "\"");
+            throw YamlError(entry.first,
+                            "a call has Module, Method and Args, but no \"" + key + "\"");
     }
 }
 
@@ -61,7 +58,7 @@ std::string takeName(const std::map<std::string, KRValue>& parameters, const cha
 ApiWrapper::ApiWrapper(const YAML::Node& node)
 {
     if (!node.IsDefined() || !node.IsMap())
-        fail(node, "a call is a mapping with Module, Method and Args");
+        throw YamlError(node, "a call is a mapping with Module, Method and Args");
     refuseOtherKeys(node);
     module_ = readName(node, kModule);
     method_ = readName(node, kMethod);
@@ -69,10 +66,10 @@ ApiWrapper::ApiWrapper(const YAML::Node& node)
     if (!args.IsDefined())
         return;
     if (!args.IsSequence())
-        fail(args, "Args must be a sequence");
+        throw YamlError(args, "Args must be a sequence");
     arguments_ = yamlToKRValue(args).toArray();
     if (!isWhole(arguments_))
-        fail(args, "an argument must not be null");
+        throw YamlError(args, "an argument must not be null");
     hasArguments_ = true;
 }
 

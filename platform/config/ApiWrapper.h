@@ -22,9 +22,7 @@ namespace KR {
 ///     Args: [eyes, 0.5, true]   # sequence, optional
 ///
 /// Args become values as yamlToKRValue() says. Anything else (null, a mapping or a tag in Args,
-/// another key) is refused with std::runtime_error that says what is wrong and where ("line L,
-/// column C:
-/// ...").
+/// another key) is refused with YamlError, which says what is wrong and where.
 ///
 /// A plain value.
 class ApiWrapper {
@@ -34,6 +32,9 @@ public:
     static constexpr std::size_t kMaxArguments = kMaxYamlValues;
     /// Deepest nesting of arrays, Args itself included.
     static constexpr std::size_t kMaxArgumentDepth = kMaxYamlDepth;
+
+    /// The keys that a call may have.
+    static constexpr const char* kKeys[] = {"Module", "Method", "Args"};
 
     explicit ApiWrapper(const YAML::Node& node);
     /// The reverse of exportAutonomousActionParameters; std::runtime_error for a map that lacks

@@ -8,6 +8,8 @@
 #include <system_error>
 #include <yaml-cpp/yaml.h>
 
+#include "platform/config/YamlError.h"
+
 namespace KR {
 namespace {
 
@@ -42,16 +44,16 @@ void Configurator::verifyConfigFileVersionCompatible(const boost::shared_ptr<KRB
     const YAML::Node node =
         document.IsMap() ? document["ConfigurationVersion"] : YAML::Node(YAML::NodeType::Undefined);
     if (!node.IsDefined())
-        throw std::runtime_error("the configuration has no ConfigurationVersion" + supported);
+        throw YamlError(document, "the configuration has no ConfigurationVersion" + supported);
 
     const std::string version = node.IsScalar() ? node.Scalar() : std::string();
     const std::optional<int> major = majorOf(version);
     if (!major)
-        throw std::runtime_error("ConfigurationVersion \"" + version +
-                                 "\" is not \"major\" or \"major.minor\"" + supported);
+        throw YamlError(node, "ConfigurationVersion \"" + version +
+                                  "\" is not \"major\" or \"major.minor\"" + supported);
     if (*major > supportedVersion)
-        throw std::runtime_error("ConfigurationVersion \"" + version + "\" is not supported" +
-                                 supported);
+        throw YamlError(node,
+                        "ConfigurationVersion \"" + version + "\" is not supported" + supported);
 }
 
 }  // namespace KR

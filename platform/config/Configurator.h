@@ -1,7 +1,6 @@
 #pragma once
 
 #include <boost/shared_ptr.hpp>
-#include <stdexcept>
 
 namespace YAML {
 class Node;
@@ -16,8 +15,8 @@ class Configurator {
 public:
     /// Checks that "ConfigurationVersion" of `document`, "major" or "major.minor" in decimal
     /// digits, is at most that of major `supportedVersion`; any minor will do. Throws
-    /// std::runtime_error, naming the file's version and the supported one, when it is absent, is
-    /// no version, or its major is above. Thread-safe. `broker` may be null.
+    /// YamlError, naming the file's version and the supported one, when it is absent, is no
+    /// version, or its major is above. Thread-safe. `broker` may be null.
     static void verifyConfigFileVersionCompatible(const boost::shared_ptr<KRBroker>& broker,
                                                   const YAML::Node& document, int supportedVersion);
 };

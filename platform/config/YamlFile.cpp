@@ -7,6 +7,7 @@
 #include <map>
 #include <sstream>
 #include <system_error>
+#include <utility>
 #include <vector>
 #include <yaml-cpp/eventhandler.h>
 #include <yaml-cpp/yaml.h>
@@ -14,12 +15,47 @@
 namespace KR {
 namespace {
 
+/// The text of a file, as the parser takes it. Throws when the parser takes too much of it without
+/// getting anywhere: it is gathering tokens then.
+class MeteredText : public std::stringbuf {
+public:
+    explicit MeteredText(const std::string& text) : std::stringbuf(text, std::ios::in) {}
+
+    /// The parser has come to this place.
+    void advance(const YAML::Mark& mark)
+    {
+        mark_ = mark;
+        taken_ = 0;
+    }
+
+protected:
+    std::streamsize xsgetn(char* to, std::streamsize count) override
+    {
+        const std::streamsize got = std::stringbuf::xsgetn(to, count);
+        taken_ += static_cast<std::size_t>(got);
+        if (taken_ > kMaxYamlPieceBytes)
+            throw YAML::ParserException(mark_, "after this, more than " +
+                                                   std::to_string(kMaxYamlPieceBytes) +
+                                                   " bytes of one collection in brackets, text or "
+                                                   "comment");
+        return got;
+    }
+
+private:
+    YAML::Mark mark_;
+    std::size_t taken_ = 0;
+};
+
 /// Follows what a document is made of and throws when it exceeds its bounds.
 class Bounds : public YAML::EventHandler {
 public:
-    explicit Bounds(std::size_t maxBytes) : maxBytes_(maxBytes) {}
+    Bounds(MeteredText& text, std::size_t maxBytes) : text_(text), maxBytes_(maxBytes) {}
 
-    void OnDocumentStart(const YAML::Mark&) override {}
+    void OnDocumentStart(const YAML::Mark& mark) override
+    {
+        if (std::exchange(begun_, true))
+            throw YAML::ParserException(mark, "a second document");
+    }
     void OnDocumentEnd() override {}
     void OnNull(const YAML::Mark& mark, YAML::anchor_t anchor) override
     {
@@ -64,6 +100,7 @@ private:
 
     void open(const YAML::Mark& mark, YAML::anchor_t anchor)
     {
+        text_.advance(mark);
         if (open_.size() == kMaxYamlFileDepth)
             throw YAML::ParserException(mark,
                                         "nested deeper than " + std::to_string(kMaxYamlFileDepth));
@@ -79,6 +116,7 @@ private:
 
     void add(const YAML::Mark& mark, YAML::anchor_t anchor, const Size& size)
     {
+        text_.advance(mark);
         if (anchor != YAML::NullAnchor)
             anchors_[anchor] = size;
         if (open_.empty())
@@ -94,14 +132,18 @@ private:
                 mark, "more than " + std::to_string(maxBytes_) + " bytes, aliases written out");
     }
 
+    MeteredText& text_;
     const std::size_t maxBytes_;
+    bool begun_ = false;
     std::vector<Collection> open_;            ///< those that we are inside of, outermost first
     std::map<YAML::anchor_t, Size> anchors_;  ///< of the nodes that have ended
 };
 
 [[noreturn]] void failToRead(const std::string& path, const std::string& reason)
 {
-    throw YAML::BadFile(path + ": " + reason);
+    YAML::BadFile error(reason);
+    error.msg = reason;
+    throw YamlFileError<YAML::BadFile>(path, error);
 }
 
 std::string readFile(const std::string& path, std::size_t maxBytes)
@@ -136,12 +178,28 @@ YAML::Node loadYamlFile(const std::string& path, std::size_t maxBytes)
 {
     const std::string text = readFile(path, maxBytes);
     try {
-        std::istringstream in(text);
-        Bounds bounds(maxBytes);
+        MeteredText metered(text);
+        std::istream in(&metered);
+        Bounds bounds(metered, maxBytes);
         YAML::Parser(in).HandleNextDocument(bounds);
         return YAML::Load(text);
     } catch (const YAML::Exception& e) {
-        throw YAML::ParserException(e.mark, path + ": " + e.msg);
+        throw YamlFileError<YAML::ParserException>(path, YAML::ParserException(e.mark, e.msg));
+    }
+}
+
+YamlPlace endOfYamlDocument(const std::string& path, std::size_t maxBytes)
+{
+    MeteredText metered(readFile(path, maxBytes));
+    std::istream in(&metered);
+    Bounds bounds(metered, maxBytes);
+    YAML::Parser parser(in);
+    parser.HandleNextDocument(bounds);
+    try {
+        parser.HandleNextDocument(bounds);
+        return {};
+    } catch (const YAML::Exception& e) {
+        return yamlPlace(e.mark);
     }
 }
 

@@ -3,11 +3,12 @@
 #include <charconv>
 #include <cstdint>
 #include <limits>
-#include <stdexcept>
 #include <string_view>
 #include <system_error>
 #include <utility>
 #include <yaml-cpp/yaml.h>
+
+#include "platform/config/YamlError.h"
 
 namespace KR {
 namespace {
@@ -18,18 +19,13 @@ constexpr const char* kDigits = "0123456789";
 constexpr const char* kPlainTag = "?";
 constexpr const char* kQuotedTag = "!";
 
-[[noreturn]] void fail(const YAML::Node& node, const std::string& problem)
-{
-    throw std::runtime_error(yamlPlace(node) + problem);
-}
-
 template <class T, class... Format>
 T parsed(const YAML::Node& node, std::string_view text, Format... format)
 {
     T value{};
     const char* const end = text.data() + text.size();
     if (std::from_chars(text.data(), end, value, format...).ec != std::errc())
-        fail(node, "the number does not fit in 64 bits");
+        throw YamlError(node, "the number does not fit in 64 bits");
     return value;
 }
 
@@ -120,20 +116,20 @@ KRValue toScalar(const YAML::Node& node)
 KRValue convert(const YAML::Node& node, std::size_t depth, std::size_t& budget)
 {
     if (!node.IsDefined())
-        fail(node, "there is no value");
+        throw YamlError(node, "there is no value");
     if (!isAnyOf(node.Tag(), {"", kPlainTag, kQuotedTag}))
-        fail(node, "a value has no tag, this one has " + node.Tag());
+        throw YamlError(node, "a value has no tag, this one has " + node.Tag());
     if (node.IsNull())
         return {};
     if (node.IsScalar())
         return toScalar(node);
     if (!node.IsSequence())
-        fail(node, "a mapping is no value");
+        throw YamlError(node, "a mapping is no value");
 
     if (depth == kMaxYamlDepth)
-        fail(node, "arrays are nested deeper than " + std::to_string(kMaxYamlDepth));
+        throw YamlError(node, "arrays are nested deeper than " + std::to_string(kMaxYamlDepth));
     if (node.size() > budget)
-        fail(node, "more than " + std::to_string(kMaxYamlValues) + " values");
+        throw YamlError(node, "more than " + std::to_string(kMaxYamlValues) + " values");
     budget -= node.size();
 
     KRValue::Array elements;
@@ -149,15 +145,6 @@ KRValue yamlToKRValue(const YAML::Node& node)
 {
     std::size_t budget = kMaxYamlValues;
     return convert(node, 0, budget);
-}
-
-std::string yamlPlace(const YAML::Node& node)
-{
-    if (!node.IsDefined() || node.Mark().is_null())
-        return {};
-    const YAML::Mark mark = node.Mark();
-    return "line " + std::to_string(mark.line + 1) + ", column " + std::to_string(mark.column + 1) +
-           ": ";
 }
 
 }  // namespace KR

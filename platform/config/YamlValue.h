@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <string>
 
 #include "platform/kr/KRValue.h"
 
@@ -21,12 +20,8 @@ constexpr std::size_t kMaxYamlDepth = 32;
 /// bool, int, float or text, null ("", "~", "null") becomes the invalid value, a quoted or block
 /// scalar is always text; a sequence becomes an array.
 ///
-/// Throws std::runtime_error ("line L, column C: ...") for a number that does not fit in 64 bits, a
-/// mapping, a tag, a node that is not there, and more than the limits above. Thread-safe as long as
-/// nobody changes the document.
+/// Throws YamlError for a number that does not fit in 64 bits, a mapping, a tag, a node that is not
+/// there, and more than the limits above. Thread-safe as long as nobody changes the document.
 KRValue yamlToKRValue(const YAML::Node& node);
-
-/// "line L, column C: ", both from 1; "" for a node that is not there or came from no file.
-std::string yamlPlace(const YAML::Node& node);
 
 }  // namespace KR

@@ -253,16 +253,11 @@ YAML::Node load(const std::string& file)
     std::error_code error;
     if (!std::filesystem::exists(file, error) && !error)
         throw PackageManifestError(file, {{0, 0, "there is no manifest"}});
-    const auto withoutPath = [&](const std::string& text) {
-        const std::string begin = file + ": ";
-        return text.compare(0, begin.size(), begin) == 0 ? text.substr(begin.size()) : text;
-    };
     try {
         return loadYamlFile(file, kMaxManifestBytes);
     } catch (const YAML::ParserException& e) {
-        throw PackageManifestError(
-            file, {{static_cast<std::size_t>(e.mark.line) + 1,
-                    static_cast<std::size_t>(e.mark.column) + 1, withoutPath(e.msg)}});
+        throw PackageManifestError(file,
+                                   {{yamlPlace(e.mark).line, yamlPlace(e.mark).column, e.msg}});
     } catch (const YAML::Exception& e) {
         throw PackageManifestError(file, {{0, 0, e.msg}});
     }

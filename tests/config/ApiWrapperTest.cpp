@@ -1,6 +1,7 @@
 #include <yaml-cpp/yaml.h>
 
 #include "platform/config/ApiWrapper.h"
+#include "platform/config/YamlError.h"
 #include "platform/vo/Session.h"
 #include "tests/support/Testing.h"
 #include "tests/support/VirtualPlatform.h"
@@ -11,15 +12,34 @@ namespace {
 TEST(ApiWrapper, malformedCall_isRefused)
 {
     const std::pair<const char*, const char*> rows[] = {
-        {"{Method: m}", "line 1, column 1: the call has no Module"},
-        {"{Module: '', Method: m}", "column 10: Module must be a text"},
-        {"{Module: a, Method: m, Args: [{}]}", "column 31: a mapping is no value"},
-        {"{Module: a, Method: m, Args: [[~]]}", "column 30: an argument must not be null"},
-        {"{Module: a, Method: m, args: []}", "column 24: a call has Module, Method and Args"},
+        {"[Module, Method]", "1:1: a call is a mapping with Module, Method and Args"},
+        {"{Method: m}", "1:1: the call has no Module"},
+        {"{Module: '', Method: m}", "1:10: Module must be a text that is not empty"},
+        {"{Module: a,\n Method: [m]}", "2:10: Method must be a text that is not empty"},
+        {"{Module: a, Method: m, Args: x}", "1:30: Args must be a sequence"},
+        {"{Module: a, Method: m, Args: [1, {}]}", "1:34: a mapping is no value"},
+        {"{Module: a, Method: m, Args: [1, ~]}", "1:30: an argument must not be null"},
+        {"{Module: a, Method: m, Args: [[1], [2, ~]]}", "1:30: an argument must not be null"},
+        {"{Module: a, Method: m, args: []}",
+         "1:24: a call has Module, Method and Args, but no \"args\""},
     };
-    for (const auto& [yaml, error] : rows)
-        EXPECT_THAT(errorOf([yaml = yaml] { ApiWrapper(YAML::Load(yaml)); }),
-                    testing::HasSubstr(error));
+    for (const auto& [yaml, error] : rows) {
+        try {
+            ADD_FAILURE() << ApiWrapper(YAML::Load(yaml)).method() << yaml;
+        } catch (const YamlError& e) {
+            EXPECT_EQ(textInFile("f", e.place(), e.what()), std::string("f:") + error);
+        }
+    }
+    const std::map<std::string, KRValue> bad[] = {
+        {{"Module", "a"}},
+        {{"Method", "m"}},
+        {{"Module", "a"}, {"Method", ""}},
+        {{"Module", "a"}, {"Method", 1}},
+        {{"Module", "a"}, {"Method", "m"}, {"args", KRValue::Array()}},
+        {{"Module", "a"}, {"Method", "m"}, {"Args", 1}},
+        {{"Module", "a"}, {"Method", "m"}, {"Args", KRValue::Array()}, {"more", 1}}};
+    for (const auto& parameters : bad)
+        EXPECT_THROW(ApiWrapper{parameters}, std::runtime_error) << parameters.size();
 }
 
 TEST(ApiWrapper, call_survivesItsExportAndReachesTheService)
@@ -39,7 +59,16 @@ TEST(ApiWrapper, call_survivesItsExportAndReachesTheService)
     EXPECT_EQ(call("{Module: KRLeds, Method: fade, Args: [eyes, 1, ['2']]}"),
               KRValue(KRValue::Array{"eyes", 1.0, KRValue::Array{"2"}}));
     EXPECT_FALSE(call("{Args: [], Method: off, Module: KRLeds}").isValid());
+    EXPECT_FALSE(call("{Method: off, Module: KRLeds}").isValid());
     EXPECT_THROW(call("{Module: KRLeds, Method: off, Args: [1]}"), std::runtime_error);
+    EXPECT_THROW(call("{Module: Nobody, Method: off}"), std::runtime_error);
+
+    // What was not given is not there.
+    const auto exported = [](const char* yaml) {
+        return ApiWrapper(YAML::Load(yaml)).exportAutonomousActionParameters().count("Args");
+    };
+    EXPECT_EQ(exported("{Module: 5, Method: m}"), 0U);
+    EXPECT_EQ(exported("{Module: 5, Method: m, Args: []}"), 1U);
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 #include <yaml-cpp/yaml.h>
 
+#include "platform/kr/KRBroker.h"
+#include "platform/config/Configurator.h"
 #include "platform/config/YamlFile.h"
 #include "platform/config/YamlValue.h"
 #include "tests/support/TemporaryFolder.h"
@@ -37,19 +39,30 @@ TEST(YamlValue, whatIsNoValue_isRefusedWithItsPlace)
         return std::string(depth, '[') + std::string(depth, ']');
     };
     EXPECT_NO_THROW(yamlToKRValue(YAML::Load(nested(kMaxYamlDepth))));
-    std::string many = "[1";
-    for (std::size_t i = 0; i < kMaxYamlValues; ++i)
-        many += ",1";
-    const std::pair<std::string, std::string> rows[] = {
-        {"[1,\n  {a: 2}]", "line 2, column 3: a mapping is no value"},
-        {"!!str 5", "line 1, column 1: a value has no tag, this one has tag:yaml.org,2002:str"},
-        {"9223372036854775808", "line 1, column 1: the number does not fit in 64 bits"},
-        {nested(kMaxYamlDepth + 1), "line 1, column 33: arrays are nested deeper than 32"},
-        {"&a [*a]", "line 1, column 1: arrays are nested deeper than 32"},
-        {many + "]", "line 1, column 1: more than 10000 values"},
+    const auto repeated = [](std::size_t count) {
+        std::string values = "[1";
+        for (std::size_t i = 1; i < count; ++i)
+            values += ",1";
+        return values + "]";
     };
-    for (const auto& [yaml, error] : rows)
-        EXPECT_EQ(errorOf([text = yaml] { yamlToKRValue(YAML::Load(text)); }), error);
+    EXPECT_NO_THROW(yamlToKRValue(YAML::Load(repeated(kMaxYamlValues))));
+    const std::string half = repeated(kMaxYamlValues / 2);
+    const std::pair<std::string, std::string> rows[] = {
+        {"[1,\n  {a: 2}]", ":2:3: a mapping is no value"},
+        {"!!str 5", ":1:1: a value has no tag, this one has tag:yaml.org,2002:str"},
+        {"9223372036854775808", ":1:1: the number does not fit in 64 bits"},
+        {nested(kMaxYamlDepth + 1), ":1:33: arrays are nested deeper than 32"},
+        {"&a [*a]", ":1:1: arrays are nested deeper than 32"},
+        {repeated(kMaxYamlValues + 1), ":1:1: more than 10000 values"},
+        {"[" + half + ",\n" + half + "]", ":2:1: more than 10000 values"},
+    };
+    for (const auto& [yaml, error] : rows) {
+        try {
+            ADD_FAILURE() << yamlToKRValue(YAML::Load(yaml)).toDisplayString();
+        } catch (const YamlError& e) {
+            EXPECT_EQ(textInFile("", e.place(), e.what()), error);
+        }
+    }
     EXPECT_THROW(yamlToKRValue(YAML::Load("{}")["none"]), std::runtime_error);
 }
 
@@ -68,6 +81,16 @@ TEST(YamlFile, whateverThePathHolds_isReadOrRefusedWithItsName)
     EXPECT_THAT(outcomeOf(folder.path()), testing::HasSubstr("not a regular file"));
     EXPECT_THAT(outcomeOf(folder.path() + "/missing"), testing::HasSubstr("No such file"));
 
+    const auto repeated = [](const std::string& text, std::size_t count) {
+        std::string all;
+        for (std::size_t i = 0; i < count; ++i)
+            all += text;
+        return all;
+    };
+    // Written out: a million nodes, and a million bytes.
+    const std::string nodes = "- &a [" + repeated("1,", 998) + "]\n" + repeated("- *a\n", 1000);
+    const std::string bytes =
+        "- &a " + std::string(1000, 'x') + "\n" + repeated("- *a\n", kMaxBytes / 1000 - 1);
     std::string bomb = "- &l0 [x]\n";
     for (int i = 1; i < 60; ++i) {
         const std::string alias = "*l" + std::to_string(i - 1);
@@ -76,16 +99,73 @@ TEST(YamlFile, whateverThePathHolds_isReadOrRefusedWithItsName)
     const std::pair<std::string, const char*> rows[] = {
         {"", "none"},
         {"a: \"\xff\\0\"", "none"},
-        {"a: " + std::string(kMaxBytes, 'x'), "larger than 1000000 bytes"},
-        {std::string(100'000, '['), "nested deeper than 100"},
+        {"a: " + std::string(kMaxBytes - 3, 'x'), "none"},
+        {"a: " + std::string(kMaxBytes - 2, 'x'), "larger than 1000000 bytes"},
+        {nodes, "none"},
+        {nodes + "- 1\n", ":1002:3: more than 1000000 nodes, aliases written out"},
+        {bytes, "none"},
+        {bytes + "- y\n", ":1001:3: more than 1000000 bytes, aliases written out"},
+        {std::string(kMaxYamlFileDepth + 1, '['), "nested deeper than 100"},
         {std::string(kMaxYamlFileDepth, '[') + std::string(kMaxYamlFileDepth, ']'), "none"},
         {"&a [b, *a]", "refers to a node that it is inside of"},
         {bomb, "more than 1000000 nodes, aliases written out"},
-        {"\x7f\x01: [", "line 1, column"},
+        {"\x7f\x01: [", ":1:1: "},
     };
     for (const auto& [text, expected] : rows)
         EXPECT_THAT(outcomeOf(folder.write("file.yaml", text)), testing::HasSubstr(expected))
             << text.substr(0, 20);
+}
+
+TEST(YamlFile, piecesUpToALimit_areReadAndWhatFollowsTheDocumentIsFound)
+{
+    const TemporaryFolder folder;
+    const auto outcomeOf = [&](std::size_t last) {
+        const std::string first = "- a\n#" + std::string(kMaxYamlPieceBytes - 4096, 'x');
+        const auto path = folder.write("f.yaml", first + "\n- b\n#" + std::string(last, 'x'));
+        return errorOf<YAML::ParserException>([&] { loadYamlFile(path, 3 * kMaxYamlPieceBytes); });
+    };
+    EXPECT_EQ(outcomeOf(kMaxYamlPieceBytes - 4096), "none");
+    EXPECT_THAT(outcomeOf(kMaxYamlPieceBytes + 4096),
+                testing::HasSubstr(":1:3: after this, more than 2097152 bytes of one collection"));
+
+    const std::pair<const char*, std::size_t> rows[] = {
+        {"", 0},
+        {"---\na: 1\n...\n# end\n", 0},
+        {"a: 1\n---\n", 2},
+        {"--- [1]\n--- [2]\n--- [3]\n", 2},
+        {"a: 1\n...\n\n---\n]\n", 4},
+    };
+    for (const auto& [text, line] : rows)
+        EXPECT_EQ(endOfYamlDocument(folder.write("f.yaml", text), 100).line, line) << text;
+}
+
+TEST(Configurator, version_isMajorOrMajorAndMinorUpToTheSupportedOne)
+{
+    const std::pair<const char*, const char*> rows[] = {
+        {"{ConfigurationVersion: 2}", "none"},
+        {"{ConfigurationVersion: '2.99'}", "none"},
+        {"{ConfigurationVersion: 0.1}", "none"},
+        {"{ConfigurationVersion: 3}", "1:24: ConfigurationVersion \"3\" is not supported"},
+        {"{ConfigurationVersion: 99999999999.0}",
+         "is not supported (supported are versions up to 2)"},
+        {"{ConfigurationVersion: 2.}", "1:24: ConfigurationVersion \"2.\" is not \"major\""},
+        {"{ConfigurationVersion: .1}", "is not \"major\""},
+        {"{ConfigurationVersion: 1.0.0}", "is not \"major\""},
+        {"{ConfigurationVersion: -1}", "is not \"major\""},
+        {"{ConfigurationVersion: [2]}", "is not \"major\""},
+        {"{configurationVersion: 2}", "1:1: the configuration has no ConfigurationVersion"},
+        {"[2]",
+         "1:1: the configuration has no ConfigurationVersion (supported are versions up to 2)"},
+    };
+    for (const auto& [yaml, expected] : rows) {
+        std::string outcome = "none";
+        try {
+            Configurator::verifyConfigFileVersionCompatible(nullptr, YAML::Load(yaml), 2);
+        } catch (const YamlError& e) {
+            outcome = textInFile("", e.place(), e.what());
+        }
+        EXPECT_THAT(outcome, testing::HasSubstr(expected)) << yaml;
+    }
 }
 
 }  // namespace

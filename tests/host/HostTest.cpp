@@ -1,6 +1,10 @@
 #include "tests/host/HostTest.h"
 
+#include <array>
 #include <future>
+#include <yaml-cpp/exceptions.h>
+
+#include "tests/support/Testing.h"
 
 namespace KR {
 namespace {
@@ -10,6 +14,7 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 TEST_F(HostTest, AllStepTypesDoWhatTheySay)
 {
@@ -169,16 +174,23 @@ TEST_F(HostTest, RulesBeforeAnActivityComeOnceBeforeWhoeverStartsIt)
 
 TEST_F(HostTest, ChangesOfKeysThatRulesReadAreToldBeforeWhatTheyCause)
 {
-    start(rule("go", "A", focusOn("dialog:a")));
-    raise("Unread", 1);
+    start(rule("go", "A", focusOn("dialog:a")) +
+              rule("read", "Launchpad/Minute' == 99 && 'Nimbra/State' && 'B", "Action: StopAll"),
+          {"More"});
+    EXPECT_EQ(host->memory().getData("TesselReady"), KRValue(1));
+    for (const char* key : {"Unread", "Launchpad/Minute", "Nimbra/State", "B", "More"})
+        raise(key, 7);
     raise("A", 0);
     raise("A", 0);
     raise("A", 1);
     std::vector<std::string> kinds;
     for (const nlohmann::json& event : events)
-        kinds.push_back(event["event"]);
-    EXPECT_THAT(kinds, ElementsAre("key", "key", "hit", "focus", "step"));
-    EXPECT_EQ(events[1]["value"], 1);
+        kinds.push_back(event[event["event"] == "key" ? "key" : "event"]);
+    EXPECT_THAT(kinds, ElementsAre("B", "More", "A", "A", "hit", "focus", "step"));
+    EXPECT_EQ(events[3]["value"], 1);
+    for (int i = 0; i < 2; ++i)
+        host->stop();
+    EXPECT_EQ(host->memory().getData("KRDialog/Topic"), KRValue("")) << "it is stopped";
 }
 
 /// The behaviours are real programs.
@@ -199,10 +211,13 @@ TEST_F(HostTest, LifeStateSwitchesPluginsOfItsGroupAndConditionsSwitchTheirOwn)
                  "<condition purpose='terminationTrigger'>'A' == 2</condition>"
                  "</conditions></nimbraLaunchpadPlugin>");
     start(rule("unused", "B", "Action: StopAll"));
+    events.clear();
     const std::string battery = "_LaunchpadPluginBattery";
     EXPECT_THAT(plugins(), ElementsAre(battery + "++", "p/group", "p/trigger"));
     raise("A", 1);
     EXPECT_THAT(plugins(), ElementsAre(battery + "++", "p/group", "p/trigger++"));
+    EXPECT_EQ(events.back()["plugin"], "p/trigger");
+    EXPECT_EQ(events.back()["running"], true);
     host->life().setState("interactive");
     EXPECT_THAT(plugins(), ElementsAre(battery + "++", "p/group++", "p/trigger++"));
     host->life().setState("safeguard");
@@ -212,8 +227,8 @@ TEST_F(HostTest, LifeStateSwitchesPluginsOfItsGroupAndConditionsSwitchTheirOwn)
     raise("A", 1);
     host->stop();
     EXPECT_THAT(plugins(), testing::IsEmpty()) << "unloaded";
-    EXPECT_THAT(log.lines(vo::LogLevel::error),
-                ElementsAre(HasSubstr("Can't load default config file")));
+    EXPECT_EQ(events.back()["running"], false);
+    EXPECT_THAT(log.lines(vo::LogLevel::error), IsEmpty());
 }
 
 TEST_F(HostTest, PluginThatCannotStartLeavesTheOthersAlive)
@@ -254,15 +269,58 @@ TEST_F(HostTest, EachPulseIsOneHitInOrder)
     EXPECT_EQ(told().size(), 2U * kPulses);
 }
 
-TEST_F(HostTest, MistakesOfTheConfigurationAreErrorsOrLeaveTheConstructor)
+/// Wherever it came from: rules, packages at the start, and packages that are installed later.
+TEST_F(HostTest, WhatCannotBeWatchedIsAnErrorOfTheRun)
 {
+    packages = folder.path() + "/packages";
+    const std::string triggers =
+        ", Version: 1, Behaviors: [{Path: b, Conditions: {launchTrigger: "
+        "\"'X' ==\"}}, {Path: c, Conditions: {launchTrigger: \"'Y'\"}}]}";
+    for (const std::string path : {"packages/early", "late"}) {
+        const std::string uuid = path.substr(path.find('/') + 1);
+        folder.write(path + "/package.yaml", "{ConfigurationVersion: 1, Uuid: " + uuid + triggers);
+        for (const std::string behavior : {"/b", "/c"})
+            writeProgram(path + behavior, "exit 0");
+    }
     start(rule("bad", "A'", "Action: StopFocus"));
-    ASSERT_EQ(events.size(), 1U) << "nothing about the default file, which is not used";
-    EXPECT_EQ(events[0]["event"], "error");
-    EXPECT_THAT(events[0]["text"].get<std::string>(), HasSubstr("Cannot add condition"));
+    vo::import("PackageManager").call("install", folder.path() + "/late");
+    clock->runPending();
+    std::vector<std::string> errors;
+    for (const nlohmann::json& event : events)
+        errors.push_back(event["event"].get<std::string>() + event["text"].get<std::string>());
+    const std::string begin = "error_registerActionCondition: Cannot add condition: ";
+    const std::string behavior = ", for action: Action swithFocus to behavior ";
+    EXPECT_THAT(errors,
+                ElementsAre(StartsWith(begin + "'A'', for action: bad: "),
+                            HasSubstr(behavior + "early/b: "), HasSubstr(behavior + "late/b: ")));
+    EXPECT_THAT(log.lines(vo::LogLevel::info),
+                Contains(HasSubstr("0 autonomous actions loaded from applauncher_module")));
+
+    // What would never be watched, as there is no such file, leaves the constructor.
     host.reset();
-    EXPECT_ANY_THROW(host.emplace(
-        clock, timeline, Host::Options{folder.path() + "/missing", {}, vo::LogLevel::warning}));
+    EXPECT_THAT(
+        errorOf<YAML::BadFile>([&] {
+            host.emplace(clock, timeline, Host::Options{"/none", {}, vo::LogLevel::warning});
+        }),
+        HasSubstr("/none: No such file"));
+}
+
+/// As when a construction fails: the event loop still runs.
+TEST_F(HostTest, RefreshThatIsPostedWhenThePermissionsGoIsDropped)
+{
+    vo::Application application(clock);
+    const auto broker = KRBroker::create(application);
+    const auto life = KRModule::createModule<LifeService>(broker);
+    broker->memory().raiseEvent("KRBattery/ConnectedToChargingStation", false);
+    alignas(ActivityPermissions) std::array<unsigned char, sizeof(ActivityPermissions)> place{};
+    auto* permissions = new (place.data()) ActivityPermissions(broker);
+    clock->runPending();
+    permissions->violations("dialog:a");
+    permissions->~ActivityPermissions();
+    place.fill(0xFF);
+    clock->runPending();
+    EXPECT_THAT(place, testing::Each(0xFF));
+    life->exit();
 }
 
 /// Real threads: proves that the parts are wired to the event loop, the checker's thread and the

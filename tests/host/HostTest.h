@@ -17,7 +17,7 @@ namespace KR {
 class HostTest : public testing::Test {
 protected:
     /// `rules` are elements of AutonomousActions; they read the keys A, B, C...
-    void start(const std::string& rules)
+    void start(const std::string& rules, const std::vector<std::string>& moreKeys = {})
     {
         const std::string config =
             folder.write("autonomy.cfg",
@@ -26,7 +26,7 @@ protected:
                              rules);
         host.emplace(clock, timeline, Host::Options{config, packages, vo::LogLevel::warning});
         clock->runPending();
-        host->start();
+        host->start(moreKeys);
         clock->runPending();
         events.erase(std::remove_if(events.begin(), events.end(),
                                     [](const auto& event) { return event["event"] == "plugin"; }),

@@ -13,6 +13,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using testing::StartsWith;
 
 const std::string kData = NIMBRA_TEST_DATA;
 const std::string kDemo = std::string(NIMBRA_TEST_PROGRAM) + " run --config " + kData +
@@ -259,15 +260,18 @@ AutonomousActions:
         ElementsAre(
             "4:3: Found an action without Description, skipping",
             "5:3: Found an action without Condition, skipping: b",
-            "6:3: Found an action without execution synchronicity, skipping: c",
+            StartsWith("6:3: Found an action without execution synchronicity, skipping: c; "
+                       "expected one of ExecuteAnyTimeConditionTrue, "),
             "7:3: No Action item or Actions list item, skipping: d",
             "8:3: e had no valid actions and was ignored",
-            "8:81: Found Action item with invalid type: Dance inside of: e, skipping it",
-            HasSubstr("9:67: bad conversion"),
+            StartsWith("8:81: Found Action item with invalid type: Dance inside of: e, skipping "
+                       "it; expected one of SwitchFocus, "),
+            "9:67: bad conversion, expected true or false: loading stops here",
             HasSubstr("10:38: the condition of 'g' does not parse: expected"),
             HasSubstr("12:23: the condition of 'h' does not parse: expected"),
             "14:22: SkipIfRulesActive item must be a list or string. Ignoring it for: h",
-            "16:5: Found Action item without type inside of: h, skipping it",
+            "16:5: Found Action item without type inside of: h, skipping it; expected a mapping "
+            "with the key Action",
             "17:5: Found a SetState action without State parameter, skipping: SetState inside of: "
             "h",
             "18:5: Found a SwitchFocus action without Activity parameter, skipping: SwitchFocus "
@@ -284,7 +288,8 @@ AutonomousActions:
             "h",
             HasSubstr("24:41: Skipping: ApiCall inside of: h: "),
             HasSubstr("27:14: the condition of 'i' does not parse: at its 1:8: expected"),
-            "31:31: Itmes under ExcuteAfterActiveRules must be strings. Ignoring it for: i"));
+            "31:31: Itmes under ExcuteAfterActiveRules must be strings. Ignoring it for: i",
+            "31:28: warning: no rule is called 'x'"));
 }
 
 TEST_F(ProgramTest, CheckIsQuietAboutGoodFilesAndSortsTheOthers)

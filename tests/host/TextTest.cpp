@@ -1,4 +1,5 @@
 #include <boost/algorithm/string.hpp>
+#include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "host/HumanTimeline.h"
@@ -36,8 +37,13 @@ TEST(TextTest, TimesAreWrittenInUtc)
     EXPECT_EQ(clockTime(time), "06:00:00.250");
     EXPECT_EQ(clockTime(vo::TimePoint(std::chrono::hours(5))), "05:00:00");
     EXPECT_EQ(dayTitle(time), "Saturday, 21 November 2026");
-    EXPECT_EQ(lengthText(std::chrono::minutes(1505)), "1 d 01 h 05 min");
-    EXPECT_EQ(lengthText(std::chrono::seconds(61)), "1 min 01 s");
+    EXPECT_EQ(isoTime(vo::TimePoint(vo::Duration(-1))), "1969-12-31T23:59:59.999999Z");
+    const std::pair<double, const char*> lengths[] = {
+        {0.0049, "0.004 s"},        {59.999, "59.999 s"},      {60, "1 min 00 s"},
+        {3599.9, "59 min 59 s"},    {3600, "1 h 00 min"},      {86399, "23 h 59 min"},
+        {86400, "1 d 00 h 00 min"}, {90300, "1 d 01 h 05 min"}};
+    for (const auto& [seconds, text] : lengths)
+        EXPECT_EQ(lengthText(vo::Duration(std::llround(seconds * 1e6))), text);
 }
 
 class HumanTimelineTest : public testing::Test {

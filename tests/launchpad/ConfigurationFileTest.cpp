@@ -1,3 +1,4 @@
+#include <boost/algorithm/string.hpp>
 #include <yaml-cpp/yaml.h>
 
 #include "launchpad/ConfigurationReader.h"
@@ -9,6 +10,7 @@ namespace {
 /// An action that lacks only its steps and the closing brace.
 const std::string kRule =
     "- {Description: d, Condition: \"'K'\", ExecuteAnyTimeConditionTrue: on, ";
+using testing::Not;
 const std::string kList = "AutonomousActions:\n";
 
 TEST_F(LaunchpadTest, wholeAction_isReadAsWritten)
@@ -19,7 +21,7 @@ AutonomousActions:
   Condition: "'K' == 1"
   ExcuteAfterActiveRules: a
   SkipIfRulesActive: [b, {no: text}, c]
-  ExecuteAfterIfSimultaniouslyTrue: {no: text}
+  ExecuteAfterIfSimultaniouslyTrue: [d, e]
   ExecuteAnyTimeConditionTrue: false
   ExecuteAnyTimeConditionEdgeTrue: true
   ExecuteBeforeActivityIfConditionTrue: yes
@@ -27,56 +29,59 @@ AutonomousActions:
   ActionParameters: {Chain: Legs, Duration: 3}
   Actions:
   - {Action: SwitchFocus, ActionParameters: {Activity: x, Flags: -1, Reason: 7, Other: 1}}
-  - {Action: SetState, ActionParameters: {State: solitary, Force: true}}
+  - {Action: SetState, ActionParameters: {State: solitary, Force: false}}
+  - {Action: SetState, ActionParameters: {State: solitary}}
   - {Action: BlockAutonomousFocus, ActionParameters: {Reason: none}}
+  - {Action: UnblockAutonomousFocus}
+  - {Action: StopFocus, ActionParameters: {Reason: r, Activity: x}}
+  - {Action: StopAll, ActionParameters: {Reason: s}}
+  - {Action: StopAll}
+  - {Action: SetConfiguration, ActionParameters: {ConfigurationSet: c, Module: M}}
+  - {Action: UnfreezeChain, ActionParameters: {Chain: Head, Duration: 3}}
   - {Action: ApiCall, ActionParameters: {Module: M, Method: m}}
 )");
     const std::vector<AutonomousActionItem> items = {
         {1, {{"Activity", "x"}, {"Flags", -1}, {"Reason", "7"}}},
-        {6, {{"State", "solitary"}, {"Force", true}}},
+        {6, {{"State", "solitary"}, {"Force", false}}},
+        {6, {{"State", "solitary"}}},
         {4, {}},
+        {5, {}},
+        {2, {{"Reason", "r"}}},
+        {3, {{"Reason", "s"}}},
+        {3, {}},
+        {7, {{"ConfigurationSet", "c"}, {"Module", "M"}}},
+        {10, {{"Chain", "Head"}}},
         {8, {{"Module", "M"}, {"Method", "m"}}},
         {9, {{"Chain", "Legs"}, {"Duration", 3}}}};
     const AutonomousAction expected{"whole", "LifeConfig", items, "'K' == 1", 1,
-                                    0x6,     {},           {"a"}, {"b", "c"}};
+                                    0x6,     {"d", "e"},   {"a"}, {"b", "c"}};
     EXPECT_EQ(vo::toValue(launchpad->getAction("whole")), vo::toValue(expected));
     EXPECT_THAT(platform.log.lines(vo::LogLevel::warning),
                 ElementsAre("NimbraLaunchpad/readYamlStringOrListOfStrings: Itmes under "
-                            "SkipIfRulesActive must be strings. Ignoring it for: whole",
-                            HasSubstr("True item must be a list or string. Ignoring it for: w")));
+                            "SkipIfRulesActive must be strings. Ignoring it for: whole"));
     EXPECT_THAT(platform.log.lines(vo::LogLevel::info).back(),
                 HasSubstr("Using configuration file: \"Test\" version: \"2.0\" from: /"));
 }
 
-TEST(ConfigurationReader, malformedActionOrStep_isReportedWithItsPlace)
+TEST_F(LaunchpadTest, malformedActionOrStep_isWarnedAboutAndTheOthersAreRead)
 {
-    const std::pair<std::string, std::string> rows[] = {
-        {"- text", "1:3 Found an action without Description, skipping"},
-        {"-\n  Description: d", "2:3 Found an action without Condition, skipping: d"},
-        {"- {Description: d, Condition: c, ExecuteAnyTimeConditionTrue: no, SkipIfRulesActive: x}",
-         "1:3 Found an action without execution synchronicity, skipping: d"},
-        {kRule + "}", "1:3 No Action item or Actions list item, skipping: d"},
-        {kRule + "Actions: x, Action: StopAll}", "1:3 d had no valid actions and was ignored"},
-        {kRule + "\n Actions: [StopAll]}",
-         "2:12 Found Action item without type inside of: d, skipping it"},
-        {kRule + "\n Action: Fly}",
-         "2:10 Found Action item with invalid type: Fly inside of: d, skipping it"},
-        {kRule + "Action: FreezeChain, ActionParameters: text}",
-         "1:3 Found a FreezeChain/UnfreezeChain action without Chain parameter, skipping: "
-         "FreezeChain inside of: d"},
-        {kRule + "Action: ApiCall,\n ActionParameters: {Module: m}}",
-         "2:20 Skipping: ApiCall inside of: d: line 2, column 20: the call has no Method"},
-    };
-    for (const auto& [text, expected] : rows) {
-        Names problems;
-        const ConfigurationReader reader([&problems](const ConfigurationProblem& problem) {
-            problems.push_back(std::to_string(problem.line) + ':' + std::to_string(problem.column) +
-                               ' ' + problem.text);
-            EXPECT_EQ(problem.label, "loadConfigFile");
-        });
-        EXPECT_FALSE(reader.readAction(YAML::Load(text)[0])) << text;
-        EXPECT_EQ(problems.at(0), expected);
-    }
+    load(kList + "- text\n" + kRule + "Actions: x, Action: StopAll}\n" + kRule +
+         "Actions: [StopAll, {Action: FreezeChain, ActionParameters: text}, {Action: StopAll}],\n"
+         "   SkipIfRulesActive: {a: b}}\n");
+    const std::string begin = "NimbraLaunchpad/loadConfigFile: ";
+    EXPECT_THAT(
+        platform.log.lines(vo::LogLevel::warning),
+        ElementsAre(begin + "Found an action without Description, skipping",
+                    begin + "d had no valid actions and was ignored",
+                    "NimbraLaunchpad/readYamlStringOrListOfStrings: SkipIfRulesActive item must be "
+                    "a list or string. Ignoring it for: d",
+                    begin + "Found Action item without type inside of: d, skipping it",
+                    begin + "Found a FreezeChain/UnfreezeChain action without Chain parameter, "
+                            "skipping: FreezeChain inside of: d"));
+    EXPECT_EQ(launchpad->getAction("d").items.size(), 1U);
+    EXPECT_THROW(load("AutonomousActions: {a: 1, b: 2}\nDialogFocusPolicy: [a]"), YAML::Exception);
+    load("AutonomousActions: {a: 1, b: 2}");
+    EXPECT_EQ(platform.log.lines(vo::LogLevel::warning).size(), 7U) << "one for each";
 }
 
 TEST_F(LaunchpadTest, laterFile_replacesTheActionsOfEarlierFilesOnly)
@@ -89,24 +94,31 @@ TEST_F(LaunchpadTest, laterFile_replacesTheActionsOfEarlierFilesOnly)
                 HasSubstr("Deleted all configuration sets derived from previous config file"));
 
     load("DialogFocusPolicy: no_focus");
+    EXPECT_FALSE(access.configControlsDialog()) << "not read";
     EXPECT_THAT(platform.log.lines(vo::LogLevel::warning).back(),
                 HasSubstr("No AutonomousActions found in config file, skipping."));
     for (const char* text :
          {"", "text", "a: [", "ConfigurationDescription: d", "ConfigurationVersion: 2",
-          "{ConfigurationDescription: d, ConfigurationVersion: 3.0, AutonomousActions: []}",
-          "{ConfigurationDescription: d, ConfigurationVersion: 99999999999, AutonomousActions: []}",
-          "{ConfigurationDescription: d, ConfigurationVersion: 2., AutonomousActions: []}"})
+          "{ConfigurationDescription: d, ConfigurationVersion: 3.0, AutonomousActions: []}"})
         EXPECT_THROW(launchpad->loadConfigFile(folder.write("bad.cfg", text)), std::exception);
     EXPECT_THROW(launchpad->loadConfigFile(folder.path() + "/missing.cfg"), YAML::BadFile);
+    EXPECT_EQ(errorOf([&] { launchpad->loadConfigFile(folder.write("bad.cfg", "\n{a: 1}")); }),
+              folder.path() +
+                  "/bad.cfg:2:1: the configuration has no ConfigurationVersion "
+                  "(supported are versions up to 2)");
     EXPECT_EQ(access.actions().size(), 2U);
 
     // With a value that cannot be converted, the actions before it stay.
-    const std::string begin = kList + kRule + "Action: StopAll}\n" + kRule;
-    for (const char* text :
-         {"Action: SetState, ActionParameters: {State: s, Force: 3}}",
-          "Action: FreezeChain, ActionParameters: {Chain: c, Duration: 3000000000}}",
-          "Action: [StopAll]}"}) {
-        EXPECT_THROW(load(begin + text), YAML::Exception);
+    const std::string begin = kList + kRule + "Action: StopAll}\n" + kRule + "\n ";
+    const std::pair<const char*, const char*> rows[] = {
+        {"Action: SetState, ActionParameters: {State: s, Force: 3}}", "6:56: %true or false"},
+        {"Action: FreezeChain, ActionParameters: {Chain: c, Duration: 3000000000}}",
+         "6:62: %an integer of 32 bits"},
+        {"Action: [StopAll]}", "6:10: %a text"}};
+    for (const auto& [text, error] : rows) {
+        const std::string expected = folder.path() + "/test.cfg:" + error;
+        EXPECT_EQ(errorOf<YAML::BadConversion>([&, text = text] { load(begin + text); }),
+                  boost::replace_all_copy(expected, "%", "bad conversion, expected "));
         EXPECT_EQ(access.actions().size(), 2U) << text;
     }
 
@@ -116,6 +128,17 @@ TEST_F(LaunchpadTest, laterFile_replacesTheActionsOfEarlierFilesOnly)
         load(kList);
         EXPECT_EQ(access.configControlsDialog(), policy != std::string("other")) << policy;
     }
+
+    // A launchpad can come up with another file than the default one, and with none.
+    launchpad.reset();
+    platform.log.clear();
+    for (const std::string& file : {std::string(), folder.write("one.cfg", kOneAction)}) {
+        NimbraLaunchpad other(platform.broker, nullptr, &responder, file);
+        EXPECT_EQ(NimbraLaunchpadTestAccess{other}.actions().size(), file.empty() ? 0U : 1U);
+    }
+    EXPECT_THROW(NimbraLaunchpad(platform.broker, nullptr, &responder, "/none"), YAML::BadFile);
+    EXPECT_THAT(platform.log.lines(vo::LogLevel::error),
+                testing::Each(Not(HasSubstr("default config file"))));
 }
 
 }  // namespace

@@ -10,7 +10,7 @@ TEST_F(LaunchpadTest, missingParts_areLoggedAndLeftOut)
 {
     EXPECT_EQ(
         logged(),
-        R"(error NimbraLaunchpad: Can't load default config file: : bad file: : No such file or directory
+        R"(error NimbraLaunchpad: Can't load default config file: : : No such file or directory
 error _initAddModulePlugin: Could not load plugin: HardwareInfoKRProxy::KRProxy: no service named 'KRRobotModel'
 error _initAddModulePlugin: Could not load plugin: BatteryKRProxy::KRProxy: no service named 'KRBattery'
 error _initAddModulePlugin: Could not load plugin: PostureKRProxy::KRProxy: no service named 'KRRobotPosture'

@@ -4,7 +4,7 @@
 #include <yaml-cpp/yaml.h>
 
 #include "platform/kr/KeyCatalogue.h"
-#include "platform/life/YamlValue.h"
+#include "platform/config/YamlValue.h"
 #include "robot/Robot.h"
 #include "robot/Space.h"
 #include "tests/plugins/SenseTest.h"
