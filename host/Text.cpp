@@ -1,68 +1,11 @@
 #include "host/Text.h"
 
 #include <array>
-#include <cstdio>
 #include <ctime>
 
 namespace KR {
 
 namespace {
-
-std::string escaped(unsigned char byte)
-{
-    switch (byte) {
-        case '\n':
-            return "\\n";
-        case '\r':
-            return "\\r";
-        case '\t':
-            return "\\t";
-        default: {
-            std::array<char, 8> text{};
-            std::snprintf(text.data(), text.size(), "\\x%02x", unsigned{byte});
-            return text.data();
-        }
-    }
-}
-
-/// Length of the well-formed UTF-8 sequence at a place; 0 when there is none.
-std::size_t sequenceLength(const std::string& text, std::size_t at)
-{
-    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[at + i]); };
-    const unsigned char first = byte(0);
-    std::size_t length = 0;
-    if (first < 0x80)
-        return 1;
-    if (first >= 0xC2 && first <= 0xDF)
-        length = 2;
-    else if ((first & 0xF0) == 0xE0)
-        length = 3;
-    else if (first >= 0xF0 && first <= 0xF4)
-        length = 4;
-    if (length == 0 || at + length > text.size())
-        return 0;
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xC0) != 0x80)
-            return 0;
-    }
-    const bool overlong = (first == 0xE0 && byte(1) < 0xA0) || (first == 0xF0 && byte(1) < 0x90);
-    const bool surrogate = first == 0xED && byte(1) > 0x9F;
-    const bool tooLarge = first == 0xF4 && byte(1) > 0x8F;
-    return overlong || surrogate || tooLarge ? 0 : length;
-}
-
-/// C0 and C1 controls, and the marks that turn the direction of what follows.
-bool isControl(const std::string& text, std::size_t at, std::size_t length)
-{
-    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[at + i]); };
-    if (length == 1)
-        return byte(0) < 0x20 || byte(0) == 0x7F;
-    if (length == 2)
-        return byte(0) == 0xC2 && byte(1) < 0xA0;
-    return length == 3 && byte(0) == 0xE2 &&
-           ((byte(1) == 0x80 && byte(2) >= 0xA8 && byte(2) <= 0xAE) ||
-            (byte(1) == 0x81 && byte(2) >= 0xA6 && byte(2) <= 0xA9));
-}
 
 std::tm civil(vo::TimePoint time)
 {
@@ -93,24 +36,6 @@ std::int64_t microsecondsOf(vo::TimePoint time)
 }
 
 }  // namespace
-
-std::string printable(const std::string& text)
-{
-    std::string result;
-    result.reserve(text.size());
-    for (std::size_t at = 0; at < text.size();) {
-        const std::size_t length = sequenceLength(text, at);
-        const std::size_t step = length == 0 ? 1 : length;
-        if (length == 0 || isControl(text, at, length)) {
-            for (std::size_t i = 0; i < step; ++i)
-                result += escaped(static_cast<unsigned char>(text[at + i]));
-        } else {
-            result.append(text, at, length);
-        }
-        at += step;
-    }
-    return result;
-}
 
 std::size_t displayWidth(const std::string& text)
 {

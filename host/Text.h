@@ -3,12 +3,11 @@
 #include <string>
 
 #include "platform/vo/Clock.h"
+#include "platform/vo/Printable.h"
 
 namespace KR {
 
-/// A text from outside, fit for a terminal and for one line: control characters and bytes that are
-/// no UTF-8 stand as "\n", "\t" or "\x1b".
-std::string printable(const std::string& text);
+using vo::printable;
 
 /// Cells that a text in UTF-8 takes in a terminal, with every character one wide.
 std::size_t displayWidth(const std::string& text);

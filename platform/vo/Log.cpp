@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <map>
 #include <spdlog/logger.h>
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/stdout_sinks.h>
@@ -12,6 +13,7 @@
 #include "platform/vo/CallbackGate.h"
 #include "platform/vo/LogException.h"
 #include "platform/vo/Mutex.h"
+#include "platform/vo/Printable.h"
 
 namespace vo {
 
@@ -19,35 +21,6 @@ namespace {
 
 constexpr LogLevel kLevels[] = {LogLevel::silent, LogLevel::error, LogLevel::warning,
                                 LogLevel::info, LogLevel::verbose};
-
-/// A control character of ASCII (0 to 31 and 127), or the second byte of one of U+0080 to U+009F.
-bool isControl(unsigned char byte, unsigned char before)
-{
-    return byte < 0x20 || byte == 0x7f || (before == 0xc2 && byte >= 0x80 && byte < 0xa0);
-}
-
-/// Texts come from files and from other services; what they hold must neither steer a terminal nor
-/// pretend to be a line of its own.
-std::string escapeControls(const std::string& text)
-{
-    static constexpr char kDigits[] = "0123456789abcdef";
-    std::string escaped;
-    escaped.reserve(text.size());
-    unsigned char before = 0;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (c == '\n')
-            escaped += "\\n";
-        else if (c == '\t')
-            escaped += "\\t";
-        else if (isControl(byte, before))
-            escaped.append({'\\', 'x', kDigits[byte >> 4], kDigits[byte & 0xf]});
-        else
-            escaped += c;
-        before = byte;
-    }
-    return escaped;
-}
 
 struct Listener {
     explicit Listener(std::function<void(const LogRecord&)> function)
@@ -76,6 +49,8 @@ public:
     void add(std::shared_ptr<Listener> listener);
     /// When it returns, the listener is not running, unless this is called from it.
     void remove(Listener& listener);
+    /// From here on the lines of a category go by this level, and no longer by that of the others.
+    void setLevel(const std::string& category, LogLevel own);
 
     // Flags that every line reads without a lock.
     std::atomic<LogLevel> level{LogLevel::warning};
@@ -85,6 +60,7 @@ private:
     using Listeners = std::vector<std::shared_ptr<Listener>>;
 
     Hub();
+    LogLevel levelOf(const std::string& category) const;
     void print(const LogRecord& record);
     static void tell(Listener& listener, const LogRecord& record);
     Listeners listeners() const;
@@ -92,8 +68,10 @@ private:
     // Synchronised by itself.
     spdlog::logger printer_;
     std::atomic<std::size_t> listenerCount_{0};  ///< spares a line that nobody wants the lock
+    std::atomic<bool> hasLevels_{false};         ///< the same where no category has its own
     mutable Mutex mutex_;
     Listeners listeners_ VO_GUARDED_BY(mutex_);
+    std::map<std::string, LogLevel> levels_ VO_GUARDED_BY(mutex_);  ///< by category
 };
 
 Hub::Hub() : printer_("nimbra", std::make_shared<spdlog::sinks::stderr_sink_mt>())
@@ -107,22 +85,41 @@ Hub::Hub() : printer_("nimbra", std::make_shared<spdlog::sinks::stderr_sink_mt>(
 void Hub::log(LogLevel lineLevel, const std::string& category, const std::string& label,
               const std::string& text)
 {
-    const bool printed = lineLevel <= level && captures == 0;
+    const bool printed = captures == 0 && lineLevel <= levelOf(category);
     if (!printed && listenerCount_ == 0)
         return;
     const std::shared_ptr<Clock> clock = Application::currentClock();
-    const LogRecord record{clock ? clock->now() : TimePoint(), lineLevel, category, label, text};
+    const LogRecord record{clock ? clock->now() : TimePoint(), lineLevel, category,
+                           shortened(label, kMaxLogTextBytes), shortened(text, kMaxLogTextBytes)};
     if (printed)
         print(record);
     for (const std::shared_ptr<Listener>& listener : listeners())
         tell(*listener, record);
 }
 
+void Hub::setLevel(const std::string& category, LogLevel own)
+{
+    const Lock<Mutex> lock(mutex_);
+    levels_[category] = own;
+    hasLevels_ = true;
+}
+
+LogLevel Hub::levelOf(const std::string& category) const
+{
+    if (!hasLevels_)
+        return level;
+    const Lock<Mutex> lock(mutex_);
+    const auto own = levels_.find(category);
+    return own == levels_.end() ? level.load() : own->second;
+}
+
+/// Texts come from files and from other services; what they hold must neither steer a terminal nor
+/// pretend to be a line of its own.
 void Hub::print(const LogRecord& record)
 {
     const std::string line = std::string("[") + logLevelName(record.level) + "] [" +
                              record.category + "] " + record.label + ": " + record.text;
-    printer_.log(record.time, spdlog::source_loc(), spdlog::level::info, escapeControls(line));
+    printer_.log(record.time, spdlog::source_loc(), spdlog::level::info, printable(line));
 }
 
 void Hub::tell(Listener& listener, const LogRecord& record)
@@ -184,6 +181,11 @@ LogLevel parseLogLevel(const std::string& name)
 void setLogLevel(LogLevel level)
 {
     Hub::instance().level = level;
+}
+
+void setLogLevel(const std::string& category, LogLevel level)
+{
+    Hub::instance().setLevel(category, level);
 }
 
 void Logger::error(const std::string& label, const std::string& text) const

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
@@ -13,6 +14,10 @@ enum class LogLevel { silent, error, warning, info, verbose };
 
 /// "error", "warning", "info", "verbose".
 const char* logLevelName(LogLevel level);
+
+/// What is logged of a longer label or text is its beginning, and how much was left out: they come
+/// from files and from other services too.
+constexpr std::size_t kMaxLogTextBytes = 4096;
 
 /// One log line. It is printed as "label: text".
 struct LogRecord {
@@ -43,6 +48,8 @@ private:
 /// Lines above this level are not printed (default: warning). Captures and listeners see all
 /// levels. Thread-safe.
 void setLogLevel(LogLevel level);
+/// The same for the lines of one category, whatever the level of the others.
+void setLogLevel(const std::string& category, LogLevel level);
 /// Takes "silent", "error", "warning", "info", "verbose"; std::invalid_argument for another text.
 LogLevel parseLogLevel(const std::string& name);
 

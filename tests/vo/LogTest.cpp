@@ -42,14 +42,24 @@ TEST_F(LogTest, aLineIsPrintedWithTheApplicationsTime)
               "2024-10-04T00:00:00.001500Z [warning] [Tested] load: {} %s found\n");
 }
 
-TEST_F(LogTest, linesAboveTheLevelAreNotPrinted)
+TEST_F(LogTest, linesAboveTheLevelOfAllOrOfTheirCategoryAreNotPrinted)
 {
-    const std::pair<const char*, const char*> cases[] = {
-        {"silent", ""}, {"error", "E"}, {"warning", "EW"}, {"info", "EWI"}, {"verbose", "EWIV"}};
+    const vo::Logger other("Other");
+    vo::setLogLevel("Other", LogLevel::info);
+    const std::pair<const char*, const char*> cases[] = {{"silent", "io"},
+                                                         {"error", "Eio"},
+                                                         {"warning", "EWio"},
+                                                         {"info", "EWIio"},
+                                                         {"verbose", "EWIVio"}};
     for (const auto& [level, expected] : cases) {
         vo::setLogLevel(vo::parseLogLevel(level));
         std::string texts;
-        const std::string output = printed(logEachLevel);
+        const std::string output = printed([&] {
+            logEachLevel();
+            other.info("l", "i");
+            other.verbose("l", "v");
+            other.error("l", "o");
+        });
         for (std::size_t end = output.find('\n'); end != std::string::npos;
              end = output.find('\n', end + 1))
             texts += output[end - 1];
@@ -58,18 +68,50 @@ TEST_F(LogTest, linesAboveTheLevelAreNotPrinted)
     EXPECT_THROW(vo::parseLogLevel("Warning"), std::invalid_argument);
 }
 
-TEST_F(LogTest, controlCharactersArePrintedEscapedAndOtherTextAsItIs)
+TEST_F(LogTest, whatSteersATerminalOrIsNoTextIsPrintedEscapedAndOtherTextAsItIs)
 {
-    const std::pair<std::string, const char*> cases[] = {
-        {"a\nb\tc", "a\\nb\\tc"},
-        {"\x1b[2J\r\x7f", "\\x1b[2J\\x0d\\x7f"},
+    const std::pair<std::string, std::string> cases[] = {
+        {"a\nb\tc\r", "a\\nb\\tc\\r"},
+        {"\x1b[2J\x1f \x7f", "\\x1b[2J\\x1f \\x7f"},
         {std::string("a\0b", 3), "a\\x00b"},
-        {"\xc2\x9b", "\xc2\\x9b"},
-        {"caf\xc3\xa9 \xe2\x80\x99 \xe3\x82\x9b", "caf\xc3\xa9 \xe2\x80\x99 \xe3\x82\x9b"},
+        {"\u0080\u009f\u00a0", "\\xc2\\x80\\xc2\\x9f\u00a0"},
+        {"caf\u00e9 \u2019 \u309b \U0001f642 \u0600 \ufffd",
+         "caf\u00e9 \u2019 \u309b \U0001f642 \u0600 \ufffd"},
+        {"\u202e\u202a\u2028", "\\xe2\\x80\\xae\\xe2\\x80\\xaa\\xe2\\x80\\xa8"},
+        {"\u202f\u2027\u2066\u2069", "\u202f\u2027\\xe2\\x81\\xa6\\xe2\\x81\\xa9"},
+        {"\u200b\u200c\u200d\u200e", "\\xe2\\x80\\x8b\u200c\u200d\\xe2\\x80\\x8e"},
+        {"\u061c\ufeff\u00ad\u2060", "\\xd8\\x9c\\xef\\xbb\\xbf\\xc2\\xad\\xe2\\x81\\xa0"},
+        {"\U000e0041", "\\xf3\\xa0\\x81\\x81"},
+        {"\xff\xc3", "\\xff\\xc3"},
+        {"\xc2", "\\xc2"},
+        {"\xc2 \x80", "\\xc2 \\x80"},
+        {"\xe2\x80", "\\xe2\\x80"},
+        {"\xc1\xbf\xe0\x9f\xbf\xf0\x8f\xbf\xbf", "\\xc1\\xbf\\xe0\\x9f\\xbf\\xf0\\x8f\\xbf\\xbf"},
+        {"\xed\xa0\x80\xed\x9f\xbf", "\\xed\\xa0\\x80\xed\x9f\xbf"},
+        {"\xf4\x90\x80\x80\xf4\x8f\xbf\xbd", "\\xf4\\x90\\x80\\x80\xf4\x8f\xbf\xbd"},
     };
-    for (const auto& [text, shown] : cases)
-        EXPECT_THAT(printed([text = text] { logger.error("l", text); }),
-                    testing::EndsWith(std::string("[Tested] l: ") + shown + "\n"));
+    for (const auto& [text, shown] : cases) {
+        const std::string line = printed([text = text] { logger.error(text, text); });
+        EXPECT_THAT(line, testing::EndsWith("[Tested] " + shown + ": " + shown + "\n"));
+    }
+}
+
+TEST_F(LogTest, ofLongTextsTheBeginningIsLoggedAndHowMuchWasLeftOut)
+{
+    const std::string longest(vo::kMaxLogTextBytes, 'x');
+    const std::string head(vo::kMaxLogTextBytes - 2, 'x');
+    const std::pair<std::string, std::string> cases[] = {
+        {longest, longest},
+        {longest + "yz", longest + "... (2 bytes left out)"},
+        {head + "\u20ac", head + "... (3 bytes left out)"},
+        {longest + std::string(262'144, 'y'), longest + "... (262144 bytes left out)"},
+    };
+    vo::LogCapture capture;
+    for (const auto& [text, kept] : cases) {
+        capture.clear();
+        logger.info(text, text);
+        EXPECT_THAT(capture.lines(LogLevel::info), ElementsAre("Tested/" + kept + ": " + kept));
+    }
 }
 
 TEST_F(LogTest, aCaptureSeesAllLevelsAndPrintsNothing)
