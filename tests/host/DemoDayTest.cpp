@@ -3,6 +3,7 @@
 #include <set>
 
 #include "host/ConfigurationCheck.h"
+#include "host/NoTimeline.h"
 #include "host/Player.h"
 #include "host/StopRequest.h"
 #include "robot/Scenario.h"
@@ -11,10 +12,36 @@
 namespace KR {
 namespace {
 
+using std::chrono::hours;
+using std::chrono::seconds;
+
 /// Whether a day on one robot can show more than one value.
 bool canVary(const KeyDescription& key)
 {
     return key.key != "Launchpad/RobotType" && !(key.min && key.min == key.max);
+}
+
+/// A fall, among others, stops the battery's plugin, which then forgets that the charger charges.
+TEST(DemoDayTest, robotStaysOnItsChargerAfterItsBatteryPluginWasStopped)
+{
+    const auto clock = std::make_shared<vo::VirtualClock>(vo::TimePoint(hours(24 * 20000)));
+    Timeline timeline(clock, std::make_unique<NoTimeline>());
+    Host host(clock, timeline, {std::string(NIMBRA_TEST_DATA) + "/autonomy.cfg", {}});
+    clock->runPending();
+    host.start();
+    const vo::AnyObject battery = vo::import("KRBattery");
+    battery.call<void>("setCharge", 10.0);
+    battery.call<void>("connectCharger", true);
+    clock->advance(seconds(61));
+    for (const char* state : {"safeguard", "solitary"})
+        host.life().setState(state);
+    std::vector<std::string> hits;
+    host.life().changed.connect([&](const LifeEvent& event) { hits.push_back(event.subject); });
+    clock->advance(seconds(20));
+    EXPECT_EQ(host.memory().getData("Launchpad/BatteryIsCharging"), KRValue(0));
+    EXPECT_EQ(host.memory().getData("Launchpad/BatteryLevel"), KRValue(1));
+    EXPECT_THAT(hits, testing::IsEmpty());
+    host.stop();
 }
 
 TEST(DemoDayTest, everyKeyOfTheRobotIsSeenPublishedAndTakesMoreThanOneValue)
