@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 namespace {
 
 const vo::Logger logger("KRBehaviorManager");
-const vo::Logger outputLogger("Behavior");
+const vo::Logger outputLogger(KRBehaviorManager::kOutputCategory);
 
 constexpr const char* kServiceName = "KRBehaviorManager";
 constexpr const char* kProgram = "run";

@@ -49,6 +49,8 @@ public:
     /// Lines of one behaviour's output that are logged in a second; the rest is counted, and the
     /// number logged as a warning. Plenty for people, too few to fill a disk.
     static constexpr int kMaxLinesPerSecond = 100;
+    /// The category of the log's lines that behaviours have printed.
+    static constexpr const char* kOutputCategory = "Behavior";
 
     /// Registers the service in `session`, which outlives this. `clock` counts the grace time:
     /// programs live in real time, so it is the real clock even where the robot lives by another.
