@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "host/Text.h"
+#include "platform/vo/Log.h"
 
 namespace KR {
 
@@ -16,6 +17,12 @@ constexpr std::size_t kTimeWidth = 12;
 constexpr std::size_t kKeyWidth = 38;
 /// Lines of a list in the summary; who wants them all asks for JSON.
 constexpr std::size_t kMaxListed = 20;
+
+/// A text from outside. A key can hold a picture.
+std::string shown(const std::string& text)
+{
+    return printable(vo::shortened(text, vo::kMaxLogTextBytes));
+}
 
 std::string padded(const std::string& text, std::size_t width)
 {
@@ -74,10 +81,10 @@ std::string HumanTimeline::painted(Paint paint, const std::string& text) const
 
 void HumanTimeline::begin(const RunHeader& header)
 {
-    const std::string title = header.title.empty() ? "Live" : printable(header.title);
+    const std::string title = header.title.empty() ? "Live" : shown(header.title);
     sink_(painted(Paint::strong, title) + "\n" +
           painted(Paint::dim, counted(header.rules.size(), "rule") + " from " +
-                                  printable(header.config) + "; times are UTC") +
+                                  shown(header.config) + "; times are UTC") +
           "\n");
 }
 
@@ -128,23 +135,23 @@ void HumanTimeline::line(vo::TimePoint time, Paint paint, const std::string& mar
     }
     lastDay_ = day;
     const std::string clock = clockTime(time);
-    const std::string shown = clock == lastTime_ ? std::string() : clock;
+    const std::string column = clock == lastTime_ ? std::string() : clock;
     lastTime_ = clock;
-    sink_(painted(Paint::dim, padded(shown, kTimeWidth)) + "  " + painted(paint, mark + text) +
-          (reason.empty() ? "" : painted(Paint::dim, "  (" + printable(reason) + ")")) + "\n");
+    sink_(painted(Paint::dim, padded(column, kTimeWidth)) + "  " + painted(paint, mark + text) +
+          (reason.empty() ? "" : painted(Paint::dim, "  (" + shown(reason) + ")")) + "\n");
 }
 
 void HumanTimeline::print(const TimelineEvent& event)
 {
-    const std::string subject = printable(event.subject);
-    const std::string rule = printable(event.rule);
+    const std::string subject = shown(event.subject);
+    const std::string rule = shown(event.rule);
     switch (event.kind) {
         case Kind::say:
             line(event.time, Paint::strong, "» ", subject);
             break;
         case Kind::key:
             line(event.time, Paint::none, "  ",
-                 padded(subject, kKeyWidth) + "  " + printable(event.value.toDisplayString()));
+                 padded(subject, kKeyWidth) + "  " + shown(event.value.toDisplayString()));
             break;
         case Kind::hit:
             line(event.time, Paint::rule, "● ", rule,
@@ -181,21 +188,21 @@ void HumanTimeline::print(const TimelineEvent& event)
 void HumanTimeline::printStep(const TimelineEvent& event)
 {
     const std::string indent = event.kind == Kind::call ? "» " : "    ";
-    const std::string subject = printable(event.subject);
+    const std::string subject = shown(event.subject);
     if (event.outcome == StepOutcome::done) {
         line(event.time, Paint::good, indent + "✓ ", subject, event.reason);
         return;
     }
     const Paint paint = event.outcome == StepOutcome::refused ? Paint::warn : Paint::bad;
     line(event.time, paint, indent + "✗ ",
-         subject + " " + stepOutcomeName(event.outcome) + ": " + printable(event.reason),
+         subject + " " + stepOutcomeName(event.outcome) + ": " + shown(event.reason),
          event.rest == 0 ? "" : "the last " + counted(event.rest, "step") + " dropped");
 }
 
 void HumanTimeline::printLife(const TimelineEvent& event)
 {
-    const std::string subject = printable(event.subject);
-    const std::string previous = printable(event.previous);
+    const std::string subject = shown(event.subject);
+    const std::string previous = shown(event.previous);
     std::string text;
     switch (event.kind) {
         case Kind::focus:
@@ -235,7 +242,7 @@ void HumanTimeline::end(const RunSummary& summary)
     sink_(painted(never == 0 ? Paint::none : Paint::warn, "Never hit: " + std::to_string(never)) +
           "\n");
     for (const std::string& rule : summary.neverHit)
-        sink_("  " + printable(rule) + "\n");
+        sink_("  " + shown(rule) + "\n");
     printTexts("Refused", summary.refusedCount, summary.refused, Paint::warn);
     printTexts("Errors", summary.errorCount, summary.errors, Paint::bad);
 }
@@ -247,7 +254,7 @@ void HumanTimeline::printTable(const RunSummary& summary)
     sink_(painted(Paint::dim, "  hits  done  skipped  refused  failed  rule") + "\n");
     for (const auto& [rule, count] : summary.rules) {
         sink_(cell(count.hits, 6) + cell(count.done, 6) + cell(count.skipped, 9) +
-              cell(count.refused, 9) + cell(count.failed, 8) + "  " + printable(rule) + "\n");
+              cell(count.refused, 9) + cell(count.failed, 8) + "  " + shown(rule) + "\n");
     }
     sink_("\n");
 }
@@ -262,7 +269,7 @@ void HumanTimeline::printTexts(const std::string& title, std::size_t count,
             sink_("  and " + std::to_string(texts.size() - kMaxListed) + " more\n");
             break;
         }
-        sink_("  " + std::to_string(times) + " × " + printable(text) + "\n");
+        sink_("  " + std::to_string(times) + " × " + shown(text) + "\n");
     }
 }
 

@@ -1,5 +1,7 @@
 #include "host/KeysCommand.h"
 
+#include <algorithm>
+#include <cstring>
 #include <nlohmann/json.hpp>
 #include <set>
 
@@ -29,15 +31,28 @@ std::set<std::string> keysOfRules(const std::string& config)
     return keys;
 }
 
-TableRow rowOf(const KeyCatalogue::Entry& entry)
+/// Names are long, and are to be copied: they are not squeezed into a table.
+std::string textOf(const KeyCatalogue::Entry& entry)
 {
+    static constexpr const char* kIndent = "    ";
     const KeyDescription& key = entry.description;
-    return {printable(key.key),
-            entry.publishers.empty() ? "-" : key.describeValues(),
-            key.empty ? key.empty->toDisplayString() : "-",
-            listText(entry.publishers),
-            listText(entry.readers),
-            key.meaning.empty() ? "-" : key.meaning};
+    std::string values;
+    if (!entry.publishers.empty())
+        values = ": " + key.describeValues();
+    if (key.empty)
+        values += " (empty: " + key.empty->toDisplayString() + ")";
+    std::string about = key.meaning.empty() ? "" : key.meaning + "; ";
+    about += "published by " + listText(entry.publishers, "nobody");
+    if (!entry.readers.empty())
+        about += "; read by " + listText(entry.readers);
+    const std::size_t indent = std::strlen(kIndent);
+    const std::size_t width = std::max(outputWidth(), 2 * indent) - indent;
+    std::string text;
+    for (const std::string& line : wrapped(printable(key.key) + values, width))
+        text += (text.empty() ? "" : kIndent) + line + "\n";
+    for (const std::string& line : wrapped(about, width))
+        text += kIndent + line + "\n";
+    return text;
 }
 
 nlohmann::ordered_json jsonOf(const KeyCatalogue::Entry& entry)
@@ -72,15 +87,10 @@ void listKeys(const std::string& config, bool json)
     KnownRobot robot;
     for (const std::string& key : keysOfRules(config))
         robot.addReader(key, "rules");
-    std::vector<TableRow> rows{{"key", "values", "empty", "published by", "read by", "meaning"}};
-    std::string lines;
-    for (const KeyCatalogue::Entry& entry : robot.keys().entries()) {
-        if (json)
-            lines += jsonOf(entry).dump() + "\n";
-        else
-            rows.push_back(rowOf(entry));
-    }
-    printOutput(json ? lines : tableText(rows));
+    std::string text;
+    for (const KeyCatalogue::Entry& entry : robot.keys().entries())
+        text += json ? jsonOf(entry).dump() + "\n" : textOf(entry);
+    printOutput(text);
 }
 
 }  // namespace KR

@@ -5,9 +5,9 @@
 namespace KR {
 
 /// The command `nimbra keys`: writes the memory keys that this program's modules publish or read to
-/// stdout, one a line after a heading (key, what it can hold, what it holds while there is nothing
-/// to tell, who publishes and who reads it, its meaning; "-" for nothing), in ascending order.
-/// With `json`, one object a line. "rules" are among the readers of the keys that the conditions of
+/// stdout, in ascending order: each with what it can hold and what it holds while there is nothing
+/// to tell, and indented below it its meaning, who publishes and who reads it. With `json`, one
+/// object a line. "rules" are among the readers of the keys that the conditions of
 /// a configuration file read; an empty path stands for none.
 void listKeys(const std::string& config, bool json);
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
 #include <string>
 
@@ -33,8 +34,13 @@ private:
     std::FILE* const stream_;
     const bool prompt_;
     StopRequest& stop_;
+    std::size_t buffered_ = 0;
     int error_ = 0;
 };
+
+/// Characters that a line of standard output holds: what COLUMNS says, or else its terminal; 100
+/// where it is none.
+std::size_t outputWidth();
 
 /// Writes what a command has to say to standard output, at once. std::system_error when it cannot;
 /// a reader who has gone is no error.

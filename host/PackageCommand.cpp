@@ -67,10 +67,13 @@ private:
     std::string path_;
 };
 
+/// What is installed first makes the folder, but not those that it lies in, and says so: its name
+/// may have been misspelt.
 void makeFolder(const std::string& folder)
 {
     std::error_code error;
-    fs::create_directories(folder, error);
+    if (fs::create_directory(folder, error))
+        printOutput("Made the packages folder " + folder + "\n");
     std::error_code unseen;
     if (!fs::is_directory(folder, unseen))
         throw std::runtime_error(quoted(folder) + " is no folder" +

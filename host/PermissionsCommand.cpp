@@ -114,9 +114,10 @@ private:
 
 std::string heading(const PermissionsOptions& options)
 {
-    return "In the state \"" + options.state + "\", " + (options.asleep ? "asleep" : "awake") +
-           (options.onPod ? ", on the charging station" : ", off the charging station") +
-           ", speaking " + options.language + ":\n";
+    return tableText(
+        {{"In the state \"" + options.state + "\", " + (options.asleep ? "asleep" : "awake") +
+          (options.onPod ? ", on the charging station" : ", off the charging station") +
+          ", speaking " + options.language + ":"}});
 }
 
 bool isBehavior(const std::string& activity)

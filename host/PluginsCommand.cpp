@@ -25,6 +25,7 @@ void listPlugins(const std::string& config, const std::string& packages)
     Timeline timeline(clock, std::make_unique<NoTimeline>());
     Host::Options options;
     options.config = configPath(config);
+    requirePackagesFolder(packages);
     options.packages = packages;
     options.plugins = inspectConfiguration(options.config).plugins;
     Host host(clock, timeline, options);

@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
-#include <iostream>
+#include <filesystem>
 #include <system_error>
 #include <yaml-cpp/exceptions.h>
 
@@ -17,6 +17,7 @@
 #include "host/SignalWatch.h"
 #include "host/StopRequest.h"
 #include "host/Text.h"
+#include "platform/packages/KRBehaviorManager.h"
 #include "platform/vo/Path.h"
 #include "robot/MachineBattery.h"
 #include "robot/Scenario.h"
@@ -24,6 +25,8 @@
 namespace KR {
 
 namespace {
+
+namespace fs = std::filesystem;
 
 std::unique_ptr<TimelineRenderer> makeRenderer(Output& output, bool json)
 {
@@ -104,6 +107,7 @@ private:
              const Subject& subject, const Settle& settle, const Course& course)
     {
         const std::string config = configPath(options_.config);
+        requirePackagesFolder(options_.packages);
         Timeline timeline(clock, makeRenderer(output_, options_.json));
         const ConfigurationReport report = inspectConfiguration(config);
         std::vector<std::string> plugins = report.plugins;
@@ -170,18 +174,43 @@ std::optional<vo::Duration> parseDuration(const std::string& text)
     return std::clamp(unit->second * std::int64_t{count}, -kCut, kCut);
 }
 
+/// The rules that come with this program, as they lie below an install prefix, and in a build
+/// folder too; "" where they are not there.
+std::string shippedConfig()
+{
+    constexpr int kMaxFoldersUp = 2;
+    std::error_code error;
+    fs::path folder = fs::canonical("/proc/self/exe", error).parent_path();
+    for (int i = 0; i <= kMaxFoldersUp && !folder.empty(); ++i, folder = folder.parent_path()) {
+        const fs::path file = folder / "share/tessel/autonomy.cfg";
+        if (fs::is_regular_file(file, error))
+            return file.string();
+    }
+    return {};
+}
+
 }  // namespace
 
 std::string configPath(const std::string& given)
 {
     if (!given.empty())
         return given;
-    std::string path = vo::path::findConf("tessel", "autonomy.cfg");
-    if (path.empty()) {
-        throw std::runtime_error(
-            "there is no tessel/autonomy.cfg in the configuration folders; give one with --config");
-    }
-    return path;
+    for (const std::string& path : {vo::path::findConf("tessel", "autonomy.cfg"), shippedConfig()})
+        if (!path.empty())
+            return path;
+    std::string folders;
+    for (const std::string& folder : vo::path::confFolders("tessel", false))
+        folders += (folders.empty() ? "" : ", ") + folder;
+    throw std::runtime_error("there is no autonomy.cfg in " + folders +
+                             "; name the rules to follow with --config FILE");
+}
+
+void requirePackagesFolder(const std::string& folder)
+{
+    std::error_code error;
+    if (!folder.empty() && !fs::is_directory(folder, error))
+        throw std::runtime_error("there is no packages folder '" + folder +
+                                 "'; `nimbra package install` makes one");
 }
 
 vo::TimePoint endFromText(const std::string& text, vo::TimePoint start)
@@ -205,24 +234,20 @@ vo::TimePoint endFromText(const std::string& text, vo::TimePoint start)
 int run(const RunOptions& options)
 {
     vo::setLogLevel(options.logLevel);
+    // Nobody asks for it, and everybody wants to see it who does not ask for less.
+    if (options.logLevel == vo::LogLevel::warning)
+        vo::setLogLevel(KRBehaviorManager::kOutputCategory, vo::LogLevel::info);
     // A scenario's times have no zone, and mean the same everywhere. There is no other thread yet.
     if (!options.scenario.empty())
         ::setenv("TZ", "UTC0", 1);  // NOLINT(concurrency-mt-unsafe)
     try {
         Run run(options);
         return options.scenario.empty() ? run.liveOn() : run.play();
-    } catch (const UsageError&) {
-        throw;
     } catch (const YAML::Exception& e) {
         // Only what a value of the configuration raises does not name its file.
         const std::string text = e.what();
         const std::string path = configPath(options.config);
-        std::cerr << "nimbra: "
-                  << printable(text.find(path) == std::string::npos ? path + ": " : "")
-                  << printable(text) << "\n";
-        return 1;
-    } catch (const std::exception& e) {
-        std::cerr << "nimbra: " << printable(e.what()) << "\n";
+        printError((text.find(path) == std::string::npos ? path + ": " : "") + text);
         return 1;
     }
 }

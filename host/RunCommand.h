@@ -30,12 +30,18 @@ struct RunOptions {
 
 /// The command `nimbra run`. Returns 0 when the run came to its end: that of its scenario or of
 /// its time, of its reader, or of a live run by SIGINT or SIGTERM; 128 + signal for a scenario that
-/// a signal ended early; 1 when it could not be run, which goes to stderr. UsageError.
+/// a signal ended early; 1 when its configuration could not be read, which goes to stderr. Throws
+/// what else keeps it from being run: UsageError for what was asked for.
 int run(const RunOptions& options);
 
 /// The configuration file to use: the given one, or where none is given the first
-/// tessel/autonomy.cfg of the configuration folders. std::runtime_error when there is none.
+/// tessel/autonomy.cfg of the configuration folders, or the one that comes with the program.
+/// std::runtime_error when there is none.
 std::string configPath(const std::string& given);
+
+/// A packages folder that is given has to be there: one that was misspelt is not to become a new
+/// one. std::runtime_error.
+void requirePackagesFolder(const std::string& folder);
 
 /// When a run that begins at `start` is to end: "HH:MM" and so on as in a scenario, counted from
 /// the day of the start, or a time from the start like "90s", "5m", "2h" or "1d". UsageError for

@@ -325,8 +325,8 @@ TEST_F(PackageCommandTest, permissions_name_what_holds_an_activity_back)
     } rows[] = {
         {"companion/greet" + demo, "companion/greet  may run\n"},
         {"companion/greet --on-pod" + demo,
-         "may not run:  it may not run on the charging station; "
-         "KRBattery/ConnectedToChargingStation is true\n"},
+         "may not run:  it may not run on the charging station;\n"
+         "                               KRBattery/ConnectedToChargingStation is true\n"},
         {"power/leave-station --on-pod" + demo, "may run\n"},
         {"night-light/glow --asleep --on-pod" + demo, "may run\n"},
         {"power/leave-station --asleep" + demo, "Nimbra/Asleep is true\n"},

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include "host/RunCommand.h"
 #include "robot/Scenario.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -257,6 +258,19 @@ TEST_F(ScenarioTest, FilesThatAreNoneOrTooLargeAreRefusedUnread)
         bomb += "]\n";
     }
     EXPECT_THAT(errorOf(bomb), HasSubstr("aliases written out"));
+}
+
+TEST(DayTimeTest, RunEndsAtATimeOrAfterADurationUpToAYear)
+{
+    const vo::TimePoint start(hours(24 * 20000 + 6));
+    const std::pair<const char*, seconds> ends[] = {
+        {"1s", seconds(1)},        {"2m", minutes(2)},       {"3h", hours(3)},
+        {"366d", hours(24 * 366)}, {"06:00:01", seconds(1)}, {"2 06:00", hours(24)}};
+    for (const auto& [text, length] : ends)
+        EXPECT_EQ(endFromText(text, start) - start, length) << text;
+    for (const char* text :
+         {"0s", "-1s", "06:00", "367d", "2147483647d", "5", "s", "1 s", "1y", "", " 1s"})
+        EXPECT_THROW(endFromText(text, start), UsageError) << text;
 }
 
 TEST(DayTimeTest, MidnightIsThatOfTheDayInUtc)

@@ -4,31 +4,14 @@
 
 #include "host/HumanTimeline.h"
 #include "host/JsonTimeline.h"
-#include "host/Text.h"
+#include "host/PermissionText.h"
+#include "host/Table.h"
 #include "tests/support/Testing.h"
 
 namespace KR {
 namespace {
 
-using testing::Not;
 using Kind = TimelineEvent::Kind;
-
-TEST(TextTest, PrintableKeepsTextAndEscapesWhatSteersATerminal)
-{
-    const std::pair<const char*, const char*> rows[] = {
-        {"Grüße, 日本 🙂", "Grüße, 日本 🙂"},
-        {"a\nb\tc\rd", "a\\nb\\tc\\rd"},
-        {"\x1b[31mred\x7f", "\\x1b[31mred\\x7f"},
-        {"\xc2\x9b[31m", "\\xc2\\x9b[31m"},
-        {"\xe2\x80\xae text", "\\xe2\\x80\\xae text"},
-        {"\xff\xc3", "\\xff\\xc3"},
-        {"\xc0\xaf", "\\xc0\\xaf"},
-        {"\xed\xa0\x80", "\\xed\\xa0\\x80"},
-        {"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"},
-    };
-    for (const auto& [text, expected] : rows)
-        EXPECT_EQ(printable(text), expected);
-}
 
 TEST(TextTest, TimesAreWrittenInUtc)
 {
@@ -91,35 +74,177 @@ TEST_F(HumanTimelineTest, RepeatedFutileHitIsShownOnceUntilSomethingChanges)
     EXPECT_EQ(linesWith("skipped"), 5U) << "an edge is an event of its own";
 }
 
-TEST_F(HumanTimelineTest, HitOfAPeriodicRuleIsShownBeforeWhatItBringsAbout)
+TEST_F(HumanTimelineTest, EachKindOfEventIsShownInItsWayToPeopleAndMachines)
 {
-    TimelineEvent event{Kind::hit};
-    event.rule = "R";
-    event.periodic = true;
-    timeline.event(event);
-    TimelineEvent focus{Kind::focus};
-    focus.subject = "p/\x1b[2Ja";
-    timeline.event(focus);
-    EXPECT_LT(shown.find("● R"), shown.find("has the focus"));
-    EXPECT_THAT(shown, HasSubstr("p/\\x1b[2Ja"));
-    EXPECT_THAT(shown, Not(HasSubstr("\x1b")));
+    const auto rule = [](Kind kind, const char* subject, const char* reason) {
+        return TimelineEvent{kind, {}, "R", subject, {}, {}, reason};
+    };
+    const auto step = [](Kind kind, StepOutcome outcome, std::size_t rest, const char* reason) {
+        return TimelineEvent{kind, {}, "R", "M.m", "ApiCall", {}, reason, {}, outcome, rest};
+    };
+    const auto life = [](Kind kind, const char* subject, bool on, const char* reason = "") {
+        TimelineEvent event{kind, {}, on ? "R" : "", subject, {}, "was", reason};
+        event.on = on;
+        return event;
+    };
+    const std::string ruleStep = R"("step","rule":"R","step":"ApiCall","text":"M.m",)";
+    const struct {
+        TimelineEvent event;
+        std::string line;
+        std::string json;
+    } rows[] = {
+        {rule(Kind::say, "a \x1b[2J", ""), "» a \\x1b[2J", R"("say","text":"a \u001b[2J")"},
+        {{Kind::key,
+          {},
+          {},
+          "bad\xff\n",
+          {},
+          {},
+          {},
+          KRValue::Array{NAN, "\xc3", 1, {}, true, 0.5}},
+         "  bad\\xff\\n" + std::string(31, ' ') + "[nan, \"\ufffd\", 1, none, true, 0.5]",
+         "\"key\",\"key\":\"bad\ufffd\\n\",\"value\":[null,\"\ufffd\",1,null,true,0.5]"},
+        {rule(Kind::hit, "", ""), "● R", R"("hit","rule":"R")"},
+        {rule(Kind::hit, "p/a", ""), "● R  (before p/a)", R"("hit","rule":"R","before":"p/a")"},
+        {rule(Kind::resume, "", ""), "● R  (its turn has come)", R"("resume","rule":"R")"},
+        {rule(Kind::skip, "", "y"), "    – skipped  (y)", R"("skip","rule":"R","reason":"y")"},
+        {rule(Kind::wait, "", "y"), "    … waits  (y)", R"("wait","rule":"R","reason":"y")"},
+        {rule(Kind::drop, "", "y"), "– R waits no longer  (y)",
+         R"("drop","rule":"R","reason":"y")"},
+        {step(Kind::step, StepOutcome::done, 2, "= 5"), "    ✓ M.m  (= 5)",
+         ruleStep + R"("outcome":"done","reason":"= 5")"},
+        {step(Kind::step, StepOutcome::refused, 1, "y"),
+         "    ✗ M.m refused: y  (the last 1 step dropped)",
+         ruleStep + R"("outcome":"refused","reason":"y","dropped":1)"},
+        {step(Kind::step, StepOutcome::failed, 0, "y"), "    ✗ M.m failed: y",
+         ruleStep + R"("outcome":"failed","reason":"y","dropped":0)"},
+        {step(Kind::call, StepOutcome::refused, 0, "y"), "» ✗ M.m refused: y",
+         R"("call","text":"M.m","outcome":"refused","reason":"y")"},
+        {life(Kind::plugin, "p", true), "  plugin p starts",
+         R"("plugin","plugin":"p","running":true)"},
+        {life(Kind::plugin, "p", false), "  plugin p stops",
+         R"("plugin","plugin":"p","running":false)"},
+        {life(Kind::focus, "b", true, "y"), "    ◆ b has the focus  (y)",
+         R"("focus","activity":"b","previous":"was","rule":"R","reason":"y")"},
+        {life(Kind::focus, "", false), "◆ was ends", R"("focus","activity":"","previous":"was")"},
+        {life(Kind::state, "is", false), "◆ state was → is",
+         R"("state","state":"is","previous":"was")"},
+        {life(Kind::asleep, "", true), "    ◆ falls asleep",
+         R"("asleep","asleep":true,"rule":"R")"},
+        {life(Kind::asleep, "", false), "◆ wakes up", R"("asleep","asleep":false)"},
+        {life(Kind::autonomousFocus, "", true), "    ◆ autonomous focus is blocked",
+         R"("autonomousFocus","blocked":true,"rule":"R")"},
+        {life(Kind::autonomousFocus, "", false), "◆ autonomous focus is free again",
+         R"("autonomousFocus","blocked":false)"},
+        {life(Kind::chain, "c", true, "y"), "    ◆ chain c is frozen  (y)",
+         R"("chain","chain":"c","frozen":true,"rule":"R","reason":"y")"},
+        {life(Kind::chain, "c", false), "◆ chain c can move again",
+         R"("chain","chain":"c","frozen":false)"},
+    };
+    std::string json;
+    JsonTimeline machine([&](const std::string& line) { json = line; });
+    timeline.event({Kind::say});
+    for (TimelineEvent event : {TimelineEvent{Kind::error}, TimelineEvent{Kind::say}})
+        timeline.event(event);
+    const std::string day = "\nThursday, 1 January 1970\n\n00:00:00      » \n              » \n";
+    EXPECT_EQ(shown, day);
+    for (const auto& row : rows) {
+        shown.clear();
+        timeline.event(row.event);
+        machine.event(row.event);
+        EXPECT_EQ(shown, std::string(14, ' ') + row.line + "\n");
+        EXPECT_EQ(json, R"({"time":"1970-01-01T00:00:00.000000Z","event":)" + row.json + "}\n");
+    }
 }
 
-TEST(JsonTimelineTest, LinesAreValidJsonWhateverTheTextsHold)
+TEST_F(HumanTimelineTest, SummaryListsRulesByHitsAndTextsUpToALimit)
 {
-    std::string line;
-    JsonTimeline timeline([&](const std::string& text) { line = text; });
-    TimelineEvent event{Kind::key};
-    event.subject = "bad\xff\nkey";
-    event.value = KRValue(KRValue::Array{
-        std::numeric_limits<double>::quiet_NaN(), "\xc3", 1, {}, KRValue::Binary{1, 2}});
-    timeline.event(event);
-    const auto json = nlohmann::json::parse(line);
-    EXPECT_EQ(line.find('\n'), line.size() - 1);
-    EXPECT_EQ(json["key"], "bad\xef\xbf\xbd\nkey");
-    EXPECT_TRUE(json["value"][0].is_null());
-    EXPECT_EQ(json["value"][2], 1);
-    EXPECT_EQ(json["time"], "1970-01-01T00:00:00.000000Z");
+    RunSummary summary;
+    summary.end = vo::TimePoint(std::chrono::seconds(61));
+    summary.interrupted = true;
+    summary.rules = {{"often", {12, 3, 4, 5, 0}}, {"once\n", {1, 0, 0, 0, 1}}};
+    summary.neverHit = {"x", "a"};
+    for (int i = 10; i < 31; ++i)
+        summary.errors[std::to_string(i)] = 2;
+    summary.errorCount = 43;
+    summary.refused = {{"r", 1}};
+    summary.refusedCount = 1;
+    timeline.end(summary);
+    EXPECT_THAT(shown, testing::StartsWith(R"(
+Summary: 1 min 01 s of life, 13 hits of 4 rules, interrupted
+
+  hits  done  skipped  refused  failed  rule
+    12     3        4        5       -  often
+     1     -        -        -       1  once\n
+
+Never hit: 2
+  x
+  a
+Refused: 1
+  1 × r
+Errors: 43
+  2 × 10
+)"));
+    EXPECT_THAT(shown, testing::EndsWith("  2 × 29\n  and 1 more\n"));
+    summary.errors.erase("30");
+    shown.clear();
+    timeline.end(summary);
+    EXPECT_THAT(shown, testing::EndsWith("  2 × 29\n"));
+}
+
+TEST_F(HumanTimelineTest, ColoursAndLongTextsAreOfPeoplesKind)
+{
+    HumanTimeline coloured([&](const std::string& text) { shown += text; }, true);
+    coloured.begin({"", "a.cfg", {"R"}, {}});
+    TimelineEvent event{Kind::say};
+    event.subject = std::string(5000, 'x');
+    coloured.event(event);
+    EXPECT_THAT(shown, testing::StartsWith("\x1b[1mLive\x1b[0m\n"
+                                           "\x1b[2m1 rule from a.cfg; times are UTC\x1b[0m\n"));
+    EXPECT_THAT(shown, testing::EndsWith("xx... (904 bytes left out)\x1b[0m\n"));
+    EXPECT_LT(shown.size(), 4300U);
+}
+
+TEST(TableTest, CellsGoOnBelowWhereTheTableWouldBeTooWide)
+{
+    const std::vector<TableRow> rows{{"name", "ok", "texts"},
+                                     {"a/bc", "yes", "Grüße an alle, die da sind"},
+                                     {"", "-", "first/second/third"}};
+    const std::pair<std::size_t, const char*> cases[] = {
+        {37,
+         "name  ok   texts\na/bc  yes  Grüße an alle, die da sind\n      -    "
+         "first/second/third\n"},
+        {36,
+         "name  ok   texts\na/bc  yes  Grüße an alle, die da\n           sind\n"
+         "      -    first/second/third\n"},
+        {24,
+         "name  ok   texts\na/bc  yes  Grüße an\n           alle, die da\n           sind\n"
+         "      -    first/second/\n           third\n"},
+        {1,
+         "name  ok   text\n           s\na/bc  yes  Grüß\n           e an\n           alle\n       "
+         "    ,\n"
+         "           die\n           da\n           sind\n"
+         "      -    firs\n           t/\n           seco\n           nd/\n           thir\n       "
+         "    d\n"},
+    };
+    for (const auto& [width, text] : cases)
+        EXPECT_EQ(tableText(rows, width), text) << width;
+    EXPECT_EQ(tableText({}, 10), "");
+}
+
+TEST(PermissionTextTest, EachReasonIsPutInWordsOfItsContext)
+{
+    EXPECT_EQ(permissionTexts({"language", "nature", "canRunOnPod", "canRunInSleep"},
+                              {"interactive", "French"}),
+              "language: it does not speak French; nature: it needs the state solitary; it may not "
+              "run on the charging station; it may not run in sleep");
+    EXPECT_EQ(
+        permissionTexts({"language", "nature"}, {"safeguard", ""}),
+        "language: it does not speak the robot's language; nature: no activity may run in the "
+        "state safeguard");
+    EXPECT_EQ(permissionTexts({"nature", "error", "other"}, {"disabled", ""}),
+              "nature: no activity may run in the state disabled; error: its permissions cannot be "
+              "found out; the log says why; other");
 }
 
 }  // namespace
