@@ -148,6 +148,11 @@ Refused: 0
 Errors: 1
   1 × Nobody.m(): no service named 'Nobody'
 )");
+    const auto begin = std::chrono::steady_clock::now();
+    std::string paced = play;
+    boost::replace_all(paced, "--as-fast-as-possible", "--speed 500");
+    EXPECT_EQ(nimbra(paced + " | grep -v plugin").output, output);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(120));
     const Result json = nimbra(play + " --json");
     EXPECT_EQ(json.exitCode, 0);
     EXPECT_THAT(json.output,
@@ -174,7 +179,25 @@ TEST_F(ProgramTest, CommandsEndWithTheirExitCode)
     const std::string empty =
         folder.write("empty.yaml", "{Scenario: e, Start: 2026-11-21 06:00, Timeline: []}");
     const std::string useless = R"( --until "" --config "" --packages "" --scenario "")";
+    const auto flip = [](const char* from, const char* to) {
+        return std::string("- {Description: ") + to + ", Condition: \"'A' == " + from +
+               "\", ExecuteAnyTimeConditionEdgeTrue: true, Action: ApiCall, ActionParameters: "
+               "{Module: KRMemory, Method: raiseEvent, Args: [A, " +
+               to + "]}}\n";
+    };
+    const std::string endless =
+        folder.write("endless.cfg",
+                     "ConfigurationDescription: d\nConfigurationVersion: 2\nAutonomousActions:\n" +
+                         flip("1", "2") + flip("2", "1"));
     const Row rows[] = {
+        {"run --config " + endless + " --as-fast-as-possible --scenario " + scenario, 1,
+         ", at 06:00:01\n"},
+        {run + "--until 1s --json", 0, "\"event\":\"start\",\"scenario\":null,"},
+        {"permissions dialog:x --asleep --on-pod --state interactive --language French", 0,
+         "In the state \"interactive\", asleep, on the charging station, speaking French:\n"
+         "dialog:x  may run\n"},
+        {"permissions dialog:x", 0,
+         "In the state \"solitary\", awake, off the charging station, speaking English:\n"},
         {run + "--as-fast-as-possible --scenario " + empty, 0, "Summary: 10.000 s of life"},
         {play + "--speed 1000000000 --plugin PerceptionHeavy --plugin PerceptionHeavy", 0,
          "plugin _LaunchpadPluginPerceptionHeavy starts"},
@@ -317,6 +340,7 @@ TEST_F(ProgramTest, OutputIsPlainWhenPipedAndMayBeCutShort)
     const std::string onTerminal =
         " script -qec '" + kDemo + "/ --until 05:56' /dev/null </dev/null";
     EXPECT_THAT(shell(onTerminal).output, HasSubstr("\x1b[1mThe last day"));
+    EXPECT_THAT(shell("NO_COLOR= " + onTerminal).output, HasSubstr("\x1b"));
     for (const char* plain : {"NO_COLOR=1", "TERM=dumb"})
         EXPECT_THAT(shell(plain + onTerminal).output, Not(HasSubstr("\x1b")));
     EXPECT_THAT(demo("--until 07:00", "2>&1 | head -n 1; echo ${PIPESTATUS[0]}").output,

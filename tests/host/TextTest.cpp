@@ -32,7 +32,8 @@ TEST(TextTest, TimesAreWrittenInUtc)
 class HumanTimelineTest : public testing::Test {
 protected:
     /// A periodic rule's hit, and what it came to.
-    void hit(const char* rule, Kind kind, const char* reason, bool periodic = true)
+    void hit(const char* rule, Kind kind, const char* reason, bool periodic = true,
+             StepOutcome outcome = StepOutcome::refused)
     {
         TimelineEvent event{Kind::hit};
         event.rule = rule;
@@ -40,7 +41,7 @@ protected:
         timeline.event(event);
         event.kind = kind;
         event.reason = reason;
-        event.outcome = StepOutcome::refused;
+        event.outcome = outcome;
         timeline.event(event);
     }
     std::size_t linesWith(const std::string& part) const
@@ -65,13 +66,21 @@ TEST_F(HumanTimelineTest, RepeatedFutileHitIsShownOnceUntilSomethingChanges)
 
     hit("R", Kind::skip, "while active: B");
     EXPECT_EQ(linesWith("skipped"), 2U) << "another reason";
-    TimelineEvent state{Kind::state};
-    timeline.event(state);
+    std::size_t shownSkips = 2;
+    for (const Kind change :
+         {Kind::focus, Kind::state, Kind::asleep, Kind::autonomousFocus, Kind::chain}) {
+        timeline.event({change});
+        hit("R", Kind::skip, "while active: B");
+        EXPECT_EQ(linesWith("skipped"), ++shownSkips) << "the robot's life has changed";
+    }
+    timeline.event({Kind::say});
     hit("R", Kind::skip, "while active: B");
-    EXPECT_EQ(linesWith("skipped"), 3U) << "another state of life";
+    EXPECT_EQ(linesWith("skipped"), shownSkips);
     hit("E", Kind::skip, "while active: B", false);
     hit("E", Kind::skip, "while active: B", false);
-    EXPECT_EQ(linesWith("skipped"), 5U) << "an edge is an event of its own";
+    EXPECT_EQ(linesWith("skipped"), shownSkips + 2) << "an edge is an event of its own";
+    hit("R", Kind::step, "done", true, StepOutcome::done);
+    EXPECT_EQ(linesWith("● R\n"), shownSkips + 1) << "what comes to something is shown";
 }
 
 TEST_F(HumanTimelineTest, EachKindOfEventIsShownInItsWayToPeopleAndMachines)
@@ -148,6 +157,9 @@ TEST_F(HumanTimelineTest, EachKindOfEventIsShownInItsWayToPeopleAndMachines)
         timeline.event(event);
     const std::string day = "\nThursday, 1 January 1970\n\n00:00:00      » \n              » \n";
     EXPECT_EQ(shown, day);
+    timeline.event({Kind::say, vo::TimePoint(std::chrono::hours(24))});
+    EXPECT_THAT(shown, testing::EndsWith("\nFriday, 2 January 1970\n\n00:00:00      » \n"));
+    timeline.event({Kind::say});
     for (const auto& row : rows) {
         shown.clear();
         timeline.event(row.event);

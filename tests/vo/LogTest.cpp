@@ -117,6 +117,7 @@ TEST_F(LogTest, ofLongTextsTheBeginningIsLoggedAndHowMuchWasLeftOut)
 TEST_F(LogTest, aCaptureSeesAllLevelsAndPrintsNothing)
 {
     const vo::LogCapture capture;
+    EXPECT_NE(std::make_unique<vo::LogCapture>(), nullptr);  // ends before the other
     EXPECT_EQ(printed(logEachLevel), "");
     EXPECT_THAT(capture.lines(LogLevel::verbose), ElementsAre("Tested/l: V"));
     EXPECT_EQ(capture.records().size(), 4U);
