@@ -160,19 +160,21 @@ TEST_F(LaunchpadTest, packageChangesDuringConstruction_leaveWhatTheySayOnce)
     const auto q = launchedPackage("q");
     const auto in = [&](const vo::PackageInfo& package) { services.installed(package); };
     const auto out = [&](const vo::PackageInfo& package) { services.removed(package); };
-    const std::tuple<std::function<void()>, std::vector<vo::PackageInfo>, Names> rows[] = {
-        {[&] { in(b), in(q); }, {b, q}, {"p/b", "q/b"}},
-        {[&] { in(b), in(q); }, {}, {"p/b", "q/b"}},
-        {[&] { out(b), out(q); }, {b, q}, {}},
-        {[&] { out(b), out(q); }, {}, {}},
-        {[&] { in(b), out(b), in(q); }, {b}, {"q/b"}},
-        {[&] { out(b), in(b); }, {b, q}, {"p/b", "q/b"}},
-        {[&] { out(b), in(c); }, {b}, {"p/c"}},
-        {[&] { out(b), in(c); }, {c}, {"p/c"}},
-        {[&] { in(b), out(b), in(c); }, {c}, {"p/c"}},
-        {[&] { in(c); }, {b}, {"p/c"}},
-    };
-    for (const auto& [changes, listed, activities] : rows) {
+    // The changes, what is read, and what there is in the end, with the highest id of an action.
+    const std::tuple<std::function<void()>, std::vector<vo::PackageInfo>, Names, unsigned> rows[] =
+        {
+            {[&] { in(b), in(q); }, {b, q}, {"p/b", "q/b"}, 3},
+            {[&] { in(b), in(q); }, {}, {"p/b", "q/b"}, 3},
+            {[&] { out(b), out(q); }, {b, q}, {}, 0},
+            {[&] { out(b), out(q); }, {}, {}, 0},
+            {[&] { in(b), out(b), in(q); }, {b}, {"q/b"}, 3},
+            {[&] { out(b), in(b); }, {b, q}, {"p/b", "q/b"}, 4},
+            {[&] { out(b), in(c); }, {b}, {"p/c"}, 3},
+            {[&] { out(b), in(c); }, {c}, {"p/c"}, 3},
+            {[&] { in(b), out(b), in(c); }, {c}, {"p/c"}, 4},
+            {[&] { in(c); }, {b}, {"p/c"}, 3},
+        };
+    for (const auto& [changes, listed, activities, id] : rows) {
         SCOPED_TRACE(&changes - &std::get<0>(rows[0]));
         services.onPackages = changes;
         services.packages = listed;
@@ -183,6 +185,7 @@ TEST_F(LaunchpadTest, packageChangesDuringConstruction_leaveWhatTheySayOnce)
         EXPECT_EQ(launchpad->getAutonomousActivityNames(), activities);
         EXPECT_EQ(its.actions().size(), activities.size());
         EXPECT_EQ(its.conditions().size(), activities.size());
+        EXPECT_EQ(its.actions().empty() ? 0 : its.actions().rbegin()->first, id);
         EXPECT_EQ(logged(), "");
         change(services.installed, c);
         EXPECT_EQ(its.actions().size(), activities.size() + 1) << "later ones count as they come";
