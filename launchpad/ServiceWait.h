@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "platform/vo/AnyObject.h"
 #include "platform/vo/Future.h"
