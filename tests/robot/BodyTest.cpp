@@ -178,6 +178,8 @@ TEST(BodyMotionTest, feels_what_the_formulas_say)
     EXPECT_FALSE(motion.at(milliseconds(6300)).feetOnGround);
     motion.tip(BodyMotion::kOnBelly, milliseconds(4000), false, milliseconds(7000));
     feels(motion, 8000, {g * 0.70711, 0, g * 0.70711, 0, 785.4});  // evenly, from where it was
+    motion.tip(BodyMotion::kOnBelly, milliseconds(3000), false, milliseconds(8000));
+    feels(motion, 9000, {0, 0, g, 0, 785.4});
     feels(motion, 11000, {-g, 0, 0, 0, 0});
 }
 
@@ -205,6 +207,11 @@ TEST_F(BodyTest, joints_warm_and_cool_exponentially_unless_held_still)
     platform.advance(std::chrono::hours(3));
     EXPECT_EQ(temperature("HeadYaw"), "25");
     EXPECT_EQ(platform.clock->untilNextTask(), std::nullopt);
+    play("KRWorld.heat [HeadYaw, 105]");
+    platform.advance(seconds(5) - kMoment);
+    EXPECT_EQ(temperature("HeadYaw"), "105");
+    platform.advance(kMoment);
+    EXPECT_EQ(temperature("HeadYaw"), "104");
     play("KRWorld.heat [Legs, -20]; KRWorld.use [Legs, 0]; KRWorld.use [Legs, 1]");
     EXPECT_EQ(temperature("LKneePitch") + temperature("RKneePitch"), "-20-20");
     play("KRWorld.heat [Legs, 150]");

@@ -39,9 +39,9 @@ TEST_F(ServicesTest, battery_drains_and_charges_linearly_at_its_rates)
     play(R"(KRBattery.getBatteryCharge -> 100; KRBattery.isChargerConnected -> false; wait 3600;
             KRBattery.getBatteryCharge -> 80;  KRBattery.setDischargeRate [10]; wait 3600;
             KRBattery.getBatteryCharge -> 70;  KRBattery.setCharge [19.99];
-            KRBattery.getBatteryCharge -> 19;  KRBattery.connectCharger [true]; wait 1800;
-            KRBattery.getBatteryCharge -> 39;  KRBattery.setChargeRate [2]; wait 7200;
-            KRBattery.getBatteryCharge -> 43;  KRBattery.isChargerConnected -> true;
+            KRBattery.getBatteryCharge -> 19;  wait 1800; KRBattery.connectCharger [true];
+            wait 1800; KRBattery.getBatteryCharge -> 34;  KRBattery.setChargeRate [2]; wait 7200;
+            KRBattery.getBatteryCharge -> 38;  KRBattery.isChargerConnected -> true;
             wait 200000;                       KRBattery.getBatteryCharge -> 100;
             KRBattery.setCharge [0];           KRBattery.getBatteryCharge -> 0;
             KRBattery.setCharge [100];         KRBattery.setCharge [-0.1] -> refused;
