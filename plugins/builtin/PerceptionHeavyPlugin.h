@@ -54,7 +54,7 @@ public:
     /// Somebody waves.
     void xCheckForWaving();
     /// The time-out of a wave: nobody waves any more, unless a later wave still lasts.
-    void xWavingTimeout();
+    void xWavingTimeout() VO_NO_THREAD_SAFETY_ANALYSIS;  // which does not see a lock that is tried
     // Each raises what changed, or, forced, everything.
     void xCheckForPeopleNotSeen(bool force);
     void xCheckForPeopleZones(bool force);
