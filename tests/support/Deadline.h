@@ -42,7 +42,7 @@ private:
 /// Some turns of the other threads: a wait that is missing then shows.
 inline void letOthersRun()
 {
-    for (int i = 0; i < 300; ++i)
+    for (int i = 0; i < 100; ++i)
         std::this_thread::yield();
 }
 

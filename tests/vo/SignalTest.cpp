@@ -91,8 +91,8 @@ TEST_F(SignalTest, aCallMayDisconnectWhoIsNotCalledThenAndConnectWhoIsCalledNext
     signal.connect(note("last"));
     signal(1);
     EXPECT_THAT(calls, ElementsAre("self1", "last2", "new2", "last1"));
-    EXPECT_FALSE(signal.disconnect(self));
     EXPECT_EQ(held.use_count(), 1) << "nothing of it is kept";
+    EXPECT_FALSE(signal.disconnect(self));
 }
 
 TEST_F(SignalTest, aSignalThatIsDestroyedInACallCallsNobodyElse)
