@@ -192,9 +192,9 @@ TEST_F(ModuleTest, DeliveredTellsWhenEveryModuleHasBeenCalled)
     EXPECT_EQ(trace.calls.size() + other.calls.size(), 2U);
     memory.raiseEvent("K", 2);
     const auto again = memory.delivered();
-    neighbour.reset();
-    EXPECT_TRUE(again.isRunning()) << "one has gone";
     module.reset();
+    EXPECT_TRUE(again.isRunning()) << "one has gone";
+    neighbour.reset();
     EXPECT_TRUE(again.hasValue()) << "all have gone";
 }
 

@@ -15,6 +15,7 @@ namespace KR {
 namespace {
 
 constexpr int kPulsesAtOnce = 50;
+constexpr int kChecksAtOnce = 10;
 constexpr const char* kCounts[] = {"Count0", "Count1"};
 constexpr const char* kKeys[] = {"K0", "K1"};
 
@@ -57,11 +58,10 @@ public:
     std::atomic<int> faults{0};
 
     /// Not for long: none comes while nothing is monitored.
-    void awaitCounts(int pulser, int more)
+    void awaitCount(int pulser, std::int64_t count)
     {
         const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
         const vo::Lock lock(mutex_);
-        const auto count = counts_[pulser] + more;
         while (counts_[pulser] < count && std::chrono::steady_clock::now() < end)
             counted_.waitUntil(mutex_, end);
     }
@@ -99,27 +99,28 @@ bool proveHits(std::chrono::seconds duration)
     NimbraLaunchpad launchpad(broker, nullptr, &examiner);
     launchpad.startMonitoringConditions();
 
-    std::int64_t counts[2] = {};
+    std::atomic<std::int64_t> counts[2] = {};
     const std::function<void(int)> jobs[] = {
         [&](int i) {
             for (int pulse = 0; pulse < kPulsesAtOnce; ++pulse) {
-                broker->memory().raiseEvent(kCounts[i], ++counts[i]);
+                broker->memory().raiseEvent(kCounts[i], std::int64_t{++counts[i]});
                 broker->memory().raiseEvent(kKeys[i], 1);
                 broker->memory().raiseEvent(kKeys[i], 0);
             }
-            examiner.awaitCounts(i, kPulsesAtOnce / 2);
+            examiner.awaitCount(i, counts[i]);
         },
         [&](int) {
-            launchpad.checkConditions();
+            for (int checks = 0; checks < kChecksAtOnce; ++checks)
+                launchpad.checkConditions();
             vo::getEventLoop()->async([] {}).wait();  // no more hits than the responder takes
         },
         [&](int i) {
             manager.install(folder.path() + "/" + uuids[i]);
-            examiner.awaitCounts(i, kPulsesAtOnce);
+            examiner.awaitCount(i, counts[i] + kPulsesAtOnce);
             manager.removePkg(uuids[i]);
         },
         [&](int i) {
-            examiner.awaitCounts(i, kPulsesAtOnce);
+            examiner.awaitCount(i, counts[i] + kPulsesAtOnce);
             launchpad.stopMonitoringConditions();
             launchpad.startMonitoringConditions();
         }};
@@ -134,10 +135,10 @@ bool proveHits(std::chrono::seconds duration)
     done.clear();  // waits for them
     launchpad.exit();
     vo::getEventLoop()->async([] {}).wait();
-    std::cout << rounds[0] * kPulsesAtOnce << " pulses, " << rounds[1] << " checks, " << rounds[2]
-              << " installs, " << rounds[3] << " restarts; " << examiner.hitsOfRules
-              << " hits of rules, " << examiner.hitsOfPackages << " of packages; "
-              << examiner.faults << " faults\n";
+    std::cout << rounds[0] * kPulsesAtOnce << " pulses, " << rounds[1] * kChecksAtOnce
+              << " checks, " << rounds[2] << " installs, " << rounds[3] << " restarts; "
+              << examiner.hitsOfRules << " hits of rules, " << examiner.hitsOfPackages
+              << " of packages; " << examiner.faults << " faults\n";
     return examiner.faults == 0 && examiner.hitsOfRules > 0 && examiner.hitsOfPackages > 0;
 }
 
