@@ -14,7 +14,8 @@ namespace KR {
 
 /// Adds the command `nimbra package` with its own commands. The one that is given on the command
 /// line is set as `perform`, which returns the exit code: 0; 1 when something could not be done,
-/// which goes to stderr; 128 + signal when a signal came between.
+/// which goes to stderr, as warnings of what is installed and will not run do; 128 + signal when a
+/// signal came between.
 void addPackageCommand(CLI::App& app, std::function<int()>& perform);
 
 /// The packages of a packages folder, and for each folder in it that is no usable package why.

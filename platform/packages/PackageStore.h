@@ -29,7 +29,8 @@ public:
     struct Options {
         PackageLimits limits = {};
         /// Told of each step before it is made; what it throws fails the operation before the
-        /// package is in its place, and is logged after it. Ends an operation, or a test's.
+        /// package is in its place, and is logged after it. For who interrupts operations, and for
+        /// tests.
         PackageWriter::BeforeStep beforeStep = [](const std::string&) {};
         /// Whether changes are brought to the disk. What is to be looked at and thrown away need
         /// not be.
