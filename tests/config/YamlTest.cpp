@@ -13,6 +13,11 @@
 namespace KR {
 namespace {
 
+std::string nested(std::size_t depth)
+{
+    return std::string(depth, '[') + std::string(depth, ']');
+}
+
 TEST(YamlValue, scalar_meansWhatTheCoreSchemaSays)
 {
     using Array = KRValue::Array;
@@ -35,9 +40,6 @@ TEST(YamlValue, scalar_meansWhatTheCoreSchemaSays)
 
 TEST(YamlValue, whatIsNoValue_isRefusedWithItsPlace)
 {
-    const auto nested = [](std::size_t depth) {
-        return std::string(depth, '[') + std::string(depth, ']');
-    };
     EXPECT_NO_THROW(yamlToKRValue(YAML::Load(nested(kMaxYamlDepth))));
     const auto repeated = [](std::size_t count) {
         std::string values = "[1";
@@ -105,8 +107,9 @@ TEST(YamlFile, whateverThePathHolds_isReadOrRefusedWithItsName)
         {nodes + "- 1\n", ":1002:3: more than 1000000 nodes, aliases written out"},
         {bytes, "none"},
         {bytes + "- y\n", ":1001:3: more than 1000000 bytes, aliases written out"},
-        {std::string(kMaxYamlFileDepth + 1, '['), "nested deeper than 100"},
-        {std::string(kMaxYamlFileDepth, '[') + std::string(kMaxYamlFileDepth, ']'), "none"},
+        {std::string(100'000, '['), "nested deeper than 100"},
+        {nested(kMaxYamlFileDepth + 1), "nested deeper than 100"},
+        {nested(kMaxYamlFileDepth), "none"},
         {"&a [b, *a]", "refers to a node that it is inside of"},
         {bomb, "more than 1000000 nodes, aliases written out"},
         {"\x7f\x01: [", ":1:1: "},
