@@ -178,6 +178,8 @@ TEST_F(ProgramTest, CommandsEndWithTheirExitCode)
     const std::string none = folder.path() + "/none";
     const std::string empty =
         folder.write("empty.yaml", "{Scenario: e, Start: 2026-11-21 06:00, Timeline: []}");
+    folder.write("broken/x/package.yaml", "");
+    const std::string broken = folder.path() + "/broken";
     const std::string useless = R"( --until "" --config "" --packages "" --scenario "")";
     const auto flip = [](const char* from, const char* to) {
         return std::string("- {Description: ") + to + ", Condition: \"'A' == " + from +
@@ -196,6 +198,8 @@ TEST_F(ProgramTest, CommandsEndWithTheirExitCode)
         {"permissions dialog:x --asleep --on-pod --state interactive --language French", 0,
          "In the state \"interactive\", asleep, on the charging station, speaking French:\n"
          "dialog:x  may run\n"},
+        {"permissions --packages " + broken, 1, "package.yaml"},
+        {run + "--json --as-fast-as-possible --scenario " + empty, 0, "\"neverHit\":[\"r\"]"},
         {"permissions dialog:x", 0,
          "In the state \"solitary\", awake, off the charging station, speaking English:\n"},
         {run + "--as-fast-as-possible --scenario " + empty, 0, "Summary: 10.000 s of life"},
