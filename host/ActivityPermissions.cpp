@@ -14,25 +14,45 @@ constexpr const char* kLanguageProperty = "languageTTS";
 }  // namespace
 
 ActivityPermissions::ActivityPermissions(const boost::shared_ptr<KRBroker>& broker)
-    : broker_(broker),
-      speech_(broker->session().findService(kSpeech)),
-      permission_(broker, &behaviors_, this)
+    : broker_(broker), permission_(broker, &behaviors_, this)
 {
     permission_.connectSignals();
     // After the permission object, so that it knows the new language when its cache is refreshed.
-    if (speech_) {
-        languageLink_ = speech_.follow<std::string>(kLanguageProperty,
-                                                    [this](const std::string&) { postRefresh(); });
-    }
+    servicesLink_ = broker->session().registered().connect([this](const vo::AnyObject& service) {
+        if (service.name() != kSpeech)
+            return;
+        followSpeech();
+        postRefresh();
+    });
+    followSpeech();
     registerService();
 }
 
 ActivityPermissions::~ActivityPermissions()
 {
     broker_->session().unregisterService(kService);
-    if (languageLink_ != vo::kInvalidSignalLink)
-        speech_.disconnect(languageLink_);
+    broker_->session().registered().disconnect(servicesLink_);
+    {
+        const vo::Lock lock(speechMutex_);
+        if (speech_)
+            speech_.disconnect(languageLink_);
+    }
     refreshGate_->close();
+}
+
+/// That of the service that is there: it may come late, or in place of another one.
+void ActivityPermissions::followSpeech()
+{
+    const vo::Lock lock(speechMutex_);
+    const vo::AnyObject speech = broker_->session().findService(kSpeech);
+    if (!speech || speech.object() == speech_.object())
+        return;
+    if (speech_)
+        speech_.disconnect(languageLink_);
+    speech_ = {};
+    languageLink_ = speech.follow<std::string>(kLanguageProperty,
+                                               [this](const std::string&) { postRefresh(); });
+    speech_ = speech;
 }
 
 void ActivityPermissions::registerService()

@@ -12,6 +12,7 @@
 #include "platform/packages/BehaviorsCache.h"
 #include "platform/vo/AnyObject.h"
 #include "platform/vo/CallbackGate.h"
+#include "platform/vo/Mutex.h"
 #include "platform/vo/ServiceObject.h"
 
 namespace KR {
@@ -45,18 +46,23 @@ public:
 private:
     void onContextChanged() override { postRefresh(); }
     void postRefresh();
+    void followSpeech();
     void registerService();
 
     // Constant after construction.
     const boost::shared_ptr<KRBroker> broker_;
-    vo::AnyObject speech_;
-    vo::SignalLink languageLink_ = vo::kInvalidSignalLink;
+    vo::SignalLink servicesLink_ = vo::kInvalidSignalLink;
 
     // Synchronised by themselves. The flag says that a refresh has been posted and not begun.
     const std::shared_ptr<vo::CallbackGate> refreshGate_ = std::make_shared<vo::CallbackGate>();
     std::atomic<bool> refreshPosted_{false};
     BehaviorsCache behaviors_;
     ContextPermission permission_;
+
+    /// Held while the speech service is followed; before the locks of services.
+    vo::Mutex speechMutex_;
+    vo::AnyObject speech_ VO_GUARDED_BY(speechMutex_);  ///< whose language is followed
+    vo::SignalLink languageLink_ VO_GUARDED_BY(speechMutex_) = vo::kInvalidSignalLink;
 };
 
 }  // namespace KR
