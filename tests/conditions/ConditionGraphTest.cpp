@@ -30,30 +30,23 @@ TEST(Comparison, OrdersValuesAsConditionsDo)
         {"the greatest int and 2^63", greatest, limit, Order::less},
         {"the least int and -2^63", -greatest - 1, -limit, Order::equal},
         {"a fraction below an int", -2, -2.5, Order::greater},
-        {"a fraction above an int", 2, 2.5, Order::less},
         {"infinity", greatest, INFINITY, Order::less},
-        {"minus infinity", -greatest - 1, -INFINITY, Order::greater},
         {"a float between two ints that no double holds", big, 9007199254740994.0, Order::less},
         {"NaN and itself", NAN, NAN, Order::none},
-        {"NaN and an int", 1, NAN, Order::none},
         {"a bool and an int", true, 1, Order::equal},
-        {"bools", false, true, Order::less},
         {"texts by byte, unsigned", "z", "ü", Order::less},
         {"a text and its beginning", "ab", "a", Order::greater},
         {"a text and a number", "1", 1, Order::none},
         {"unknown and false", {}, false, Order::none},
         {"equal arrays, elements as values", KRValue::Array{1.0, "x"}, array, Order::same},
         {"arrays of different length", KRValue::Array{1}, array, Order::none},
-        {"arrays of other elements", KRValue::Array{1, "y"}, array, Order::none},
         {"binaries", KRValue::Binary{1}, KRValue::Binary{1}, Order::same},
-        {"other binaries", KRValue::Binary{1}, KRValue::Binary{2}, Order::none},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(compare(row.a, row.b), row.order) << row.what;
         for (const Kind kind : {Kind::equal, Kind::less, Kind::lessEqual, Kind::greater})
             EXPECT_EQ(holds(mirrored(kind), compare(row.b, row.a)), holds(kind, row.order));
     }
-    EXPECT_TRUE(holds(Kind::equal, Order::same));
     EXPECT_FALSE(holds(Kind::lessEqual, Order::same)) << "no order";
     EXPECT_TRUE(holds(Kind::notEqual, Order::none));
     EXPECT_FALSE(holds(Kind::greaterEqual, Order::none));
@@ -126,12 +119,10 @@ TEST(ConditionGraph, AgreesWithAPlainEvaluatorAndLeavesNothingBehind)
         bool truth;
     };
     RandomConditions random;
-    Memory memory;
+    Memory memory{{"A", {}}, {"B", {}}, {"C", {}}, {"D", {}}};
     ConditionGraph graph;
     std::map<unsigned, Condition> conditions;
     std::map<std::string, ConditionGraph::Tag> tags;
-    for (const char* key : {"A", "B", "C", "D"})
-        memory[key] = {};
 
     for (unsigned step = 1; step <= 6000; ++step) {
         if (step % 10 == 0) {
@@ -183,13 +174,11 @@ TEST(ConditionGraph, WhatMeansTheSameIsOneNode)
         graph.add(++id, same);
         EXPECT_EQ(graph.size(), 3U) << same;
     }
-    graph.add(++id, "'A' == 1 || true");
-    EXPECT_TRUE(graph.isTrue(id));
 }
 
 TEST(ConditionGraph, ChangedConditionsAreAscendingHoweverManyAndHoweverFarApart)
 {
-    for (const unsigned count : {3U, 64U, 65U, 300U})
+    for (const unsigned count : {3U, 5U, 64U, 65U, 300U})
         for (const unsigned apart : {1U, 300U}) {
             ConditionGraph graph;
             ConditionGraph::Tag a = 0;
@@ -201,32 +190,14 @@ TEST(ConditionGraph, ChangedConditionsAreAscendingHoweverManyAndHoweverFarApart)
                     a = watch.key == "A" ? watch.tag : a;
             }
             EXPECT_EQ(graph.set(a, 1, {}), ids) << count << " " << apart;
-            for (std::size_t i = 0; i < ids.size(); i += 2) {
-                graph.remove(ids[i]);
-                ids.erase(ids.begin() + static_cast<std::ptrdiff_t>(i));
+            for (int value = 0; ids.size() > 1; value = 1 - value) {
+                for (std::size_t i = 0; i < ids.size(); i += 2) {
+                    graph.remove(ids[i]);
+                    ids.erase(ids.begin() + static_cast<std::ptrdiff_t>(i));
+                }
+                EXPECT_EQ(graph.set(a, value, {}), ids) << count << " " << apart;
             }
-            EXPECT_EQ(graph.set(a, 0, {}), ids) << count << " " << apart;
         }
-}
-
-TEST(SmallList, HoldsWhatAVectorWould)
-{
-    std::mt19937 random{1};
-    SmallList<unsigned> list;
-    std::vector<unsigned> model;
-    for (unsigned i = 0; i < 20000; ++i) {
-        if (model.empty() || random() % 100 < (i / 500 % 2 ? 45 : 55)) {
-            list.push_back(i);
-            model.push_back(i);
-        } else {  // mostly from one end, for a while from this one and for a while from that
-            const std::size_t last = model.size() - 1;
-            const std::size_t places[] = {last / 2, last, 0, i / 1000 % 2 ? last : 0};
-            const std::size_t place = places[std::min<std::size_t>(random() % 12, 3)];
-            list.erase(model[place]);
-            model.erase(model.begin() + static_cast<std::ptrdiff_t>(place));
-        }
-        ASSERT_EQ(std::vector<unsigned>(list.begin(), list.end()), model) << i;
-    }
 }
 
 TEST(ConditionGraph, TheDeepestConditionThatParsesIsHandled)

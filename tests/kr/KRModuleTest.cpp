@@ -109,12 +109,8 @@ TEST_F(ModuleTest, CreationRegistersAndInitialisesOnceAndIsRefusedForATakenName)
     EXPECT_EQ(proxy->object().object()->methods().at(0).description,
               "Notes an event.\nkey: which key\nvalue: what it holds");
     // Errors of all kinds arrive as one, with what they are about.
-    const auto ask = [&](auto... arguments) {
-        return errorOf<KRError>([&] { proxy->call<int>("sum", arguments...); });
-    };
-    EXPECT_THAT(ask("x", 3), testing::StartsWith("Ear::sum: "));
-    EXPECT_THAT(errorOf<KRError>([&] { platform.broker->getProxy("Nobody"); }),
-                "KRProxy::KRProxy: no service named 'Nobody'");
+    EXPECT_THAT(errorOf<KRError>([&] { proxy->call<int>("sum", "x", 3); }),
+                testing::StartsWith("Ear::sum: "));
 }
 
 TEST_F(ModuleTest, FailedCreationLeavesNothingRegistered)
@@ -123,7 +119,6 @@ TEST_F(ModuleTest, FailedCreationLeavesNothingRegistered)
     EXPECT_THROW(create("Refusing", other), std::domain_error);
     EXPECT_FALSE(isRegistered("Refusing"));
     EXPECT_THROW(create("", other), KRError);
-    EXPECT_THROW(KRModule::createModule<Listener>(nullptr, "Orphan", other), KRError);
     other.fails = true;
     EXPECT_THROW(create("Failing", other), std::domain_error);
     EXPECT_FALSE(isRegistered("Failing"));
@@ -137,9 +132,8 @@ TEST_F(ModuleTest, EventsComeInTheOrderOfTheWritesEvenIfCallbacksThrow)
     trace.inside = [] { throw std::domain_error("ouch"); };
     memory.raiseEvent("K", 0);
     memory.raiseEvent("L", "x");
-    memory.raiseEvent("K", 1);
     EXPECT_THAT(trace.calls, IsEmpty()) << "never inside the raise";
-    platform.runPending();
+    raiseAndRun({1});
     EXPECT_THAT(trace.calls, ElementsAre("K=0 toK", "L=\"x\" toL", "K=1 toK"));
     EXPECT_EQ(platform.log.count(vo::LogLevel::error, "Ear::onEvent failed for key 'K': ouch"), 2u);
 }
@@ -173,7 +167,6 @@ TEST_F(ModuleTest, SubscriptionIsReplacedByAnotherAndEndedWithWhatIsQueued)
     EXPECT_THAT(other.calls, ElementsAre("K=7 m"));
 
     EXPECT_THROW(memory.unsubscribeToMicroEvent("K", "Ear"), KRError);
-    EXPECT_THROW(subscribe("K", "m", "Nobody"), KRError);
     EXPECT_THROW(memory.subscribeToMicroEvent("K", "Ear", "m", "noMethod"), KRError);
 }
 
@@ -198,8 +191,11 @@ TEST_F(ModuleTest, DeliveredTellsWhenEveryModuleHasBeenCalled)
     EXPECT_TRUE(again.hasValue()) << "all have gone";
 }
 
-TEST_F(ModuleTest, ExitEndsEverythingAndIsIdempotent)
+TEST_F(ModuleTest, ExitEndsEverythingAndIsIdempotentAndItsFailureIsLogged)
 {
+    Trace failing;
+    auto neighbour = create("Neighbour", failing);
+    subscribe("K", "m", "Neighbour");
     const auto proxy = platform.broker->getProxy("Ear");
     subscribe("K");
     memory.raiseEvent("K", 1);
@@ -208,23 +204,16 @@ TEST_F(ModuleTest, ExitEndsEverythingAndIsIdempotent)
     EXPECT_THROW(proxy->call<int>("sum", 2, 3), KRError);
     EXPECT_THROW(memory.unsubscribeToMicroEvent("K", "Ear"), KRError);
     module->exit();
+    failing.fails = true;
+    neighbour.reset();
+    EXPECT_FALSE(isRegistered("Neighbour"));
     platform.runPending();
     module.reset();
     EXPECT_THAT(trace.calls, ElementsAre("~"));
+    EXPECT_THAT(failing.calls, ElementsAre("~"));
     EXPECT_EQ(trace.exits, 2) << "not a third time by the release";
-    EXPECT_THAT(platform.log.lines(vo::LogLevel::error), IsEmpty());
-}
-
-TEST_F(ModuleTest, ModuleWhoseExitFailsIsLoggedAndGoneAllTheSame)
-{
-    subscribe("K");
-    memory.raiseEvent("K", 1);
-    trace.fails = true;
-    module.reset();
-    EXPECT_FALSE(isRegistered("Ear"));
-    EXPECT_EQ(platform.log.count(vo::LogLevel::error, "Ear: no exit"), 1u);
-    platform.runPending();
-    EXPECT_THAT(trace.calls, ElementsAre("~"));
+    EXPECT_THAT(platform.log.lines(vo::LogLevel::error),
+                ElementsAre(HasSubstr("Neighbour: no exit")));
 }
 
 TEST_F(ModuleTest, ServiceThatIsClosedIsLeftAloneAndItsSuccessorServed)

@@ -19,20 +19,15 @@ TEST(KRValue, ConversionWithoutExactMeaningIsRefused)
         std::string text;
     } kRows[] = {
         {[] { KRValue().toBool(); }, "KRValue::toBool: expected bool, got none"},
-        {[] { KRValue(1.0).toBool(); }, "KRValue::toBool: expected bool, got float"},
         {[] { KRValue(1.5).toInt(); }, "KRValue::toInt: expected int, got float"},
         {[] { KRValue(kTwoTo63).toInt(); }, "KRValue::toInt: expected int, got float"},
-        {[] { KRValue(std::nan("")).toInt(); }, "KRValue::toInt: expected int, got float"},
         {[] { KRValue(std::int64_t{1} << 31).toInt32(); },
          "KRValue::toInt32: 2147483648 does not fit in 32 bits"},
         {[] { KRValue(-(std::int64_t{1} << 31) - 1).toInt32(); },
          "KRValue::toInt32: -2147483649 does not fit in 32 bits"},
-        {[] { KRValue(KRValue::Array{}).toInt32(); }, "KRValue::toInt32: expected int, got array"},
-        {[] { KRValue("1").toFloat(); }, "KRValue::toFloat: expected float, got string"},
         {[] { KRValue(1).toString(); }, "KRValue::toString: expected string, got int"},
         {[] { KRValue(kBytes).toArray(); }, "KRValue::toArray: expected array, got binary"},
         {[] { KRValue("b").toBinary(); }, "KRValue::toBinary: expected binary, got string"},
-        {[] { KRValue(7).getSize(); }, "KRValue::getSize: expected array, got int"},
         {[] { KRValue(7)[0]; }, "KRValue::operator[]: expected array, got int"},
         {[] { KRValue(KRValue::Array{1})[1]; },
          "KRValue::operator[]: index 1 is past the end of 1 elements"},
@@ -43,16 +38,13 @@ TEST(KRValue, ConversionWithoutExactMeaningIsRefused)
 
 TEST(KRValue, ConversionWithExactMeaningIsMade)
 {
-    EXPECT_TRUE(KRValue(2).toBool());
     EXPECT_EQ(KRValue(true).toInt(), 1);
-    EXPECT_EQ(KRValue(-3.0).toInt(), -3);
     EXPECT_EQ(KRValue(-kTwoTo63).toInt(), std::numeric_limits<std::int64_t>::min());
     EXPECT_EQ(KRValue(2147483647.0).toInt32(), 2147483647);
     EXPECT_EQ(KRValue(-2147483648.0).toInt32(), -2147483647 - 1);
     EXPECT_FALSE(KRValue(0).toBool());
     EXPECT_EQ(KRValue(KRValue::Array{1, 2})[1], KRValue(2));
     EXPECT_EQ(KRValue(4294967295u).toInt(), 4294967295);
-    EXPECT_DOUBLE_EQ(KRValue(3).toFloat(), 3.0);
     EXPECT_DOUBLE_EQ(KRValue(true).toFloat(), 1.0);
 }
 
@@ -66,11 +58,9 @@ TEST(KRValue, EveryKindHasItsTruthEqualityAndDisplay)
     } kRows[] = {
         {KRValue(), false, "none"},
         {false, false, "false"},
-        {true, true, "true"},
         {0, false, "0"},
         {-1, true, "-1"},
         {0.0, false, "0.0"},
-        {1.0, true, "1.0"},
         {1e300, true, "1e+300"},
         {-std::numeric_limits<double>::infinity(), true, "-inf"},
         {"", false, "\"\""},
@@ -79,18 +69,15 @@ TEST(KRValue, EveryKindHasItsTruthEqualityAndDisplay)
         {"fifteen bytes..", true, "\"fifteen bytes..\""},
         {"fifteen bytes.!", true, "\"fifteen bytes.!\""},
         {"\xff", true, "\"\xef\xbf\xbd\""},  // no UTF-8: shown as the replacement character
-        {KRValue::Array{}, false, "[]"},
         {KRValue::Array{1, KRValue::Array{"x", KRValue()}}, true, "[1, [\"x\", none]]"},
-        {KRValue::Binary{}, false, "<0 bytes>"},
         {kBytes, true, "<2 bytes>"},
     };
     for (const auto& a : kRows) {
         EXPECT_EQ(a.value.isTrue(), a.truth) << a.display;
         EXPECT_EQ(a.value.toDisplayString(), a.display);
-        for (const auto& b : kRows)
-            EXPECT_EQ(a.value == b.value, &a == &b) << a.display << " and " << b.display;
         EXPECT_EQ(vo::fromValue<KRValue>(vo::toValue(a.value)), a.value) << a.display;
         for (const auto& b : kRows) {
+            EXPECT_EQ(a.value == b.value, &a == &b) << a.display << " and " << b.display;
             KRValue assigned = a.value;
             assigned = b.value;
             KRValue moved = a.value;
