@@ -49,10 +49,9 @@ void ProbePlugin::note(const std::string& call, const std::string& failing)
 TEST_F(PluginRegistryTest, enabledFlag_isFollowedWhileMonitoringOnly)
 {
     showsMonitoring = true;
-    for (const char* name : {"z", "a", "m"})
-        add(name, false);
-    launchpad->setPluginEnabled("z", true);
-    launchpad->setPluginEnabled("a", true);
+    add("z");
+    add("a");
+    add("m", false);
     EXPECT_THAT(launchpad->getEnabledPlugins(), ElementsAre("a", "z"));
     launchpad->startMonitoringConditions();
     launchpad->setPluginEnabled("m", true);
