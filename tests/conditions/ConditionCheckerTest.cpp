@@ -390,19 +390,12 @@ TEST_F(CheckerTest, ACallbackMayUseTheCheckerAndMayThrow)
     EXPECT_THAT(taken(), IsEmpty()) << "the callback that stopped was the last";
     EXPECT_FALSE(checker.isConditionTrue(added));
 
+    EXPECT_THROW(checker.connect(platform.broker), std::logic_error) << "again";
     checker.exit();
     EXPECT_FALSE(checker.hasCondition(1));
     add("true");
     start();
     EXPECT_THAT(taken(), IsEmpty()) << "the callback went, too";
-}
-
-TEST_F(CheckerTest, ItWorksWithOneBrokerOnly)
-{
-    ConditionChecker unconnected;
-    EXPECT_THROW(unconnected.run(0, false), std::logic_error);
-    EXPECT_THROW(unconnected.checkConditions(false), std::logic_error);
-    EXPECT_THROW(checker.connect(platform.broker), std::logic_error) << "again";
 }
 
 TEST_F(CheckerTest, AStopWaitsForTheCallbackThatRuns)

@@ -180,22 +180,31 @@ TEST(ConditionGraph, ChangedConditionsAreAscendingHoweverManyAndHoweverFarApart)
 {
     for (const unsigned count : {3U, 5U, 64U, 65U, 300U})
         for (const unsigned apart : {1U, 300U}) {
+            SCOPED_TRACE(std::to_string(count) + " " + std::to_string(apart));
             ConditionGraph graph;
             ConditionGraph::Tag a = 0;
+            unsigned next = 70;
             std::vector<unsigned> ids;
-            for (unsigned i = 0; i < count; ++i) {
-                ids.push_back(70 + i * apart);
-                const std::string other = i % 2 ? " && !'N" + std::to_string(i) + "'" : "";
-                for (const KRMemory::Watch& watch : graph.add(ids[i], "'A' == 1" + other))
-                    a = watch.key == "A" ? watch.tag : a;
-            }
-            EXPECT_EQ(graph.set(a, 1, {}), ids) << count << " " << apart;
-            for (int value = 0; ids.size() > 1; value = 1 - value) {
-                for (std::size_t i = 0; i < ids.size(); i += 2) {
-                    graph.remove(ids[i]);
-                    ids.erase(ids.begin() + static_cast<std::ptrdiff_t>(i));
+            const auto remove = [&](std::size_t i) {
+                graph.remove(ids[i]);
+                ids.erase(ids.begin() + static_cast<std::ptrdiff_t>(i));
+            };
+            for (const int value : {1, 0, 1, 0}) {
+                for (std::size_t i = ids.size() * 3 / 4; i > 0; --i)
+                    remove(0);  // which leaves room in front, that is used again
+                for (; ids.size() < count; next += apart) {
+                    ids.push_back(next);
+                    const std::string other =
+                        ids.size() % 2 ? " && !'N" + std::to_string(next) + "'" : "";
+                    for (const KRMemory::Watch& watch : graph.add(next, "'A' == 1" + other))
+                        a = watch.key == "A" ? watch.tag : a;
                 }
-                EXPECT_EQ(graph.set(a, value, {}), ids) << count << " " << apart;
+                EXPECT_EQ(graph.set(a, value, {}), ids);
+            }
+            for (int value = 1; ids.size() > 1; value = 1 - value) {
+                for (std::size_t i = 0; i < ids.size(); ++i)
+                    remove(i);
+                EXPECT_EQ(graph.set(a, value, {}), ids);
             }
         }
 }

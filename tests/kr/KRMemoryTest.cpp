@@ -54,7 +54,6 @@ TEST_F(MemoryTest, MissingKeyIsAnErrorAndEmptyKeyIsRefused)
 
     EXPECT_THROW(memory.raiseEvent("", 1), KRError);
     EXPECT_THROW(memory.declareEvent("", "D"), KRError);
-    EXPECT_THROW(memory.subscribeToMicroEvent("", "KRMemory", "", "getData"), KRError);
     EXPECT_THROW(memory.watch(feed, {{"K", 1}, {"", 2}}), KRError);
     memory.raiseEvent("K", 1);
     EXPECT_THAT(take(*feed), IsEmpty()) << "nothing is watched by a refused call";
@@ -176,7 +175,6 @@ TEST_F(MemoryTest, ServiceOffersTheOperationsByNameForAsLongAsTheBrokerLives)
     proxy->call("subscribeToMicroEvent", "L", "KRMemory", "D", "declareEvent");
     proxy->call("unsubscribeToMicroEvent", "L", "KRMemory");
     EXPECT_THROW(proxy->call("unsubscribeToMicroEvent", "L", "KRMemory"), KRError);
-    EXPECT_THROW(proxy->call<vo::AnyObject>("subscriber", ""), KRError);
     platform.broker.reset();
     EXPECT_FALSE(platform.application.session().findService("KRMemory"));
     EXPECT_THROW(proxy->call("raiseEvent", "K", KRValue(1)), KRError);

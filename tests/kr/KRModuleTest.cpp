@@ -157,8 +157,8 @@ TEST_F(ModuleTest, SubscriptionIsReplacedByAnotherAndEndedWithWhatIsQueued)
     Trace other;
     const auto neighbour = create("Neighbour", other);
     subscribe("K", "m", "Neighbour");
-    for (const char* key : {"K", "L"})
-        subscribe(key);
+    subscribe("K");
+    subscribe("L");
     memory.unsubscribeToMicroEvent("K", "Ear");
     trace = {};
     memory.raiseEvent("L", 6);

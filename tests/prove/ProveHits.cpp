@@ -5,6 +5,7 @@
 #include <atomic>
 #include <future>
 #include <iostream>
+#include <utility>
 
 #include "platform/conditions/ConditionGraph.h"
 #include "platform/packages/PackageManager.h"
@@ -33,28 +34,23 @@ public:
         std::string fault;
         const vo::Lock lock(mutex_);
         for (const AutonomousAction& action : actions) {
-            ++(action.origin == "Package" ? hitsOfPackages : hitsOfRules);
+            ++hits[action.origin == "Package" ? 1 : 0];
             if (!isTrue(action.condition, values))
                 fault = "they do not make true " + action.condition;
         }
         for (const int i : {0, 1}) {
             const KRValue value = values.at(kCounts[i]).second;
             const std::int64_t count = value.isValid() ? value.toInt() : 0;
-            if (count < counts_[i])
+            if (count < std::exchange(counts_[i], count))
                 fault = "they are older than those before";
-            counts_[i] = count;
         }
         counted_.notifyAll();
-        if (fault.empty() || ++faults > 5)
-            return;
-        for (const auto& [key, value] : values)
-            std::cout << key << " = " << value.second << "; ";
-        std::cout << fault << std::endl;
+        if (!fault.empty() && ++faults <= 5)
+            std::cout << fault << std::endl;
     }
     void onPluginsChanged() override {}
 
-    std::atomic<int> hitsOfRules{0};
-    std::atomic<int> hitsOfPackages{0};
+    std::atomic<int> hits[2] = {};  ///< of rules, and of packages
     std::atomic<int> faults{0};
 
     /// Not for long: none comes while nothing is monitored.
@@ -90,10 +86,10 @@ bool proveHits(std::chrono::seconds duration)
     const auto broker = KRBroker::create(application);
     PackageManager manager(application.session(), clock, folder.path() + "/installed");
     const std::string uuids[] = {"p", "q"};
+    const std::string trigger = "    Conditions: {launchTrigger: \"'K0' && !'K1'\"}\n";
     for (const auto& uuid : uuids) {
         writeTestPackage(folder, uuid, uuid);
-        folder.write(uuid + "/" + kPackageManifestFile,
-                     testManifest(uuid) + "    Conditions: {launchTrigger: \"'K0' && !'K1'\"}\n");
+        folder.write(uuid + "/" + kPackageManifestFile, testManifest(uuid) + trigger);
     }
     Examiner examiner;
     NimbraLaunchpad launchpad(broker, nullptr, &examiner);
@@ -137,9 +133,9 @@ bool proveHits(std::chrono::seconds duration)
     vo::getEventLoop()->async([] {}).wait();
     std::cout << rounds[0] * kPulsesAtOnce << " pulses, " << rounds[1] * kChecksAtOnce
               << " checks, " << rounds[2] << " installs, " << rounds[3] << " restarts; "
-              << examiner.hitsOfRules << " hits of rules, " << examiner.hitsOfPackages
-              << " of packages; " << examiner.faults << " faults\n";
-    return examiner.faults == 0 && examiner.hitsOfRules > 0 && examiner.hitsOfPackages > 0;
+              << examiner.hits[0] << " hits of rules, " << examiner.hits[1] << " of packages; "
+              << examiner.faults << " faults\n";
+    return examiner.faults == 0 && examiner.hits[0] > 0 && examiner.hits[1] > 0;
 }
 
 }  // namespace
