@@ -1,19 +1,11 @@
 #include <future>
 #include <sys/stat.h>
 
-#include "host/InstalledPackages.h"
 #include "tests/host/HostTest.h"
 #include "tests/support/Deadline.h"
-#include "tests/support/VirtualPlatform.h"
 
 namespace KR {
 namespace {
-
-using testing::Contains;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 
 /// A host with a package "p" of real programs, and another one to be installed. Programs live in
 /// real time; all that is told of them arrives when the clock is run.
@@ -179,68 +171,6 @@ TEST_F(ActivitiesTest, PackagesTakeEffectAtTheVirtualInstantAndEndWhatRunsWhenTh
     EXPECT_EQ(events.back()["reason"], "its package was removed");
 }
 
-TEST_F(ActivitiesTest, PluginsFollowTheLifeStateButThoseThatGoByTheirConditionsAlone)
-{
-    const std::pair<const char*, const char*> rows[] = {
-        {"a", "<group>solitary</group>"},
-        {"b", "<group>solitary</group><group>safeguard</group>"},
-        {"c", "<group>conditional</group>"},
-        {"d", "<group>conditional</group><group>safeguard</group>"},
-        {"e", "<group>other</group>"},
-        {"f", ""}};
-    std::string behaviors;
-    for (const auto& [name, groups] : rows) {
-        behaviors += std::string(behaviors.empty() ? "" : ", ") + "{Path: " + name + "}";
-        folder.write(std::string("plugins/q/") + name + "/nimbraLaunchpadPlugin.xml",
-                     std::string("<nimbraLaunchpadPlugin><groups>") + groups +
-                         "</groups></nimbraLaunchpadPlugin>");
-    }
-    folder.write("plugins/q/package.yaml",
-                 "{ConfigurationVersion: 1, Uuid: q, Version: 1, "
-                 "Behaviors: [" +
-                     behaviors + "]}");
-    host.reset();
-    host.emplace(clock, timeline,
-                 Host::Options{folder.path() + "/autonomy.cfg",
-                               folder.path() + "/plugins",
-                               vo::LogLevel::silent,
-                               {"PerceptionHeavy"}});
-    const auto enabled = [&] {
-        std::string names;
-        for (const auto& plugin : host->launchpad().getPluginStates())
-            if (plugin.enabled && !plugin.builtIn)
-                names += plugin.name.substr(2);
-            else if (plugin.enabled && plugin.name == "_LaunchpadPluginBattery")
-                names += "+";
-            else if (plugin.enabled && plugin.name == "_LaunchpadPluginPerceptionHeavy")
-                names += "*";
-        return names;
-    };
-    host->launchpad().setPluginEnabled("q/c", true);
-    const std::pair<const char*, const char*> states[] = {
-        {"safeguard", "bcd"}, {"solitary", "+*abc"}, {"interactive", "+*c"}, {"disabled", "c"}};
-    for (const auto& [state, plugins] : states) {
-        host->life().setState(state, true);
-        EXPECT_EQ(enabled(), plugins) << state;
-    }
-}
-
-TEST(InstalledPackagesTest, RobotWithoutPackagesSaysSo)
-{
-    VirtualPlatform platform;
-    {
-        const InstalledPackages none(platform.broker, "");
-        const vo::AnyObject packages = vo::import("PackageManager");
-        EXPECT_THAT(packages.call<std::vector<vo::PackageInfo>>("packages"), IsEmpty());
-        EXPECT_FALSE(packages.call<bool>("hasPackage", "p"));
-        EXPECT_THROW(packages.call("removePkg", "p"), KRError);
-        packages.connect("onPackageInstalled", [](const vo::PackageInfo&) {});
-        packages.connect("onPackageRemoved", [](const vo::PackageInfo&) {});
-        EXPECT_FALSE(platform.application.session().findService("KRBehaviorManager"));
-    }
-    EXPECT_THAT(platform.application.session().services(), Not(Contains("PackageManager")));
-}
-
 TEST_F(ActivitiesTest, DialogRunsItsTopicUntilEitherSideEndsItOrTheServiceIsGone)
 {
     const auto topic = [&] { return host->memory().getData("KRDialog/Topic").toString(); };
@@ -256,10 +186,22 @@ TEST_F(ActivitiesTest, DialogRunsItsTopicUntilEitherSideEndsItOrTheServiceIsGone
     EXPECT_EQ(topic(), "");
     call("KRNimbra", "switchFocus", "dialog:news");
     EXPECT_THAT(running(), IsEmpty());
-    vo::Application::current().session().unregisterService("dialog");
+    vo::Session& session = vo::Application::current().session();
+    session.unregisterService("dialog");
     call("KRNimbra", "stopFocus");
     EXPECT_EQ(host->life().focusedActivity(), "");
     EXPECT_THAT(failureOf("dialog:news"), HasSubstr("refused: there is no service 'dialog'"));
+
+    // Another one, whose topics end within their start.
+    vo::Signal<std::string> ended;
+    const auto object = std::make_shared<vo::ServiceObject>("dialog");
+    object->method("start", [&](const std::string& name) { ended(name); })
+        .method("stop", [](const std::string&) {})
+        .signal("onEnded", ended);
+    session.registerService(object);
+    call("KRNimbra", "switchFocus", "dialog:brief");
+    EXPECT_EQ(host->life().focusedActivity(), "");
+    session.unregisterService("dialog");
     EXPECT_THAT(log.lines(vo::LogLevel::error), IsEmpty());
 }
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
 #include "host/Host.h"
@@ -10,6 +9,7 @@
 #include "platform/kr/KRMemory.h"
 #include "platform/vo/VirtualClock.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/Testing.h"
 
 namespace KR {
 
@@ -24,7 +24,8 @@ protected:
                          "ConfigurationDescription: d\nConfigurationVersion: \"2.0\"\n"
                          "AutonomousActions:\n" +
                              rules);
-        host.emplace(clock, timeline, Host::Options{config, packages, vo::LogLevel::warning});
+        host.emplace(clock, timeline,
+                     Host::Options{config, packages, vo::LogLevel::warning, robotPlugins});
         clock->runPending();
         host->start(moreKeys);
         clock->runPending();
@@ -61,21 +62,25 @@ protected:
         std::filesystem::permissions(run, std::filesystem::perms::owner_all);
     }
 
-    /// "name", with a "+" for one that is enabled and another for one that runs; of the built-in
-    /// ones, the battery's alone.
-    std::vector<std::string> plugins()
+    /// The enabled plugins, with a "?" behind one that does not run. Of the built-in ones, "+" is
+    /// the battery's and "*" that of perception.
+    std::string plugins()
     {
-        std::vector<std::string> result;
-        for (const auto& plugin : host->launchpad().getPluginStates())
-            if (plugin.name[0] != '_' || plugin.name == "_LaunchpadPluginBattery")
-                result.push_back(plugin.name + (plugin.enabled ? "+" : "") +
-                                 (plugin.running ? "+" : ""));
-        return result;
+        std::map<std::string, std::string> shown{{"_LaunchpadPluginBattery", "+"},
+                                                 {"_LaunchpadPluginPerceptionHeavy", "*"}};
+        std::string text;
+        for (const auto& plugin : host->launchpad().getPluginStates()) {
+            const std::string name = plugin.builtIn ? shown[plugin.name] : plugin.name.substr(2);
+            if (plugin.enabled && !name.empty())
+                text += name + (plugin.running ? "" : "?");
+        }
+        return text;
     }
 
     vo::LogCapture log;
     TemporaryFolder folder;
     std::string packages;
+    std::vector<std::string> robotPlugins;  ///< that are added to the built-in ones
     std::shared_ptr<vo::VirtualClock> clock =
         std::make_shared<vo::VirtualClock>(vo::TimePoint(std::chrono::hours(24 * 20000)));
     std::vector<nlohmann::json> events;

@@ -1,9 +1,10 @@
-#include <gmock/gmock.h>
+#include <algorithm>
 #include <thread>
 
 #include "host/LifeService.h"
 #include "platform/kr/KRProxy.h"
 #include "tests/support/Deadline.h"
+#include "tests/support/Testing.h"
 #include "tests/support/VirtualPlatform.h"
 
 namespace KR {
@@ -11,39 +12,34 @@ namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Pair;
 
 /// Runs nothing; notes what it is told to do.
 class FakeRunner : public ActivityRunner {
 public:
-    void check(const std::string& activity) override
-    {
-        if (activity == refused)
-            throw LifeRefusal("FakeRunner", "check", "no");
-    }
-    void start(const std::string& activity, FocusId) override
-    {
-        calls.push_back("start " + activity);
-        if (onStart)
-            onStart();
-        if (activity == broken)
-            throw KRError("FakeRunner", "start", "broken");
-    }
-    void stop() override
-    {
-        calls.emplace_back("stop");
-        if (!broken.empty())
-            throw KRError("FakeRunner", "stop", "broken");
-    }
+    void check(const std::string& activity) override { react("check " + activity); }
+    void start(const std::string& activity, FocusId) override { note("start " + activity); }
+    void stop() override { note("stop"); }
 
-    std::string refused;  ///< the activity that may not run
-    std::string broken;   ///< the one that does not start; a stop fails, too, if there is one
-    std::function<void()> onStart;
     std::vector<std::string> calls;  ///< guarded by the life service's turns
+    std::function<void(const std::string& call)> react = [](const std::string&) {};
+
+private:
+    void note(const std::string& call)
+    {
+        calls.push_back(call);
+        react(call);
+    }
 };
+
+/// What a runner that cannot or may not do something reacts with.
+template <class Error>
+auto failing(const std::vector<std::string>& calls)
+{
+    return [calls](const std::string& call) {
+        if (std::count(calls.begin(), calls.end(), call) > 0)
+            throw Error("FakeRunner", call, "no");
+    };
+}
 
 class LifeServiceTest : public testing::Test {
 protected:
@@ -59,17 +55,6 @@ protected:
     {
         return life->switchFocus({activity, flags, {}, true});
     }
-    /// The text of the refusal; empty when it was not refused.
-    static std::string refusalOf(const std::function<void()>& deed)
-    {
-        try {
-            deed();
-        } catch (const LifeRefusal& e) {
-            return e.getDescription();
-        }
-        return {};
-    }
-
     /// The changes, and how they came, in a few words each.
     std::vector<std::string> texts() const
     {
@@ -84,6 +69,10 @@ protected:
                              (event.reason.empty() ? "" : ": " + event.reason));
         return result;
     }
+    KRValue inMemory(const std::string& what)
+    {
+        return platform.memory().getData("Nimbra/" + what);
+    }
     /// What the runner was told to do since the last call.
     std::vector<std::string> calls() { return std::exchange(runner.calls, {}); }
 
@@ -91,110 +80,94 @@ protected:
     VirtualPlatform platform;
     FakeRunner runner;
     boost::shared_ptr<LifeService> life = KRModule::createModule<LifeService>(platform.broker);
+    boost::shared_ptr<KRProxy> service = platform.broker->getProxy("KRNimbra");
     vo::Mutex mutex;  ///< guards events where there are several threads
     std::vector<LifeEvent> events;
 };
 
-TEST_F(LifeServiceTest, BeginsSolitaryAwakeAndWithoutFocus)
-{
-    EXPECT_EQ(platform.memory().getData("Nimbra/State"), KRValue("solitary"));
-    EXPECT_EQ(platform.memory().getData("Nimbra/Asleep"), KRValue(false));
-    EXPECT_EQ(platform.memory().getData("Nimbra/FocusedActivity"), KRValue(""));
-}
-
 TEST_F(LifeServiceTest, ChangesAreWrittenToMemoryAndTold)
 {
-    const auto doTwice = [](const auto& deed) { deed(), deed(); };
-    doTwice([&] { life->setState("interactive"); });
-    doTwice([&] { life->setAsleep(false); });
-    doTwice([&] { life->setAsleep(true); });
-    doTwice([&] { life->blockAutonomousFocus(); });
-    doTwice([&] { life->unblockAutonomousFocus(); });
-    focus("p/a");
-    focus("p/b");
-    life->stopAll("why");
-    life->stopAll("again");
-    EXPECT_EQ(platform.memory().getData("Nimbra/State"), KRValue("interactive"));
-    EXPECT_EQ(platform.memory().getData("Nimbra/Asleep"), KRValue(true));
-    EXPECT_EQ(platform.memory().getData("Nimbra/FocusedActivity"), KRValue(""));
+    EXPECT_EQ(inMemory("State"), KRValue("solitary"));
+    EXPECT_EQ(inMemory("Asleep"), KRValue(false));
+    EXPECT_EQ(inMemory("FocusedActivity"), KRValue(""));
+    const auto doTwice = [&](const auto&... call) {
+        service->call(call...), service->call(call...);
+    };
+    doTwice("setState", "interactive");
+    doTwice("setAsleep", false);
+    doTwice("setAsleep", true);
+    doTwice("blockAutonomousFocus");
+    EXPECT_TRUE(service->call<bool>("isAutonomousFocusBlocked"));
+    doTwice("unblockAutonomousFocus");
+    doTwice("switchFocus", "p/a");
+    service->call("switchFocus", "p/b");
+    EXPECT_EQ(inMemory("FocusedActivity"), KRValue("p/b"));
+    EXPECT_EQ(service->call<std::string>("focusedActivity"), "p/b");
+    doTwice("stopFocus");
+    doTwice("stopAll");
+    EXPECT_EQ(inMemory("State"), KRValue("interactive"));
+    EXPECT_EQ(inMemory("Asleep"), KRValue(true));
+    EXPECT_TRUE(service->call<bool>("isAsleep"));
+    EXPECT_EQ(inMemory("FocusedActivity"), KRValue(""));
     EXPECT_THAT(texts(), ElementsAre("state interactive after solitary", "asleep on", "block on",
                                      "block", "focus p/a", "focus p/b after p/a lost 1",
-                                     "focus after p/b lost 2: why", "all: why", "all: again"));
+                                     "focus after p/b lost 2", "all", "all"));
 }
 
-struct StateRow {
-    const char* from;
-    const char* to;
-    bool hasFocus;
-    const char* refusal;  ///< part of the text; null when it is not refused
-};
-
-class StateChange : public LifeServiceTest, public testing::WithParamInterface<StateRow> {};
-
-TEST_P(StateChange, WithoutForceIsRefusedWhereItWouldOverruleSomebody)
+TEST_F(LifeServiceTest, ChangeOfStateIsRefusedWhereItWouldOverruleSomebodyUnlessForced)
 {
-    const StateRow& row = GetParam();
-    life->setState(row.from);
-    if (row.hasFocus)
-        focus("p/a");
-    const std::string refusal = refusalOf([&] { life->setState(row.to); });
-    EXPECT_EQ(refusal.empty(), row.refusal == nullptr) << refusal;
-    EXPECT_THAT(refusal, HasSubstr(row.refusal ? row.refusal : ""));
-    EXPECT_EQ(life->getState(), row.refusal ? row.from : row.to) << refusal;
+    const struct {
+        const char* from;
+        const char* to;
+        bool hasFocus;
+        const char* refusal;  ///< part of the text; "none" when it is not refused
+    } rows[] = {{"solitary", "interactive", true, "none"},
+                {"solitary", "safeguard", false, "none"},
+                {"solitary", "safeguard", true, "'p/a' has the focus"},
+                {"interactive", "disabled", true, "'p/a' has the focus"},
+                {"safeguard", "solitary", false, "none"},
+                {"disabled", "solitary", false, "needs force"},
+                {"disabled", "safeguard", false, "needs force"}};
+    for (const auto& [from, to, hasFocus, refusal] : rows) {
+        SCOPED_TRACE(std::string(from) + " to " + to);
+        life->stopFocus();
+        life->setState(from, true);
+        const FocusId stay = hasFocus ? *focus("p/a") : 0;
+        const std::string error = errorOf([&, to = to] { service->call("setState", to); });
+        EXPECT_THAT(error, HasSubstr(refusal));
+        EXPECT_EQ(life->getState(), error == "none" ? to : from);
 
-    events.clear();
-    life->setState(row.to, true);
-    EXPECT_EQ(life->getState(), row.to);
-    std::vector<std::string> changes;
-    if (row.refusal && row.hasFocus)
-        changes.push_back("focus after p/a lost 1: it may not run in '" + std::string(row.to) +
-                          "'");
-    if (row.refusal)
-        changes.push_back("state " + std::string(row.to) + " after " + row.from);
-    EXPECT_EQ(texts(), changes) << "the focus ends before the state does";
-    EXPECT_EQ(life->focusedActivity(), row.hasFocus && !row.refusal ? "p/a" : "");
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Rows, StateChange,
-    testing::Values(StateRow{"solitary", "interactive", true, nullptr},
-                    StateRow{"solitary", "safeguard", false, nullptr},
-                    StateRow{"solitary", "safeguard", true, "'p/a' has the focus"},
-                    StateRow{"interactive", "disabled", true, "'p/a' has the focus"},
-                    StateRow{"safeguard", "solitary", false, nullptr},
-                    StateRow{"disabled", "solitary", false, "needs force"},
-                    StateRow{"disabled", "safeguard", false, "needs force"}));
-
-TEST_F(LifeServiceTest, UnknownStateIsAnErrorAndChangesNothing)
-{
-    EXPECT_THROW(life->setState("Solitary", true), KRError);
-    EXPECT_THROW(life->setState("", true), KRError);
-    EXPECT_EQ(life->getState(), "solitary");
+        events.clear();
+        service->call("forceState", to);
+        EXPECT_EQ(life->getState(), to);
+        EXPECT_EQ(life->focusedActivity(), hasFocus && error == "none" ? "p/a" : "");
+        std::vector<std::string> changes;
+        if (error != "none" && hasFocus)
+            changes.push_back("focus after p/a lost " + std::to_string(stay) +
+                              ": it may not run in '" + to + "'");
+        if (error != "none")
+            changes.push_back(std::string("state ") + to + " after " + from);
+        EXPECT_EQ(texts(), changes) << "the focus ends before the state does";
+    }
+    for (const char* unknown : {"Disabled", ""})
+        EXPECT_THROW(life->setState(unknown, true), KRError);
+    EXPECT_EQ(life->getState(), "safeguard");
 }
 
 TEST_F(LifeServiceTest, FocusIsRefusedWhereNoActivityMayRunAndToRulesWhileBlocked)
 {
     life->blockAutonomousFocus();
-    EXPECT_THAT(refusalOf([&] { focus("p/a"); }), HasSubstr("autonomous focus is blocked"));
+    EXPECT_THAT(errorOf([&] { focus("p/a"); }), HasSubstr("autonomous focus is blocked"));
     EXPECT_TRUE(life->switchFocus({"p/person", 0, {}, false})) << "a person may";
     life->blockAutonomousFocus();
     life->unblockAutonomousFocus();
-    EXPECT_TRUE(focus("p/a")) << "a block is not counted";
-    life->setState("safeguard", true);
-    EXPECT_THAT(refusalOf([&] { focus("p/a"); }), HasSubstr("'safeguard'"));
-    EXPECT_THROW(focus(""), KRError);
-    life->setState("interactive");
-    EXPECT_TRUE(focus("p/a"));
-}
-
-TEST_F(LifeServiceTest, ActivityWithTheFocusIsStartedAnewOnlyWhenAsked)
-{
-    EXPECT_EQ(focus("p/a"), FocusId{1});
+    EXPECT_EQ(focus("p/a"), FocusId{2}) << "a block is not counted";
     EXPECT_EQ(focus("p/a"), std::nullopt);
-    EXPECT_EQ(focus("p/a", FocusRequest::kRestart), FocusId{2});
-    EXPECT_EQ(events.back().lost, 1U);
+    EXPECT_EQ(focus("p/a", FocusRequest::kRestart), FocusId{3});
+    EXPECT_EQ(events.back().lost, 2U);
     EXPECT_THROW(focus("p/a", 2), KRError);
     EXPECT_THROW(focus("p/a", 3), KRError);
+    EXPECT_THROW(focus(""), KRError);
 }
 
 TEST_F(LifeServiceTest, PreparationComesBeforeTheStartAndMayPreventIt)
@@ -206,11 +179,11 @@ TEST_F(LifeServiceTest, PreparationComesBeforeTheStartAndMayPreventIt)
             life->setState("safeguard", true);
     });
     life->setRunner(&runner);
-    runner.refused = "p/refused";
+    runner.react = failing<LifeRefusal>({"check p/refused"});
     focus("p/a");
     focus("p/a");
-    EXPECT_EQ(refusalOf([&] { focus("p/refused"); }), "no");
-    EXPECT_THAT(refusalOf([&] { focus("p/b"); }), HasSubstr("'safeguard'"));
+    EXPECT_THROW(focus("p/refused"), LifeRefusal);
+    EXPECT_THAT(errorOf([&] { focus("p/b"); }), HasSubstr("in the state 'safeguard'"));
     EXPECT_THAT(prepared, ElementsAre("p/a over ", "p/b over p/a"));
     EXPECT_EQ(life->focusedActivity(), "");
 }
@@ -225,53 +198,42 @@ TEST_F(LifeServiceTest, ActivityRunsWhileItHasTheFocus)
     life->stopFocus();
     EXPECT_THAT(calls(), ElementsAre("start p/a", "stop", "start p/b", "stop"));
     focus("p/a");
-    refusalOf([&] { life->setState("safeguard"); });
+    EXPECT_THROW(life->setState("safeguard"), LifeRefusal);
     EXPECT_THAT(calls(), ElementsAre("start p/a"));
     life->setState("safeguard", true);
     life->setState("solitary");
     focus("p/a");
     const FocusId anew = *focus("p/a", FocusRequest::kRestart);
     EXPECT_THAT(calls(), ElementsAre("stop", "start p/a", "stop", "start p/a"));
-    life->activityEnded(anew - 1, "late news");
-    EXPECT_THAT(calls(), IsEmpty());
-    life->activityEnded(anew, "by itself");
+    events.clear();
+    for (const FocusId stay : {anew - 1, anew, anew})  // news of an earlier stay end no later one
+        life->activityEnded(stay, "by itself");
     EXPECT_THAT(calls(), ElementsAre("stop")) << "always";
+    EXPECT_THAT(texts(), ElementsAre("focus after p/a lost 5: by itself"));
     focus("p/a");
     life->exit();
     life->exit();
-    EXPECT_EQ(refusalOf([&] { focus("p/b"); }), "the life service has ended");
+    EXPECT_THAT(errorOf([&] { focus("p/b"); }), HasSubstr("the life service has ended"));
     EXPECT_THAT(calls(), ElementsAre("start p/a", "stop"));
 }
 
 TEST_F(LifeServiceTest, ActivityThatMayNotRunLeavesTheFocusAloneAndOneThatFailsTakesItAway)
 {
     life->setRunner(&runner);
-    runner.refused = "p/refused";
-    runner.broken = "p/broken";
+    runner.react = failing<KRError>({"start p/broken"});
     EXPECT_THROW(focus("p/broken"), KRError);
     EXPECT_THAT(events, IsEmpty());
-    focus("p/a");
-    EXPECT_EQ(refusalOf([&] { focus("p/refused"); }), "no");
-    EXPECT_EQ(life->focusedActivity(), "p/a");
-    EXPECT_THROW(focus("p/broken"), KRError);
-    EXPECT_EQ(life->focusedActivity(), "");
-    EXPECT_THAT(events.back().reason, HasSubstr("'p/broken' was to follow"));
-    EXPECT_THAT(life->getFocusHistory(9), ElementsAre("p/a", ""));
-    EXPECT_TRUE(focus("p/a")) << "a start or stop that failed stands in nobody's way";
-}
-
-TEST_F(LifeServiceTest, EndOfAnEarlierStayEndsNoLaterOne)
-{
-    const FocusId first = *focus("p/a");
-    const FocusId second = *focus("p/a", FocusRequest::kRestart);
-    life->activityEnded(first, "late news");
-    EXPECT_EQ(life->focusedActivity(), "p/a");
-    life->activityEnded(second, "it has ended");
-    life->activityEnded(second, "it has ended");
-    EXPECT_EQ(life->focusedActivity(), "");
-    ASSERT_EQ(events.size(), 3U);
-    EXPECT_EQ(events.back().lost, second);
-    EXPECT_EQ(events.back().reason, "it has ended");
+    for (const std::string broken : {"p/broken", "p/a"}) {
+        runner.react = failing<LifeRefusal>({"check p/refused"});
+        EXPECT_TRUE(focus("p/a")) << "a start or stop that failed stands in nobody's way";
+        EXPECT_THROW(focus("p/refused"), LifeRefusal);
+        EXPECT_EQ(life->focusedActivity(), "p/a");
+        runner.react = failing<KRError>({"start " + broken, "stop"});
+        EXPECT_THROW(focus(broken, FocusRequest::kRestart), KRError);
+        EXPECT_EQ(life->focusedActivity(), "");
+        EXPECT_THAT(events.back().reason, HasSubstr("'" + broken + "' was to follow"));
+    }
+    EXPECT_THAT(life->getFocusHistory(9), ElementsAre("p/a", "", "p/a", ""));
 }
 
 /// Real threads, as only they can come in between.
@@ -284,7 +246,9 @@ TEST_F(LifeServiceTest, ThreadsTakeTurnsAndWhoIsInsideOfAStartCannot)
     for (const auto& end : ends) {
         std::thread other;
         std::promise<void> trying;
-        runner.onStart = [&] {
+        runner.react = [&](const std::string& call) {
+            if (call != "start p/a")
+                return;
             EXPECT_THROW(life->stopFocus(), KRError);
             EXPECT_THROW(focus("p/b"), KRError);
             life->setState("interactive", true);  // stands in nobody's way
@@ -303,7 +267,7 @@ TEST_F(LifeServiceTest, ThreadsTakeTurnsAndWhoIsInsideOfAStartCannot)
     }
 
     constexpr int kSwitches = 500;
-    runner.onStart = nullptr;
+    runner.react = [](const std::string&) {};
     const auto switchOften = [&](const std::string& activity) {
         for (int i = 0; i < kSwitches; ++i)
             life->switchFocus({activity, FocusRequest::kRestart, {}, false});
@@ -320,7 +284,10 @@ TEST_F(LifeServiceTest, ThreadsTakeTurnsAndWhoIsInsideOfAStartCannot)
 
 TEST_F(LifeServiceTest, HistoriesAndStatisticsTellWhatWas)
 {
-    EXPECT_THAT(life->getFocusHistory(2), IsEmpty());
+    const auto history = [&](const std::string& of, int depth) {
+        return service->call<std::vector<std::string>>("get" + of + "History", depth);
+    };
+    EXPECT_THAT(history("Focus", 2), IsEmpty());
     focus("p/a");
     platform.advance(milliseconds(1600));
     life->stopFocus();
@@ -328,30 +295,27 @@ TEST_F(LifeServiceTest, HistoriesAndStatisticsTellWhatWas)
     focus("p/a");
     platform.advance(milliseconds(1500));
     life->setState("interactive");
-    EXPECT_THAT(life->getFocusHistory(3), ElementsAre("", "p/b", "p/a"));
-    EXPECT_THAT(life->getStateHistory(9), ElementsAre("solitary", "interactive"));
-    EXPECT_THAT(life->getStateHistory(1), ElementsAre("interactive"));
+    EXPECT_THAT(history("Focus", 3), ElementsAre("", "p/b", "p/a"));
+    EXPECT_THAT(history("State", 9), ElementsAre("solitary", "interactive"));
     EXPECT_THROW(life->getStateHistory(0), KRError);
     EXPECT_THROW(life->getFocusHistory(-1), KRError);
-    EXPECT_THAT(life->getAutonomousActivityStatistics(),
+    using Statistics = std::map<std::string, std::map<std::string, int>>;
+    EXPECT_THAT(service->call<Statistics>("getAutonomousActivityStatistics"),
                 ElementsAre(Pair("p/a", ElementsAre(Pair("focusCount", 2), Pair("focusTime", 3))),
                             Pair("p/b", ElementsAre(Pair("focusCount", 1), Pair("focusTime", 0)))));
-    EXPECT_EQ(life->getLifeTime(), 3);
-    constexpr int kMore = 200;
-    for (int i = 0; i < kMore; ++i) {
+    EXPECT_EQ(service->call<int>("getLifeTime"), 3);
+    for (std::size_t i = 0; i < LifeService::kMaxHistory + 7; ++i) {
         focus("p/" + std::to_string(i));
         life->setState(i % 2 == 0 ? "solitary" : "interactive");
     }
-    const std::vector<std::string> kept = life->getFocusHistory(1000);
-    EXPECT_EQ(kept.size(), LifeService::kMaxHistory);
-    EXPECT_EQ(kept.front(), "p/" + std::to_string(kMore - LifeService::kMaxHistory));
-    EXPECT_EQ(kept.back(), "p/199");
-    EXPECT_EQ(life->getStateHistory(1000).size(), LifeService::kMaxHistory);
+    EXPECT_EQ(history("Focus", 1000).size(), LifeService::kMaxHistory);
+    EXPECT_EQ(history("Focus", 1000).front(), "p/7");
+    EXPECT_EQ(history("State", 1000).size(), LifeService::kMaxHistory);
 }
 
 TEST_F(LifeServiceTest, TimedFreezeEndsByItselfAndNeverShortensALongerOne)
 {
-    life->freezeChain("Legs", 3);
+    service->call("freezeChainFor", "Legs", 3);
     platform.advance(seconds(2));
     life->freezeChain("Legs", 2);  // to the 4th second
     platform.advance(milliseconds(1999));
@@ -359,18 +323,22 @@ TEST_F(LifeServiceTest, TimedFreezeEndsByItselfAndNeverShortensALongerOne)
     platform.advance(milliseconds(1));
     EXPECT_THAT(life->getFrozenChains(), IsEmpty());
     life->freezeChain("Legs", 1);
-    life->freezeChain("Legs");  // without end
+    service->call("freezeChain", "Legs");  // without end
     life->freezeChain("Legs", 1);
     life->freezeChain("Arms", 9);
     life->freezeChain("Arms", 1);
     platform.advance(seconds(8));
-    EXPECT_THAT(life->getFrozenChains(), ElementsAre("Arms", "Legs"));
+    EXPECT_THAT(service->call<std::vector<std::string>>("getFrozenChains"),
+                ElementsAre("Arms", "Legs"));
     platform.advance(seconds(2));
-    life->unfreezeChain("Legs");
-    life->unfreezeChain("Legs");
+    for (int i = 0; i < 2; ++i)
+        service->call("unfreezeChain", "Legs");
     EXPECT_THAT(texts(),
                 ElementsAre("chain Legs on", "chain Legs: its time is over", "chain Legs on",
                             "chain Arms on", "chain Arms: its time is over", "chain Legs"));
+    EXPECT_THROW(life->freezeChain("Tail"), KRError);
+    EXPECT_THROW(life->unfreezeChain(""), KRError);
+    EXPECT_THROW(life->freezeChain("Head", 0), KRError);
 
     // The end of a freeze that was lifted must not end the next one.
     life->freezeChain("Head", 1);
@@ -378,51 +346,8 @@ TEST_F(LifeServiceTest, TimedFreezeEndsByItselfAndNeverShortensALongerOne)
     life->freezeChain("Head", 5);
     platform.advance(seconds(2));
     EXPECT_THAT(life->getFrozenChains(), ElementsAre("Head"));
-}
-
-TEST_F(LifeServiceTest, FreezeOfAnUnknownChainOrForNoTimeIsAnError)
-{
-    EXPECT_THROW(life->freezeChain("Tail"), KRError);
-    EXPECT_THROW(life->unfreezeChain(""), KRError);
-    EXPECT_THROW(life->freezeChain("Head", 0), KRError);
-    EXPECT_THROW(life->freezeChain("Head", -3), KRError);
-}
-
-TEST_F(LifeServiceTest, IsReachedAsAService)
-{
-    const auto proxy = platform.broker->getProxy("KRNimbra");
-    proxy->call("setState", "disabled");
-    EXPECT_THROW(proxy->call("setState", "solitary"), KRError);
-    proxy->call("forceState", "solitary");
-    for (const bool on : {true, false}) {
-        proxy->call("setAsleep", on);
-        EXPECT_EQ(proxy->call<bool>("isAsleep"), on);
-        proxy->call(on ? "blockAutonomousFocus" : "unblockAutonomousFocus");
-        EXPECT_EQ(proxy->call<bool>("isAutonomousFocusBlocked"), on);
-    }
-    proxy->call("switchFocus", "p/a");
-    EXPECT_EQ(proxy->call<std::string>("focusedActivity"), "p/a");
-    proxy->call("stopFocus");
-    EXPECT_EQ(events.back().kind, LifeEvent::Kind::focus);
-    proxy->call("stopAll");
-    EXPECT_EQ(events.back().kind, LifeEvent::Kind::everythingStopped);
-    proxy->call("freezeChain", "Arms");
-    proxy->call("freezeChain", "Legs");
-    proxy->call("freezeChainFor", "Head", 1);
-    proxy->call("unfreezeChain", "Arms");
-    using Texts = std::vector<std::string>;
-    EXPECT_EQ(proxy->call<Texts>("getFrozenChains"), (Texts{"Head", "Legs"}));
-    EXPECT_EQ(proxy->call<Texts>("getFocusHistory", 2), (Texts{"p/a", ""}));
-    EXPECT_EQ(proxy->call<Texts>("getStateHistory", 2), (Texts{"disabled", "solitary"}));
-    platform.advance(seconds(1));
-    EXPECT_EQ(proxy->call<Texts>("getFrozenChains"), Texts{"Legs"});
-    EXPECT_EQ(proxy->call<int>("getLifeTime"), 1);
-    proxy->call("freezeChainFor", "Head", 1);
-    using Statistics = std::map<std::string, std::map<std::string, int>>;
-    EXPECT_EQ(proxy->call<Statistics>("getAutonomousActivityStatistics")["p/a"]["focusCount"], 1);
-    // Gone while a freeze is pending: its end must not reach the service any more.
-    life.reset();
-    platform.advance(seconds(2));
+    life.reset();  // nor reach the service when it is gone
+    platform.advance(seconds(9));
 }
 
 }  // namespace

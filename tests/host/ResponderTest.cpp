@@ -6,8 +6,6 @@
 namespace KR {
 namespace {
 
-using Parameters = std::map<std::string, KRValue>;
-
 /// Notes each event in a few words.
 class Notes : public TimelineRenderer {
 public:
@@ -122,9 +120,9 @@ TEST_F(ResponderTest, WaitsAgainWhileItsRuleIsActiveAnewAndIsForgottenWithAllTha
                             "wait c for the end of: a"));
     responder.processActions({b}, {});
     told();
-    life->stopAll("enough");
-    EXPECT_THAT(told(), ElementsAre("focus enough", "drop c everything was stopped",
-                                    "drop b everything was stopped"));
+    responder.processActions({rule("all", {ActionItemStopAll, {{"Reason", "enough"}}})}, {});
+    EXPECT_THAT(told(), ElementsAre("hit all", "focus all enough", "drop c everything was stopped",
+                                    "drop b everything was stopped", "step all StopAll done0"));
 }
 
 TEST_F(ResponderTest, RulesComeBeforeAnActivityButNotBeforeThemselvesNorBeforeTheirOwn)
@@ -168,46 +166,72 @@ TEST_F(ResponderTest, EachCircleIsWarnedAboutOnce)
 
 TEST_F(ResponderTest, StepsDoWhatTheirParametersSay)
 {
+    std::string sets;
+    platform.addService("Eyes", "setConfigurationSet",
+                        [&](const std::string& set) { sets += set; });
     const struct {
         std::int32_t type;
-        Parameters parameters;
-        const char* result;
-        const char* text;
+        std::map<std::string, KRValue> parameters;
+        const char* result;  ///< how the step is described, and what comes of it
     } rows[] = {
-        {1, {{"Activity", "x"}}, "done ", "SwitchFocus x"},
-        {1, {{"Activity", "x"}}, "done it has the focus already", "SwitchFocus x"},
-        {1, {{"Activity", "x"}, {"Flags", 0}}, "done it has the focus already", "SwitchFocus x"},
-        {1, {{"Activity", "x"}, {"Flags", 1}}, "done ", "SwitchFocus x"},
-        {1, {}, "failed the parameter Activity is missing", "SwitchFocus ?"},
+        {1, {{"Activity", "x"}}, "SwitchFocus x: done "},
+        {1, {{"Activity", "x"}, {"Flags", 0}}, "SwitchFocus x: done it has the focus already"},
+        {1, {{"Activity", "x"}, {"Flags", 1}}, "SwitchFocus x: done "},
+        {1, {{"Activity", "x"}, {"Flags", 8}}, "SwitchFocus x: failed unknown flags 8"},
+        {1, {}, "SwitchFocus ?: failed the parameter Activity is missing"},
+        {2, {{"Reason", "enough"}}, "StopFocus: done "},
+        {1, {{"Activity", "x"}, {"Reason", "why"}}, "SwitchFocus x: done "},
         {6,
          {{"State", "safeguard"}, {"Force", false}},
-         "refused 'x' has the focus and may not run in 'safeguard'",
-         "SetState safeguard"},
-        {6, {{"State", "disabled"}, {"Force", true}}, "done ", "SetState disabled, forced"},
-        {6, {{"State", "solitary"}}, "refused leaving 'disabled' needs force", "SetState solitary"},
-        {6, {{"State", "solitary"}, {"Force", 1}}, "done ", "SetState solitary, forced"},
-        {9, {{"Chain", "Head"}, {"Duration", 2}}, "done ", "FreezeChain Head for 2 s"},
-        {9, {{"Chain", "Legs"}}, "done ", "FreezeChain Legs"},
-        {4, {}, "done ", "BlockAutonomousFocus"},
-        {1, {{"Activity", "x"}}, "refused autonomous focus is blocked", "SwitchFocus x"},
+         "SetState safeguard: refused 'x' has the focus and may not run in 'safeguard'"},
+        {6, {{"State", "disabled"}, {"Force", true}}, "SetState disabled, forced: done "},
+        {6, {{"State", "solitary"}}, "SetState solitary: refused leaving 'disabled' needs force"},
+        {6, {{"State", "solitary"}, {"Force", 1}}, "SetState solitary, forced: done "},
+        {9, {{"Chain", "Head"}, {"Duration", 2}}, "FreezeChain Head for 2 s: done "},
+        {9, {{"Chain", "Legs"}}, "FreezeChain Legs: done "},
+        {9, {{"Chain", "Arms"}}, "FreezeChain Arms: done "},
+        {9, {{"Chain", "Tail"}}, "FreezeChain Tail: failed there is no chain 'Tail'"},
+        {10, {{"Chain", "Arms"}}, "UnfreezeChain Arms: done "},
+        {4, {}, "BlockAutonomousFocus: done "},
+        {1, {{"Activity", "x"}}, "SwitchFocus x: refused autonomous focus is blocked"},
+        {5, {}, "UnblockAutonomousFocus: done "},
+        {1, {{"Activity", "x"}}, "SwitchFocus x: done "},
+        {7,
+         {{"Module", "Eyes"}, {"ConfigurationSet", "day"}},
+         "SetConfiguration Eyes \"day\": done "},
         {8,
          {{"Module", "KRNimbra"}, {"Method", "getState"}},
-         "done = \"solitary\"",
-         "ApiCall KRNimbra.getState()"},
+         "ApiCall KRNimbra.getState(): done = \"solitary\""},
         {8,
          {{"Module", "KRNimbra"}, {"Method", 7}},
-         "failed a call needs the text parameter Method",
-         "ApiCall ?"},
-        {11, {}, "failed there is no step type 11", "step of type 11"},
+         "ApiCall ?: failed a call needs the text parameter Method"},
+        {11, {}, "step of type 11: failed there is no step type 11"},
     };
     for (const auto& row : rows) {
         const AutonomousActionItem item{row.type, row.parameters};
         const StepResult result = ActionRunner(*life).run(item);
-        EXPECT_EQ(stepOutcomeName(result.outcome) + (" " + result.reason), row.result);
-        EXPECT_EQ(describeStep(item), row.text);
+        EXPECT_EQ(describeStep(item) + ": " + stepOutcomeName(result.outcome) + " " + result.reason,
+                  row.result);
     }
     platform.advance(std::chrono::seconds(2));
     EXPECT_THAT(life->getFrozenChains(), ElementsAre("Legs"));
+    EXPECT_EQ(sets, "day");
+    EXPECT_THAT(lines, testing::IsSupersetOf({"focus enough", "focus x why"}));
+}
+
+TEST_F(ResponderTest, StepThatIsRefusedOrFailsDropsTheRestOfItsActionOnly)
+{
+    std::list<AutonomousAction> actions{rule("fails", call("none")), rule("refused", focusOn("x")),
+                                        rule("last", {ActionItemStopFocus, {}})};
+    for (AutonomousAction& each : actions)
+        each.items.push_back({ActionItemUnblockAutonomousFocus, {}});
+    life->blockAutonomousFocus();
+    lines.clear();
+    responder.processActions(actions, {});
+    EXPECT_THAT(told(),
+                ElementsAre("hit fails", HasSubstr("failed1"), "hit refused",
+                            HasSubstr("blocked refused1"), "hit last", "step last StopFocus done1",
+                            "life last", "step last UnblockAutonomousFocus done0"));
 }
 
 TEST_F(ResponderTest, OfWhatIsToBeDoneOnNewPluginsTheLastCounts)

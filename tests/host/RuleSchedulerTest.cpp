@@ -6,12 +6,6 @@
 namespace KR {
 namespace {
 
-/// One hit: a rule and those that it names in executeAfterIfSimultaneouslyTrue.
-struct Hit {
-    std::string rule;
-    std::vector<std::string> after;
-};
-
 std::vector<std::string> namesOf(const std::vector<PendingAction>& actions)
 {
     std::vector<std::string> names;
@@ -21,54 +15,11 @@ std::vector<std::string> namesOf(const std::vector<PendingAction>& actions)
     return names;
 }
 
-TEST(HitListOrder, IsThatOfTheNamedRulesAndOtherwiseUnchanged)
-{
-    using Names = std::vector<std::string>;
-    const struct {
-        const char* description;
-        std::vector<Hit> hits;
-        Names order;
-        std::vector<Names> cycles = {};
-    } rows[] = {
-        {"nothing named", {{"c", {}}, {"a", {}}, {"b", {}}}, {"c", "a", "b"}},
-        {"behind a later one, the rest stays",
-         {{"a", {"c"}}, {"b", {}}, {"c", {}}, {"d", {}}},
-         {"b", "c", "a", "d"}},
-        {"a chain", {{"a", {"b"}}, {"b", {"c"}}, {"c", {}}}, {"c", "b", "a"}},
-        {"several named, one not hit",
-         {{"a", {"b", "absent", "c"}}, {"b", {}}, {"c", {}}},
-         {"b", "c", "a"}},
-        {"itself named", {{"a", {"a"}}, {"b", {}}}, {"a", "b"}},
-        {"behind both hits of one rule", {{"b", {}}, {"a", {"b"}}, {"b", {}}}, {"b", "b", "a"}},
-        {"two in a circle", {{"a", {"b"}}, {"b", {"a"}}}, {"a", "b"}, {{"a", "b"}}},
-        {"only the circle is broken, not what is behind it",
-         {{"d", {"c"}}, {"a", {"b"}}, {"b", {"c"}}, {"c", {"a"}}},
-         {"a", "c", "d", "b"},
-         {{"a", "b", "c"}}},
-        {"two circles",
-         {{"a", {"b"}}, {"b", {"a"}}, {"x", {"y"}}, {"y", {"x"}}},
-         {"a", "b", "x", "y"},
-         {{"a", "b"}, {"x", "y"}}},
-    };
-    for (const auto& row : rows) {
-        std::vector<PendingAction> actions;
-        for (const Hit& hit : row.hits) {
-            actions.emplace_back();
-            actions.back().action.description = hit.rule;
-            actions.back().action.executeAfterIfSimultaneouslyTrue = hit.after;
-        }
-        RuleScheduler::Order order = RuleScheduler::inOrder(actions);
-        EXPECT_EQ(namesOf(order.actions), row.order) << row.description;
-        for (Names& cycle : order.cycles)
-            std::sort(cycle.begin(), cycle.end());
-        EXPECT_EQ(order.cycles, row.cycles) << row.description;
-    }
-}
-
 /// Plays a line of commands, in which an action is written as its name and what it waits for:
-///     a       @1.2  in hit list 1, second in turn       #5  with condition 5
+///     a       @1.2  in hit list 1, second in turn       #5  with condition 5, or focus 5
 ///     ~x  after the active rule x     >b  behind b in its hit list     !y  not while y is active
-/// Those that ask are followed by "=" and the answer.
+/// Those that ask are followed by "=" and the answer; "order" is answered with the order of the
+/// actions, and each circle in parentheses.
 class SchedulerPlay {
 public:
     void play(const std::string& line)
@@ -89,29 +40,32 @@ private:
         std::istringstream words(command);
         std::string verb;
         words >> verb;
-        if (verb == "begin" || verb == "end" || verb == "active") {
-            std::string rule;
-            FocusId focus = 0;
-            words >> rule >> focus;
-            if (verb == "active")
-                return scheduler_.isActive(rule) ? "yes" : "no";
-            verb == "begin" ? scheduler_.begin(rule) : scheduler_.end(rule, focus);
-        } else if (verb == "lost") {
-            FocusId focus = 0;
-            words >> focus;
-            scheduler_.focusLost(focus);
-        } else if (verb == "judge") {
+        if (verb == "order")
+            return orderOf(words);
+        const PendingAction pending = action(words);
+        const std::string& rule = pending.action.description;
+        const auto answer = [](bool yes) { return yes ? "yes" : "no"; };
+        if (verb == "active")
+            return answer(scheduler_.isActive(rule));
+        if (verb == "wait")
+            return answer(scheduler_.wait(pending));
+        if (verb == "ready")
+            return answer(scheduler_.hasReady());
+        if (verb == "take")
+            return joined("", namesOf(scheduler_.takeReady()));
+        if (verb == "drop")
+            return joined("", namesOf(scheduler_.dropWaiting()));
+        if (verb == "judge") {
             static const char* const kNames[] = {"run", "skip", "wait"};
-            const RuleScheduler::Verdict verdict = scheduler_.judge(action(words));
+            const RuleScheduler::Verdict verdict = scheduler_.judge(pending);
             return joined(kNames[static_cast<int>(verdict.kind)], verdict.because);
-        } else if (verb == "wait") {
-            return scheduler_.wait(action(words)) ? "yes" : "no";
-        } else if (verb == "ready") {
-            return scheduler_.hasReady() ? "yes" : "no";
-        } else {
-            return joined(
-                "", namesOf(verb == "take" ? scheduler_.takeReady() : scheduler_.dropWaiting()));
         }
+        if (verb == "begin")
+            scheduler_.begin(rule);
+        else if (verb == "end")
+            scheduler_.end(rule, pending.action.conditionId);
+        else
+            scheduler_.focusLost(pending.action.conditionId);
         return "";
     }
     static std::string joined(std::string text, const std::vector<std::string>& names)
@@ -120,22 +74,40 @@ private:
             text += (text.empty() ? "" : " ") + name;
         return text;
     }
-    static PendingAction action(std::istringstream& words)
+    static std::string orderOf(std::istream& words)
+    {
+        std::vector<PendingAction> actions;
+        for (std::string each; std::getline(words, each, ',');) {
+            std::istringstream one(each);
+            actions.push_back(action(one));
+        }
+        RuleScheduler::Order order = RuleScheduler::inOrder(std::move(actions));
+        std::string result = joined("", namesOf(order.actions));
+        for (std::vector<std::string>& cycle : order.cycles) {
+            std::sort(cycle.begin(), cycle.end());
+            result += " (" + joined("", cycle) + ")";
+        }
+        return result;
+    }
+    static PendingAction action(std::istream& words)
     {
         PendingAction result;
-        words >> result.action.description;
+        AutonomousAction& action = result.action;
         for (std::string word; words >> word;) {
             const std::string rest = word.substr(1);
             if (word[0] == '@') {
                 result.hitList = std::stoul(rest);
                 result.turn = std::stoul(rest.substr(rest.find('.') + 1));
             } else if (word[0] == '#') {
-                result.action.conditionId = static_cast<std::uint32_t>(std::stoul(rest));
+                action.conditionId = static_cast<std::uint32_t>(std::stoul(rest));
+            } else if (word[0] == '~') {
+                action.executeAfterActiveRules.push_back(rest);
+            } else if (word[0] == '>') {
+                action.executeAfterIfSimultaneouslyTrue.push_back(rest);
+            } else if (word[0] == '!') {
+                action.skipIfRulesActive.push_back(rest);
             } else {
-                auto& list = word[0] == '~'   ? result.action.executeAfterActiveRules
-                             : word[0] == '>' ? result.action.executeAfterIfSimultaneouslyTrue
-                                              : result.action.skipIfRulesActive;
-                list.push_back(rest);
+                action.description = word;
             }
         }
         return result;
@@ -144,18 +116,28 @@ private:
     RuleScheduler scheduler_;
 };
 
-TEST(RuleSchedulerTest, RunsSkipsAndHoldsBack)
+TEST(RuleSchedulerTest, OrdersRunsSkipsAndHoldsBack)
 {
     const std::pair<const char*, const char*> rows[] = {
+        {"hits stay as they are where nothing is named", "order c, a, b = c a b"},
+        {"behind a later one, the rest stays", "order a >c, b, c, d = b c a d"},
+        {"a chain", "order a >b, b >c, c = c b a"},
+        {"several named, one not hit", "order a >b >absent >c, b, c = b c a"},
+        {"itself named", "order a >a, b = a b"},
+        {"behind both hits of one rule", "order b, a >b, b = b b a"},
+        {"only the circle is broken, not what is behind it",
+         "order d >c, a >b, b >c, c >a = a c d b (a b c)"},
+        {"two circles", "order a >b, b >a, x >y, y >x = a b x y (a b) (x y)"},
         {"active until its steps have ended", "begin a;active a = yes;end a;active a = no"},
         {"active until the focus that it took is lost, and as often as it runs",
-         "begin a;end a 2;lost 1;active a = yes;begin a;end a;active a = yes;lost 2;active a = no"},
+         "begin a;end a #2;lost #1;active a = yes;begin a;end a;active a = yes;lost #2;active a = "
+         "no"},
         {"focus lost before its steps have ended",
-         "begin a;lost 3;active a = yes;end a 3;active a = no"},
+         "begin a;lost #3;active a = yes;end a #3;active a = no"},
         {"a lost focus takes all before it along, and no later one",
-         "begin a;end a 2;begin b;end b 3;begin c;end c 4;begin d;end d 3;lost 3;"
+         "begin a;end a #2;begin b;end b #3;begin c;end c #4;begin d;end d #3;lost #3;"
          "active a = no;active b = no;active d = no;active c = yes;"
-         "lost 1;begin a;end a 3;active a = no;lost 4;active c = no"},
+         "lost #1;begin a;end a #3;active a = no;lost #4;active c = no"},
         {"skip beats wait, and the rules are named; a rule may name itself",
          "judge a !x !a ~y ~z = run;begin z;judge a !x !a ~y ~z = wait z;"
          "begin y;judge a !x !a ~y ~z = wait y z;begin a;judge a !x !a ~y ~z = skip a;"
@@ -168,7 +150,8 @@ TEST(RuleSchedulerTest, RunsSkipsAndHoldsBack)
          "end x;ready = yes;take = b"},
         {"the rule ends between verdict and waiting",
          "begin x;judge a ~x = wait x;end x;wait a ~x;ready = yes;take = a"},
-        {"a lost focus wakes", "begin x;end x 1;wait a ~x;ready = no;lost 1;ready = yes;take = a"},
+        {"a lost focus wakes",
+         "begin x;end x #1;wait a ~x;ready = no;lost #1;ready = yes;take = a"},
         {"the rest stays in its order",
          "begin x;begin y;wait a ~x;wait b ~y;wait c ~x;end y;ready = yes;take = b;end x;take = a "
          "c"},
@@ -182,8 +165,8 @@ TEST(RuleSchedulerTest, RunsSkipsAndHoldsBack)
         {"behind both actions of a rule",
          "begin x;begin y;wait a #1 @1.1 ~x;wait a #2 @1.2 ~y;wait b @1.3 >a;end x;take = a;"
          "judge b @1.3 >a = wait a;end y;take = a b"},
-        {"a circle in which one waits does not wait forever",
-         "begin x;wait a @1.1 >b ~x;wait b @1.2 >a;end x;take = a b"},
+        {"one that names itself, and a circle in which one waits, do not wait forever",
+         "begin x;wait a @1.1 >a >b ~x;wait b @1.2 >a;end x;take = a b"},
         {"dropped ones are forgotten altogether",
          "begin x;wait a @1.1 ~x;wait b @1.2 >a;drop = a b;ready = no;judge b @1.2 >a = run;"
          "wait a ~x = yes;ready = no;end x;ready = yes;take = a;drop = "},
