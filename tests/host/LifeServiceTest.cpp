@@ -69,10 +69,6 @@ protected:
                              (event.reason.empty() ? "" : ": " + event.reason));
         return result;
     }
-    KRValue inMemory(const std::string& what)
-    {
-        return platform.memory().getData("Nimbra/" + what);
-    }
     /// What the runner was told to do since the last call.
     std::vector<std::string> calls() { return std::exchange(runner.calls, {}); }
 
@@ -87,9 +83,12 @@ protected:
 
 TEST_F(LifeServiceTest, ChangesAreWrittenToMemoryAndTold)
 {
-    EXPECT_EQ(inMemory("State"), KRValue("solitary"));
-    EXPECT_EQ(inMemory("Asleep"), KRValue(false));
-    EXPECT_EQ(inMemory("FocusedActivity"), KRValue(""));
+    const auto expectInMemory = [&](const char* state, bool asleep, const char* focused) {
+        EXPECT_EQ(platform.memory().getData("Nimbra/State"), KRValue(state));
+        EXPECT_EQ(platform.memory().getData("Nimbra/Asleep"), KRValue(asleep));
+        EXPECT_EQ(platform.memory().getData("Nimbra/FocusedActivity"), KRValue(focused));
+    };
+    expectInMemory("solitary", false, "");
     const auto doTwice = [&](const auto&... call) {
         service->call(call...), service->call(call...);
     };
@@ -101,14 +100,12 @@ TEST_F(LifeServiceTest, ChangesAreWrittenToMemoryAndTold)
     doTwice("unblockAutonomousFocus");
     doTwice("switchFocus", "p/a");
     service->call("switchFocus", "p/b");
-    EXPECT_EQ(inMemory("FocusedActivity"), KRValue("p/b"));
+    expectInMemory("interactive", true, "p/b");
     EXPECT_EQ(service->call<std::string>("focusedActivity"), "p/b");
     doTwice("stopFocus");
     doTwice("stopAll");
-    EXPECT_EQ(inMemory("State"), KRValue("interactive"));
-    EXPECT_EQ(inMemory("Asleep"), KRValue(true));
+    expectInMemory("interactive", true, "");
     EXPECT_TRUE(service->call<bool>("isAsleep"));
-    EXPECT_EQ(inMemory("FocusedActivity"), KRValue(""));
     EXPECT_THAT(texts(), ElementsAre("state interactive after solitary", "asleep on", "block on",
                                      "block", "focus p/a", "focus p/b after p/a lost 1",
                                      "focus after p/b lost 2", "all", "all"));

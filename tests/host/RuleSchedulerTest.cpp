@@ -93,6 +93,10 @@ private:
     {
         PendingAction result;
         AutonomousAction& action = result.action;
+        const std::map<char, std::vector<std::string>*> lists{
+            {'~', &action.executeAfterActiveRules},
+            {'>', &action.executeAfterIfSimultaneouslyTrue},
+            {'!', &action.skipIfRulesActive}};
         for (std::string word; words >> word;) {
             const std::string rest = word.substr(1);
             if (word[0] == '@') {
@@ -100,12 +104,8 @@ private:
                 result.turn = std::stoul(rest.substr(rest.find('.') + 1));
             } else if (word[0] == '#') {
                 action.conditionId = static_cast<std::uint32_t>(std::stoul(rest));
-            } else if (word[0] == '~') {
-                action.executeAfterActiveRules.push_back(rest);
-            } else if (word[0] == '>') {
-                action.executeAfterIfSimultaneouslyTrue.push_back(rest);
-            } else if (word[0] == '!') {
-                action.skipIfRulesActive.push_back(rest);
+            } else if (lists.count(word[0])) {
+                lists.at(word[0])->push_back(rest);
             } else {
                 action.description = word;
             }
