@@ -147,6 +147,17 @@ TEST_F(ActivitiesTest, PackagesTakeEffectAtTheVirtualInstantAndEndWhatRunsWhenTh
     call("KRNimbra", "setAsleep", true);
     EXPECT_THAT(kept("new/go"), ElementsAre("canRunInSleep"));
     EXPECT_THAT(running(), ElementsAre("new/go")) << "what runs is not ended by the context";
+    bool asleepAgain = false;
+    const auto unfollow =
+        vo::import("ContextPermission").object()->followProperty("permissions", [&](const auto&) {
+            if (!std::exchange(asleepAgain, true)) {
+                host->life().setAsleep(true);
+                failureOf("p/none");
+            }
+        });
+    call("KRNimbra", "setAsleep", false);
+    unfollow();
+    EXPECT_THAT(kept("new/go"), ElementsAre("canRunInSleep")) << "changed during the refresh";
     call("KRNimbra", "setAsleep", false);
 
     // The news of the old package's removal come when the new one has the focus already.
