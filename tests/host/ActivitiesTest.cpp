@@ -1,6 +1,7 @@
 #include <future>
 #include <sys/stat.h>
 
+#include "robot/KRTextToSpeech.h"
 #include "tests/host/HostTest.h"
 #include "tests/support/Deadline.h"
 
@@ -140,6 +141,8 @@ TEST_F(ActivitiesTest, PackagesTakeEffectAtTheVirtualInstantAndEndWhatRunsWhenTh
     install();
     EXPECT_THAT(host->launchpad().getAutonomousActivityNames(), ElementsAre("new/go"));
     EXPECT_THAT(kept("new/go"), ElementsAre("language"));
+    vo::Application::current().session().unregisterService("KRTextToSpeech");
+    const auto other = KRModule::createModule<KRTextToSpeech>(host->life().getParentBroker());
     call("KRTextToSpeech", "setLanguage", "French");
     EXPECT_THAT(kept("new/go"), IsEmpty());
     raise("B", 1);
