@@ -1,5 +1,7 @@
 #include "host/ConfigurationCheck.h"
+#include "host/KeyCheck.h"
 #include "host/KnownRobot.h"
+#include "host/Nearest.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Testing.h"
 
@@ -13,13 +15,12 @@ protected:
         const std::string head = "ConfigurationDescription: d\nConfigurationVersion: \"2.0\"\n";
         return inspectConfiguration(folder.write("f.cfg", head + rest), keys);
     }
-    static std::vector<std::string> texts(const std::vector<ConfigurationProblem>& problems)
+    static std::string texts(const std::vector<ConfigurationProblem>& problems)
     {
-        std::vector<std::string> result;
+        std::string result;
         for (const ConfigurationProblem& problem : problems)
-            result.push_back(std::to_string(problem.line) + ":" + std::to_string(problem.column) +
-                             " " + problem.text + (problem.expected.empty() ? "" : " > ") +
-                             problem.expected);
+            result += std::to_string(problem.line) + ":" + std::to_string(problem.column) + " " +
+                      problem.text + "\n";
         return result;
     }
 
@@ -58,31 +59,30 @@ AutonomousActions:
 --- second
 )";
     const ConfigurationReport report = inspect(text, &robot.keys());
-    EXPECT_THAT(
+    EXPECT_EQ(
         texts(report.warnings),
-        ElementsAre(
-            "3:1 a configuration file has no key 'AutonomousAction'; did you mean "
-            "'AutonomousActions'?",
-            "5:1 'Plugins' is given twice; the first one counts",
-            "8:4 a rule has no key 'ExecuteAfterActiveRules'; did you mean "
-            "'ExcuteAfterActiveRules'?",
-            "8:32 a rule has no key 'SkipIfRuleActive'; did you mean 'SkipIfRulesActive'?",
-            "8:53 a rule has no key ''", "8:61 'Description' is given twice; the first one counts",
-            "9:34 no rule is called 'greet somebodi'; did you mean 'greet somebody'?",
-            "11:38 no rule is called 'nobody'",
-            "12:23 StopAll has no key 'Resaon'; did you mean 'Reason'?",
-            "12:45 StopAll has no key 'State'",
-            "14:70 a step has no key 'Acton'; did you mean 'Action'?",
-            "16:54 BlockAutonomousFocus has no key 'Reason'",
-            "18:52 ApiCall has no key 'Methd'; did you mean 'Method'?",
-            "19:17 the Description is empty", "20:17 the rule of line 13 is called 'farewell', too",
-            "22:1 the document ends above; from here on nothing is read"));
-    EXPECT_THAT(texts(report.problems),
-                ElementsAre("9:66 Itmes under SkipIfRulesActive must be strings. Ignoring it for: "
-                            "greet somebody",
-                            HasSubstr("17:13 Found Action item with invalid type: Fly inside of: "
-                                      "farewell, skipping it > one of SwitchFocus, StopFocus, "),
-                            HasSubstr("18:52 Skipping: ApiCall inside of: farewell: ")));
+        R"(3:1 a configuration file has no key 'AutonomousAction'; did you mean 'AutonomousActions'?
+5:1 'Plugins' is given twice; the first one counts
+8:4 a rule has no key 'ExecuteAfterActiveRules'; did you mean 'ExcuteAfterActiveRules'?
+8:32 a rule has no key 'SkipIfRuleActive'; did you mean 'SkipIfRulesActive'?
+8:53 a rule has no key ''
+8:61 'Description' is given twice; the first one counts
+9:34 no rule is called 'greet somebodi'; did you mean 'greet somebody'?
+11:38 no rule is called 'nobody'
+12:23 StopAll has no key 'Resaon'; did you mean 'Reason'?
+12:45 StopAll has no key 'State'
+14:70 a step has no key 'Acton'; did you mean 'Action'?
+16:54 BlockAutonomousFocus has no key 'Reason'
+18:52 ApiCall has no key 'Methd'; did you mean 'Method'?
+19:17 the Description is empty
+20:17 the rule of line 13 is called 'farewell', too
+22:1 the document ends above; from here on nothing is read
+)");
+    EXPECT_EQ(texts(report.problems),
+              R"(9:66 Itmes under SkipIfRulesActive must be strings. Ignoring it for: greet somebody
+17:13 Found Action item with invalid type: Fly inside of: farewell, skipping it
+18:52 Skipping: ApiCall inside of: farewell: a call has Module, Method and Args, but no "Methd"
+)");
     EXPECT_THAT(report.ruleNames(), ElementsAre("greet somebody", "farewell", "", "farewell"));
     EXPECT_THAT(inspect(text, nullptr).warnings, IsEmpty());
     EXPECT_EQ(inspectConfiguration(NIMBRA_TEST_DATA "/autonomy.cfg", &robot.keys()).warnings.size(),
@@ -92,20 +92,19 @@ AutonomousActions:
 TEST_F(ConfigurationCheckTest, FaultsOfTheWholeFileStandWhereTheyAre)
 {
     const std::string rules = "AutonomousActions:\n- {Description: a" + kRule + "}\n";
-    const std::pair<std::string, std::vector<std::string>> rows[] = {
-        {rules, {}},
+    const std::pair<std::string, const char*> rows[] = {
+        {rules, ""},
         {"Plugins: [HumanTracked, Human, PerceptionHeavy]\n" + rules,
-         {"3:25 there is no plugin 'Human' to add"}},
+         "3:25 there is no plugin 'Human' to add\n"},
         {"Plugins: HumanTracked\nDialogFocusPolicy: [a]\n" + rules,
-         {"3:10 Plugins must be a sequence", "4:20 DialogFocusPolicy must be a text"}},
-        {"AutonomousActions: {a: 1}\n", {"3:20 AutonomousActions must be a sequence"}},
-        {"", {"1:1 No AutonomousActions found in config file, skipping."}},
+         "3:10 Plugins must be a sequence\n4:20 DialogFocusPolicy must be a text\n"},
+        {"AutonomousActions: {a: 1}\n", "3:20 AutonomousActions must be a sequence\n"},
+        {"", "1:1 No AutonomousActions found in config file, skipping.\n"},
         {rules + "- {Description: b, Condition: [c]}\n- {Description: c" + kRule + "}\n- {}\n",
-         {"5:31 bad conversion, expected a text: loading stops here",
-          "7:3 Found an action without Description, skipping"}},
-        {"AutonomousActions:\n- Description: a\n  Condition: ''\n  Action: StopAll\n"
-         "  ExecuteAnyTimeConditionTrue: true\n",
-         {"5:14 the condition of 'a' is empty"}},
+         "5:31 bad conversion, expected a text: loading stops here\n"
+         "7:3 Found an action without Description, skipping\n"},
+        {"AutonomousActions: [{Description: a, Condition: ''" + kStopAll + "}]\n",
+         "3:49 the condition of 'a' is empty\n"},
     };
     for (const auto& [text, problems] : rows) {
         const ConfigurationReport report = inspect(text, &robot.keys());
@@ -118,14 +117,13 @@ TEST_F(ConfigurationCheckTest, FaultsOfTheWholeFileStandWhereTheyAre)
 
     // Where the condition does not stand as it is, its doubts stand at its beginning.
     const std::string begin = "- {Description: a, Condition: \"";
-    EXPECT_THAT(
-        texts(inspect("AutonomousActions:\n" + begin + "'TesselReady' && 'None'\"" + kStopAll +
-                          "}\n" + begin + "\\\"\\\" == 'None'\"" + kStopAll + "}",
-                      &robot.keys())
-                  .warnings),
-        ElementsAre("4:49 the condition of 'a': nobody publishes 'None'",
-                    "5:17 the rule of line 4 is called 'a', too",
-                    "5:31 the condition of 'a': nobody publishes 'None'"));
+    const std::string doubtful = "AutonomousActions:\n" + begin + "'TesselReady' && 'None'\"" +
+                                 kStopAll + "}\n" + begin + "\\\"\\\" == 'None'\"" + kStopAll + "}";
+    EXPECT_EQ(texts(inspect(doubtful, &robot.keys()).warnings),
+              R"(4:49 the condition of 'a': nobody publishes 'None'
+5:17 the rule of line 4 is called 'a', too
+5:31 the condition of 'a': nobody publishes 'None'
+)");
 
     // Names in every text could make a report as large as the file squared.
     std::string large = "AutonomousActions:\n- {Description: " + std::string(1'000'000, 'x') +
@@ -135,6 +133,86 @@ TEST_F(ConfigurationCheckTest, FaultsOfTheWholeFileStandWhereTheyAre)
     const ConfigurationReport cut = inspect(large + "]}\n", nullptr);
     EXPECT_TRUE(cut.isCut);
     EXPECT_EQ(cut.problems.size(), 16U);
+}
+
+TEST(KeyCheckTest, doubtsWhatNobodyPublishesAndWhatAKeyNeverHolds)
+{
+    KeyCatalogue keys;
+    keys.addPublished(KeyDescription::integer("Level", "").between(1, 5).emptyAs(-1), "p");
+    keys.addPublished(KeyDescription::text("Status", "").oneOf({"Low", "Full"}).emptyAs("None"),
+                      "p");
+    keys.addPublished(KeyDescription::boolean("Asleep", ""), "p");
+    keys.addPublished(KeyDescription::number("Distance", "").atLeast(-1), "p");
+    keys.addPublished(KeyDescription::text("Count/*/x", ""), "p");
+    keys.addPublished({"Any"}, "p");
+    keys.addPublished(KeyDescription::boolean("Flag", "").emptyAs(-1), "p");
+    keys.addRead("Read", "p");
+    // Conditions, and below each the doubts about it.
+    const std::string expected = R"('Level' == 5 || 'Level' == -1 || 'Level' > 4 || 'Level' < 0
+5 <= 'Level' && -1 >= 'Level' && 4 < 'Level' && 0 > 'Level'
+'Status' == "None" && 'Status' != "Low" || 'Count/a/x' == "b"
+'Asleep' == 1 && !'Asleep' && 'Distance' < 0.5 && 'Distance' == 2
+'Asleep' > false && true > 'Asleep' && 'Distance' <= -1 && 'Distance' > 1e9
+'Status' < "M" && 'Any' < 3 && 'Any' == "x" && 'Flag' > -2 && 'Level' == 'Status'
+'Status' < 3 || 'Level' > "a"
+  'Status' is never less than 3: it is text, "Low" or "Full"
+  'Level' is never more than "a": it is integer, 1 to 5
+'Asleep' < 0 || 'Asleep' > true || 'Flag' < -1
+  'Asleep' is never less than 0: it is boolean
+  'Asleep' is never more than true: it is boolean
+  'Flag' is never less than -1: it is boolean
+6 < 'Level' || -2 >= 'Level'
+  'Level' is never more than 6: it is integer, 1 to 5
+  'Level' is never as little as -2: it is integer, 1 to 5
+'Status' == "low" || 'Level' == 6 && 3 == 'Level' && 6 == 'Level' || 'Asleep' == 2
+  'Status' is never "low": it is text, "Low" or "Full"
+  'Level' is never 6: it is integer, 1 to 5
+  'Asleep' is never 2: it is boolean
+'Level' == 2.5 && 'Level' == "2" || 'Level' > 5 || 6 <= 'Level' || 'Distance' < -1
+  'Level' is never 2.5: it is integer, 1 to 5
+  'Level' is never "2": it is integer, 1 to 5
+  'Level' is never more than 5: it is integer, 1 to 5
+  'Level' is never as much as 6: it is integer, 1 to 5
+  'Distance' is never less than -1: it is number, -1 or more
+!('Levl' == 9) && 'Read'
+  nobody publishes 'Levl'; did you mean 'Level'?
+  nobody publishes 'Read'
+)";
+    std::string told;
+    std::istringstream lines(expected);
+    for (std::string line; std::getline(lines, line);) {
+        if (line[0] == ' ')
+            continue;
+        told += line + "\n";
+        for (const KeyDoubt& doubt : keyDoubts(parseCondition(line), keys))
+            told += "  " + doubt.text + "\n";
+    }
+    EXPECT_EQ(told, expected);
+}
+
+TEST(NearestTest, NearIsWhatAFewSlipsMakeOfAText)
+{
+    const std::string longest(200, 'x');
+    const struct {
+        std::string text;
+        std::vector<std::string> candidates;
+        std::string nearest;
+    } rows[] = {
+        {"Reason", {"Raeson", "Reasons", "Season"}, "Reasons"},  // the first of the nearest
+        {"Reason", {"son", "Read", "Reaction"}, ""},
+        {"Reason", {"Reas", "Riason"}, "Riason"},
+        {"elevenbytes1234", {"elevenbytes1999"}, "elevenbytes1999"},
+        {"elevenbytes123", {"elevenbytes999"}, ""},
+        {"a rule of twenty-five byt", {"b sule og twenty-four cyt"}, ""},
+        {"ab", {"b", "xy"}, "b"},
+        {"", {"a"}, ""},
+        {longest, {longest + "y"}, longest + "y"},
+        {longest + "y", {longest}, ""},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(nearestText(row.text, row.candidates), row.nearest) << row.text;
+    EXPECT_EQ(didYouMean("Flag", {"Force", "Flags"}), "; did you mean 'Flags'?");
+    EXPECT_EQ(didYouMean("Flag", {}), "");
 }
 
 }  // namespace

@@ -1,30 +1,23 @@
 #include <CLI/CLI.hpp>
+#include <boost/algorithm/string.hpp>
 #include <csignal>
-#include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "host/Host.h"
-#include "host/JsonTimeline.h"
 #include "host/PackageCommand.h"
 #include "host/PackageDescription.h"
 #include "host/PermissionsCommand.h"
 #include "host/SignalWatch.h"
 #include "host/StopRequest.h"
-#include "platform/vo/VirtualClock.h"
 #include "tests/packages/TestPackages.h"
+#include "tests/support/Testing.h"
 
 /// The commands about packages, and the packages that come with the program.
 namespace KR {
 namespace {
 
 namespace fs = std::filesystem;
-
-using testing::Each;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 const std::string kDemoPackages = NIMBRA_TEST_DATA "/packages";
 
@@ -106,13 +99,15 @@ TEST_F(PackageCommandTest, signal_ends_a_look_into_an_archive_and_leaves_nothing
 
 TEST(SignalWatchTest, first_signal_stays_and_a_terminal_that_closes_says_so_twice)
 {
-    const auto watched = [](const std::vector<int>& signals) {
+    const auto watched = [](const std::vector<int>& signals, void (*hangUp)(int) = SIG_DFL) {
         return inAProcess([&] {
+            std::signal(SIGHUP, hangUp);
             StopRequest stop;
             const SignalWatch watch(stop);
             for (const int signal : signals) {
                 ::kill(::getpid(), signal);
-                stop.wait();
+                if (signal != SIGHUP || hangUp != SIG_IGN)
+                    stop.wait();
             }
             return stop.signal();
         });
@@ -121,17 +116,7 @@ TEST(SignalWatchTest, first_signal_stays_and_a_terminal_that_closes_says_so_twic
     EXPECT_EQ(watched({SIGTERM, SIGHUP}), SIGTERM);
     EXPECT_EQ(watched({SIGHUP, SIGINT}), -SIGINT);
     EXPECT_EQ(watched({SIGTERM, SIGTERM}), -SIGTERM);
-    std::signal(SIGHUP, SIG_IGN);  // as nohup does
-    EXPECT_EQ(inAProcess([] {
-                  StopRequest stop;
-                  const SignalWatch watch(stop);
-                  ::kill(::getpid(), SIGHUP);
-                  ::kill(::getpid(), SIGTERM);
-                  stop.wait();
-                  return stop.signal();
-              }),
-              SIGTERM);
-    std::signal(SIGHUP, SIG_DFL);
+    EXPECT_EQ(watched({SIGHUP, SIGTERM}, SIG_IGN), SIGTERM) << "as under nohup";
 }
 
 TEST_F(PackageCommandTest, packages_come_and_go_and_what_fails_stops_nothing_else)
@@ -150,7 +135,6 @@ TEST_F(PackageCommandTest, packages_come_and_go_and_what_fails_stops_nothing_els
         std::string out;
         const char* err;
     } rows[] = {
-        {"package", 2, "", "subcommand is required"},
         {"package list", 2, "", "--packages is required"},
         {"package list" + in, 2, "", "there is no packages folder"},
         {"package remove p" + in, 1, "", "cannot remove 'p': "},
@@ -159,16 +143,13 @@ TEST_F(PackageCommandTest, packages_come_and_go_and_what_fails_stops_nothing_els
         {"package install --upgrade " + p2 + in, 0, "Installed p\n", ""},
         {"package install " + link + in, 1, "", "'link' is a symbolic link"},
         {"package install " + wrong + in, 1, "", "wrong/package.yaml:2:7: the Uuid '../x'"},
-        {"package install /missing" + in, 1, "", "'/missing': No such file or directory"},
         {"package install " + q + " --packages " + q + "/go/run", 2, "", "is no folder"},
         {"package list" + in, 0, "p        2        all        go\nq        1 ", ""},
         {"package list --json" + in, 0,
          R"({"uuid":"p","version":"2","languages":[],"behaviors":["go"]})"
          "\n{",
          ""},
-        {"package info r" + in, 0, "can be started", ""},
         {"package info " + archive, 0, "r 1\n  in         ", ""},
-        {"package info " + link, 1, "", "'link' is a symbolic link"},
         {"package info " + p + in, 0, "p 1\n  in         " + p, ""},
         {"package info p" + in, 0, "p 2\n  in         " + packages + "/p", ""},
         {"package info ../x" + in, 1, "", "neither an installed package nor a file"},
@@ -219,20 +200,21 @@ Behaviors:
 
     const auto json =
         nlohmann::json::parse(nimbra("package info --json " + folder.path() + "/p").out);
-    std::vector<std::string> told;
+    std::string told;
     for (const auto& behavior : json["behaviors"]) {
-        std::string text = behavior["key"].get<std::string>() + " " +
-                           behavior["becomes"].get<std::string>() +
-                           (behavior["requestable"] ? " requestable" : "") +
-                           (behavior["startable"] ? " startable" : "");
-        const auto plugin = behavior.value("plugin", nlohmann::json::object());
-        for (const auto& group : plugin.value("groups", std::vector<std::string>()))
-            text += " " + group;
-        told.push_back(text);
+        std::string gap = "\n";
+        for (const char* part :
+             {"/key", "/becomes", "/requestable", "/startable", "/plugin/groups"}) {
+            told +=
+                gap + behavior.value(nlohmann::json::json_pointer(part), nlohmann::json()).dump();
+            gap = " ";
+        }
     }
-    EXPECT_THAT(told,
-                ElementsAre("p/self activity startable", "p/plugin plugin requestable solitary g",
-                            "p/switched plugin requestable conditional", "p/faulty plugin"));
+    EXPECT_EQ(told, R"(
+"p/self" "activity" false true null
+"p/plugin" "plugin" true false ["solitary","g"]
+"p/switched" "plugin" true false ["conditional"]
+"p/faulty" "plugin" false false [])");
     const std::string text = nimbra("package info " + folder.path() + "/p").out;
     for (const char* part : {"languages  French", "canRunOnPod, other", "launchTrigger: 'A' &&",
                              "plugin/run is not executable", "there is no file faulty/run",
@@ -242,78 +224,66 @@ Behaviors:
 
 TEST_F(PackageCommandTest, install_and_info_warn_of_what_is_installed_and_never_runs)
 {
-    const std::string file = "go/nimbraLaunchpadPlugin.xml";
-    const std::string unstarted = ": nothing starts the plugin: it has no launchTrigger";
-    const std::string ungrouped = unstarted + " and is in no group";
-    const auto whole = [](const std::string& text) {
-        return "<nimbraLaunchpadPlugin>\n" + text + "</nimbraLaunchpadPlugin>";
-    };
-    const auto condition = [&whole](const std::string& text) {
-        return whole("<conditions><condition purpose='launchTrigger'>'A'</condition>\n <condition" +
-                     text + "</condition></conditions>");
-    };
-    const struct {
-        std::string descriptor;
-        std::vector<std::string> warnings;
-    } rows[] = {
-        {whole("<groups><group>solitary</group><group>interactive</group></groups>"
-               "<x:note xmlns:x='u'><groups><a/></groups></x:note>"),
-         {}},
-        {condition(" purpose='terminationTrigger'>'B'"), {}},
-        {"<other><groups/></other>",
-         {":1:1: the root element is 'other', so nothing is read; it has to be "
-          "'nimbraLaunchpadPlugin'",
-          ungrouped}},
-        {whole(""), {ungrouped}},
-        {whole("<conditions><condition purpose='terminationTrigger'>'A'</condition></conditions>"
-               "<groups><group>solitary</group></groups>"),
-         {unstarted}},
-        {whole("<groups>\n  <group>solitary</group><group>interactiv</group>\n<group>g</group>"
-               "</groups>"),
-         {":3:26: the group 'interactiv' is never enabled, as no life state is called so; did you "
-          "mean 'interactive'?",
-          ":4:1: the group 'g' is never enabled, as no life state is called so"}},
-        {whole("<groups><group>disabled</group>\n  <grup>x</grup></groups><condition/>"),
-         {":3:3: the element 'grup' is skipped; did you mean 'group'?",
-          ":3:26: the element 'condition' is skipped; did you mean 'conditions'?"}},
-        {condition(" purpose='launchTriger'>'B'"),
-         {":3:2: nothing asks for conditions of the purpose 'launchTriger'; did you mean "
-          "'launchTrigger'?"}},
-        {condition(">'B'"), {":3:2: the condition has no purpose"}},
-        {condition(" purpose='launchTrigger'>'B' =="),
-         {":3:2: the condition launchTrigger does not parse: at its 1:7: expected a key, a "
-          "literal, "
-          "'!' or '(', found the end"}},
-        {whole("<groups>"),
-         {":2:32: the plugin descriptor cannot be read: Opening and ending tag mismatch."}},
-    };
+    // Descriptors, where "|" ends a line, "<>" and "</>" stand for the tags of the root and "<when"
+    // for a launchTrigger and one more condition; and below each the warnings, without their file.
+    const std::string expected =
+        R"(<><groups><group>solitary</group><group>interactive</group></groups><x:note xmlns:x='u'><groups><a/></groups></x:note></>
+<when purpose='terminationTrigger'>'B'</when>
+<other><groups/></other>
+  :1:1: the root element is 'other', so nothing is read; it has to be 'nimbraLaunchpadPlugin'
+  : nothing starts the plugin: it has no launchTrigger and is in no group
+<><conditions><condition purpose='terminationTrigger'>'A'</condition></conditions><groups><group>solitary</group></groups></>
+  : nothing starts the plugin: it has no launchTrigger
+<><groups>|  <group>solitary</group><group>interactiv</group>|<group>g</group></groups></>
+  :3:26: the group 'interactiv' is never enabled, as no life state is called so; did you mean 'interactive'?
+  :4:1: the group 'g' is never enabled, as no life state is called so
+<><groups><group>disabled</group>|  <grup>x</grup></groups><condition/></>
+  :3:3: the element 'grup' is skipped; did you mean 'group'?
+  :3:26: the element 'condition' is skipped; did you mean 'conditions'?
+<when purpose='launchTriger'>'B'</when>
+  :3:2: nothing asks for conditions of the purpose 'launchTriger'; did you mean 'launchTrigger'?
+<when>'B'</when>
+  :3:2: the condition has no purpose
+<when purpose='launchTrigger'>'B' ==</when>
+  :3:2: the condition launchTrigger does not parse: at its 1:7: expected a key, a literal, '!' or '(', found the end
+<><groups></>
+  :2:32: the plugin descriptor cannot be read: Opening and ending tag mismatch.
+)";
     const std::string p = writeTestPackage(folder, "p", "p");
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.descriptor);
-        folder.write("p/" + file, row.descriptor);
-        const Result result = nimbra("package install --upgrade " + p + " --packages " + packages);
+    const std::string install = "package install --upgrade " + p + in;
+    std::string told;
+    std::istringstream lines(expected);
+    for (std::string line; std::getline(lines, line);) {
+        if (line[0] == ' ')
+            continue;
+        told += line + "\n";
+        for (const auto& [brief, text] :
+             {std::pair("<when",
+                        "<><conditions><condition purpose='launchTrigger'>'A'</condition>|"
+                        " <condition"),
+              {"</when>", "</condition></conditions></>"},
+              {"<>", "<nimbraLaunchpadPlugin>|"},
+              {"</>", "</nimbraLaunchpadPlugin>"},
+              {"|", "\n"}})
+            boost::replace_all(line, brief, text);
+        const std::string path = folder.write("p/go/nimbraLaunchpadPlugin.xml", line);
+        const Result result = nimbra(install);
         EXPECT_EQ(result.exitCode, 0);
-        std::string expected;
-        for (const std::string& warning : row.warnings)
-            expected += "nimbra: warning: " + p + "/" + file + warning + "\n";
-        EXPECT_EQ(result.err, expected);
+        told += boost::replace_all_copy(result.err, "nimbra: warning: " + path, "  ");
         const auto json = nlohmann::json::parse(nimbra("package info --json " + p).out);
-        EXPECT_EQ(json["behaviors"][0]["problems"].size(), row.warnings.size());
+        EXPECT_EQ(json["behaviors"][0]["problems"].size(),
+                  std::count(result.err.begin(), result.err.end(), '\n'));
     }
+    EXPECT_EQ(told, expected);
     fs::remove_all(p + "/go");
     fs::create_directory(p + "/go");
     folder.write("p/package.yaml",
                  testManifest("p") + "    Conditions: {launchTriger: \"'A'\", any: \"'B' &&\"}\n");
-    EXPECT_EQ(nimbra("package install --upgrade " + p + " --packages " + packages).err,
-              "nimbra: warning: p/go cannot be started: there is no file go/run\n"
-              "nimbra: warning: " +
-                  p +
-                  "/package.yaml: the condition any of go does not parse: at its "
-                  "1:7: expected a key, a literal, '!' or '(', found the end\n"
-                  "nimbra: warning: " +
-                  p +
-                  "/package.yaml: nothing asks for the condition 'launchTriger' of "
-                  "go; did you mean 'launchTrigger'?\n");
+    EXPECT_EQ(boost::erase_all_copy(nimbra(install).err, "nimbra: warning: " + folder.path()),
+              R"(nimbra: warning: p/go cannot be started: there is no file go/run
+/p/package.yaml: the condition any of go does not parse: at its 1:7: expected a key, a literal, '!' or '(', found the end
+/p/package.yaml: nothing asks for the condition 'launchTriger' of go; did you mean 'launchTrigger'?
+)");
 }
 
 TEST_F(PackageCommandTest, permissions_name_what_holds_an_activity_back)
@@ -343,37 +313,18 @@ TEST_F(PackageCommandTest, permissions_name_what_holds_an_activity_back)
     EXPECT_THAT(nimbra("permissions").err, HasSubstr("--packages"));
 }
 
-TEST_F(PackageCommandTest, demo_packages_are_whole_and_a_robot_comes_up_with_them)
+TEST_F(PackageCommandTest, demo_packages_are_whole)
 {
     std::vector<std::string> plugins;
-    std::size_t behaviors = 0;
     for (const vo::PackageInfo& package : readPackageFolder(kDemoPackages).packages) {
-        EXPECT_EQ(nimbra("package install " + package.path() + in).exitCode, 0);
+        EXPECT_EQ(nimbra("package install " + package.path() + in).err, "");
         for (const BehaviorDescription& described : describeBehaviors(package)) {
-            ++behaviors;
             EXPECT_EQ(described.programProblem, "") << described.key;
-            EXPECT_THAT(described.problems, IsEmpty()) << described.key;
             if (described.role == BehaviorDescription::Role::plugin)
                 plugins.push_back(described.key);
         }
     }
-    EXPECT_GE(behaviors, 8U);
     EXPECT_THAT(plugins, ElementsAre("hall-watch/listen"));
-
-    vo::LogCapture log;
-    const auto clock = std::make_shared<vo::VirtualClock>(vo::TimePoint());
-    Timeline timeline(clock, std::make_unique<JsonTimeline>([](const std::string&) {}));
-    Host host(clock, timeline, {NIMBRA_TEST_DATA "/autonomy.cfg", packages, vo::LogLevel::warning});
-    EXPECT_THAT(log.lines(vo::LogLevel::error), Each(HasSubstr("default config file")));
-    EXPECT_THAT(
-        host.launchpad().getAutonomousActivityNames(),
-        ElementsAre("daydream/dream", "night-light/glow", "run_dialog/talk", "storyteller/tell"));
-    const vo::AnyObject player = vo::import("KRAnimationPlayer");
-    player.call("_declarePathForTagsPermanently", std::string("gestures/[robot]/[posture]"));
-    EXPECT_THAT(player.call<std::vector<std::string>>("getDeclaredPathsForTags"),
-                ElementsAre("gestures/[robot]/[posture]", "run_dialog/[robot]/[posture]"));
-    EXPECT_THROW(player.call("_declarePathForTagsPermanently", std::string()), std::exception);
-    host.stop();
 }
 
 }  // namespace

@@ -1,8 +1,10 @@
-#include <gmock/gmock.h>
+#include <boost/algorithm/string.hpp>
 
 #include "host/RunCommand.h"
+#include "host/Text.h"
 #include "robot/Scenario.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/Testing.h"
 
 namespace KR {
 namespace {
@@ -11,8 +13,6 @@ using std::chrono::hours;
 using std::chrono::milliseconds;
 using std::chrono::minutes;
 using std::chrono::seconds;
-using testing::ElementsAre;
-using testing::HasSubstr;
 using Kind = ScenarioDeed::Kind;
 
 const char* const kHead = "Scenario: Test\nStart: 2026-11-21 06:00:00\nTimeline:\n";
@@ -24,19 +24,15 @@ protected:
     std::string errorOf(const std::string& text)
     {
         const std::string path = folder.write("s.yaml", text);
-        try {
-            loadScenario(path);
-        } catch (const ScenarioError& e) {
-            EXPECT_EQ(std::string(e.what()).rfind(path + ":", 0), 0U) << e.what();
-            return std::string(e.what()).substr(path.size() + 1);
-        }
-        return "no error";
+        const std::string error = ::errorOf<ScenarioError>([&] { loadScenario(path); });
+        EXPECT_TRUE(error == "none" || boost::starts_with(error, path + ":")) << error;
+        return boost::erase_first_copy(error, path + ":");
     }
 
     TemporaryFolder folder;
 };
 
-TEST_F(ScenarioTest, HoldsWhatHappensInTheOrderWritten)
+TEST_F(ScenarioTest, HoldsWhatHappensInTheOrderWrittenAndTheWorldsDeedsAsCalls)
 {
     const Scenario scenario = load(std::string(kHead) + R"(
   - At: "06:00"
@@ -44,38 +40,6 @@ TEST_F(ScenarioTest, HoldsWhatHappensInTheOrderWritten)
     Raise: {K/b: 1, K/a: [true, "1", 2.5, ~]}
     Pulse: K/pulse
     Call: {Module: M, Method: m, Args: [1]}
-  - At: "2 07:30:15.25"
-    Raise: {K/a: x}
-  - At: "08:00"
-    Say: The same day
-End: 2026-11-23 00:00:00
-)");
-    using namespace std::chrono_literals;
-    EXPECT_EQ(scenario.title, "Test");
-    EXPECT_EQ(scenario.start.time_since_epoch(), seconds(1795240800));
-    EXPECT_EQ(*scenario.end - scenario.start, 42h);
-    ASSERT_EQ(scenario.timeline.size(), 3U);
-    EXPECT_EQ(scenario.timeline[0].time, scenario.start);
-    EXPECT_EQ(scenario.timeline[1].time - scenario.start, 25h + 30min + 15s + 250ms);
-    EXPECT_EQ(scenario.timeline[2].time - scenario.start, 26h);
-    EXPECT_THAT(scenario.keys(), ElementsAre("K/a", "K/b", "K/pulse"));
-
-    const std::vector<ScenarioDeed>& deeds = scenario.timeline[0].deeds;
-    ASSERT_EQ(deeds.size(), 6U);
-    EXPECT_EQ(deeds[0].text, "Good morning");
-    EXPECT_EQ(deeds[1].text, "K/b");
-    EXPECT_EQ(deeds[2].value, KRValue(KRValue::Array{true, "1", 2.5, {}}));
-    EXPECT_EQ(deeds[3].value, KRValue(0));
-    EXPECT_EQ(deeds[4].text, "K/pulse");
-    EXPECT_EQ(deeds[4].value, KRValue(1));
-    EXPECT_EQ(deeds[5].kind, Kind::call);
-    EXPECT_EQ(deeds[5].call->method(), "m");
-}
-
-TEST_F(ScenarioTest, TheWorldsDeedsBecomeCalls)
-{
-    const Scenario scenario = load(std::string(kHead) + R"(
-  - At: "06:00"
     Enter: {Anna: [5, -2], Ben: [1.5, 0]}
     Walk: {Anna: [1, 0], Ben: {To: [[2, 0], [3, 1]], Speed: 0.5}}
     Look: {Anna: robot, Ben: [0, 1]}
@@ -93,17 +57,34 @@ TEST_F(ScenarioTest, TheWorldsDeedsBecomeCalls)
     Language: French
     Install: packages/x
     Remove: x
-  - {At: "06:01", Battery: 7, Install: /p, Enter: {Ben: [1, 1]}, Look: {Ben: ahead}, Lift: down}
-  - {At: "06:02", Battery: {Charging: 30}, Charger: on, Fall: front, Walk: {Ben: {To: [2, 3]}},
+  - {At: "2 07:30:15.25", Battery: 7, Install: /p, Enter: {Ben: [1, 1]}, Look: {Ben: ahead}, Lift: down}
+  - {At: "08:00", Battery: {Charging: 30}, Charger: on, Fall: front, Walk: {Ben: {To: [2, 3]}},
      Move: {Place: [2, -3], For: 4, Size: 1.5}, Leave: Ben}
+End: 2026-11-23 00:00:00
 )");
-    std::string calls;
+    EXPECT_EQ(scenario.title, "Test");
+    EXPECT_EQ(isoTime(scenario.start), "2026-11-21T06:00:00.000000Z");
+    EXPECT_EQ(*scenario.end - scenario.start, hours(42));
+    EXPECT_THAT(scenario.keys(), ElementsAre("K/a", "K/b", "K/pulse"));
+    std::string told;
     for (const ScenarioEntry& entry : scenario.timeline) {
-        for (const ScenarioDeed& deed : entry.deeds)
-            calls += deed.call->module() + "." + deed.call->method() +
-                     KRValue(deed.call->arguments()).toDisplayString() + "\n";
+        told += isoTime(entry.time) + "\n";
+        for (const ScenarioDeed& deed : entry.deeds) {
+            if (deed.kind == Kind::call)
+                told += deed.call->module() + "." + deed.call->method() +
+                        KRValue(deed.call->arguments()).toDisplayString() + "\n";
+            else
+                told += deed.text + " " + deed.value.toDisplayString() + "\n";
+        }
     }
-    EXPECT_EQ(calls, R"(KRWorld.enter["Anna", 5.0, -2.0]
+    EXPECT_EQ(boost::replace_all_copy(told, folder.path(), "FOLDER"), R"(2026-11-21T06:00:00.000000Z
+Good morning none
+K/b 1
+K/a [true, "1", 2.5, none]
+K/pulse 0
+K/pulse 1
+M.m[1]
+KRWorld.enter["Anna", 5.0, -2.0]
 KRWorld.enter["Ben", 1.5, 0.0]
 KRWorld.walk["Anna", [[1.0, 0.0]], 1.2]
 KRWorld.walk["Ben", [[2.0, 0.0], [3.0, 1.0]], 0.5]
@@ -124,14 +105,15 @@ KRBattery.connectCharger[false]
 KRBattery.setCharge[50.0]
 KRBattery.setDischargeRate[4.0]
 KRTextToSpeech.setLanguage["French"]
-PackageManager.upgrade[")" +
-                         folder.path() + R"(/packages/x"]
+PackageManager.upgrade["FOLDER/packages/x"]
 PackageManager.removePkg["x"]
+2026-11-22T07:30:15.250000Z
 KRBattery.setCharge[7.0]
 PackageManager.upgrade["/p"]
 KRWorld.enter["Ben", 1.0, 1.0]
 KRWorld.look["Ben", "ahead"]
 KRWorld.lift[false]
+2026-11-22T08:00:00.000000Z
 KRBattery.setChargeRate[30.0]
 KRBattery.connectCharger[true]
 KRWorld.fall["front"]
@@ -156,42 +138,33 @@ TEST_F(ScenarioTest, WrongOnesAreRefusedWithThePlace)
     const std::string padding(kMaxScenarioBytes - full.size(), ' ');
     const Row rows[] = {
         // The last that is accepted, and what is not.
-        {crowd + "}\n", "no error"},
+        {crowd + "}\n", "none"},
         {crowd + ", p100: [1, 1]}\n", "more than 100 people do not fit in"},
-        {full + padding, "no error"},
+        {full + padding, "none"},
         {full + padding + " ", "larger than"},
-        {entry + "Say: x\nEnd: \"06:00\"\n", "no error"},
-        {entry + "Say: x\n  - At: \"2 24:00\"\n    Say: x\nEnd: \"24:00\"\n", "no error"},
-        {head + "  - {At: \"366 24:00\", Say: x}\n", "no error"},
-        {head + "  []\nEnd: 2027-11-22 06:00\n", "no error"},
+        {entry + "Say: x\nEnd: \"06:00\"\n", "none"},
+        {entry + "Say: x\n  - At: \"2 24:00\"\n    Say: x\nEnd: \"24:00\"\n", "none"},
+        {head + "  - {At: \"366 24:00\", Say: x}\n", "none"},
+        {head + "  []\nEnd: 2027-11-22 06:00\n", "none"},
         {head + "  []\nEnd: 2027-11-22 06:00:01\n", "a scenario takes 366 days at most"},
-        {entry + "Battery: {Charge: 0, Charging: 3.6e11, Draining: 0}\n", "no error"},
+        {entry + "Battery: {Charge: 100, Charging: 3.6e11, Draining: 0}\n", "none"},
         {entry + "Battery: {Draining: 3.7e11}\n", "Draining is out of range"},
-        {"", "a scenario is a mapping"},
+        {entry + "Battery: 100.1\n", "5:14: Charge is out of range"},
         {"[1]", "1:1: a scenario is a mapping"},
         {"Scenario: x\nTimeline: []\n", "1:1: 'Start' is missing"},
-        {"Start: 2026-11-21 06:00\nTimeline: []\n", "'Scenario' is missing"},
-        {"Scenario: x\nStart: 2026-11-21 06:00\n", "'Timeline' is missing"},
         {"Scenario: [x]\nStart: 1\nTimeline: []", "1:11: Scenario must be a text"},
-        {"Scenario: x\nStart: 2026-02-30 06:00\nTimeline: []", "2:8: Start must be"},
-        {"Scenario: x\nStart: 1969-12-31 06:00\nTimeline: []", "Start must be"},
+        {"Scenario: x\nStart: 1969-12-31 06:00\nTimeline: []", "2:8: Start must be"},
         {"Scenario: x\nStart: 2026-11-21 06:00\nTimeline: {a: b}", "3:11: Timeline"},
         {head + "  - At: \"06:00\"\nBegin: 1\n", "5:1: unknown key 'Begin'"},
         {head + "  - x\n", "4:5: an entry of the Timeline is a mapping"},
         {head + "  - Say: x\n", "4:5: 'At' is missing"},
         {head + "  - At: \"06:00\"\n", "4:5: an entry needs something"},
-        {head + "  - At: \"6\"\n    Say: x\n", "4:9: At must be a time"},
-        {head + "  - At: \"06:60\"\n    Say: x\n", "At must be a time"},
-        {head + "  - At: \"24:01\"\n    Say: x\n", "At must be a time"},
-        {head + "  - At: \"0 06:00\"\n    Say: x\n", "At must be a time"},
-        {head + "  - At: \"367 06:00\"\n    Say: x\n", "At must be a time"},
-        {head + "  - At: [1]\n    Say: x\n", "4:9: At must be a text"},
+        {head + "  - At: \"367 06:00\"\n    Say: x\n", "4:9: At must be a time"},
         {head + "  - At: \"05:59:59\"\n    Say: x\n", "4:9: At lies before the Start"},
         {entry + "Say: x\n  - At: \"2 06:00\"\n    Say: x\n  - At: \"1 07:00\"\n    Say: x\n",
          "8:9: At lies before the entry above it"},
         {entry + "Say: x\n    Sing: y\n", "6:5: unknown key 'Sing'"},
         {entry + "Say: x\n    Say: y\n", "6:5: 'Say' is given twice"},
-        {entry + "Say: {a: b}\n", "5:10: Say must be a text"},
         {entry + "Raise: Key\n", "5:12: Raise must be a mapping"},
         {entry + "Raise: {a: {b: c}}\n", "5:16: "},
         {entry + "Raise: {Nimbra/State: solitary}\n", "5:13: 'Nimbra/State'"},
@@ -199,65 +172,36 @@ TEST_F(ScenarioTest, WrongOnesAreRefusedWithThePlace)
         {entry + "Pulse: \"\"\n", "must not be empty"},
         {entry + "Call: {Module: M}\n", "5:11: "},
         {entry + "Call: {Module: M, Method: m, Args: 1}\n", "5:40: "},
-        {entry + "Raise: {a: .nan}\n", "5:16: a reading must be a finite"},
         {entry + "Raise: {a: [1, [-.inf]]}\n", "5:21: a reading"},
-        {entry + "Raise: {a: [1, 1e999]}\n", "5:20: "},
-        {entry + "Enter: Anna\n", "5:12: Enter must be a mapping"},
         {entry + "Enter: {}\n", "5:12: Enter must be a mapping"},
         {entry + "Enter: {Anna: [1]}\n", "5:19: a place is [x, y]"},
-        {entry + "Enter: {Anna: [1, .nan]}\n", "5:23: a reading"},
         {entry + "Enter: {Anna: [1, 1e6]}\n", "5:19: a place lies within 100"},
         {entry + "Enter: {\"\": [1, 1]}\n", "5:13: a person's name"},
         {entry + "Enter: {A: [1, 1], A: [1, 1]}\n", "5:24: 'A' is given twice"},
         {entry + "Enter: {A: [1, 1]}\n  - At: \"06:00\"\n    Enter: {A: [1, 1]}\n",
          "7:13: 'A' is here already"},
         {entry + "Walk: {A: [1, 1]}\n", "5:12: 'A' is not here"},
-        {entry + "Leave: A\n", "5:12: 'A' is not here"},
         {entry + "Leave: []\n", "5:12: Leave needs a name"},
         {entry + "Enter: {A: [1, 1]}\n    Leave: [A, A]\n", "6:16: 'A' is not here"},
         {entry + "Enter: {A: [1, 1]}\n    Walk: {A: []}\n", "6:15: a walk goes to"},
         {entry + "Enter: {A: [1, 1]}\n    Walk: {A: {Speed: 1}}\n", "'To' is missing"},
-        {entry + "Enter: {A: [1, 1]}\n    Walk: {A: {To: [1, 1], Speed: 0}}\n",
-         "6:15: the speed"},
+        {entry + "Enter: {A: [1, 1]}\n    Walk: {A: {To: [1, 1], Speed: 0}}\n", "6:15: the speed"},
         {entry + "Enter: {A: [1, 1]}\n    Wave: {A: -1}\n", "6:15: the time"},
         {entry + "Enter: {A: [1, 1]}\n    Look: {A: up}\n", "6:15: where somebody"},
-        {entry + "Move: {For: 1}\n", "5:11: 'Place' is missing"},
         {entry + "Lift: true\n", "5:11: Lift is up or down"},
         {entry + "Push: below\n", "5:11: 'below' is not front"},
-        {entry + "Fall: left\n", "5:11: Fall is front or back"},
         {entry + "Heat: {Tail: 3}\n", "5:12: there is no chain or joint 'Tail'"},
         {entry + "Heat: {Arms: 1000}\n", "5:18: 1000"},
-        {entry + "Use: {Arms: high}\n", "5:17: a load must be a number"},
         {entry + "Posture: Fly\n", "5:14: there is no posture 'Fly'"},
-        {entry + "Battery: 101\n", "5:14: Charge is out of range"},
-        {entry + "Battery: {Charging: -1}\n", "5:25: Charging is out of range"},
         {entry + "Language: Dog\n", "5:15: the language 'Dog'"},
         {entry + "Remove: \"\"\n", "5:13: Remove needs"},
         {head + "  - At: \"06:00\"\n    Say: x\nEnd: \"05:00\"\n", "6:6: End lies"},
         {"Scenario: [x", "1:1: end of sequence"},
-        {std::string("\x00\x01\xff", 3), "1:1: "},
-        {"Scenario: " + std::string(200'000, '['), "nested deeper than"},
     };
     for (const Row& row : rows)
         EXPECT_THAT(errorOf(row.text), HasSubstr(row.error)) << row.text.substr(0, 200);
-}
-
-TEST_F(ScenarioTest, FilesThatAreNoneOrTooLargeAreRefusedUnread)
-{
     EXPECT_THROW(loadScenario(folder.path() + "/missing"), ScenarioError);
     EXPECT_THROW(loadScenario(folder.path()), ScenarioError);
-    const std::string large = folder.write("large", "");
-    std::filesystem::resize_file(large, std::uintmax_t{100} * 1024 * 1024);
-    EXPECT_THROW(loadScenario(large), ScenarioError);
-    std::string bomb = "Scenario: x\nStart: 2026-11-21 06:00\na0: &a0 [x,x,x,x,x,x,x,x,x,x]\n";
-    for (int i = 1; i < 12; ++i) {
-        const std::string last = "*a" + std::to_string(i - 1);
-        bomb += "a" + std::to_string(i) + ": &a" + std::to_string(i) + " [" + last;
-        for (int j = 1; j < 10; ++j)
-            bomb += "," + last;
-        bomb += "]\n";
-    }
-    EXPECT_THAT(errorOf(bomb), HasSubstr("aliases written out"));
 }
 
 TEST(DayTimeTest, RunEndsAtATimeOrAfterADurationUpToAYear)
@@ -273,7 +217,7 @@ TEST(DayTimeTest, RunEndsAtATimeOrAfterADurationUpToAYear)
         EXPECT_THROW(endFromText(text, start), UsageError) << text;
 }
 
-TEST(DayTimeTest, MidnightIsThatOfTheDayInUtc)
+TEST(DayTimeTest, TimesAreReadAsTheyAreWrittenInUtc)
 {
     const vo::TimePoint day(hours(24 * 20000));
     EXPECT_EQ(midnightOf(day), day);
@@ -281,7 +225,8 @@ TEST(DayTimeTest, MidnightIsThatOfTheDayInUtc)
     EXPECT_EQ(parseDayTime("24:00")->sinceFirstMidnight(2), hours(48));
     EXPECT_EQ(parseDayTime("3  1:02:03.4")->sinceFirstMidnight(1),
               hours(49) + minutes(2) + seconds(3) + milliseconds(400));
-    for (const char* text : {"", ":", "1:2", "12:00:", "12:00:00.", "-1 12:00", "12:00 ", "1e1:00"})
+    for (const char* text : {"", ":", "6", "1:2", "12:00:", "12:00:00.", "-1 12:00", "12:00 ",
+                             "1e1:00", "06:60", "24:01", "0 06:00"})
         EXPECT_FALSE(parseDayTime(text)) << text;
     EXPECT_FALSE(parseDayTime(std::string(1'000'000, '1')));
     for (const char* text : {"2024-10-04 00:00", "2024-10-04T00:00:00"})
