@@ -24,21 +24,17 @@ TEST_F(EventLoopTest, function_runs_after_its_delay_and_ends_its_future_with_the
     std::vector<int> order;
     loop.async([&] { order.push_back(2); }, 10);
     const auto inside = loop.async([&] { return loop.isInEventLoopThread(); }, 10);
-    loop.async([&] { order.push_back(3); }, 10);
-    loop.async([&] { order.push_back(1); });
-    const auto failed = loop.async([]() -> int { throw std::runtime_error("no power"); }, 10);
     const auto owned = loop.async([number = std::make_unique<int>(4)] { return *number; }, 10);
+    loop.async([&] { order.push_back(1); });
     const auto never = loop.async([] {}, std::numeric_limits<std::uint64_t>::max());
     clock.advance(9us);
     EXPECT_THAT(order, ElementsAre(1));
     EXPECT_TRUE(inside.isRunning());
     clock.advance(1us);
-    EXPECT_THAT(order, ElementsAre(1, 2, 3));
-    EXPECT_TRUE(inside.value());
-    EXPECT_EQ(failed.error(), "no power");
+    EXPECT_THAT(order, ElementsAre(1, 2));
+    EXPECT_TRUE(inside.value() && !loop.isInEventLoopThread());
     EXPECT_EQ(owned.value(), 4);
     EXPECT_TRUE(never.isRunning());
-    EXPECT_FALSE(loop.isInEventLoopThread());
 }
 
 TEST_F(EventLoopTest, cancel_prevents_what_has_not_begun_and_leaves_the_rest_alone)
@@ -63,8 +59,6 @@ TEST_F(EventLoopTest, cancel_prevents_what_has_not_begun_and_leaves_the_rest_alo
     });
     clock.advance(5us);
     EXPECT_EQ(self.value(), 1);
-    self.cancel();
-    EXPECT_TRUE(self.hasValue());
 }
 
 TEST_F(EventLoopTest, closing_cancels_and_every_function_is_gone_when_its_future_ends)
@@ -73,11 +67,13 @@ TEST_F(EventLoopTest, closing_cancels_and_every_function_is_gone_when_its_future
     std::vector<long> holders;
     const auto note = [&](const auto&) { holders.push_back(held.use_count()); };
     loop.async([held] { return 1; }).then(note);
-    loop.async([held] { throw std::runtime_error("thrown"); }).then(note);
+    const auto failed = loop.async([held] { throw std::runtime_error("no power"); });
+    failed.then(note);
     const auto waiting = loop.async([held] {}, 10);
     waiting.then(note);
     clock.runPending();
     loop.close();
+    EXPECT_EQ(failed.error(), "no power");
     EXPECT_TRUE(waiting.isCanceled());
     EXPECT_THAT(holders, ElementsAre(3, 2, 1));  // this test, and the functions still to come
     EXPECT_TRUE(loop.async([] { return 1; }).isCanceled());
@@ -85,7 +81,6 @@ TEST_F(EventLoopTest, closing_cancels_and_every_function_is_gone_when_its_future
 
 TEST(ApplicationTest, is_current_while_it_lives_and_alone)
 {
-    EXPECT_EQ(vo::Application::currentOrNull(), nullptr);
     EXPECT_EQ(vo::Application::currentClock(), nullptr);
     EXPECT_THROW(vo::getEventLoop(), std::logic_error);
     const auto clock = std::make_shared<vo::VirtualClock>(vo::TimePoint());
@@ -123,7 +118,7 @@ TEST(ApplicationTest, services_are_there_until_the_queues_have_ended)
     loop.async([&] { work(begun[0], [&] { return !loop.async([] {}).isCanceled(); }); });
     signals.post([&] { work(begun[1], [&] { return signals.post([] {}) != 0; }); });
     for (std::promise<void>& each : begun)
-        each.get_future().get();
+        await("the work", each);
     application.reset();
     EXPECT_THAT(lengths, ElementsAre(7, 7));
 }

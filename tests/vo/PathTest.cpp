@@ -11,8 +11,7 @@ using vo::path::findConf;
 
 namespace {
 
-class PathTest : public testing::Test {
-protected:
+struct PathTest : testing::Test {
     PathTest()
     {
         for (const char* name : {"XDG_CONFIG_HOME", "XDG_CONFIG_DIRS", "HOME"})
@@ -24,12 +23,10 @@ protected:
     {
         setenv(name.c_str(), value.c_str(), 1);  // NOLINT(concurrency-mt-unsafe): as above
     }
+    std::string at(const std::string& path) const { return folder.path() + "/" + path; }
+    std::string write(const std::string& path) const { return folder.write(path, "x"); }
 
-    std::string at(const std::string& path) const { return folder_.path() + "/" + path; }
-    std::string write(const std::string& path) const { return folder_.write(path, "x"); }
-
-private:
-    TemporaryFolder folder_;
+    TemporaryFolder folder;
 };
 
 TEST_F(PathTest, foldersComeFromTheEnvironmentOrByDefaultAndRelativeOnesAreIgnored)
@@ -50,16 +47,15 @@ TEST_F(PathTest, theFirstFileIsFound)
 {
     set("XDG_CONFIG_HOME", at("user"));
     set("XDG_CONFIG_DIRS", at("one") + ":" + at("two"));
-    EXPECT_EQ(findConf("app", "a.cfg"), "");
-    const std::string last = write("prefix/share/app/a.cfg");
-    EXPECT_EQ(findConf("app", "a.cfg"), last);
-    const std::string system = write("two/app/a.cfg");
     std::filesystem::create_directories(at("one/app/a.cfg"));
-    EXPECT_EQ(findConf("app", "a.cfg"), system) << "a folder is no file";
-    const std::string user = write("user/app/a.cfg");
-    EXPECT_EQ(findConf("app", "a.cfg"), user);
+    EXPECT_EQ(findConf("app", "a.cfg"), "") << "a folder is no file";
+    std::string system;
+    for (const char* before : {"prefix/share/app/a.cfg", "two/app/a.cfg", "user/app/a.cfg"}) {
+        system = findConf("app", "a.cfg");
+        const std::string file = write(before);
+        EXPECT_EQ(findConf("app", "a.cfg"), file);
+    }
     EXPECT_EQ(findConf("app", "a.cfg", true), system);
-    EXPECT_EQ(findConf("other", "a.cfg"), "");
     const std::string deeper = write("one/app/sub/b.cfg");
     EXPECT_EQ(findConf("app", "sub/b.cfg"), deeper);
 }
@@ -71,7 +67,7 @@ TEST_F(PathTest, namesThatLeaveTheFolderAreRefused)
         EXPECT_THROW(findConf("app", name), std::invalid_argument);
         EXPECT_THROW(findConf(name, "a.cfg"), std::invalid_argument);
     }
-    EXPECT_NO_THROW(findConf("app", "a/../b"));
+    EXPECT_EQ(findConf("app", "a/../b"), "");
 }
 
 }  // namespace

@@ -28,19 +28,12 @@ struct Battery {
             .property("charge", charge)
             .readOnlyProperty("lid", charge);
     }
-    ~Battery()
-    {
-        if (object)
-            object->close();
-    }
-
     vo::Signal<int> onEmpty;
     vo::Property<int> charge{50};
     std::shared_ptr<ServiceObject> object = std::make_shared<ServiceObject>("Battery");
 };
 
-class ServiceTest : public testing::Test {
-protected:
+struct ServiceTest : testing::Test {
     std::function<void(int)> note()
     {
         return [this](int v) { got.push_back(v); };
@@ -48,71 +41,60 @@ protected:
 
     const Deadline deadline;
     vo::LogCapture log;
+    Battery battery;  // outlives the session that may hold its object
     std::shared_ptr<vo::VirtualClock> clock =
         std::make_shared<vo::VirtualClock>(vo::TimePoint(std::chrono::hours(1)));
     vo::Application application{clock};
     vo::Session& session = application.session();
-    Battery battery;
     AnyObject handle{battery.object};
     std::vector<int> got;
 };
 
 TEST_F(ServiceTest, aWrongUseNamesServiceMemberAndArgument)
 {
-    const struct {
-        std::function<void()> use;
-        const char* error;
-    } cases[] = {
-        {[&] { handle.call("none"); }, "service 'Battery' has no method 'none'"},
-        {[&] { handle.call("add", 1); },
-         "service 'Battery', method 'add': expected 2 arguments, got 1"},
-        {[&] { handle.call("add", 1, 2); },
-         "service 'Battery', method 'add': argument 2: expected text, got int"},
-        {[&] { handle.call<int>("add", 1, "x"); },
-         "service 'Battery', result of method 'add': expected int, got text"},
-        {[&] { handle.call("fail"); }, "no power"},
-        {[&] { handle.connect("none", [] {}); }, "service 'Battery' has no signal 'none'"},
-        {[&] { handle.property<int>("none"); }, "service 'Battery' has no property 'none'"},
-        {[&] { handle.property<std::string>("charge"); },
-         "service 'Battery', property 'charge': expected text, got int"},
-        {[&] { handle.setProperty("charge", true); },
-         "service 'Battery', property 'charge': expected int, got bool"},
-        {[&] { handle.setProperty("lid", 1); },
-         "service 'Battery', property 'lid' can only be read"},
-        {[&] { battery.object->method("add", [] {}); },
-         "service 'Battery' already has a method 'add'"},
-        {[&] { battery.object->signal("onEmpty", battery.onEmpty); },
-         "service 'Battery' already has a signal 'onEmpty'"},
+    const std::pair<std::function<void()>, std::string> cases[] = {
+        {[&] { handle.call("none"); }, " has no method 'none'"},
+        {[&] { handle.call("add", 1); }, ", method 'add': expected 2 arguments, got 1"},
+        {[&] { handle.call("add", 1, 2); }, ", method 'add': argument 2: expected text, got int"},
+        {[&] { handle.call<int>("add", 1, ""); },
+         ", result of method 'add': expected int, got text"},
+        {[&] { handle.connect("none", [] {}); }, " has no signal 'none'"},
+        {[&] { handle.property<int>("none"); }, " has no property 'none'"},
+        {[&] { handle.property<bool>("charge"); }, ", property 'charge': expected bool, got int"},
+        {[&] { handle.setProperty("charge", ""); }, ", property 'charge': expected int, got text"},
+        {[&] { handle.setProperty("lid", 1); }, ", property 'lid' can only be read"},
+        {[&] { battery.object->method("add", [] {}); }, " already has a method 'add'"},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(errorOf(c.use), c.error);
-    EXPECT_THROW(handle.call("fail"), std::domain_error);
+    for (const auto& [use, error] : cases)
+        EXPECT_EQ(errorOf(use), "service 'Battery'" + error);
+    EXPECT_EQ(errorOf<std::domain_error>([&] { handle.call("fail"); }), "no power");
 }
 
-TEST_F(ServiceTest, everyUseOfANullHandleSaysSo)
+TEST_F(ServiceTest, everyUseOfAHandleThatIsNullOrWhoseObjectIsGoneSaysSo)
 {
-    const AnyObject null;
-    const std::function<void()> uses[] = {
-        [&] { null.call("m"); },           [&] { null.connect("s", [] {}); },
-        [&] { null.disconnect(1); },       [&] { null.property<int>("p"); },
-        [&] { null.setProperty("p", 1); }, [&] { null.follow<int>("p", note()); },
-        [&] { null.async("m").value(); },  [&] { session.registerService(nullptr); },
+    const std::function<void(const AnyObject&)> uses[] = {
+        [](const AnyObject& o) { o.call("fail"); },
+        [](const AnyObject& o) { o.connect("onEmpty", [] {}); },
+        [](const AnyObject& o) { o.follow<int>("charge", [](int) {}); },
+        [](const AnyObject& o) { o.property<int>("charge"); },
+        [](const AnyObject& o) { o.setProperty("charge", 1); },
     };
-    for (const auto& use : uses)
-        EXPECT_EQ(errorOf(use), "This object is null");
+    const AnyObject null;
+    battery.object->close();
+    for (const auto& use : uses) {
+        EXPECT_EQ(errorOf([&] { use(null); }), "This object is null");
+        EXPECT_EQ(errorOf([&] { use(handle); }), "service 'Battery' is gone");
+    }
+    EXPECT_EQ(null.async("fail").error(), "This object is null");
+    EXPECT_EQ(errorOf([&] { null.disconnect(1); }), "This object is null");
+    EXPECT_EQ(errorOf([&] { session.registerService(nullptr); }), "This object is null");
+    EXPECT_ANY_THROW(battery.object->connect("onEmpty", [](const auto&) {}));
+    EXPECT_ANY_THROW(battery.object->followProperty("charge", [](const auto&) {}));
 }
 
 TEST_F(ServiceTest, methodsAreCalledByNameNowOrOnTheEventLoop)
 {
-    battery.object->dynamicMethod({"echo", "", 1},
-                                  [](const std::vector<Value>& values) { return values[0]; });
     EXPECT_EQ(handle.call<std::string>("add", 1, "x"), "1x");
-    EXPECT_EQ(handle.call<int>("echo", 7), 7);
-    std::string methods;
-    for (const ServiceObject::MethodInfo& method : battery.object->methods())
-        methods += method.name + " " + std::to_string(method.parameters) + method.description + ";";
-    EXPECT_EQ(methods, "add 2joins;echo 1;fail 0;");
-
     const vo::Future<std::string> later = handle.async<std::string>("add", 2, "y");
     const vo::Future<void> failing = handle.async("fail");
     EXPECT_TRUE(later.isRunning());
@@ -125,44 +107,30 @@ TEST_F(ServiceTest, methodsAreCalledByNameNowOrOnTheEventLoop)
     EXPECT_EQ(late.error(), "service 'Battery' is gone");
 }
 
-TEST_F(ServiceTest, deliveriesStandOnTheSignalQueueInTheOrderOfTheEmissions)
+TEST_F(ServiceTest, deliveriesStandOnTheSignalQueueInTheirOrderAndOneThatFailsIsLogged)
 {
-    handle.connect("onEmpty", note());
+    handle.connect("onEmpty", [](const std::string&) {});
+    handle.connect("onEmpty", [](int) { throw std::runtime_error("broken"); });
     handle.connect<int>("onEmpty", std::bind(note(), std::placeholders::_1));
     const vo::SignalLink charge = handle.follow<int>("charge", note());
     handle.follow<int>("lid", [&](int v) { got.push_back(-v); });
     battery.onEmpty(1);
     handle.setProperty("charge", 2);
     handle.setProperty("charge", 2);
-    battery.onEmpty(3);
     EXPECT_THAT(got, IsEmpty());
     clock->runPending();
-    EXPECT_THAT(got, ElementsAre(1, 1, 2, -2, 3, 3));
-    EXPECT_EQ(handle.property<int>("charge"), 2);
     EXPECT_EQ(handle.property<int>("lid"), 2);
     EXPECT_TRUE(handle.disconnect(charge));
     handle.setProperty("charge", 4);
+    battery.onEmpty(3);
     clock->runPending();
-    EXPECT_EQ(got.back(), -4);
-    EXPECT_EQ(got.size(), 7U);
-}
-
-TEST_F(ServiceTest, aReceiverThatFailsIsLoggedAndTheOthersGoOn)
-{
-    handle.connect("onEmpty", [](const std::string&) {});
-    handle.connect("onEmpty", [](int, int) {});
-    handle.connect("onEmpty", [](int) { throw std::runtime_error("broken"); });
-    handle.connect("onEmpty", note());
-    battery.onEmpty(1);
-    clock->runPending();
-    EXPECT_THAT(got, ElementsAre(1));
-    EXPECT_THAT(
-        log.lines(vo::LogLevel::error),
-        ElementsAre("ServiceObject/receiver: service 'Battery', signal 'onEmpty': argument 1: "
-                    "expected text, got int",
-                    "ServiceObject/receiver: service 'Battery', signal 'onEmpty': "
-                    "expected 2 arguments, got 1",
-                    "ServiceObject/receiver: broken"));
+    EXPECT_THAT(got, ElementsAre(1, 2, -2, -4, 3));
+    const std::string place = "ServiceObject/receiver: ";
+    const std::string wrong = place +
+                              "service 'Battery', signal 'onEmpty': argument 1: expected "
+                              "text, got int";
+    EXPECT_THAT(log.lines(vo::LogLevel::error),
+                ElementsAre(wrong, place + "broken", wrong, place + "broken"));
 }
 
 TEST_F(ServiceTest, disconnectAlsoDropsWhatIsOnItsWay)
@@ -178,8 +146,7 @@ TEST_F(ServiceTest, disconnectAlsoDropsWhatIsOnItsWay)
     EXPECT_TRUE(AnyObject(battery.object).disconnect(link));
     clock->runPending();
     EXPECT_THAT(got, ElementsAre(10));
-    EXPECT_FALSE(handle.disconnect(link));
-    EXPECT_FALSE(handle.disconnect(once));
+    EXPECT_FALSE(handle.disconnect(link) || handle.disconnect(once));
 }
 
 TEST_F(ServiceTest, aClosedObjectRefusesCallsAndDropsItsConnections)
@@ -197,15 +164,6 @@ TEST_F(ServiceTest, aClosedObjectRefusesCallsAndDropsItsConnections)
     battery.charge.set(3);
     clock->runPending();
     EXPECT_THAT(got, ElementsAre(0, 0)) << "only what ran on the emitting thread before";
-    for (const auto use :
-         {+[](const AnyObject& o) { o.call("fail"); },
-          +[](const AnyObject& o) { o.connect("onEmpty", [] {}); },
-          +[](const AnyObject& o) { o.object()->connect("onEmpty", [](const auto&) {}); },
-          +[](const AnyObject& o) { o.follow<int>("charge", [](int) {}); },
-          +[](const AnyObject& o) { o.object()->followProperty("charge", [](const auto&) {}); },
-          +[](const AnyObject& o) { o.property<int>("charge"); },
-          +[](const AnyObject& o) { o.setProperty("charge", 1); }})
-        EXPECT_EQ(errorOf([&] { use(handle); }), "service 'Battery' is gone");
     battery.object.reset();
     handle = AnyObject();
     undo();
@@ -230,45 +188,22 @@ TEST_F(ServiceTest, aServiceIsReplacedWhileItIsCalledAndItsCallEndsFirst)
         object->method("reach", reach);
         session.registerService(object);
     };
+    const auto reach = [] { return vo::import("Arm").call<int>("reach"); };
     std::promise<void> begun;
     bool ended = false;  // no atomic: closing alone orders the accesses
     add([&] {
-        const AnyObject self = session.service("Arm");
         begun.set_value();
-        while (!self.object()->isClosed() || !session.findService("Arm"))
+        while (session.findService("Arm"))
             std::this_thread::yield();
-        EXPECT_EQ(vo::import("Arm").call<int>("reach"), 2);
+        add([] { return 2; });
         letOthersRun();
         ended = true;
-        return 1;
+        return reach();
     });
-    auto call =
-        std::async(std::launch::async, [&] { return vo::import("Arm").call<int>("reach"); });
+    auto call = std::async(std::launch::async, reach);
     await("the call", begun);
-    auto removal =
-        std::async(std::launch::async, [&] { return session.unregisterService("Arm") && ended; });
-    while (session.findService("Arm"))
-        std::this_thread::yield();
-    add([] { return 2; });
-    EXPECT_EQ(call.get(), 1);
-    EXPECT_TRUE(removal.get());
-    EXPECT_EQ(vo::import("Arm").call<int>("reach"), 2);
-}
-
-// Real threads: both runs of the receiver are in progress when each undoes it.
-TEST_F(ServiceTest, twoRunsOfAReceiverThatUndoItDoNotWaitForEachOther)
-{
-    std::promise<void> inside[2];
-    ServiceObject::Disconnect undo =
-        battery.object->connect("onEmpty", [&](const std::vector<Value>& values) {
-            const auto self = *values[0].get<std::int64_t>();
-            inside[self].set_value();
-            await("the other run", inside[1 - self]);
-            undo();
-        });
-    auto other = std::async(std::launch::async, [&] { battery.onEmpty(0); });
-    battery.onEmpty(1);
-    other.get();
+    EXPECT_TRUE(session.unregisterService("Arm") && ended);
+    EXPECT_EQ(call.get(), 2);
 }
 
 TEST_F(ServiceTest, theSessionFindsServicesByName)
@@ -277,22 +212,19 @@ TEST_F(ServiceTest, theSessionFindsServicesByName)
     session.registerService(std::make_shared<ServiceObject>("Arm"));
     EXPECT_THAT(session.services(), ElementsAre("Arm", "Battery"));
     EXPECT_EQ(vo::import("Battery").object(), battery.object);
-    EXPECT_EQ(errorOf([&] { session.registerService(std::make_shared<ServiceObject>("Arm")); }),
-              "there is a service named 'Arm' already");
-    EXPECT_THROW(session.registerService(std::make_shared<ServiceObject>("")), std::runtime_error);
-
-    EXPECT_TRUE(session.unregisterService("Battery"));
+    EXPECT_EQ(errorOf([&] { session.registerService(battery.object); }),
+              "there is a service named 'Battery' already");
+    EXPECT_ANY_THROW(session.registerService(std::make_shared<ServiceObject>("")));
+    EXPECT_TRUE(session.unregisterService("Battery") && battery.object->isClosed());
     EXPECT_FALSE(session.unregisterService("Battery"));
-    EXPECT_TRUE(battery.object->isClosed());
-    EXPECT_FALSE(session.findService("Battery"));
     EXPECT_EQ(errorOf([&] { session.service("Battery"); }), "no service named 'Battery'");
 }
 
 TEST_F(ServiceTest, aWaitEndsWithTheServiceOrWithItsCancelling)
 {
     const auto first = session.waitForService("Battery");
-    const auto second = session.waitForService("Battery");
     const auto canceled = session.waitForService("Battery");
+    const auto second = session.waitForService("Battery");
     const auto other = session.waitForService("Arm");
     first.then([&](const vo::Future<AnyObject>& found) {
         got.push_back(static_cast<int>(session.services().size()));
@@ -300,14 +232,11 @@ TEST_F(ServiceTest, aWaitEndsWithTheServiceOrWithItsCancelling)
     });
     second.then([&](const auto&) { got.push_back(2); });
     canceled.cancel();
-    EXPECT_TRUE(canceled.isCanceled());
-
     session.registerService(battery.object);
+    EXPECT_TRUE(canceled.isCanceled());
     EXPECT_THAT(got, ElementsAre(1, 2));
     EXPECT_TRUE(other.isRunning());
     EXPECT_EQ(session.waitForService("Battery").value().object(), battery.object);
-    first.cancel();
-    EXPECT_TRUE(first.hasValue());
 }
 
 TEST(SessionTest, itsEndClosesServicesAndCancelsWaitsAndRefusesOthers)
@@ -315,10 +244,8 @@ TEST(SessionTest, itsEndClosesServicesAndCancelsWaitsAndRefusesOthers)
     auto owner = std::make_unique<vo::Session>();
     vo::Session& session = *owner;
     std::vector<std::shared_ptr<ServiceObject>> objects;
-    for (const char* name : {"Arm", "Hand", "Knee"}) {
-        objects.push_back(std::make_shared<ServiceObject>(name));
-        session.registerService(objects.back());
-    }
+    for (const char* name : {"Arm", "Hand", "Knee"})
+        session.registerService(objects.emplace_back(std::make_shared<ServiceObject>(name)));
     const vo::Future<AnyObject> waits[] = {session.waitForService("Leg"),
                                            session.waitForService("Eye")};
     std::string seen;

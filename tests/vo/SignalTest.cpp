@@ -18,11 +18,10 @@ using vo::Signal;
 namespace {
 
 // Real threads: that somebody waits for another thread cannot be seen with one.
-TEST(CallbackGateTest, closeReturnsAfterTheRunsInProgressButItsOwn)
+TEST(CallbackGateTest, closeWaitsForTheRunsInProgressButItsOwnAndThoseThatCloseItToo)
 {
     const Deadline deadline("the gate's closing");
-    for (const bool fromInside : {false, true}) {
-        SCOPED_TRACE(fromInside);
+    for (const bool bothClose : {false, true}) {
         CallbackGate gate;
         std::promise<void> begun;
         bool ended = false;  // no atomic: the gate alone orders the accesses
@@ -31,24 +30,22 @@ TEST(CallbackGateTest, closeReturnsAfterTheRunsInProgressButItsOwn)
             begun.set_value();
             while (!gate.isClosed())
                 std::this_thread::yield();
+            if (bothClose)
+                gate.close();
             letOthersRun();
             ended = true;
         });
         await("the run", begun);
-        std::optional<CallbackGate::Pass> own;
-        if (fromInside)
-            own.emplace(gate);
-
+        EXPECT_FALSE(gate.isInside());
+        const CallbackGate::Pass own(gate);
         EXPECT_TRUE(gate.close());
-        EXPECT_TRUE(ended);
-        EXPECT_FALSE(gate.close());
-        EXPECT_EQ(gate.isInside(), fromInside);
+        EXPECT_TRUE(bothClose || ended);
+        EXPECT_TRUE(!gate.close() && gate.isInside());
         EXPECT_FALSE(CallbackGate::Pass(gate));
     }
 }
 
-class SignalTest : public testing::Test {
-protected:
+struct SignalTest : testing::Test {
     Signal<int>::Callback note(const std::string& name)
     {
         return [this, name](int v) { calls.push_back(name + std::to_string(v)); };
@@ -67,7 +64,6 @@ TEST_F(SignalTest, receiversAreCalledInOrderOfConnectionAndAFailingOneStopsNoOth
     const vo::SignalLink last = signal.connect(note("c"));
     signal(1);
     EXPECT_TRUE(signal.disconnect(last));
-    EXPECT_FALSE(signal.disconnect(last));
     EXPECT_FALSE(signal.disconnect(vo::kInvalidSignalLink));
     signal(2);
     EXPECT_THAT(calls, ElementsAre("a1", "c1", "a2"));
@@ -103,13 +99,6 @@ TEST_F(SignalTest, aSignalThatIsDestroyedInACallCallsNobodyElse)
     (*doomed)(1);
     undo();
     EXPECT_THAT(calls, IsEmpty());
-
-    const auto undoFirst = signal.connectWithUndo(note("first"));
-    signal.connect(note("second"));
-    undoFirst();
-    undoFirst();
-    signal(2);
-    EXPECT_THAT(calls, ElementsAre("second2"));
 }
 
 // Real threads, as above. The receiver sees that it was disconnected when a call that it makes
@@ -118,25 +107,17 @@ TEST_F(SignalTest, everyDisconnectReturnsAfterTheCallInProgress)
 {
     vo::ServiceObject object("Battery");
     object.signal("onEmpty", signal);
-    using Undo = std::function<void()>;
-    const std::function<Undo(const std::function<void()>&)> connectors[] = {
-        [&](const auto& call) { return signal.connectWithUndo([call](int) { call(); }); },
-        [&](const auto& call) {
-            return object.connect("onEmpty", [call](const auto&) { call(); });
-        },
-    };
-    for (const auto& connect : connectors) {
+    for (const bool byName : {false, true}) {
         std::promise<void> begun;
         bool reached = false;
         bool ended = false;
         bool first = true;
         std::future<bool> second;
-        Undo undo;
-        undo = connect([&] {
-            if (!std::exchange(first, false)) {
-                reached = true;
+        std::function<void()> undo;
+        const auto call = [&](const auto&) {
+            reached = true;
+            if (!std::exchange(first, false))
                 return;
-            }
             begun.set_value();
             do {
                 reached = false;
@@ -152,7 +133,8 @@ TEST_F(SignalTest, everyDisconnectReturnsAfterTheCallInProgress)
             await("the second thread", trying);
             letOthersRun();
             ended = true;
-        });
+        };
+        undo = byName ? object.connect("onEmpty", call) : signal.connectWithUndo(call);
         auto emission = std::async(std::launch::async, [&] { signal(1); });
         await("the call", begun);
         undo();
@@ -162,36 +144,7 @@ TEST_F(SignalTest, everyDisconnectReturnsAfterTheCallInProgress)
     }
 }
 
-TEST_F(SignalTest, destructionReturnsAfterTheCallsInProgress)
-{
-    auto doomed = std::make_optional<Signal<int>>();
-    std::promise<void> begun;
-    bool ended = false;
-    doomed->connect([&](int) {
-        begun.set_value();
-        letOthersRun();
-        ended = true;
-    });
-    const auto emission = std::async(std::launch::async, [&] { (*doomed)(1); });
-    await("the call", begun);
-    doomed.reset();
-    EXPECT_TRUE(ended);
-}
-
-TEST(PropertyTest, followersAreToldOfChangesOnly)
-{
-    Property<std::string> property("a");
-    std::vector<std::string> told;
-    const vo::SignalLink link = property.connect([&](const std::string& v) { told.push_back(v); });
-    EXPECT_TRUE(property.set("a").hasValue());
-    EXPECT_TRUE(property.set("b").hasValue());
-    EXPECT_TRUE(property.disconnect(link));
-    property.set("c");
-    EXPECT_THAT(told, ElementsAre("b"));
-    EXPECT_EQ(property.get(), "c");
-}
-
-TEST(PropertyTest, aSetInAFollowerIsToldToAllAfterTheOneInProgress)
+TEST(PropertyTest, followersAreToldOfChangesAndOfOneInAFollowerAfterTheOneInProgress)
 {
     Property<int> property(0);
     vo::Future<void> nested;
@@ -203,39 +156,13 @@ TEST(PropertyTest, aSetInAFollowerIsToldToAllAfterTheOneInProgress)
             EXPECT_EQ(property.get(), 2);
         }
     });
-    property.connect([&](int v) { told.push_back(v); });
-    EXPECT_TRUE(property.set(1).hasValue());
-    EXPECT_THAT(told, ElementsAre(1, 2));
+    const vo::SignalLink link = property.connect([&](int v) { told.push_back(v); });
+    for (const int value : {0, 1, 2})
+        EXPECT_TRUE(property.set(value).hasValue());
     EXPECT_TRUE(nested.hasValue());
-}
-
-// Real threads: one sets while another tells.
-TEST(PropertyTest, setsOfTwoThreadsAreToldInTheirOrderOneAtATime)
-{
-    const Deadline deadline("the end of all sets");
-    constexpr int kSets = 2000;
-    Property<int> property(0);
-    std::vector<int> told;  // no lock: the property tells one at a time
-    property.connect([&](int v) { told.push_back(v); });
-    const auto setAll = [&](int sign) {
-        vo::Future<void> last;
-        for (int i = 1; i <= kSets; ++i)
-            last = property.set(sign * i);
-        last.wait();
-    };
-    auto other = std::async(std::launch::async, setAll, -1);
-    setAll(1);
-    other.get();
-
-    ASSERT_EQ(told.size(), 2u * kSets);
-    EXPECT_EQ(told.back(), property.get());
-    int up = 0;
-    int down = 0;
-    for (const int v : told) {
-        int& last = v > 0 ? up : down;
-        EXPECT_EQ(std::abs(v), std::abs(last) + 1);
-        last = v;
-    }
+    EXPECT_TRUE(property.disconnect(link));
+    property.set(3);
+    EXPECT_THAT(told, ElementsAre(1, 2));
 }
 
 }  // namespace
