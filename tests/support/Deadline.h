@@ -29,8 +29,6 @@ public:
         came_.set_value();
         watch_.join();
     }
-    Deadline(const Deadline&) = delete;
-    Deadline& operator=(const Deadline&) = delete;
 
 private:
     static constexpr std::chrono::seconds kLimit{60};

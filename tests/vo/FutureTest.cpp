@@ -38,12 +38,10 @@ TEST(FutureTest, first_ending_is_final)
         for (const auto& late : endings)
             EXPECT_FALSE(late.second(promise));
         EXPECT_EQ(outcome(promise.future()), expected);
-        EXPECT_EQ(promise.future().error(), promise.future().hasError() ? "lost" : "");
     }
     const Promise<void> odd;
     odd.setError(std::make_exception_ptr(5));
     EXPECT_EQ(odd.future().error(), "unknown exception");
-    EXPECT_FALSE(Future<int>().isValid());
     EXPECT_THROW(Future<int>().wait(), std::logic_error);
 }
 
