@@ -234,7 +234,6 @@ TEST_F(VirtualClockTest, all_executors_run_in_order_of_due_time_then_of_posting)
         },
         10us);
     second->post(note("b'"), 10us);
-    EXPECT_TRUE(seen.empty());
     clock.advance(30us);
     EXPECT_THAT(seen, ElementsAre("past@0", "a@10", "b@10", "a'@10", "b'@10", "same instant@10",
                                   "later@15", "c@30", "d@30"));

@@ -75,22 +75,6 @@ TEST_F(EventLoopTest, closing_cancels_and_every_function_is_gone_when_its_future
     EXPECT_TRUE(loop.async([] { return 1; }).isCanceled());
 }
 
-TEST(ApplicationTest, is_current_while_it_lives_and_alone)
-{
-    EXPECT_EQ(vo::Application::currentClock(), nullptr);
-    EXPECT_THROW(vo::getEventLoop(), std::logic_error);
-    const auto clock = std::make_shared<vo::VirtualClock>(vo::TimePoint());
-    vo::Future<void> waiting;
-    {
-        vo::Application application(clock);
-        EXPECT_EQ(vo::Application::currentClock(), clock);
-        EXPECT_THROW(vo::Application second(clock), std::logic_error);
-        waiting = vo::getEventLoop()->async([] {}, 1);
-    }
-    EXPECT_TRUE(waiting.isCanceled());
-    EXPECT_EQ(vo::Application::currentOrNull(), nullptr);
-}
-
 // Real threads: its end finds both queues at work.
 TEST(ApplicationTest, services_are_there_until_the_queues_have_ended)
 {

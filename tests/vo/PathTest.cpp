@@ -56,8 +56,6 @@ TEST_F(PathTest, theFirstFileIsFound)
         EXPECT_EQ(findConf("app", "a.cfg"), file);
     }
     EXPECT_EQ(findConf("app", "a.cfg", true), system);
-    const std::string deeper = write("one/app/sub/b.cfg");
-    EXPECT_EQ(findConf("app", "sub/b.cfg"), deeper);
 }
 
 TEST_F(PathTest, namesThatLeaveTheFolderAreRefused)

@@ -81,6 +81,7 @@ TEST_F(PeriodicTaskTest, set_up_is_checked_and_closed_to_a_running_task)
         set();
     clock->advance(20us);
     EXPECT_THAT(times, IsEmpty());
+    EXPECT_THROW(vo::Application second(clock), std::logic_error) << "there is one at a time";
     application.reset();
     EXPECT_THAT(errorOf<std::logic_error>([&] { task->start(); }), HasSubstr("no Application"));
     EXPECT_FALSE(task->isRunning());
