@@ -333,39 +333,6 @@ TEST_F(CheckerTest, AChangeThatFiresNothingAllocatesNothing)
     EXPECT_EQ(allocationsOfThisThread(), before);
 }
 
-TEST_F(CheckerTest, SharedPersistentValuesAreTheHoldersAlone)
-{
-    add("'A'");
-    add("'B'");
-    start();
-    std::vector<std::pair<std::shared_ptr<const PersistentValues>, PersistentValues>> held;
-    for (int i = 0; i < 600; ++i) {
-        if (i == 300)
-            add("'C'");
-        if (i == 400)
-            checker.removeCondition(2);
-        memory.raiseEvent(i % 3 ? "A" : "B", i);
-        platform.runPending();
-        // Some are held for long, most are let go, and once in a while many changes are missed.
-        if (i % 50 > 30 || i > 560)
-            continue;
-        held.emplace_back(checker.sharePersistentValues(), checker.getPersistentValues());
-        ASSERT_EQ(*held.back().first, held.back().second) << i;
-        if (i % 7)
-            held.pop_back();
-    }
-    for (const int missed : {256, 257, 600}) {  // as many changes as are remembered, and more
-        checker.sharePersistentValues();
-        memory.raiseEvent("C", missed);
-        for (int i = 1; i < missed; ++i)
-            memory.raiseEvent("A", -i);
-        platform.runPending();
-        EXPECT_EQ(*checker.sharePersistentValues(), checker.getPersistentValues()) << missed;
-    }
-    for (const auto& [shared, then] : held)
-        EXPECT_EQ(*shared, then) << "altered while it was held";
-}
-
 TEST_F(CheckerTest, ACallbackMayUseTheCheckerAndMayThrow)
 {
     unsigned added = 0;
@@ -415,36 +382,6 @@ TEST_F(CheckerTest, AStopWaitsForTheCallbackThatRuns)
     });
     start(kSecond);
     EXPECT_TRUE(endedBeforeStop.get());
-}
-
-/// On real threads, for what virtual time has no threads to show: the wake-ups between raisers and
-/// the checker.
-TEST(RealChecker, ChecksLoseNoPulse)
-{
-    constexpr int kPulses = 5000;
-    vo::Application application(vo::makeRealClock());
-    const auto broker = KRBroker::create(application);
-    ConditionChecker checker;
-    checker.connect(broker);
-    const unsigned rising = checker.addCondition("'A' == 1", ConditionChecker::ReportBecomesTrue);
-    std::atomic<int> left{kPulses};
-    std::promise<void> all;
-    checker.setCallback([&](const ConditionChecker::Hits&) {
-        if (--left == 0)
-            all.set_value();
-    });
-    std::thread asker([&] {
-        for (int i = 0; i < kPulses; ++i)
-            checker.checkConditions(i % 2 == 0);
-    });
-    checker.run(100, false);
-    for (int i = 0; i < 2 * kPulses; ++i)
-        broker->memory().raiseEvent("A", i % 2);
-    EXPECT_EQ(all.get_future().wait_for(seconds(60)), std::future_status::ready);
-    asker.join();
-    checker.stop();
-    EXPECT_TRUE(checker.isConditionTrue(rising));
-    EXPECT_EQ(left, 0);
 }
 
 }  // namespace

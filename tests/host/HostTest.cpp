@@ -149,29 +149,5 @@ TEST_F(HostTest, RefreshThatIsPostedWhenThePermissionsGoIsDropped)
     life->exit();
 }
 
-/// Real threads: proves that the parts are wired to the event loop, the checker's thread and the
-/// feed, and go away in order while work is under way.
-TEST_F(HostTest, LivesOnRealThreads)
-{
-    start(rule("go", "A", focusOn("dialog:a")));  // which writes the rules
-    host.reset();
-    std::promise<void> started;
-    const std::shared_ptr<vo::Clock> real = vo::makeRealClock();
-    Timeline live(real, std::make_unique<JsonTimeline>([](const std::string&) {}));
-    Host liveHost(real, live, {folder.path() + "/autonomy.cfg", {}, vo::LogLevel::silent});
-    liveHost.life().changed.connect([&](const LifeEvent& event) {
-        if (event.subject == "dialog:a" && event.lost == 0)
-            started.set_value();
-    });
-    liveHost.start({"B"});
-    liveHost.memory().raiseEvent("A", 1);
-    EXPECT_EQ(started.get_future().wait_for(std::chrono::seconds(30)), std::future_status::ready);
-    for (int i = 0; i < 1000; ++i) {
-        liveHost.memory().raiseEvent("B", i);
-        liveHost.memory().raiseEvent("A", i % 2);
-    }
-    liveHost.stop();
-}
-
 }  // namespace
 }  // namespace KR

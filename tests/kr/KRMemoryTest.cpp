@@ -201,35 +201,5 @@ TEST_F(MemoryTest, SubscriberSignalsEveryNewValueInOrder)
         << "a connection outlives its handle";
 }
 
-// Real threads, since what is tested is the locking.
-TEST_F(MemoryTest, ConcurrentWritersAreSeenInOneOrderByReadersAndSubscribers)
-{
-    constexpr int kWrites = 2000;
-    const auto second = std::make_shared<MemoryFeed>([] {});
-    for (const auto& watcher : {feed, second})
-        memory.watch(watcher, {{"A", 0}, {"B", 1}, {"C", 2}});
-    raise({{"A", 0}, {"B", 0}});
-    std::atomic<bool> done{false};
-    std::thread reader([&] {
-        while (!done) {
-            const KRValue pair = memory.getListData({"A", "B"});
-            const auto ahead = pair[0].toInt() - pair[1].toInt();
-            EXPECT_TRUE(ahead == 0 || ahead == 1) << pair;
-        }
-    });
-    std::thread other([&] {
-        for (int i = 1; i <= kWrites; ++i)
-            memory.raiseEvent("C", i);
-    });
-    for (int i = 1; i <= kWrites; ++i)
-        raise({{"A", i}, {"B", i}});
-    other.join();
-    done = true;
-    reader.join();
-    const Changes changes = take(*feed);
-    EXPECT_EQ(changes.size(), 3u * kWrites + 2);
-    EXPECT_EQ(changes, take(*second));
-}
-
 }  // namespace
 }  // namespace KR

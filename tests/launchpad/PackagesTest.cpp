@@ -42,26 +42,6 @@ TEST_F(LaunchpadTest, firstLaunchTrigger_becomesAGuardedSwitchOfFocus)
     }
 }
 
-TEST_F(LaunchpadTest, behaviourAddedTwice_leavesItsOlderActionBehind)
-{
-    change(services.installed, launchedPackage("p"));
-    change(services.installed, launchedPackage("p"));
-    EXPECT_THAT(access.actions(), ElementsAre(testing::Key(2), testing::Key(3)));
-    EXPECT_THAT(launchpad->getAutonomousActivityNames(), ElementsAre("p/b"));
-    change(services.removed, launchedPackage("p"));
-    EXPECT_TRUE(launchpad->getAutonomousActivityNames().empty());
-    EXPECT_THAT(access.actions(), ElementsAre(testing::Key(2)));
-    logged();
-    change(services.removed, launchedPackage("p"));
-    access.scan();
-    EXPECT_TRUE(access.actions().empty());
-    EXPECT_EQ(
-        logged(),
-        R"(warning _removeBehaviorAction: Tried to remove a non mapped behavior action for: p/b
-info _initPackageData: Deleted all actions from packages.
-)");
-}
-
 TEST_F(LaunchpadTest, failuresInAPackageChange_areLoggedAndTheRestIsDone)
 {
     vo::BehaviorInfo reflex("reflex");

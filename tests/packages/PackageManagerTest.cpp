@@ -85,35 +85,6 @@ TEST_F(PackageManagerTest, start_finds_what_is_usable_and_clears_what_was_left_o
                             HasSubstr("there is no manifest")));
 }
 
-TEST_F(PackageManagerTest, changes_from_many_threads_leave_what_is_on_the_disk)
-{
-    make();
-    std::map<std::string, std::string> told;  // by uuid, as "+-+"
-    for (const auto& [signal, sign] :
-         {std::pair("onPackageInstalled", '+'), {"onPackageRemoved", '-'}})
-        service().object()->connect(signal, [&, sign = sign](const std::vector<vo::Value>& values) {
-            told[vo::fromValue<vo::PackageInfo>(values.at(0)).uuid()] += sign;
-        });
-    const auto change = [&](const std::string& uuid) {
-        const auto source = writeTestPackage(folder, uuid, uuid);
-        for (int i = 0; i < 25; ++i) {
-            manager->upgrade(source);
-            if (i % 3 == (uuid == "a" ? 0 : 1))
-                manager->removePkg(uuid);
-        }
-    };
-    std::thread other(change, "a");
-    change("b");
-    other.join();
-    ASSERT_EQ(told.size(), 2U);
-    for (const auto& [uuid, signs] : told) {
-        EXPECT_THAT(signs, testing::Not(testing::AnyOf(HasSubstr("++"), HasSubstr("--"))));
-        EXPECT_EQ(signs.back() == '+', manager->hasPackage(uuid)) << uuid;
-        EXPECT_EQ(signs.back() == '+', fs::exists(packages + "/" + uuid)) << uuid;
-    }
-    EXPECT_THAT(log.lines(vo::LogLevel::warning), IsEmpty());
-}
-
 TEST_F(PackageManagerTest, changes_by_hand_and_by_other_processes_are_signalled)
 {
     make();

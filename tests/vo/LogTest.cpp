@@ -89,21 +89,4 @@ TEST_F(LogTest, aLineHasTheTimeTheBeginningOfLongTextsAndWhatIsNoTextEscaped)
     }
 }
 
-TEST_F(LogTest, aCaptureSeesAllLevelsAndPrintsNothingWhateverOtherListenersDo)
-{
-    std::optional<vo::LogListener> once;
-    once.emplace([&](const LogRecord& record) {
-        logger.info("l", "heard " + record.text);
-        once.reset();
-    });
-    const vo::LogListener failing([](const LogRecord&) { throw std::runtime_error("broken"); });
-    const vo::LogCapture capture;
-    EXPECT_NE(std::make_unique<vo::LogCapture>(), nullptr);  // ends before the other
-    EXPECT_EQ(printed(logEachLevel), "");
-    EXPECT_THAT(capture.lines(LogLevel::info), ElementsAre("Tested/l: heard E", "Tested/l: I"));
-    EXPECT_THAT(capture.lines(LogLevel::verbose), ElementsAre("Tested/l: V"));
-    EXPECT_EQ(capture.count(LogLevel::error, "broken"), 5U) << "once for each";
-    EXPECT_EQ(capture.records().front().time, vo::TimePoint()) << "no application, no time";
-}
-
 }  // namespace
