@@ -27,8 +27,7 @@ struct ActivitiesPluginTest : SenseTest<ActivitiesPlugin> {
         make();
         follow(
             "FocusedActivity PreviousActivity State PreviousState FocusCount/a FocusCount/b "
-            "FocusCount/c "
-            "LifeTime");
+            "FocusCount/c LifeTime");
     }
     std::string change()
     {
@@ -51,8 +50,7 @@ TEST_F(ActivitiesPluginTest, publishes_nothing_until_a_start_after_the_platform_
     life.fail("getLifeTime");
     EXPECT_EQ(after(kMoment), "");
     life.set("getLifeTime", "old");  // kept as delivered
-    EXPECT_EQ(after(seconds(1) - kMoment), "");
-    EXPECT_EQ(after(kMoment), "LifeTime='old'");
+    EXPECT_EQ(after(seconds(1)), "LifeTime='old'");
     plugin->exit();
     EXPECT_EQ(inTurn({change(), after(seconds(5))}), "");
 }
@@ -66,24 +64,22 @@ TEST_F(ActivitiesPluginTest, change_raises_only_what_differs_and_stop_blanks_eve
     live({"x", "b", "y"}, {"solitary", "interactive"}, {{"a", 1}, {"b", 6}, {"c", -1}});
     EXPECT_EQ(change(),
               "FocusCount/a=1 FocusCount/c=none FocusedActivity='y' PreviousActivity='b' "
-              "PreviousState='solitary' "
-              "State='interactive'");
+              "PreviousState='solitary' State='interactive'");
     live({}, {}, {{"a", 1}, {"b", 7}});
     EXPECT_EQ(change(),
               "FocusCount/b=7 FocusedActivity='' PreviousActivity='' PreviousState='' State=''");
     EXPECT_EQ(inTurn({stop(), after(seconds(5)), change()}),
               "FocusCount/a=none FocusCount/b=none FocusedActivity=none PreviousActivity=none "
-              "PreviousState=none "
-              "State=none LifeTime=none");
+              "PreviousState=none State=none LifeTime=none");
 }
 
 TEST_F(ActivitiesPluginTest, report_that_fails_is_logged_and_raises_nothing)
 {
     start();
-    for (const auto& fault : std::vector<std::function<void()>>{
-             [&] { life.set("getStateHistory:2", 5); },
-             [&] { life.set("getAutonomousActivityStatistics", Names{"a"}); },
-             [&] { life.die(); }}) {
+    const std::function<void()> faults[] = {
+        [&] { life.set("getStateHistory:2", 5); },
+        [&] { life.set("getAutonomousActivityStatistics", Names{"a"}); }, [&] { life.die(); }};
+    for (const auto& fault : faults) {
         live({"b"}, {"solitary"}, {{"b", 1}});
         fault();
         EXPECT_EQ(change(), "");

@@ -1,3 +1,5 @@
+#include <boost/algorithm/string/erase.hpp>
+
 #include "plugins/builtin/HumanTrackedPlugin.h"
 #include "tests/plugins/SenseTest.h"
 
@@ -15,9 +17,7 @@ struct HumanTrackedPluginTest : SenseTest<HumanTrackedPlugin> {
         zones.set("isProcessing", true);
         gaze.set("isProcessing", true);
         make();
-        follow(
-            "SameTrackedHuman DistanceOfTrackedHuman ZoneOfTrackedHuman "
-            "TrackedHumanIsLookingAtRobot");
+        follow("SameTrackedHuman " + boost::erase_all_copy(data("", "", ""), "="));
         person(3, 1.5F, 1, 0);
         person(5, 2, 2, true);
     }
@@ -45,17 +45,15 @@ TEST_F(HumanTrackedPluginTest, new_person_gives_a_pulse_and_the_same_one_none)
     EXPECT_EQ(start(), "");
     EXPECT_EQ(track(5), kPulse + data("2.0", "2", "1"));
     EXPECT_EQ(update(), data("2.0", "2", "1"));
-    EXPECT_EQ(track(-1), kNobody);
-    EXPECT_EQ(update(), kNobody);
+    EXPECT_EQ(inTurn({track(-1), update()}), kNobody + " " + kNobody);
     EXPECT_EQ(track(5), data("2.0", "2", "1"));  // remembered over nobody
     zones.calls.clear();
     EXPECT_EQ(inTurn({stop(), update(), track(3)}), kEmpty);
     EXPECT_EQ(zones.calls, "unsubscribe:\"_LaunchpadPluginHumanTracked\"");
     track(5);
     EXPECT_EQ(start(), kPulse + data("2.0", "2", "1"));  // forgotten
-    EXPECT_EQ(zones.calls,
-              "unsubscribe:\"_LaunchpadPluginHumanTracked\" "
-              "subscribe:\"_LaunchpadPluginHumanTracked\" isProcessing");
+    EXPECT_THAT(zones.calls,
+                testing::EndsWith(" subscribe:\"_LaunchpadPluginHumanTracked\" isProcessing"));
     expectComplaint("none");
 }
 

@@ -1,9 +1,9 @@
 #include <boost/algorithm/string/erase.hpp>
+#include <boost/algorithm/string/join.hpp>
 #include <boost/make_shared.hpp>
-#include <optional>
-#include <thread>
 
 #include "plugins/NimbraLaunchpadPluginBehavior.h"
+#include "plugins/PluginDescriptor.h"
 #include "tests/plugins/SenseTest.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -100,74 +100,60 @@ TEST_F(NimbraLaunchpadPluginBehaviorTest, groups_and_conditions_are_read_in_orde
 TEST_F(NimbraLaunchpadPluginBehaviorTest, triggers_of_either_kind_or_source_replace_the_groups)
 {
     const std::string groups = "<groups><group>solitary</group></groups>";
-    const auto trigger = [&](const std::string& purpose) {
-        return groups + "<conditions><condition purpose='" + purpose +
-               "'>'K'</condition></conditions>";
-    };
-    for (const char* purpose : {"launchTrigger", "terminationTrigger"})
-        EXPECT_THAT(makeOf(trigger(purpose))->getGroups(), ElementsAre("conditional"));
+    for (const std::string purpose : {"launchTrigger", "terminationTrigger"})
+        EXPECT_THAT(makeOf(groups + "<conditions><condition purpose='" + purpose +
+                           "'>'K'</condition></conditions>")
+                        ->getGroups(),
+                    ElementsAre("conditional"));
     behavior.addCondition("terminationTrigger", "'K'");
     EXPECT_THAT(makeOf(groups)->getGroups(), ElementsAre("conditional"));
+}
+
+std::string repeated(int times, const std::string& text)
+{
+    return boost::join(std::vector<std::string>(static_cast<std::size_t>(times), text), "");
 }
 
 /// A little text of entities that stand for ten of the one before.
 std::string entityBomb()
 {
     std::string text = "<!DOCTYPE d [<!ENTITY e0 'boom'>";
-    for (int i = 1; i < 20; ++i) {
-        text += "<!ENTITY e" + std::to_string(i) + " '";
-        for (int k = 0; k < 10; ++k)
-            text += "&e" + std::to_string(i - 1) + ";";
-        text += "'>";
-    }
+    for (int i = 1; i < 20; ++i)
+        text += "<!ENTITY e" + std::to_string(i) + " '" +
+                repeated(10, "&e" + std::to_string(i - 1) + ";") + "'>";
     return text + "]><nimbraLaunchpadPlugin>&e19;</nimbraLaunchpadPlugin>";
-}
-
-std::string nested(int depth)
-{
-    std::string text;
-    for (int i = 0; i < depth; ++i)
-        text += "<a>";
-    for (int i = 0; i < depth; ++i)
-        text += "</a>";
-    return text;
 }
 
 TEST_F(NimbraLaunchpadPluginBehaviorTest, bad_descriptors_are_refused_after_logging_the_place)
 {
-    struct Row {
-        const char* what;
-        std::string document;
-        const char* place;
-    };
-    for (const auto& row : std::vector<Row>{
-             {"empty", "", "1:0"},
-             {"truncated", "<nimbraLaunchpadPlugin>\n <groups>", "2:9"},
-             {"not UTF-8", "<nimbraLaunchpadPlugin>\xFF\xFE</nimbraLaunchpadPlugin>", "1:"},
-             {"unknown encoding", "<?xml version='1.0' encoding='klingon'?><a/>", "1:"},
-             {"entity bomb", entityBomb(), "1:"},
-             {"too deep", nested(33), "1:"},
-             {"far too deep", nested(9000), "1:"},
-             {"50 MB", std::string(std::size_t{50} * 1024 * 1024, ' '), "0:0"}}) {
-        SCOPED_TRACE(row.what);
+    const auto nested = [](int depth) { return repeated(depth, "<a>") + repeated(depth, "</a>"); };
+    std::string longest = nested(PluginDescriptor::kMaxDepth);
+    longest.resize(PluginDescriptor::kMaxBytes, ' ');
+    const std::tuple<const char*, std::string, std::string> rows[] = {
+        {"empty", "", "1:0"},
+        {"truncated", "<nimbraLaunchpadPlugin>\n <groups>", "2:9"},
+        {"not UTF-8", "<nimbraLaunchpadPlugin>\xFF\xFE</nimbraLaunchpadPlugin>", "1:"},
+        {"unknown encoding", "<?xml version='1.0' encoding='klingon'?><a/>", "1:"},
+        {"entity bomb", entityBomb(), "1:"},
+        {"too deep", nested(PluginDescriptor::kMaxDepth + 1), "1:"},
+        {"far too deep", nested(9000), "1:"},
+        {"too large", longest + " ", "0:0"}};
+    for (const auto& [what, document, place] : rows) {
+        SCOPED_TRACE(what);
         platform.log.clear();
-        writeDescriptor(row.document);
+        writeDescriptor(document);
         EXPECT_EQ(errorOf<KRError>([&] { make(); }),
                   "NimbraLaunchpadPlugin::_loadInfo: parse error");
         EXPECT_THAT(platform.log.lines(vo::LogLevel::error),
                     ElementsAre(testing::StartsWith(
-                        std::string("NimbraLaunchpadPluginBehavior/_loadInfo: Syntax error ") +
-                        row.place)));
+                        "NimbraLaunchpadPluginBehavior/_loadInfo: Syntax error " + place)));
     }
-    writeDescriptor(nested(32));
-    EXPECT_NO_THROW(make());
-    writeDescriptor("<Other><groups><group>g</group></groups></Other>");
-    EXPECT_THAT(make()->getGroups(), IsEmpty());
-}
-
-TEST_F(NimbraLaunchpadPluginBehaviorTest, external_entities_are_never_read)
-{
-    folder.write("secret", "secret");
+    for (const auto& other :
+         {longest, std::string("<Other><groups><group>g</group></groups></Other>")}) {
+        writeDescriptor(other);
+        EXPECT_THAT(make()->getGroups(), IsEmpty());
+    }
+    folder.write("secret", "secret");  // which no entity brings in
     writeDescriptor("<!DOCTYPE d [<!ENTITY x SYSTEM \"file://" + folder.path() +
                     "/secret\">]><nimbraLaunchpadPlugin><groups><group>a&x;b</group></groups>"
                     "</nimbraLaunchpadPlugin>");
@@ -212,19 +198,6 @@ TEST_F(NimbraLaunchpadPluginBehaviorTest, manager_failures_are_reported_in_the_p
     EXPECT_EQ(platform.log.lines(vo::LogLevel::error).back(),
               "NimbraLaunchpadPluginBehavior/_isPluginRunning: Could not check behavior status: "
               "broken");
-}
-
-/// Real threads: that the constructor waits shows only when another thread ends its wait.
-TEST(NimbraLaunchpadPluginBehaviorSetup, waits_for_the_behaviour_manager)
-{
-    VirtualPlatform platform;
-    TemporaryFolder folder;
-    std::optional<FakeService> manager;
-    folder.write(std::string("b/") + kDescriptor, "<nimbraLaunchpadPlugin/>");
-    std::thread late([&] { manager.emplace(platform, "KRBehaviorManager", kMethods); });
-    Plugin plugin({"pkg", folder.path()}, vo::BehaviorInfo("b"), platform.broker);
-    late.join();
-    EXPECT_EQ(plugin.getPluginName(), "pkg/b");
 }
 
 }  // namespace

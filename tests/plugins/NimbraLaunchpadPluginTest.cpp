@@ -1,13 +1,9 @@
 #include <boost/make_shared.hpp>
 #include <thread>
 
-#include "platform/kr/KRError.h"
-#include "platform/kr/KRModule.h"
 #include "platform/vo/EventLoop.h"
-#include "plugins/NimbraLaunchpadPlugin.h"
 #include "plugins/NimbraLaunchpadPluginModule.h"
-#include "tests/support/Testing.h"
-#include "tests/support/VirtualPlatform.h"
+#include "tests/plugins/SenseTest.h"
 
 namespace KR {
 namespace {
@@ -56,16 +52,12 @@ TEST_F(NimbraLaunchpadPluginTest, repeated_starts_and_stops_run_the_hooks_and_lo
                             category + "startPlugin: Started: probe",
                             category + "stopPlugin: Stopping: probe",
                             category + "stopPlugin: Stopped: probe"));
-}
-
-TEST_F(NimbraLaunchpadPluginTest, groups_are_compared_byte_for_byte)
-{
-    const std::pair<const char*, bool> rows[] = {{"solitary", true},
-                                                 {"interactive", true},
-                                                 {"Solitary", false},
-                                                 {"sol", false},
-                                                 {"", false}};
-    for (const auto& [group, expected] : rows)
+    const std::pair<const char*, bool> groups[] = {{"solitary", true},
+                                                   {"interactive", true},
+                                                   {"Solitary", false},
+                                                   {"sol", false},
+                                                   {"", false}};
+    for (const auto& [group, expected] : groups)
         EXPECT_EQ(plugin->isInGroup(group), expected) << group;
 }
 
@@ -184,20 +176,13 @@ TEST(NimbraLaunchpadPluginModuleTest, names_subscribes_checks_and_converts_by_th
     for (const auto& future : {vo::Future<void>(), pending})
         module->xTryCancelFuture(future);
     EXPECT_TRUE(pending.isCanceled());
-    module->xDescribe(KeyDescription::integer("A", "a").emptyAs(-1));
-    module->xDescribe(KeyDescription::text("B", "b").emptyAs("none"));
-    EXPECT_THAT(module->getPublishedKeys(), ElementsAre("Launchpad/A", "Launchpad/B"));
-    for (const char* name : {"A", "B"})
-        module->xRaiseEmpty(name);
-    EXPECT_EQ(platform.memory().getData("Launchpad/A"), KRValue(-1));
-    EXPECT_EQ(platform.memory().getData("Launchpad/B"), KRValue("none"));
 
     const auto check = [&](const KRValue& value) {
-        return errorOf<KRError>([&] { EXPECT_EQ(module->xCheckDataSize(value, 3), 5U); });
+        return errorOf<KRError>([&] { module->xCheckDataSize(value, 3); });
     };
     const std::string place = "_LaunchpadPluginTiming::CheckDataSize: ";
-    EXPECT_EQ(check(KRValue::Array(5)), "none");
-    EXPECT_EQ(module->xCheckDataSize(KRValue::Array(3), 3), 3U);
+    for (const std::size_t size : {3, 5})
+        EXPECT_EQ(module->xCheckDataSize(KRValue::Array(size), 3), size);
     EXPECT_EQ(check(KRValue::Array(2)), place + "Incorrect Data Size. Expected: 3 Got: 2");
     EXPECT_EQ(check("abc"), place + "Couldn't get size, possibly because it's not an array.");
     EXPECT_EQ(module->xGetDelayUSec(2.5F), 2500000U);

@@ -92,6 +92,12 @@ struct SenseTest : testing::Test {
         platform.advance(time);
         return raised();
     }
+    /// What that time raises at its end, and nothing before.
+    std::string justAfter(vo::Duration time)
+    {
+        EXPECT_EQ(after(time - kMoment), "");
+        return after(kMoment);
+    }
     /// Writes memory, has it delivered, and tells what that raised.
     std::string write(const std::string& key, const KRValue& value = 1)
     {

@@ -31,14 +31,6 @@ TEST_F(TimingPluginTest, first_reading_raises_everything_and_later_ones_what_cha
     EXPECT_EQ(after(seconds(60)),
               "Year=2025 Month=1 MonthName='January' Day=1 DayName='Wednesday' Date=1 Hour=0 "
               "Minute=0 Week=0 MinuteOfDay=0");
-    std::string periods;
-    for (const auto period : TimingPlugin::fAllTimePeriods)
-        periods += plugin->xTimePeriodToString(period) + plugin->xTimePeriodToSpecifier(period) +
-                   (plugin->xTimePeriodToisInt(period) ? "i " : " ");
-    EXPECT_EQ(periods,
-              "Year%Yi Month%mi MonthName%B Day%ji DayName%A Date%di Hour%Hi Minute%Mi "
-              "Week%Vi MinuteOfDayi ");
-    EXPECT_EQ(plugin->xTimePeriodToDataName(TimingPlugin::TimePeriod::hour), "Launchpad/Hour");
 }
 
 TEST_F(TimingPluginTest, stop_blanks_nothing_and_jumps_of_the_clock_are_followed)

@@ -1,20 +1,15 @@
-#include <gmock/gmock.h>
 #include <sstream>
 
-#include "platform/kr/KRError.h"
-#include "platform/kr/KRMemory.h"
-#include "platform/kr/KRProxy.h"
+#include "plugins/builtin/HardwareInfoPlugin.h"
 #include "robot/MachineBattery.h"
-#include "robot/Robot.h"
+#include "tests/robot/RobotTest.h"
 #include "tests/support/TemporaryFolder.h"
-#include "tests/support/VirtualPlatform.h"
 
 namespace KR {
 namespace {
 
-using std::chrono::seconds;
 /// Writes files of a line each: "B/type=Battery B/capacity=71".
-void write(const TemporaryFolder& folder, const std::string& files)
+void writeFiles(const TemporaryFolder& folder, const std::string& files)
 {
     std::istringstream words(files);
     for (std::string word; words >> word;) {
@@ -23,7 +18,7 @@ void write(const TemporaryFolder& folder, const std::string& files)
     }
 }
 
-TEST(MachineBatteryTest, ReadsWhatTheMachineSuppliesTell)
+TEST(MachineBatteryTest, reads_what_the_machine_supplies_tell)
 {
     const std::string battery = "B/type=Battery B/capacity=71 ";
     const std::string on = "A/type=Mains A/online=1 ";
@@ -33,13 +28,11 @@ TEST(MachineBatteryTest, ReadsWhatTheMachineSuppliesTell)
         std::string files;
         const char* read;
     } rows[] = {
-        {"nothing", "", "none"},
         {"a desktop", on, "none"},
-        {"plugged in", battery + on, "71 on"},
+        {"held at its limit", battery + on + "B/status=Not", "71 on"},
         {"not plugged in", battery + off + "B/status=Charging", "71 off"},
         {"one source of two", battery + off + "U/type=USB U/online=1", "71 on"},
         {"the other one", battery + on + "U/type=USB U/online=0", "71 on"},
-        {"held at its limit", battery + on + "B/status=Not", "71 on"},
         {"no source, charging", battery + "B/status=Charging", "71 on"},
         {"no source, full", battery + "B/status=Full", "71 on"},
         {"no source, unknown", battery + "B/status=Unknown", "71 off"},
@@ -56,7 +49,7 @@ TEST(MachineBatteryTest, ReadsWhatTheMachineSuppliesTell)
         {"a file for a folder", "B=Battery", "none"}};
     for (const auto& row : rows) {
         const TemporaryFolder folder;
-        write(folder, row.files);
+        writeFiles(folder, row.files);
         const auto reading = MachineBattery::read(folder.path());
         EXPECT_EQ(reading ? std::to_string(reading->charge) + (reading->connected ? " on" : " off")
                           : "none",
@@ -67,40 +60,30 @@ TEST(MachineBatteryTest, ReadsWhatTheMachineSuppliesTell)
     EXPECT_FALSE(MachineBattery::isThere("/dev/null"));
 }
 
-TEST(MachineBatteryTest, PullingThePlugIsNoticedAndBadReadingsChangeNothing)
+using MachineRobotTest = RobotTest<HardwareInfoPlugin>;
+
+TEST_F(MachineRobotTest, pulled_plug_is_noticed_and_bad_readings_change_nothing)
 {
-    VirtualPlatform platform;
     const TemporaryFolder folder;
-    write(folder, "B/type=Battery B/capacity=80 B/status=Charging");
-    Robot robot(platform.broker, {"", folder.path()});
-    const auto battery = platform.broker->getProxy("KRBattery");
-    const auto status = [&] {
-        return platform.memory()
-            .getData("Device/SubDeviceList/Battery/Charge/Sensor/Status")
-            .toInt();
-    };
-    EXPECT_EQ(status(), 128);
-    write(folder, "B/status=Discharging B/capacity=79");
-    platform.advance(seconds(5) - vo::Duration(1));
-    EXPECT_EQ(status(), 128);
-    EXPECT_EQ(battery->call<bool>("isChargerConnected"), true);
-    platform.advance(vo::Duration(1));
-    EXPECT_EQ(status(), 0);
-    EXPECT_EQ(battery->call<bool>("isChargerConnected"), false);
-    EXPECT_EQ(platform.memory().getData("KRBattery/ConnectedToChargingStation"), KRValue(false));
-    EXPECT_EQ(battery->call<int>("getBatteryCharge"), 79);
+    writeFiles(folder, "B/type=Battery B/capacity=80 B/status=Charging");
+    robot.emplace(platform.broker, Robot::Options{"", folder.path()});
+    const std::string status = "'Device/SubDeviceList/Battery/Charge/Sensor/Status' -> ";
+    play(status + "128");
+    writeFiles(folder, "B/status=Discharging B/capacity=79");
+    play("wait 4.999999; KRBattery.isChargerConnected -> true;" + status + "128; wait 0.000001;" +
+         status +
+         "0; KRBattery.isChargerConnected -> false; KRBattery.getBatteryCharge -> 79;"
+         "'KRBattery/ConnectedToChargingStation' -> false");
     folder.write("B/capacity", "?");
-    platform.advance(seconds(60));
-    EXPECT_EQ(battery->call<int>("getBatteryCharge"), 79);
+    play("wait 60; KRBattery.getBatteryCharge -> 79");
     EXPECT_EQ(platform.log.lines(vo::LogLevel::warning).size(), 1U);
     folder.write("B/capacity", "78");
-    platform.advance(seconds(5));
-    EXPECT_EQ(battery->call<int>("getBatteryCharge"), 78);
+    play("wait 5; KRBattery.getBatteryCharge -> 78");
     folder.write("B/capacity", "");
-    platform.advance(seconds(60));
+    play("wait 60");
     EXPECT_EQ(platform.log.lines(vo::LogLevel::warning).size(), 2U);  // again
     EXPECT_EQ(platform.memory().getEventHistory("KRBattery/ConnectedToChargingStation").getSize(),
-              2U);
+              3U);  // one of them when the robot still had its own battery
     EXPECT_THROW(MachineBattery(platform.broker, "/dev/null"), KRError);
 }
 

@@ -1,10 +1,11 @@
 #pragma once
 
 #include <boost/algorithm/string/trim.hpp>
+#include <optional>
 #include <yaml-cpp/yaml.h>
 
-#include "platform/kr/KeyCatalogue.h"
 #include "platform/config/YamlValue.h"
+#include "platform/kr/KeyCatalogue.h"
 #include "robot/Robot.h"
 #include "robot/Space.h"
 #include "tests/plugins/SenseTest.h"
@@ -24,39 +25,59 @@ struct RobotTest : SenseTest<Plugin> {
     {
         call("KRWorld", deed, args...);
     }
-    /// What "Service.method [arguments]" answers, for people; "refused" for a KRError.
-    std::string ask(const std::string& call)
+    /// What a step answers, for people; "refused" for a KRError. A step is "'Key'", "wait SECONDS",
+    /// "Service.method [arguments]", or "deed [arguments]" of the world.
+    std::string ask(const std::string& step)
     {
-        const auto dot = call.find('.');
-        const auto blank = std::min(call.find(' '), call.size());
-        std::vector<vo::Value> arguments;
-        for (const auto& node : YAML::Load(call.substr(blank)))
-            arguments.push_back(vo::toValue(yamlToKRValue(node)));
+        const auto blank = std::min(step.find(' '), step.size());
+        const auto name = step.substr(0, blank);
+        if (name.front() == '\'')
+            return data(name.substr(1, name.size() - 2));
+        const auto arguments = YAML::Load(step.substr(blank));
+        if (name == "wait") {
+            this->platform.advance(vo::Duration(std::llround(1e6 * arguments.as<double>())));
+            return "none";
+        }
+        const auto dot = name.find('.');
+        const auto service = dot == name.npos ? "KRWorld" : name.substr(0, dot);
+        std::vector<vo::Value> values;
+        for (const auto& node : arguments)
+            values.push_back(vo::toValue(yamlToKRValue(node)));
         try {
-            const auto service = this->platform.broker->session().service(call.substr(0, dot));
+            const auto object = this->platform.broker->session().service(service).object();
             return vo::fromValue<KRValue>(
-                       service.object()->call(call.substr(dot + 1, blank - dot - 1), arguments))
+                       object->call(name.substr(dot == name.npos ? 0 : dot + 1), values))
                 .toDisplayString();
         } catch (const KRError&) {
             return "refused";
         }
     }
-    /// Steps with a ";" between them: "wait SECONDS", or a call as above, and " -> " before its
-    /// answer unless that is nothing.
+    static std::vector<std::string> steps(const std::string& script)
+    {
+        std::vector<std::string> all;
+        boost::split(all, script, boost::is_any_of(";"));
+        for (auto& step : all)
+            boost::trim(step);
+        return all;
+    }
+    /// Steps with a ";" between them, and " -> " before their answer unless that is nothing; before
+    /// what was raised until then when the step is to wait.
     void play(const std::string& script)
     {
-        std::vector<std::string> steps;
-        boost::split(steps, script, boost::is_any_of(";"));
-        for (auto& step : steps) {
-            boost::trim(step);
+        for (const auto& step : steps(script)) {
             const auto arrow = std::min(step.find(" -> "), step.size());
-            if (step.rfind("wait ", 0) == 0)
-                this->platform.advance(vo::Duration(std::llround(1e6 * std::stod(&step[5]))));
-            else
-                EXPECT_EQ(ask(step.substr(0, arrow)),
-                          arrow == step.size() ? "none" : step.substr(arrow + 4))
-                    << step;
+            const bool asks = arrow != step.size();
+            auto answer = ask(step.substr(0, arrow));
+            if (asks && step.rfind("wait ", 0) == 0)
+                answer = this->raised();
+            EXPECT_EQ(answer.empty() ? "nothing" : answer, asks ? step.substr(arrow + 4) : "none")
+                << step;
         }
+    }
+    void expectRefused(const std::string& calls)
+    {
+        for (const auto& call : steps(calls))
+            EXPECT_EQ(ask(call), "refused") << call;
     }
     /// What a key holds, for people.
     std::string data(const std::string& key)
@@ -73,7 +94,7 @@ struct RobotTest : SenseTest<Plugin> {
         }
     }
 
-    Robot robot{this->platform.broker};
+    std::optional<Robot> robot{std::in_place, this->platform.broker};
 };
 
 }  // namespace KR
