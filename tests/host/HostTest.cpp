@@ -8,36 +8,6 @@ namespace {
 
 using testing::StartsWith;
 
-TEST_F(HostTest, RuleListsOrderSkipDelayAndPrepare)
-{
-    start(rule("late", "A", "ExecuteAfterIfSimultaniouslyTrue: early, " + focusOn("dialog:late")) +
-          rule("early", "A", focusOn("dialog:early")) +
-          rule("skipping", "B", "SkipIfRulesActive: late, " + focusOn("dialog:skip")) +
-          rule("waiting", "C", "ExcuteAfterActiveRules: late, " + focusOn("dialog:wait")) +
-          rule("dropped", "D", "ExcuteAfterActiveRules: late, Action: StopAll") +
-          "- {Description: before, Condition: \"'E' == 1\", "
-          "ExecuteBeforeActivityIfConditionTrue: true, Action: SetConfiguration, "
-          "ActionParameters: {Module: KRAudioDevice, ConfigurationSet: night}}\n");
-    raise("A", true);
-    EXPECT_THAT(told(), ElementsAre("hit early", "focus dialog:early", "done SwitchFocus",
-                                    "hit late", "focus dialog:late", "done SwitchFocus"));
-    for (const char* key : {"B", "C", "D"})
-        raise(key, true);
-    raise("D", false);
-    raise("E", 1);
-    EXPECT_THAT(told(), ElementsAre("hit skipping", "skip skipping", "hit waiting", "wait waiting",
-                                    "hit dropped", "wait dropped"));
-    host->life().stopFocus();
-    clock->runPending();
-    EXPECT_THAT(told(),
-                ElementsAre("focus ", "resume waiting", "hit before", "done SetConfiguration",
-                            "focus dialog:wait", "done SwitchFocus", "drop dropped"));
-    EXPECT_EQ(vo::import("KRAudioDevice").call<int>("getOutputVolume"), 30);
-    raise("E", 0);
-    vo::import("KRNimbra").call<void>("switchFocus", "dialog:person");
-    EXPECT_THAT(told(), ElementsAre("focus dialog:person"));
-}
-
 TEST_F(HostTest, ChangesOfKeysThatRulesReadAreToldBeforeWhatTheyCause)
 {
     start(rule("go", "A", focusOn("dialog:a")) +

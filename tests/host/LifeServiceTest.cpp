@@ -167,24 +167,6 @@ TEST_F(LifeServiceTest, FocusIsRefusedWhereNoActivityMayRunAndToRulesWhileBlocke
     EXPECT_THROW(focus(""), KRError);
 }
 
-TEST_F(LifeServiceTest, PreparationComesBeforeTheStartAndMayPreventIt)
-{
-    std::vector<std::string> prepared;
-    life->setPreparation([&](const std::string& activity) {
-        prepared.push_back(activity + " over " + life->focusedActivity());
-        if (activity == "p/b")
-            life->setState("safeguard", true);
-    });
-    life->setRunner(&runner);
-    runner.react = failing<LifeRefusal>({"check p/refused"});
-    focus("p/a");
-    focus("p/a");
-    EXPECT_THROW(focus("p/refused"), LifeRefusal);
-    EXPECT_THAT(errorOf([&] { focus("p/b"); }), HasSubstr("in the state 'safeguard'"));
-    EXPECT_THAT(prepared, ElementsAre("p/a over ", "p/b over p/a"));
-    EXPECT_EQ(life->focusedActivity(), "");
-}
-
 TEST_F(LifeServiceTest, ActivityRunsWhileItHasTheFocus)
 {
     life->setRunner(&runner);

@@ -313,19 +313,5 @@ TEST_F(PackageCommandTest, permissions_name_what_holds_an_activity_back)
     EXPECT_THAT(nimbra("permissions").err, HasSubstr("--packages"));
 }
 
-TEST_F(PackageCommandTest, demo_packages_are_whole)
-{
-    std::vector<std::string> plugins;
-    for (const vo::PackageInfo& package : readPackageFolder(kDemoPackages).packages) {
-        EXPECT_EQ(nimbra("package install " + package.path() + in).err, "");
-        for (const BehaviorDescription& described : describeBehaviors(package)) {
-            EXPECT_EQ(described.programProblem, "") << described.key;
-            if (described.role == BehaviorDescription::Role::plugin)
-                plugins.push_back(described.key);
-        }
-    }
-    EXPECT_THAT(plugins, ElementsAre("hall-watch/listen"));
-}
-
 }  // namespace
 }  // namespace KR

@@ -260,21 +260,5 @@ TEST(TableTest, CellsGoOnBelowWhereTheTableWouldBeTooWide)
     EXPECT_EQ(tableText({}, 10), "");
 }
 
-TEST(PermissionTextTest, EachReasonIsPutInWordsOfItsContext)
-{
-    const std::vector<std::string> all = {"language", "nature",        "error",
-                                          "other",    "canRunInSleep", "canRunOnPod"};
-    const std::string rest =
-        "; error: its permissions cannot be found out; the log says why; other;"
-        " it may not run in sleep; it may not run on the charging station";
-    EXPECT_EQ(permissionTexts(all, {"interactive", "French"}),
-              "language: it does not speak French; nature: it needs the state solitary" + rest);
-    for (const std::string state : {"safeguard", "disabled"})
-        EXPECT_EQ(permissionTexts(all, {state, ""}),
-                  "language: it does not speak the robot's language; "
-                  "nature: no activity may run in the state " +
-                      state + rest);
-}
-
 }  // namespace
 }  // namespace KR

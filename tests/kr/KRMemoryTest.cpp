@@ -59,18 +59,6 @@ TEST_F(MemoryTest, MissingKeyIsAnErrorAndEmptyKeyIsRefused)
     EXPECT_THAT(take(*feed), IsEmpty()) << "nothing is watched by a refused call";
 }
 
-TEST_F(MemoryTest, ListsOfKeysAndValues)
-{
-    for (const char* declarer : {"D", "C", "D"})
-        memory.declareEvent("P/declared", declarer);
-    raise({{"P/b", 1}, {"P/a", "x"}, {"Q/\xc3\xa9", 2}, {"O/P/", 3}, {"P", 4}});
-    EXPECT_THAT(memory.getDataList("P/"), ElementsAre("P/a", "P/b"));
-    EXPECT_THAT(memory.getDataList(""), ElementsAre("O/P/", "P", "P/a", "P/b", "Q/\xc3\xa9"));
-    EXPECT_EQ(memory.getListData({"P/b", "P/declared", "none", "P/a"}),
-              KRValue(KRValue::Array{1, KRValue(), KRValue(), "x"}));
-    EXPECT_THAT(memory.getDeclarers("P/declared"), ElementsAre("D", "C"));
-}
-
 TEST_F(MemoryTest, HistoryIsOldestFirstInWholeSecondsOfLife)
 {
     memory.raiseEvent("K", "a");

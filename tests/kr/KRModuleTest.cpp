@@ -113,18 +113,6 @@ TEST_F(ModuleTest, CreationRegistersAndInitialisesOnceAndIsRefusedForATakenName)
                 testing::StartsWith("Ear::sum: "));
 }
 
-TEST_F(ModuleTest, FailedCreationLeavesNothingRegistered)
-{
-    Trace other;
-    EXPECT_THROW(create("Refusing", other), std::domain_error);
-    EXPECT_FALSE(isRegistered("Refusing"));
-    EXPECT_THROW(create("", other), KRError);
-    other.fails = true;
-    EXPECT_THROW(create("Failing", other), std::domain_error);
-    EXPECT_FALSE(isRegistered("Failing"));
-    EXPECT_EQ(other.exits, 1);
-}
-
 TEST_F(ModuleTest, EventsComeInTheOrderOfTheWritesEvenIfCallbacksThrow)
 {
     subscribe("K", "toK");
@@ -285,26 +273,6 @@ TEST_F(RealModuleTest, ModuleMayBeDestroyedByItsOwnCallback)
         broker->memory().raiseEvent("K", i);
     EXPECT_NE(thread.get(), std::this_thread::get_id());
     EXPECT_THAT(trace.calls, ElementsAre("K=0 m", "~"));
-}
-
-TEST_F(RealModuleTest, AnswerIsWaitedForNoLongerThanTheLimitAndNotTwice)
-{
-    using testing::ThrowsMessage;
-    std::promise<int> answer;
-    auto object = std::make_shared<vo::ServiceObject>("Slow");
-    object->method("now", [] { return 7; }).method("later", [future = answer.get_future().share()] {
-        return future.get();
-    });
-    broker->session().registerService(object);
-    const auto proxy = broker->getProxy("Slow");
-    EXPECT_EQ(proxy->callWithin<int>(std::chrono::hours(1), "now"), 7);
-    const auto ask = [&](const std::string& method) {
-        return [&, method] { proxy->callWithin<int>(std::chrono::milliseconds(1), method); };
-    };
-    EXPECT_THAT(ask("later"), ThrowsMessage<KRError>(HasSubstr("no answer within 1 ms")));
-    EXPECT_THAT(ask("now"), ThrowsMessage<KRError>(HasSubstr("has not been answered yet")));
-    answer.set_value(1);
-    object->close();  // waits for it
 }
 
 }  // namespace

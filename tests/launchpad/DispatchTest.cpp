@@ -106,24 +106,6 @@ TEST_F(LaunchpadTest, responderThatDestroysTheLaunchpad_isNotCalledAgain)
     }
 }
 
-TEST_F(LaunchpadTest, copiesAreLentAgainForNoActionButTheirOwn)
-{
-    for (const std::string round : {"1", "2"}) {
-        const unsigned a = access.add("a" + round, "'K'");
-        const unsigned b = access.add("b" + round, "'K'");
-        responder.calls.clear();
-        for (int i = 0; i < 2000; ++i) {  // more than are kept
-            access.hit({{b, true}, {a, true}, {b, true}});
-            if (i < 1000 && i % 2)
-                platform.runPending();
-        }
-        platform.runPending();
-        EXPECT_EQ(responder.calls,
-                  std::vector<Names>(2000, {"b" + round, "a" + round, "b" + round}));
-        access.removeAll("");
-    }
-}
-
 TEST_F(LaunchpadTest, monitoring_reportsEachActionInItsManner)
 {
     access.add("while", "'K' == 1", 0x1 | 0x2);

@@ -150,24 +150,6 @@ TEST_F(KRBehaviorManagerTest, stop_asks_the_program_and_waits_until_its_end_was_
     EXPECT_EQ(log.count(vo::LogLevel::info, "Behaviour 'pkg/other' was ended by signal 15"), 1U);
 }
 
-TEST_F(KRBehaviorManagerTest, descendants_end_with_their_behaviour_even_outside_of_its_group)
-{
-    const std::string family =
-        holdPipe() + "sleep 60 & setsid sleep 60 & (setsid sh -c 'trap \"\" TERM; sleep 60' &) ; ";
-    const auto ending = install("ending", family + "echo over >&9");
-    const auto stays = install("stays", family + "trap '' TERM; echo ready; sleep 60; sleep 60");
-    make(std::chrono::milliseconds(20));  // it does not end when it is asked to
-    manager->startBehavior(ending);
-    std::ifstream first(pipePath());
-    EXPECT_EQ(readToEnd(first), "over\n");
-    manager->startBehavior(stays);
-    std::ifstream second(pipePath());
-    lines.wait("ready");
-    manager->stopBehavior(stays);
-    EXPECT_EQ(readToEnd(second), "");
-    EXPECT_EQ(ends.wait(stays + " "), "-9");
-}
-
 TEST_F(KRBehaviorManagerTest, program_killed_from_outside_no_longer_runs_and_can_start_again)
 {
     const auto key = install("victim", holdPipe() + "echo $$ >&9; echo $PPID >&9; sleep 60 & wait");

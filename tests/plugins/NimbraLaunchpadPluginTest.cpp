@@ -123,25 +123,6 @@ TEST_F(NimbraLaunchpadPluginTest, hits_count_unless_the_plugin_is_retired_or_may
     EXPECT_EQ(afterHits("-+"), "start ") << "which was no hit";
 }
 
-TEST(NimbraLaunchpadPluginSlots, come_in_the_order_destructor_exit_start_stop_running)
-{
-    static std::string called;
-    called.clear();
-    struct SlotPlugin : NimbraLaunchpadPlugin {
-        void exit() override { called += "exit "; }
-        void _startPlugin() override { called += "start "; }
-        void _stopPlugin() override { called += "stop "; }
-        bool _isPluginRunning() override { return (called += "isRunning").empty(); }
-    } plugin;
-    // As code that was compiled against the class calls them: by position in the virtual table,
-    // in which the destructor takes two places.
-    using Slot = void (*)(NimbraLaunchpadPlugin*);
-    Slot* const table = *reinterpret_cast<Slot**>(static_cast<NimbraLaunchpadPlugin*>(&plugin));
-    for (int slot = 2; slot <= 5; ++slot)
-        table[slot](&plugin);
-    EXPECT_EQ(called, "exit start stop isRunning");
-}
-
 class ProbeModule : public NimbraLaunchpadPluginModule {
 public:
     explicit ProbeModule(boost::shared_ptr<KRBroker> broker)

@@ -80,25 +80,6 @@ TEST_P(ExecutorTest, tasks_of_many_posters_run_one_at_a_time_and_in_each_posters
     executor->announce();
 }
 
-TEST_P(ExecutorTest, busy_executors_leave_their_turn_to_others)
-{
-    std::vector<std::shared_ptr<vo::Executor>> executors(8);
-    std::promise<void> had;
-    const std::function<void(int)> again = [&](int i) { executors[i]->post([&, i] { again(i); }); };
-    for (int i = 0; i < 8; ++i) {
-        executors[i] = makeExecutor();
-        again(i);
-    }
-    const auto last = makeExecutor();
-    last->post([&] {
-        for (const auto& executor : executors)
-            executor->close();
-        had.set_value();
-    });
-    const auto passing = letTimePass();
-    await("the turn of the last executor", had);
-}
-
 TEST_P(ExecutorTest, delayed_tasks_run_when_due_whatever_else_waits)
 {
     const auto executor = makeExecutor();
