@@ -215,6 +215,7 @@ TEST_F(CheckerTest, ACheckIsUpToDateWithMemory)
     checker.addCondition("'A'", ConditionChecker::ReportBecomesTrue,
                          [&](unsigned id, const KRValue&) { own = id; });
     add("'B'");
+    add("'A'", ConditionChecker::ReportBecomesFalse);
     memory.raiseEvent("A", 1);
     memory.raiseEvent("B", 1);
     EXPECT_EQ(checker.checkConditions(false), hits({1, 2, 3})) << "idle";
@@ -222,7 +223,7 @@ TEST_F(CheckerTest, ACheckIsUpToDateWithMemory)
     EXPECT_THAT(std::exchange(lists, {}), ElementsAre(hits({1}))) << "on this thread";
     EXPECT_EQ(own, 0U);
     memory.raiseEvent("A", 0);
-    checker.checkConditions(true);
+    EXPECT_EQ(checker.checkConditions(false), (ConditionChecker::Hits{{4, false}}));
     memory.raiseEvent("A", 1);
     EXPECT_EQ(checker.checkConditions(true), hits({1, 2}));
     EXPECT_THAT(std::exchange(lists, {}), ElementsAre(hits({1})));
@@ -307,9 +308,11 @@ TEST_F(CheckerTest, PersistentValuesAreOfTheLatestHandledChange)
     platform.advance(seconds(1));
     memory.raiseEvent("A", 2);
     EXPECT_THAT(checker.getPersistentValues(), ElementsAre(present, unknown)) << "still queued";
+    platform.advance(seconds(1));
+    memory.raiseEvent("A", 2);
     platform.runPending();
     EXPECT_THAT(checker.getPersistentValues(),
-                ElementsAre(Pair("A", Pair(stamp + kSecond, KRValue(2))), unknown));
+                ElementsAre(Pair("A", Pair(stamp + 2 * kSecond, KRValue(2))), unknown));
 }
 
 TEST_F(CheckerTest, AChangeThatFiresNothingAllocatesNothing)
