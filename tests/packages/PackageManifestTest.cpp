@@ -105,6 +105,7 @@ TEST_F(PackageManifestTest, wrong_manifest_tells_what_is_wrong_and_where)
         {uuid("\"p\xff\""), "Uuid is not readable text in UTF-8: 'p\\xff'"},
         {behavior("{}"), "5:5: there is no Path"},
         {behavior("{Path: ../a}"), "5:12: the Path '../a' holds the name '..'"},
+        {behavior("{Path: a/}"), "5:12: the Path 'a/' holds an empty name"},
         {behavior("{Path: a}\n  - {Path: a/b}\n  - {Path: a}"),
          "7:12: the Path 'a' is that of an earlier"},
         {kHead + "Behaviors: {Path: a}\n", "4:12: Behaviors must be a sequence"},
