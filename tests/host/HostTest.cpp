@@ -1,7 +1,6 @@
 #include "tests/host/HostTest.h"
 
 #include <array>
-#include <future>
 
 namespace KR {
 namespace {

@@ -1,5 +1,4 @@
 #include <atomic>
-#include <thread>
 
 #include "platform/kr/KRError.h"
 #include "platform/kr/KRMemory.h"

@@ -1,7 +1,6 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "platform/kr/KRError.h"
