@@ -9,6 +9,7 @@
 #include "host/HumanTimeline.h"
 #include "host/Player.h"
 #include "host/StopRequest.h"
+#include "host/Timeline.h"
 #include "platform/packages/PackageManifest.h"
 #include "platform/vo/VirtualClock.h"
 #include "robot/Scenario.h"
@@ -55,11 +56,12 @@ void startUp(Table& table)
     const auto measure = [&] {
         const auto clock = std::make_shared<vo::VirtualClock>(vo::TimePoint());
         std::size_t rendered = 0;
-        KR::Timeline timeline(clock, noReader(rendered));
+        KR::EventStream events(clock);
+        KR::Timeline timeline(clock, events, noReader(rendered));
         std::unique_ptr<KR::Host> host;
         const double seconds = secondsOf([&] {
             host = std::make_unique<KR::Host>(
-                clock, timeline,
+                clock, events,
                 KR::Host::Options{NIMBRA_DATA_FOLDER "/autonomy.cfg", packages.path(), {}});
             clock->runPending();
             host->start();
@@ -87,10 +89,11 @@ void dayOfLife(Table& table)
             const auto clock = std::make_shared<vo::VirtualClock>(scenario.start);
             std::size_t rendered = 0;
             KR::StopRequest stop;
-            KR::Timeline timeline(clock, noReader(rendered));
+            KR::EventStream events(clock);
+            KR::Timeline timeline(clock, events, noReader(rendered));
             KR::Host::Options options{NIMBRA_DATA_FOLDER "/autonomy.cfg", {}, {}};
             options.plugins = {"HumanTracked", "PerceptionHeavy"};
-            KR::Host host(clock, timeline, options);
+            KR::Host host(clock, events, options);
             timeline.begin({scenario.title, {}, {}, clock->now()});
             clock->runPending();
             host.start(scenario.keys());
@@ -98,7 +101,7 @@ void dayOfLife(Table& table)
             for (const KR::NimbraLaunchpad::PluginState& plugin :
                  host.launchpad().getPluginStates())
                 host.launchpad().setPluginEnabled(plugin.name, true);
-            KR::Player(host, *clock, timeline, stop, {})
+            KR::Player(host, *clock, events, stop, {})
                 .play(scenario, scenario.start + std::chrono::hours(24));
             host.stop();
             timeline.end(false);

@@ -1,25 +1,13 @@
 #pragma once
 
 #include <functional>
-#include <optional>
 #include <string>
 
 #include "host/LifeService.h"
+#include "host/StepResult.h"
 #include "launchpad/AutonomousAction.h"
 
 namespace KR {
-
-enum class StepOutcome { done, refused, failed };
-
-/// "done", "refused", "failed".
-const char* stepOutcomeName(StepOutcome outcome);
-
-/// What became of one step.
-struct StepResult {
-    StepOutcome outcome = StepOutcome::done;
-    std::string reason;              ///< why it was refused or failed, or a remark on what was done
-    std::optional<FocusId> started;  ///< the focus that it gave
-};
 
 /// Does something, and turns what it throws into the result.
 StepResult attempt(const std::function<StepResult()>& deed);

@@ -27,8 +27,8 @@ bool startsWith(const std::string& text, const char* prefix)
 
 }  // namespace
 
-Host::Host(const std::shared_ptr<vo::Clock>& clock, Timeline& timeline, const Options& options)
-    : timeline_(timeline),
+Host::Host(const std::shared_ptr<vo::Clock>& clock, EventStream& events, const Options& options)
+    : events_(events),
       application_(clock),
       broker_(KRBroker::create(application_)),
       robot_(broker_, options.robot),
@@ -37,13 +37,13 @@ Host::Host(const std::shared_ptr<vo::Clock>& clock, Timeline& timeline, const Op
       permissions_(broker_),
       packages_(broker_, options.packages),
       activities_(broker_, permissions_, *life_),
-      responder_(*life_, timeline)
+      responder_(*life_, events)
 {
     vo::setLogLevel(options.logLevel);
     // The robot outlives the life service.
-    life_->changed.connect([this](const LifeEvent& event) {
-        if (event.kind == LifeEvent::Kind::chain)
-            robot_.body().holdStill(event.subject, event.on);
+    life_->changed.connect([this](const LifeChange& change) {
+        if (const auto* const chain = std::get_if<ChainChanged>(&change))
+            robot_.body().holdStill(chain->chain, chain->frozen);
     });
     launchpad_ = std::make_unique<NimbraLaunchpad>(broker_, &permissions_.contextPermission(),
                                                    &responder_, options.config);
@@ -72,7 +72,7 @@ void Host::takeLog(const vo::LogRecord& record)
             return;
         }
     }
-    recordLog(record);
+    publishLog(record);
 }
 
 /// In the order in which they came, those that come meanwhile included.
@@ -89,18 +89,15 @@ void Host::tellEarlyErrors()
                 earlyErrors_.reset();
         }
         for (const vo::LogRecord& error : errors)
-            recordLog(error);
+            publishLog(error);
     }
 }
 
 /// Errors, and what plugins log of their starts and stops: nobody else tells of those.
-void Host::recordLog(const vo::LogRecord& record)
+void Host::publishLog(const vo::LogRecord& record)
 {
     if (record.level == vo::LogLevel::error) {
-        TimelineEvent event{TimelineEvent::Kind::error};
-        event.subject = record.category;
-        event.reason = record.label + ": " + record.text;
-        timeline_.record(event);
+        events_.publish(ErrorReported{record.category, record.label + ": " + record.text});
         return;
     }
     if (record.category != "NimbraLaunchpadPlugin")
@@ -108,10 +105,8 @@ void Host::recordLog(const vo::LogRecord& record)
     for (const char* prefix : {"Started: ", "Stopped: "}) {
         if (!startsWith(record.text, prefix))
             continue;
-        TimelineEvent event{TimelineEvent::Kind::plugin};
-        event.subject = record.text.substr(std::strlen(prefix));
-        event.on = record.label == "startPlugin";
-        timeline_.record(event);
+        events_.publish(
+            PluginSwitched{record.text.substr(std::strlen(prefix)), record.label == "startPlugin"});
     }
 }
 
@@ -130,7 +125,7 @@ void Host::start(const std::vector<std::string>& moreKeys)
         if (!startsWith(value.first, "Nimbra/") && !kTimes.count(value.first))
             keys.insert(value.first);
     }
-    timeline_.follow(broker_, {keys.begin(), keys.end()});
+    events_.follow(broker_, {keys.begin(), keys.end()});
     // What fails leaves the rest of the robot alive.
     try {
         launchpad_->startMonitoringConditions();
@@ -154,7 +149,7 @@ void Host::stop()
     launchpad_->exit();
     application_.eventLoop().close();
     life_->exit();
-    timeline_.unfollow();
+    events_.unfollow();
 }
 
 }  // namespace KR

@@ -7,12 +7,12 @@
 
 #include "host/ActivityPermissions.h"
 #include "host/AppLauncher.h"
+#include "host/EventStream.h"
 #include "host/InstalledPackages.h"
 #include "host/LifeService.h"
 #include "host/PluginSwitch.h"
 #include "host/Responder.h"
 #include "host/ServiceActivities.h"
-#include "host/Timeline.h"
 #include "launchpad/NimbraLaunchpad.h"
 #include "platform/kr/KRBroker.h"
 #include "platform/kr/KeyCatalogue.h"
@@ -40,8 +40,8 @@ public:
         Robot::Options robot = {};
     };
 
-    /// Throws what loading the configuration file throws. The timeline outlives the host.
-    Host(const std::shared_ptr<vo::Clock>& clock, Timeline& timeline, const Options& options);
+    /// Throws what loading the configuration file throws. The stream outlives the host.
+    Host(const std::shared_ptr<vo::Clock>& clock, EventStream& events, const Options& options);
     /// Stops.
     ~Host();
     Host(const Host&) = delete;
@@ -51,7 +51,7 @@ public:
     /// for: wait for it before start(), or under a virtual clock run what is pending.
     const vo::Future<void>& ready() const { return ready_; }
 
-    /// Has the timeline record errors of the log, also those since the making began, starts and
+    /// Publishes errors of the log from now on, also those since the making began, starts and
     /// stops of plugins, and the changes of the keys that the rules read and of these; then starts
     /// monitoring.
     void start(const std::vector<std::string>& moreKeys = {});
@@ -66,10 +66,10 @@ public:
 
 private:
     void takeLog(const vo::LogRecord& record);
-    void recordLog(const vo::LogRecord& record);
+    void publishLog(const vo::LogRecord& record);
     void tellEarlyErrors();
 
-    Timeline& timeline_;
+    EventStream& events_;
     vo::Mutex earlyErrorsMutex_;
     /// From before start(); nothing once they have been told.
     std::optional<std::vector<vo::LogRecord>> earlyErrors_ VO_GUARDED_BY(earlyErrorsMutex_){

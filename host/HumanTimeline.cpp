@@ -9,8 +9,6 @@ namespace KR {
 
 namespace {
 
-using Kind = TimelineEvent::Kind;
-
 /// Width of "06:00:00.250".
 constexpr std::size_t kTimeWidth = 12;
 /// Names of keys are padded to this, which most stay below.
@@ -46,24 +44,38 @@ std::string cell(std::size_t count, std::size_t width)
     return rightAligned(count == 0 ? "-" : std::to_string(count), width);
 }
 
-bool changesLife(const TimelineEvent& event)
+bool changesLife(const Happening& what)
 {
-    switch (event.kind) {
-        case Kind::focus:
-        case Kind::state:
-        case Kind::asleep:
-        case Kind::autonomousFocus:
-        case Kind::chain:
-            return true;
-        default:
-            return false;
-    }
+    return std::visit(
+        Cases{[](const FocusChanged&) { return true; }, [](const StateChanged&) { return true; },
+              [](const SleepChanged&) { return true; },
+              [](const FocusBlockChanged&) { return true; },
+              [](const ChainChanged&) { return true; }, [](const auto&) { return false; }},
+        what);
 }
 
-bool isFutile(const TimelineEvent& event)
+/// A rule, and what kept it from being carried out.
+struct Futile {
+    std::string rule;
+    std::string why;
+};
+
+std::optional<Futile> futileOf(const Happening& what)
 {
-    return event.kind == Kind::skip || event.kind == Kind::wait ||
-           (event.kind == Kind::step && event.outcome != StepOutcome::done);
+    using Result = std::optional<Futile>;
+    return std::visit(Cases{[](const RuleSkipped& each) -> Result {
+                                return {{each.rule.name, each.reason}};
+                            },
+                            [](const RuleWaits& each) -> Result {
+                                return {{each.rule.name, each.reason}};
+                            },
+                            [](const StepEnded& step) -> Result {
+                                if (step.outcome == StepOutcome::done)
+                                    return {};
+                                return {{step.rule.name, step.text + "\n" + step.reason}};
+                            },
+                            [](const auto&) -> Result { return {}; }},
+                      what);
 }
 
 }  // namespace
@@ -88,39 +100,40 @@ void HumanTimeline::begin(const RunHeader& header)
           "\n");
 }
 
-void HumanTimeline::event(const TimelineEvent& event)
+void HumanTimeline::event(const Event& event)
 {
-    if (event.kind == Kind::hit && event.periodic) {
+    const RuleProposed* const hit = std::get_if<RuleProposed>(&event.what);
+    if (hit && hit->rule.periodic) {
         flushHit();
-        pendingHit_ = event;
+        pendingHit_ = PendingHit{event.time, *hit};
         return;
     }
-    if (isRepetition(event)) {
+    if (isRepetition(event.what)) {
         pendingHit_.reset();
         return;
     }
-    if (changesLife(event))
+    if (changesLife(event.what))
         futile_.clear();
     flushHit();
-    print(event);
+    std::visit([&](const auto& each) { show(event.time, each); }, event.what);
 }
 
 /// Whether the pending hit comes to nothing, as it did the last time. Remembers if it does.
-bool HumanTimeline::isRepetition(const TimelineEvent& event)
+bool HumanTimeline::isRepetition(const Happening& what)
 {
-    if (!pendingHit_ || pendingHit_->rule != event.rule || !isFutile(event))
+    const auto futile = futileOf(what);
+    if (!pendingHit_ || !futile || pendingHit_->hit.rule.name != futile->rule)
         return false;
-    const std::string what = event.subject + "\n" + event.reason;
-    std::string& last = futile_[event.rule];
-    const bool isSame = last == what;
-    last = what;
+    std::string& last = futile_[futile->rule];
+    const bool isSame = last == futile->why;
+    last = futile->why;
     return isSame;
 }
 
 void HumanTimeline::flushHit()
 {
     if (pendingHit_)
-        print(*pendingHit_);
+        show(pendingHit_->time, pendingHit_->hit);
     pendingHit_.reset();
 }
 
@@ -141,87 +154,108 @@ void HumanTimeline::line(vo::TimePoint time, Paint paint, const std::string& mar
           (reason.empty() ? "" : painted(Paint::dim, "  (" + shown(reason) + ")")) + "\n");
 }
 
-void HumanTimeline::print(const TimelineEvent& event)
+void HumanTimeline::show(vo::TimePoint time, const KeyChanged& change)
 {
-    const std::string subject = shown(event.subject);
-    const std::string rule = shown(event.rule);
-    switch (event.kind) {
-        case Kind::say:
-            line(event.time, Paint::strong, "» ", subject);
-            break;
-        case Kind::key:
-            line(event.time, Paint::none, "  ",
-                 padded(subject, kKeyWidth) + "  " + shown(event.value.toDisplayString()));
-            break;
-        case Kind::hit:
-            line(event.time, Paint::rule, "● ", rule,
-                 subject.empty() ? "" : "before " + event.subject);
-            break;
-        case Kind::resume:
-            line(event.time, Paint::rule, "● ", rule, "its turn has come");
-            break;
-        case Kind::skip:
-            line(event.time, Paint::warn, "    – ", "skipped", event.reason);
-            break;
-        case Kind::wait:
-            line(event.time, Paint::warn, "    … ", "waits", event.reason);
-            break;
-        case Kind::drop:
-            line(event.time, Paint::warn, "– ", rule + " waits no longer", event.reason);
-            break;
-        case Kind::step:
-        case Kind::call:
-            printStep(event);
-            break;
-        case Kind::plugin:
-            line(event.time, Paint::dim, "  ",
-                 "plugin " + subject + (event.on ? " starts" : " stops"));
-            break;
-        case Kind::error:
-            break;  // the log itself stands on stderr
-        default:
-            printLife(event);
-            break;
-    }
+    line(time, Paint::none, "  ",
+         padded(shown(change.key), kKeyWidth) + "  " + shown(change.value.toDisplayString()));
 }
 
-void HumanTimeline::printStep(const TimelineEvent& event)
+void HumanTimeline::show(vo::TimePoint time, const RuleProposed& hit)
 {
-    const std::string indent = event.kind == Kind::call ? "» " : "    ";
-    const std::string subject = shown(event.subject);
-    if (event.outcome == StepOutcome::done) {
-        line(event.time, Paint::good, indent + "✓ ", subject, event.reason);
+    line(time, Paint::rule, "● ", shown(hit.rule.name),
+         hit.before.empty() ? "" : "before " + hit.before);
+}
+
+void HumanTimeline::show(vo::TimePoint time, const RuleResumed& resumed)
+{
+    line(time, Paint::rule, "● ", shown(resumed.rule.name), "its turn has come");
+}
+
+void HumanTimeline::show(vo::TimePoint time, const RuleSkipped& skipped)
+{
+    line(time, Paint::warn, "    – ", "skipped", skipped.reason);
+}
+
+void HumanTimeline::show(vo::TimePoint time, const RuleWaits& waits)
+{
+    line(time, Paint::warn, "    … ", "waits", waits.reason);
+}
+
+void HumanTimeline::show(vo::TimePoint time, const RuleDropped& dropped)
+{
+    line(time, Paint::warn, "– ", shown(dropped.rule.name) + " waits no longer", dropped.reason);
+}
+
+void HumanTimeline::show(vo::TimePoint time, const StepEnded& step)
+{
+    outcomeLine(time, "    ", step.text, step.outcome, step.reason,
+                step.rest == 0 ? "" : "the last " + counted(step.rest, "step") + " dropped");
+}
+
+void HumanTimeline::show(vo::TimePoint time, const CallMade& call)
+{
+    outcomeLine(time, "» ", call.text, call.outcome, call.reason);
+}
+
+void HumanTimeline::outcomeLine(vo::TimePoint time, const std::string& indent,
+                                const std::string& text, StepOutcome outcome,
+                                const std::string& reason, const std::string& remark)
+{
+    if (outcome == StepOutcome::done) {
+        line(time, Paint::good, indent + "✓ ", shown(text), reason);
         return;
     }
-    const Paint paint = event.outcome == StepOutcome::refused ? Paint::warn : Paint::bad;
-    line(event.time, paint, indent + "✗ ",
-         subject + " " + stepOutcomeName(event.outcome) + ": " + shown(event.reason),
-         event.rest == 0 ? "" : "the last " + counted(event.rest, "step") + " dropped");
+    const Paint paint = outcome == StepOutcome::refused ? Paint::warn : Paint::bad;
+    line(time, paint, indent + "✗ ",
+         shown(text) + " " + stepOutcomeName(outcome) + ": " + shown(reason), remark);
 }
 
-void HumanTimeline::printLife(const TimelineEvent& event)
+void HumanTimeline::show(vo::TimePoint time, const FocusChanged& focus)
 {
-    const std::string subject = shown(event.subject);
-    const std::string previous = shown(event.previous);
-    std::string text;
-    switch (event.kind) {
-        case Kind::focus:
-            text = subject.empty() ? previous + " ends" : subject + " has the focus";
-            break;
-        case Kind::state:
-            text = "state " + previous + " → " + subject;
-            break;
-        case Kind::asleep:
-            text = event.on ? "falls asleep" : "wakes up";
-            break;
-        case Kind::autonomousFocus:
-            text = event.on ? "autonomous focus is blocked" : "autonomous focus is free again";
-            break;
-        default:
-            text = "chain " + subject + (event.on ? " is frozen" : " can move again");
-            break;
-    }
-    line(event.time, Paint::life, event.rule.empty() ? "◆ " : "    ◆ ", text, event.reason);
+    lifeLine(time, focus.rule,
+             focus.activity.empty() ? shown(focus.previous) + " ends"
+                                    : shown(focus.activity) + " has the focus",
+             focus.reason);
+}
+
+void HumanTimeline::show(vo::TimePoint time, const StateChanged& state)
+{
+    lifeLine(time, state.rule, "state " + shown(state.previous) + " → " + shown(state.state));
+}
+
+void HumanTimeline::show(vo::TimePoint time, const SleepChanged& sleep)
+{
+    lifeLine(time, sleep.rule, sleep.asleep ? "falls asleep" : "wakes up");
+}
+
+void HumanTimeline::show(vo::TimePoint time, const FocusBlockChanged& block)
+{
+    lifeLine(time, block.rule,
+             block.blocked ? "autonomous focus is blocked" : "autonomous focus is free again");
+}
+
+void HumanTimeline::show(vo::TimePoint time, const ChainChanged& chain)
+{
+    lifeLine(time, chain.rule,
+             "chain " + shown(chain.chain) + (chain.frozen ? " is frozen" : " can move again"),
+             chain.reason);
+}
+
+void HumanTimeline::lifeLine(vo::TimePoint time, const std::string& rule, const std::string& text,
+                             const std::string& reason)
+{
+    line(time, Paint::life, rule.empty() ? "◆ " : "    ◆ ", text, reason);
+}
+
+void HumanTimeline::show(vo::TimePoint time, const PluginSwitched& plugin)
+{
+    line(time, Paint::dim, "  ",
+         "plugin " + shown(plugin.plugin) + (plugin.running ? " starts" : " stops"));
+}
+
+void HumanTimeline::show(vo::TimePoint time, const RemarkMade& remark)
+{
+    line(time, Paint::strong, "» ", shown(remark.text));
 }
 
 void HumanTimeline::end(const RunSummary& summary)

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "host/TimelineEvent.h"
+#include "host/TimelineRenderer.h"
 
 namespace KR {
 
@@ -21,18 +21,48 @@ public:
     HumanTimeline(Sink sink, bool colours) : sink_(std::move(sink)), colours_(colours) {}
 
     void begin(const RunHeader& header) override;
-    void event(const TimelineEvent& event) override;
+    void event(const Event& event) override;
     void end(const RunSummary& summary) override;
 
 private:
     /// Escape sequences by what they are for.
     enum class Paint { none, dim, strong, rule, good, warn, bad, life };
 
-    bool isRepetition(const TimelineEvent& event);
+    /// A hit of a periodic rule, which is shown with what follows.
+    struct PendingHit {
+        vo::TimePoint time;
+        RuleProposed hit;
+    };
+
+    bool isRepetition(const Happening& what);
     void flushHit();
-    void print(const TimelineEvent& event);
-    void printStep(const TimelineEvent& event);
-    void printLife(const TimelineEvent& event);
+
+    void show(vo::TimePoint time, const KeyChanged& change);
+    void show(vo::TimePoint time, const RuleProposed& hit);
+    void show(vo::TimePoint time, const RuleResumed& resumed);
+    void show(vo::TimePoint time, const RuleSkipped& skipped);
+    void show(vo::TimePoint time, const RuleWaits& waits);
+    void show(vo::TimePoint time, const RuleDropped& dropped);
+    void show(vo::TimePoint time, const StepEnded& step);
+    void show(vo::TimePoint time, const FocusChanged& focus);
+    void show(vo::TimePoint time, const StateChanged& state);
+    void show(vo::TimePoint time, const SleepChanged& sleep);
+    void show(vo::TimePoint time, const FocusBlockChanged& block);
+    void show(vo::TimePoint time, const ChainChanged& chain);
+    /// The end of what ran is shown as its own event.
+    void show(vo::TimePoint, const EverythingStopped&) {}
+    void show(vo::TimePoint time, const PluginSwitched& plugin);
+    /// The log itself stands on stderr.
+    void show(vo::TimePoint, const ErrorReported&) {}
+    void show(vo::TimePoint time, const RemarkMade& remark);
+    void show(vo::TimePoint time, const CallMade& call);
+
+    void lifeLine(vo::TimePoint time, const std::string& rule, const std::string& text,
+                  const std::string& reason = {});
+    /// What became of a step or call; `remark` stands behind one that was not done.
+    void outcomeLine(vo::TimePoint time, const std::string& indent, const std::string& text,
+                     StepOutcome outcome, const std::string& reason,
+                     const std::string& remark = {});
     void line(vo::TimePoint time, Paint paint, const std::string& mark, const std::string& text,
               const std::string& reason = {});
     void printTable(const RunSummary& summary);
@@ -46,7 +76,7 @@ private:
 
     std::string lastDay_;
     std::string lastTime_;
-    std::optional<TimelineEvent> pendingHit_;    ///< of a periodic rule: shown with what follows
+    std::optional<PendingHit> pendingHit_;
     std::map<std::string, std::string> futile_;  ///< per rule, what stopped it the last time
 };
 

@@ -9,7 +9,6 @@ namespace KR {
 namespace {
 
 using Json = nlohmann::ordered_json;
-using Kind = TimelineEvent::Kind;
 
 /// Bytes that are no UTF-8 become U+FFFD, so that every line is valid JSON.
 std::string lineOf(const Json& json)
@@ -47,122 +46,136 @@ Json objectOf(vo::TimePoint time, const char* event)
     return {{"time", isoTime(time)}, {"event", event}};
 }
 
-void addReason(Json& json, const TimelineEvent& event)
-{
-    if (!event.reason.empty())
-        json["reason"] = event.reason;
-}
+/// An event as one object; null for one that is not shown.
+class EventWriter {
+public:
+    explicit EventWriter(vo::TimePoint time) : time_(time) {}
 
-void addOutcome(Json& json, const TimelineEvent& event)
-{
-    json["outcome"] = stepOutcomeName(event.outcome);
-    addReason(json, event);
-}
-
-Json ruleEvent(const TimelineEvent& event, const char* name)
-{
-    Json json = objectOf(event.time, name);
-    json["rule"] = event.rule;
-    if (event.kind == Kind::hit && !event.subject.empty())
-        json["before"] = event.subject;
-    addReason(json, event);
-    return json;
-}
-
-Json stepEvent(const TimelineEvent& event)
-{
-    Json json = objectOf(event.time, "step");
-    json["rule"] = event.rule;
-    json["step"] = event.step;
-    json["text"] = event.subject;
-    addOutcome(json, event);
-    if (event.outcome != StepOutcome::done)
-        json["dropped"] = event.rest;
-    return json;
-}
-
-Json lifeEvent(const TimelineEvent& event)
-{
-    Json json;
-    switch (event.kind) {
-        case Kind::focus:
-            json = objectOf(event.time, "focus");
-            json["activity"] = event.subject;
-            json["previous"] = event.previous;
-            break;
-        case Kind::state:
-            json = objectOf(event.time, "state");
-            json["state"] = event.subject;
-            json["previous"] = event.previous;
-            break;
-        case Kind::asleep:
-            json = objectOf(event.time, "asleep");
-            json["asleep"] = event.on;
-            break;
-        case Kind::autonomousFocus:
-            json = objectOf(event.time, "autonomousFocus");
-            json["blocked"] = event.on;
-            break;
-        default:
-            json = objectOf(event.time, "chain");
-            json["chain"] = event.subject;
-            json["frozen"] = event.on;
-            break;
+    Json operator()(const KeyChanged& change) const
+    {
+        Json json = object("key");
+        json["key"] = change.key;
+        json["value"] = jsonOf(change.value);
+        return json;
     }
-    if (!event.rule.empty())
-        json["rule"] = event.rule;
-    addReason(json, event);
-    return json;
-}
-
-Json jsonOf(const TimelineEvent& event)
-{
-    switch (event.kind) {
-        case Kind::say: {
-            Json json = objectOf(event.time, "say");
-            json["text"] = event.subject;
-            return json;
-        }
-        case Kind::key: {
-            Json json = objectOf(event.time, "key");
-            json["key"] = event.subject;
-            json["value"] = jsonOf(event.value);
-            return json;
-        }
-        case Kind::hit:
-            return ruleEvent(event, "hit");
-        case Kind::resume:
-            return ruleEvent(event, "resume");
-        case Kind::skip:
-            return ruleEvent(event, "skip");
-        case Kind::wait:
-            return ruleEvent(event, "wait");
-        case Kind::drop:
-            return ruleEvent(event, "drop");
-        case Kind::step:
-            return stepEvent(event);
-        case Kind::call: {
-            Json json = objectOf(event.time, "call");
-            json["text"] = event.subject;
-            addOutcome(json, event);
-            return json;
-        }
-        case Kind::plugin: {
-            Json json = objectOf(event.time, "plugin");
-            json["plugin"] = event.subject;
-            json["running"] = event.on;
-            return json;
-        }
-        case Kind::error: {
-            Json json = objectOf(event.time, "error");
-            json["source"] = event.subject;
-            json["text"] = event.reason;
-            return json;
-        }
-        default:
-            return lifeEvent(event);
+    Json operator()(const RuleProposed& hit) const
+    {
+        Json json = ruleObject("hit", hit.rule);
+        addText(json, "before", hit.before);
+        return json;
     }
-}
+    Json operator()(const RuleResumed& each) const { return ruleObject("resume", each.rule); }
+    Json operator()(const RuleSkipped& each) const { return verdict("skip", each); }
+    Json operator()(const RuleWaits& each) const { return verdict("wait", each); }
+    Json operator()(const RuleDropped& each) const { return verdict("drop", each); }
+    Json operator()(const StepEnded& step) const
+    {
+        Json json = ruleObject("step", step.rule);
+        json["step"] = step.type;
+        json["text"] = step.text;
+        addOutcome(json, step);
+        if (step.outcome != StepOutcome::done)
+            json["dropped"] = step.rest;
+        return json;
+    }
+    Json operator()(const FocusChanged& focus) const
+    {
+        Json json = object("focus");
+        json["activity"] = focus.activity;
+        json["previous"] = focus.previous;
+        addText(json, "rule", focus.rule);
+        addText(json, "reason", focus.reason);
+        return json;
+    }
+    Json operator()(const StateChanged& state) const
+    {
+        Json json = object("state");
+        json["state"] = state.state;
+        json["previous"] = state.previous;
+        addText(json, "rule", state.rule);
+        return json;
+    }
+    Json operator()(const SleepChanged& sleep) const
+    {
+        Json json = object("asleep");
+        json["asleep"] = sleep.asleep;
+        addText(json, "rule", sleep.rule);
+        return json;
+    }
+    Json operator()(const FocusBlockChanged& block) const
+    {
+        Json json = object("autonomousFocus");
+        json["blocked"] = block.blocked;
+        addText(json, "rule", block.rule);
+        return json;
+    }
+    Json operator()(const ChainChanged& chain) const
+    {
+        Json json = object("chain");
+        json["chain"] = chain.chain;
+        json["frozen"] = chain.frozen;
+        addText(json, "rule", chain.rule);
+        addText(json, "reason", chain.reason);
+        return json;
+    }
+    Json operator()(const EverythingStopped&) const { return nullptr; }
+    Json operator()(const PluginSwitched& plugin) const
+    {
+        Json json = object("plugin");
+        json["plugin"] = plugin.plugin;
+        json["running"] = plugin.running;
+        return json;
+    }
+    Json operator()(const ErrorReported& error) const
+    {
+        Json json = object("error");
+        json["source"] = error.source;
+        json["text"] = error.text;
+        return json;
+    }
+    Json operator()(const RemarkMade& remark) const
+    {
+        Json json = object("say");
+        json["text"] = remark.text;
+        return json;
+    }
+    Json operator()(const CallMade& call) const
+    {
+        Json json = object("call");
+        json["text"] = call.text;
+        addOutcome(json, call);
+        return json;
+    }
+
+private:
+    Json object(const char* event) const { return objectOf(time_, event); }
+    Json ruleObject(const char* event, const EventRule& rule) const
+    {
+        Json json = object(event);
+        json["rule"] = rule.name;
+        return json;
+    }
+    template <class Verdict>
+    Json verdict(const char* event, const Verdict& verdict) const
+    {
+        Json json = ruleObject(event, verdict.rule);
+        addText(json, "reason", verdict.reason);
+        return json;
+    }
+    template <class Attempt>
+    static void addOutcome(Json& json, const Attempt& attempt)
+    {
+        json["outcome"] = stepOutcomeName(attempt.outcome);
+        addText(json, "reason", attempt.reason);
+    }
+    static void addText(Json& json, const char* name, const std::string& text)
+    {
+        if (!text.empty())
+            json[name] = text;
+    }
+
+    const vo::TimePoint time_;
+};
 
 Json countsOf(const std::map<std::string, std::size_t>& texts)
 {
@@ -183,9 +196,11 @@ void JsonTimeline::begin(const RunHeader& header)
     sink_(lineOf(json));
 }
 
-void JsonTimeline::event(const TimelineEvent& event)
+void JsonTimeline::event(const Event& event)
 {
-    sink_(lineOf(jsonOf(event)));
+    const Json json = std::visit(EventWriter(event.time), event.what);
+    if (!json.is_null())
+        sink_(lineOf(json));
 }
 
 void JsonTimeline::end(const RunSummary& summary)

@@ -1,7 +1,6 @@
 #include "host/KnownRobot.h"
 
 #include "host/Host.h"
-#include "host/NoTimeline.h"
 #include "platform/vo/VirtualClock.h"
 
 namespace KR {
@@ -9,10 +8,10 @@ namespace KR {
 KnownRobot::KnownRobot()
 {
     const auto clock = std::make_shared<vo::VirtualClock>(vo::TimePoint());
-    timeline_ = std::make_unique<Timeline>(clock, std::make_unique<NoTimeline>());
+    events_ = std::make_unique<EventStream>(clock);
     Host::Options options;
     options.plugins = NimbraLaunchpad::addableModulePlugins();
-    host_ = std::make_unique<Host>(clock, *timeline_, options);
+    host_ = std::make_unique<Host>(clock, *events_, options);
 }
 
 KnownRobot::~KnownRobot() = default;

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "host/Timeline.h"
+#include "host/EventStream.h"
 #include "platform/kr/KeyCatalogue.h"
 
 namespace KR {
@@ -25,7 +25,7 @@ public:
     void addReader(const std::string& key, const std::string& reader);
 
 private:
-    std::unique_ptr<Timeline> timeline_;
+    std::unique_ptr<EventStream> events_;
     std::unique_ptr<Host> host_;
 };
 

@@ -197,8 +197,8 @@ void LifeService::setState(const std::string& state, bool force)
     const bool mayRun = known->second;
     // A state in which activities may run stands in the way of no start and stop.
     Turn turn(*this, "setState", !mayRun);
-    std::optional<LifeEvent> ended;
-    std::optional<LifeEvent> event;
+    std::optional<FocusChanged> ended;
+    std::optional<StateChanged> event;
     {
         const vo::Lock lock(mutex_);
         if (state == state_)
@@ -224,9 +224,9 @@ void LifeService::setState(const std::string& state, bool force)
     changed(*event);
 }
 
-LifeEvent LifeService::moveState(const std::string& state)
+StateChanged LifeService::moveState(const std::string& state)
 {
-    LifeEvent event{LifeEvent::Kind::state, state, std::exchange(state_, state), {}};
+    StateChanged event{state, std::exchange(state_, state)};
     remember(stateHistory_, state);
     getParentBroker()->memory().raiseEvent(kStateKey, state);
     return event;
@@ -247,7 +247,7 @@ void LifeService::setAsleep(bool asleep)
         asleep_ = asleep;
         getParentBroker()->memory().raiseEvent(kAsleepKey, asleep);
     }
-    changed({LifeEvent::Kind::asleep, {}, {}, {}, asleep});
+    changed(SleepChanged{asleep});
 }
 
 /// Whether the activity is to be started: false when it has the focus already.
@@ -324,10 +324,10 @@ LifeService::Switch LifeService::replaceFocus(const FocusRequest& request)
     return result;
 }
 
-LifeEvent LifeService::moveFocus(const std::string& activity, FocusId stay,
-                                 const std::string& reason)
+FocusChanged LifeService::moveFocus(const std::string& activity, FocusId stay,
+                                    const std::string& reason)
 {
-    LifeEvent event{LifeEvent::Kind::focus, activity, {}, reason};
+    FocusChanged event{activity, {}, reason};
     const vo::Duration now = clock_->uptime();
     if (focus_) {
         event.previous = focus_->activity;
@@ -345,7 +345,7 @@ LifeEvent LifeService::moveFocus(const std::string& activity, FocusId stay,
 }
 
 /// In a turn. Nothing when no activity has the focus.
-std::optional<LifeEvent> LifeService::endFocus(const std::string& reason)
+std::optional<FocusChanged> LifeService::endFocus(const std::string& reason)
 {
     if (focusId() == 0)
         return std::nullopt;
@@ -375,7 +375,7 @@ FocusId LifeService::focusId() const
 
 void LifeService::activityEnded(FocusId stay, const std::string& reason)
 {
-    std::optional<LifeEvent> event;
+    std::optional<FocusChanged> event;
     {
         const Turn turn(*this, "activityEnded");
         if (focusId() == stay)
@@ -387,7 +387,7 @@ void LifeService::activityEnded(FocusId stay, const std::string& reason)
 
 void LifeService::stopFocus(const std::string& reason)
 {
-    std::optional<LifeEvent> event;
+    std::optional<FocusChanged> event;
     {
         const Turn turn(*this, "stopFocus");
         event = endFocus(reason);
@@ -399,7 +399,7 @@ void LifeService::stopFocus(const std::string& reason)
 void LifeService::stopAll(const std::string& reason)
 {
     stopFocus(reason);
-    changed({LifeEvent::Kind::everythingStopped, {}, {}, reason});
+    changed(EverythingStopped{reason});
 }
 
 std::string LifeService::focusedActivity() const
@@ -426,7 +426,7 @@ void LifeService::setAutonomousFocusBlocked(bool blocked)
             return;
         autonomousFocusBlocked_ = blocked;
     }
-    changed({LifeEvent::Kind::autonomousFocus, {}, {}, {}, blocked});
+    changed(FocusBlockChanged{blocked});
 }
 
 bool LifeService::isAutonomousFocusBlocked() const
@@ -459,7 +459,7 @@ void LifeService::freezeChain(const std::string& chain, std::optional<std::int32
         if (isFrozen)
             return;
     }
-    changed({LifeEvent::Kind::chain, chain, {}, {}, true});
+    changed(ChainChanged{chain, true, {}});
 }
 
 /// The end of a freeze's time, which may have been replaced meanwhile.
@@ -472,7 +472,7 @@ void LifeService::thaw(const std::string& chain, std::uint64_t id)
             return;
         frozen_.erase(found);
     }
-    changed({LifeEvent::Kind::chain, chain, {}, "its time is over", false});
+    changed(ChainChanged{chain, false, "its time is over"});
 }
 
 void LifeService::unfreezeChain(const std::string& chain)
@@ -486,7 +486,7 @@ void LifeService::unfreezeChain(const std::string& chain)
         timer_->cancel(found->second.timer);
         frozen_.erase(found);
     }
-    changed({LifeEvent::Kind::chain, chain, {}, {}, false});
+    changed(ChainChanged{chain, false, {}});
 }
 
 std::vector<std::string> LifeService::getFrozenChains() const

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "host/ActivityRunner.h"
+#include "host/Event.h"
 #include "platform/kr/KRError.h"
 #include "platform/kr/KRModule.h"
 #include "platform/vo/Clock.h"
@@ -26,17 +27,6 @@ namespace KR {
 class LifeRefusal : public KRError {
 public:
     using KRError::KRError;
-};
-
-/// A change in the robot's life.
-struct LifeEvent {
-    enum class Kind { focus, state, asleep, autonomousFocus, chain, everythingStopped };
-    Kind kind;
-    std::string subject;   ///< the activity ("" for none), state or chain
-    std::string previous;  ///< the activity or state before
-    std::string reason;    ///< as given by who asked; may be empty
-    bool on = false;       ///< asleep; autonomous focus blocked; chain frozen
-    FocusId lost = 0;      ///< the focus that ended
 };
 
 /// A wish to give an activity the focus.
@@ -88,7 +78,7 @@ public:
     void exit() override;
 
     /// Told of every change, on the changing thread.
-    vo::Signal<LifeEvent> changed;
+    vo::Signal<LifeChange> changed;
 
     /// What is to be done before an activity starts; called on the thread that asks for it. Set it
     /// before the life service is used.
@@ -163,7 +153,7 @@ private:
     class Turn;
     /// What a switch of focus came to.
     struct Switch {
-        std::optional<LifeEvent> event;
+        std::optional<FocusChanged> event;
         std::exception_ptr failure;
         FocusId stay = 0;
     };
@@ -173,11 +163,11 @@ private:
     bool mayStart(const FocusRequest& request) const;
     bool admit(const FocusRequest& request) const VO_REQUIRES(mutex_);
     Switch replaceFocus(const FocusRequest& request);
-    std::optional<LifeEvent> endFocus(const std::string& reason);
+    std::optional<FocusChanged> endFocus(const std::string& reason);
     void stopRunning();
     FocusId focusId() const;
-    LifeEvent moveState(const std::string& state) VO_REQUIRES(mutex_);
-    LifeEvent moveFocus(const std::string& activity, FocusId stay, const std::string& reason)
+    StateChanged moveState(const std::string& state) VO_REQUIRES(mutex_);
+    FocusChanged moveFocus(const std::string& activity, FocusId stay, const std::string& reason)
         VO_REQUIRES(mutex_);
     void thaw(const std::string& chain, std::uint64_t id);
     void setAutonomousFocusBlocked(bool blocked);

@@ -16,9 +16,9 @@ constexpr vo::Duration kSlice = std::chrono::minutes(1);
 
 }  // namespace
 
-Player::Player(Host& host, vo::VirtualClock& clock, Timeline& timeline, const StopRequest& stop,
+Player::Player(Host& host, vo::VirtualClock& clock, EventStream& events, const StopRequest& stop,
                std::optional<double> speed)
-    : host_(host), clock_(clock), timeline_(timeline), stop_(stop), speed_(speed)
+    : host_(host), clock_(clock), events_(events), stop_(stop), speed_(speed)
 {
     if (!speed_)
         return;
@@ -83,20 +83,19 @@ bool Player::keepPace(vo::TimePoint time)
 
 void Player::perform(const ScenarioDeed& deed)
 {
-    if (deed.kind == ScenarioDeed::Kind::raise) {
-        host_.memory().raiseEvent(deed.text, deed.value);
-        return;
+    switch (deed.kind) {
+        case ScenarioDeed::Kind::raise:
+            host_.memory().raiseEvent(deed.text, deed.value);
+            break;
+        case ScenarioDeed::Kind::call: {
+            const StepResult result = attempt([&] { return callResult(*deed.call); });
+            events_.publish(CallMade{describeCall(*deed.call), result.outcome, result.reason});
+            break;
+        }
+        case ScenarioDeed::Kind::say:
+            events_.publish(RemarkMade{deed.text});
+            break;
     }
-    TimelineEvent event{TimelineEvent::Kind::say};
-    event.subject = deed.text;
-    if (deed.kind == ScenarioDeed::Kind::call) {
-        event.kind = TimelineEvent::Kind::call;
-        event.subject = describeCall(*deed.call);
-        const StepResult result = attempt([&] { return callResult(*deed.call); });
-        event.outcome = result.outcome;
-        event.reason = result.reason;
-    }
-    timeline_.record(event);
 }
 
 }  // namespace KR

@@ -3,9 +3,9 @@
 #include <memory>
 #include <optional>
 
+#include "host/EventStream.h"
 #include "host/Host.h"
 #include "host/StopRequest.h"
-#include "host/Timeline.h"
 #include "platform/vo/VirtualClock.h"
 #include "robot/Scenario.h"
 
@@ -17,14 +17,14 @@ class Player {
 public:
     /// All outlive the player. `speed` is virtual seconds in a second, above 0; nothing for as
     /// fast as possible.
-    Player(Host& host, vo::VirtualClock& clock, Timeline& timeline, const StopRequest& stop,
+    Player(Host& host, vo::VirtualClock& clock, EventStream& events, const StopRequest& stop,
            std::optional<double> speed);
     ~Player();
     Player(const Player&) = delete;
     Player& operator=(const Player&) = delete;
 
     /// Plays the entries up to `end`, and virtual time up to it. False when a stop was requested
-    /// before that. A call that fails is recorded, and the play goes on.
+    /// before that. A call that fails is published, and the play goes on.
     bool play(const Scenario& scenario, vo::TimePoint end);
 
     /// When a scenario ends that does not say so: late enough for what its last entry causes.
@@ -37,7 +37,7 @@ private:
 
     Host& host_;
     vo::VirtualClock& clock_;
-    Timeline& timeline_;
+    EventStream& events_;
     const StopRequest& stop_;
 
     // For a pace only.

@@ -32,8 +32,8 @@ bool isAdded(const NimbraLaunchpad::PluginState& plugin, const std::string& stat
 PluginSwitch::PluginSwitch(LifeService& life, NimbraLaunchpad& launchpad)
     : life_(life),
       launchpad_(launchpad),
-      link_(life.changed.connect([this](const LifeEvent& event) {
-          if (event.kind == LifeEvent::Kind::state)
+      link_(life.changed.connect([this](const LifeChange& change) {
+          if (std::holds_alternative<StateChanged>(change))
               apply();
       }))
 {

@@ -2,7 +2,6 @@
 
 #include "host/ConfigurationCheck.h"
 #include "host/Host.h"
-#include "host/NoTimeline.h"
 #include "host/Output.h"
 #include "host/RunCommand.h"
 #include "host/Table.h"
@@ -22,13 +21,13 @@ TableRow rowOf(const NimbraLaunchpad::PluginState& plugin)
 void listPlugins(const std::string& config, const std::string& packages)
 {
     const std::shared_ptr<vo::Clock> clock = vo::makeRealClock();
-    Timeline timeline(clock, std::make_unique<NoTimeline>());
+    EventStream events(clock);
     Host::Options options;
     options.config = configPath(config);
     requirePackagesFolder(packages);
     options.packages = packages;
     options.plugins = inspectConfiguration(options.config).plugins;
-    Host host(clock, timeline, options);
+    Host host(clock, events, options);
     host.ready().wait();
     host.start();
     std::vector<TableRow> rows{{"name", "groups", "enabled", "running", "keys"}};

@@ -9,8 +9,6 @@ namespace KR {
 
 namespace {
 
-using Kind = TimelineEvent::Kind;
-
 const vo::Logger logger("Nimbra.Responder");
 
 constexpr int kAnyTime = ExecuteAnyTimeConditionTrue | ExecuteAnyTimeConditionEdgeTrue |
@@ -48,22 +46,18 @@ std::string joined(const std::vector<std::string>& texts, const char* separator)
     return result;
 }
 
-TimelineEvent ruleEvent(Kind kind, const AutonomousAction& action, std::string reason = {})
+EventRule ruleOf(const AutonomousAction& action)
 {
-    TimelineEvent event{kind};
-    event.rule = action.description;
-    event.reason = std::move(reason);
-    event.periodic = (action.synchronicity & ExecuteAnyTimeConditionTrue) != 0;
-    return event;
+    return {action.description, (action.synchronicity & ExecuteAnyTimeConditionTrue) != 0};
 }
 
 }  // namespace
 
-Responder::Responder(LifeService& life, Timeline& timeline)
+Responder::Responder(LifeService& life, EventStream& events)
     : life_(life),
-      timeline_(timeline),
+      events_(events),
       runner_(life),
-      lifeLink_(life.changed.connect([this](const LifeEvent& event) { onLifeChanged(event); }))
+      lifeLink_(life.changed.connect([this](const LifeChange& change) { onLifeChanged(change); }))
 {
     life_.setPreparation([this](const std::string& activity) { prepare(activity); });
 }
@@ -130,22 +124,23 @@ void Responder::decide(const PendingAction& pending, Manner manner, const std::s
 {
     using Verdict = RuleScheduler::Verdict::Kind;
     const AutonomousAction& action = pending.action;
-    TimelineEvent announcement =
-        ruleEvent(manner == Manner::waited ? Kind::resume : Kind::hit, action);
-    announcement.subject = activity;
-    timeline_.record(announcement);
+    const EventRule rule = ruleOf(action);
+    if (manner == Manner::waited)
+        events_.publish(RuleResumed{rule});
+    else
+        events_.publish(RuleProposed{rule, activity});
 
     const RuleScheduler::Verdict verdict = scheduler_.judge(pending);
     const std::string active = joined(verdict.because, ", ");
     if (verdict.kind == Verdict::run) {
         carryOut(action);
     } else if (verdict.kind == Verdict::skip) {
-        timeline_.record(ruleEvent(Kind::skip, action, "while active: " + active));
+        events_.publish(RuleSkipped{rule, "while active: " + active});
     } else if (manner == Manner::beforeActivity) {
-        timeline_.record(ruleEvent(Kind::skip, action, "cannot wait for: " + active));
+        events_.publish(RuleSkipped{rule, "cannot wait for: " + active});
     } else {
         scheduler_.wait(pending);
-        timeline_.record(ruleEvent(Kind::wait, action, "for the end of: " + active));
+        events_.publish(RuleWaits{rule, "for the end of: " + active});
         postReady();  // they may have ended meanwhile
     }
 }
@@ -159,12 +154,8 @@ void Responder::carryOut(const AutonomousAction& action)
     for (const AutonomousActionItem& item : action.items) {
         const StepResult result = runner_.run(item);
         started = result.started.value_or(started);
-        TimelineEvent event = ruleEvent(Kind::step, action, result.reason);
-        event.step = actionItemTypeName(item.type);
-        event.subject = describeStep(item);
-        event.outcome = result.outcome;
-        event.rest = --rest;
-        timeline_.record(event);
+        events_.publish(StepEnded{ruleOf(action), actionItemTypeName(item.type), describeStep(item),
+                                  result.outcome, result.reason, --rest});
         if (result.outcome != StepOutcome::done)
             break;
     }
@@ -187,38 +178,24 @@ void Responder::prepare(const std::string& activity)
         decide(pending, Manner::beforeActivity, activity);
 }
 
-void Responder::onLifeChanged(const LifeEvent& event)
+void Responder::onLifeChanged(LifeChange change)
 {
-    showLife(event);
-    if (event.lost != 0) {
-        scheduler_.focusLost(event.lost);
+    const std::string rule = carrying.action ? carrying.action->description : std::string();
+    std::visit(
+        [&](auto& each) {
+            each.rule = rule;
+            events_.publish(each);
+        },
+        change);
+    const FocusChanged* const focus = std::get_if<FocusChanged>(&change);
+    if (focus && focus->lost != 0) {
+        scheduler_.focusLost(focus->lost);
         postReady();
     }
-    if (event.kind != LifeEvent::Kind::everythingStopped)
+    if (!std::holds_alternative<EverythingStopped>(change))
         return;
     for (const PendingAction& pending : scheduler_.dropWaiting())
-        timeline_.record(ruleEvent(Kind::drop, pending.action, "everything was stopped"));
-}
-
-void Responder::showLife(const LifeEvent& event)
-{
-    static const std::map<LifeEvent::Kind, Kind> kinds{
-        {LifeEvent::Kind::focus, Kind::focus},
-        {LifeEvent::Kind::state, Kind::state},
-        {LifeEvent::Kind::asleep, Kind::asleep},
-        {LifeEvent::Kind::autonomousFocus, Kind::autonomousFocus},
-        {LifeEvent::Kind::chain, Kind::chain}};
-    const auto kind = kinds.find(event.kind);
-    if (kind == kinds.end())
-        return;
-    TimelineEvent shown{kind->second};
-    shown.subject = event.subject;
-    shown.previous = event.previous;
-    shown.reason = event.reason;
-    shown.on = event.on;
-    if (carrying.action)
-        shown.rule = carrying.action->description;
-    timeline_.record(shown);
+        events_.publish(RuleDropped{ruleOf(pending.action), "everything was stopped"});
 }
 
 /// Has the waiting actions that may go now run later, when the action in progress has ended.
@@ -235,8 +212,7 @@ void Responder::runReady()
         if (isStillTrue(pending.action))
             decide(pending, Manner::waited);
         else
-            timeline_.record(
-                ruleEvent(Kind::drop, pending.action, "its condition is no longer true"));
+            events_.publish(RuleDropped{ruleOf(pending.action), "its condition is no longer true"});
     }
 }
 

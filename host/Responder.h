@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "host/ActionRunner.h"
+#include "host/EventStream.h"
 #include "host/LifeService.h"
 #include "host/RuleScheduler.h"
-#include "host/Timeline.h"
 #include "launchpad/NimbraLaunchpadResponder.h"
 #include "platform/vo/Mutex.h"
 #include "platform/vo/Signal.h"
@@ -17,6 +17,7 @@
 namespace KR {
 
 /// Carries out what the launchpad decides, step by step, and honours the rule lists of the actions.
+/// Publishes what becomes of each rule, and what changes in the robot's life.
 ///
 /// A step that is refused or fails drops the rest of its action; the others go on. Before an
 /// activity starts, whoever asks for it, the actions of ExecuteBeforeActivityIfConditionTrue whose
@@ -25,14 +26,14 @@ namespace KR {
 ///
 /// An action that has waited runs if its condition is still true. StopAll forgets those that wait.
 ///
-/// Thread-safe. The life service and the timeline outlive it; it is destroyed after the event loop
+/// Thread-safe. The life service and the stream outlive it; it is destroyed after the event loop
 /// is closed.
 class Responder : public NimbraLaunchpadResponder {
 public:
     /// The launchpad's getActionSuggestions.
     using Suggestions = std::function<std::list<AutonomousAction>(int mask)>;
 
-    Responder(LifeService& life, Timeline& timeline);
+    Responder(LifeService& life, EventStream& events);
     ~Responder() override;
     Responder(const Responder&) = delete;
     Responder& operator=(const Responder&) = delete;
@@ -56,15 +57,14 @@ private:
     void decide(const PendingAction& pending, Manner manner, const std::string& activity = {});
     void carryOut(const AutonomousAction& action);
     void prepare(const std::string& activity);
-    void onLifeChanged(const LifeEvent& event);
-    void showLife(const LifeEvent& event);
+    void onLifeChanged(LifeChange change);
     void postReady();
     void runReady();
     bool isStillTrue(const AutonomousAction& action) const;
 
     // Constant after construction, the suggestions after set-up.
     LifeService& life_;
-    Timeline& timeline_;
+    EventStream& events_;
     const ActionRunner runner_;
     Suggestions suggestions_;
     vo::SignalLink lifeLink_;

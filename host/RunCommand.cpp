@@ -17,6 +17,7 @@
 #include "host/SignalWatch.h"
 #include "host/StopRequest.h"
 #include "host/Text.h"
+#include "host/Timeline.h"
 #include "platform/packages/KRBehaviorManager.h"
 #include "platform/vo/Path.h"
 #include "robot/MachineBattery.h"
@@ -56,8 +57,8 @@ public:
                                       : endFromText(options_.until, scenario.start);
         const auto clock = std::make_shared<vo::VirtualClock>(scenario.start, kMaxTasksAtOneMoment);
         const auto settle = [&](Host&) { clock->runPending(); };
-        const auto play = [&](Host& host, Timeline& timeline) {
-            return Player(host, *clock, timeline, stop_, options_.speed).play(scenario, end);
+        const auto play = [&](Host& host, EventStream& events) {
+            return Player(host, *clock, events, stop_, options_.speed).play(scenario, end);
         };
         return live(clock, robotOptions(), {scenario.title, scenario.keys()}, settle, play);
     }
@@ -72,7 +73,7 @@ public:
         Robot::Options robot = robotOptions();
         robot.powerSupplies = MachineBattery::kFolder;
         const auto settle = [](Host& host) { host.ready().wait(); };
-        return live(clock, robot, {}, settle, [&](Host&, Timeline&) {
+        return live(clock, robot, {}, settle, [&](Host&, EventStream&) {
             if (!length) {
                 stop_.wait();
                 return true;
@@ -108,7 +109,8 @@ private:
     {
         const std::string config = configPath(options_.config);
         requirePackagesFolder(options_.packages);
-        Timeline timeline(clock, makeRenderer(output_, options_.json));
+        EventStream events(clock);
+        Timeline timeline(clock, events, makeRenderer(output_, options_.json));
         const ConfigurationReport report = inspectConfiguration(config);
         std::vector<std::string> plugins = report.plugins;
         for (const std::string& plugin : options_.plugins) {
@@ -118,13 +120,13 @@ private:
         bool hasEnded = false;
         std::string failure;
         {
-            Host host(clock, timeline,
+            Host host(clock, events,
                       {config, options_.packages, options_.logLevel, plugins, robot});
             timeline.begin({subject.title, config, report.ruleNames(), clock->now()});
             settle(host);
             host.start(subject.keys);
             try {
-                hasEnded = course(host, timeline);
+                hasEnded = course(host, events);
             } catch (const std::exception& e) {
                 failure = std::string(e.what()) + ", at " + clockTime(clock->now());
             }

@@ -20,41 +20,30 @@ void RunStatistics::begin(const RunHeader& header)
     start_ = header.start;
 }
 
-void RunStatistics::count(const TimelineEvent& event)
+void RunStatistics::count(const Event& event)
 {
-    using Kind = TimelineEvent::Kind;
-    switch (event.kind) {
-        case Kind::hit:
-            ++counts_[event.rule].hits;
-            break;
-        case Kind::skip:
-        case Kind::drop:
-            ++counts_[event.rule].skipped;
-            break;
-        case Kind::step:
-            countStep(event);
-            break;
-        case Kind::call:
-            if (event.outcome == StepOutcome::refused)
-                refuse(event.subject + ": " + event.reason);
-            else if (event.outcome == StepOutcome::failed)
-                fail(event.subject + ": " + event.reason);
-            break;
-        case Kind::error:
-            fail(event.subject + ": " + event.reason);
-            break;
-        default:
-            break;
-    }
+    std::visit(Cases{[&](const RuleProposed& each) { ++counts_[each.rule.name].hits; },
+                     [&](const RuleSkipped& each) { ++counts_[each.rule.name].skipped; },
+                     [&](const RuleDropped& each) { ++counts_[each.rule.name].skipped; },
+                     [&](const StepEnded& step) { countStep(step); },
+                     [&](const CallMade& call) {
+                         if (call.outcome == StepOutcome::refused)
+                             refuse(call.text + ": " + call.reason);
+                         else if (call.outcome == StepOutcome::failed)
+                             fail(call.text + ": " + call.reason);
+                     },
+                     [&](const ErrorReported& error) { fail(error.source + ": " + error.text); },
+                     [](const auto&) {}},
+               event.what);
 }
 
-void RunStatistics::countStep(const TimelineEvent& event)
+void RunStatistics::countStep(const StepEnded& step)
 {
-    RuleCount& rule = counts_[event.rule];
-    const std::string text = event.rule + ": " + event.subject + ": " + event.reason;
-    switch (event.outcome) {
+    RuleCount& rule = counts_[step.rule.name];
+    const std::string text = step.rule.name + ": " + step.text + ": " + step.reason;
+    switch (step.outcome) {
         case StepOutcome::done:
-            rule.done += event.rest == 0 ? 1 : 0;
+            rule.done += step.rest == 0 ? 1 : 0;
             break;
         case StepOutcome::refused:
             ++rule.refused;

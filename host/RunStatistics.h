@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "host/TimelineEvent.h"
+#include "host/TimelineRenderer.h"
 
 namespace KR {
 
@@ -16,11 +16,11 @@ public:
     static constexpr std::size_t kMaxTexts = 1000;
 
     void begin(const RunHeader& header);
-    void count(const TimelineEvent& event);
+    void count(const Event& event);
     RunSummary summary(vo::TimePoint end, bool interrupted) const;
 
 private:
-    void countStep(const TimelineEvent& event);
+    void countStep(const StepEnded& step);
     void refuse(const std::string& text);
     void fail(const std::string& text);
 

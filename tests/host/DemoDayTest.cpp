@@ -24,7 +24,7 @@ bool canVary(const KeyDescription& key)
 /// A fall, among others, stops the battery's plugin, which then forgets that the charger charges.
 TEST_F(DemoDayTest, robotStaysOnItsChargerAfterItsBatteryPluginWasStopped)
 {
-    host.emplace(clock, timeline, Host::Options{NIMBRA_TEST_DATA "/autonomy.cfg", {}});
+    host.emplace(clock, stream, Host::Options{NIMBRA_TEST_DATA "/autonomy.cfg", {}});
     clock->runPending();
     host->start();
     const vo::AnyObject battery = vo::import("KRBattery");
@@ -54,7 +54,7 @@ TEST_F(DemoDayTest, everyKeyOfTheRobotIsSeenPublishedAndTakesMoreThanOneValue)
     const Scenario scenario = loadScenario(data / "demo-day.scenario.yaml");
     clock->advance(scenario.start - clock->now());
     const std::string config = data / "autonomy.cfg";
-    host.emplace(clock, timeline,
+    host.emplace(clock, stream,
                  Host::Options{config, packages, vo::LogLevel::warning,
                                inspectConfiguration(config).plugins});
     std::vector<std::string> keys;
@@ -63,7 +63,7 @@ TEST_F(DemoDayTest, everyKeyOfTheRobotIsSeenPublishedAndTakesMoreThanOneValue)
     clock->runPending();
     host->start(keys);
     StopRequest stop;
-    ASSERT_TRUE(Player(*host, *clock, timeline, stop, {}).play(scenario, Player::endOf(scenario)));
+    ASSERT_TRUE(Player(*host, *clock, stream, stop, {}).play(scenario, Player::endOf(scenario)));
     std::map<std::string, std::set<std::string>> values;
     for (const nlohmann::json& event : events)
         if (event["event"] == "key")

@@ -6,6 +6,7 @@
 
 #include "host/Host.h"
 #include "host/JsonTimeline.h"
+#include "host/Timeline.h"
 #include "platform/kr/KRMemory.h"
 #include "platform/vo/VirtualClock.h"
 #include "tests/support/TemporaryFolder.h"
@@ -24,7 +25,7 @@ protected:
                          "ConfigurationDescription: d\nConfigurationVersion: \"2.0\"\n"
                          "AutonomousActions:\n" +
                              rules);
-        host.emplace(clock, timeline,
+        host.emplace(clock, stream,
                      Host::Options{config, packages, vo::LogLevel::warning, robotPlugins});
         clock->runPending();
         host->start(moreKeys);
@@ -84,7 +85,9 @@ protected:
     std::shared_ptr<vo::VirtualClock> clock =
         std::make_shared<vo::VirtualClock>(vo::TimePoint(std::chrono::hours(24 * 20000)));
     std::vector<nlohmann::json> events;
-    Timeline timeline{clock, std::make_unique<JsonTimeline>([this](const std::string& line) {
+    EventStream stream{clock};
+    Timeline timeline{clock, stream,
+                      std::make_unique<JsonTimeline>([this](const std::string& line) {
                           events.push_back(nlohmann::json::parse(line));
                       })};
     std::optional<Host> host;

@@ -45,7 +45,7 @@ class LifeServiceTest : public testing::Test {
 protected:
     LifeServiceTest()
     {
-        life->changed.connect([this](const LifeEvent& event) {
+        life->changed.connect([this](const LifeChange& event) {
             const vo::Lock lock(mutex);
             events.push_back(event);
         });
@@ -58,15 +58,33 @@ protected:
     /// The changes, and how they came, in a few words each.
     std::vector<std::string> texts() const
     {
-        static const char* const kNames[] = {"focus", "state", "asleep", "block", "chain", "all"};
         std::vector<std::string> result;
-        for (const LifeEvent& event : events)
-            result.push_back(kNames[static_cast<int>(event.kind)] +
-                             (event.subject.empty() ? "" : " " + event.subject) +
-                             (event.on ? " on" : "") +
-                             (event.previous.empty() ? "" : " after " + event.previous) +
-                             (event.lost ? " lost " + std::to_string(event.lost) : "") +
-                             (event.reason.empty() ? "" : ": " + event.reason));
+        const auto part = [](const char* word, const std::string& text) {
+            return text.empty() ? text : word + text;
+        };
+        for (const LifeChange& event : events)
+            result.push_back(std::visit(
+                Cases{[&](const FocusChanged& e) {
+                          return part("focus ", e.activity.empty() ? "-" : e.activity) +
+                                 part(" after ", e.previous) +
+                                 (e.lost ? " lost " + std::to_string(e.lost) : "") +
+                                 part(": ", e.reason);
+                      },
+                      [&](const StateChanged& e) {
+                          return "state " + e.state + part(" after ", e.previous);
+                      },
+                      [](const SleepChanged& e) {
+                          return std::string("asleep") + (e.asleep ? " on" : "");
+                      },
+                      [](const FocusBlockChanged& e) {
+                          return std::string("block") + (e.blocked ? " on" : "");
+                      },
+                      [&](const ChainChanged& e) {
+                          return "chain " + e.chain + (e.frozen ? " on" : "") +
+                                 part(": ", e.reason);
+                      },
+                      [&](const EverythingStopped& e) { return "all" + part(": ", e.reason); }},
+                event));
         return result;
     }
     /// What the runner was told to do since the last call.
@@ -78,7 +96,7 @@ protected:
     boost::shared_ptr<LifeService> life = KRModule::createModule<LifeService>(platform.broker);
     boost::shared_ptr<KRProxy> service = platform.broker->getProxy("KRNimbra");
     vo::Mutex mutex;  ///< guards events where there are several threads
-    std::vector<LifeEvent> events;
+    std::vector<LifeChange> events;
 };
 
 TEST_F(LifeServiceTest, ChangesAreWrittenToMemoryAndTold)
@@ -108,7 +126,7 @@ TEST_F(LifeServiceTest, ChangesAreWrittenToMemoryAndTold)
     EXPECT_TRUE(service->call<bool>("isAsleep"));
     EXPECT_THAT(texts(), ElementsAre("state interactive after solitary", "asleep on", "block on",
                                      "block", "focus p/a", "focus p/b after p/a lost 1",
-                                     "focus after p/b lost 2", "all", "all"));
+                                     "focus - after p/b lost 2", "all", "all"));
 }
 
 TEST_F(LifeServiceTest, ChangeOfStateIsRefusedWhereItWouldOverruleSomebodyUnlessForced)
@@ -140,7 +158,7 @@ TEST_F(LifeServiceTest, ChangeOfStateIsRefusedWhereItWouldOverruleSomebodyUnless
         EXPECT_EQ(life->focusedActivity(), hasFocus && error == "none" ? "p/a" : "");
         std::vector<std::string> changes;
         if (error != "none" && hasFocus)
-            changes.push_back("focus after p/a lost " + std::to_string(stay) +
+            changes.push_back("focus - after p/a lost " + std::to_string(stay) +
                               ": it may not run in '" + to + "'");
         if (error != "none")
             changes.push_back(std::string("state ") + to + " after " + from);
@@ -161,7 +179,7 @@ TEST_F(LifeServiceTest, FocusIsRefusedWhereNoActivityMayRunAndToRulesWhileBlocke
     EXPECT_EQ(focus("p/a"), FocusId{2}) << "a block is not counted";
     EXPECT_EQ(focus("p/a"), std::nullopt);
     EXPECT_EQ(focus("p/a", FocusRequest::kRestart), FocusId{3});
-    EXPECT_EQ(events.back().lost, 2U);
+    EXPECT_EQ(std::get<FocusChanged>(events.back()).lost, 2U);
     EXPECT_THROW(focus("p/a", 2), KRError);
     EXPECT_THROW(focus("p/a", 3), KRError);
     EXPECT_THROW(focus(""), KRError);
@@ -188,7 +206,7 @@ TEST_F(LifeServiceTest, ActivityRunsWhileItHasTheFocus)
     for (const FocusId stay : {anew - 1, anew, anew})  // news of an earlier stay end no later one
         life->activityEnded(stay, "by itself");
     EXPECT_THAT(calls(), ElementsAre("stop")) << "always";
-    EXPECT_THAT(texts(), ElementsAre("focus after p/a lost 5: by itself"));
+    EXPECT_THAT(texts(), ElementsAre("focus - after p/a lost 5: by itself"));
     focus("p/a");
     life->exit();
     life->exit();
@@ -210,7 +228,8 @@ TEST_F(LifeServiceTest, ActivityThatMayNotRunLeavesTheFocusAloneAndOneThatFailsT
         runner.react = failing<KRError>({"start " + broken, "stop"});
         EXPECT_THROW(focus(broken, FocusRequest::kRestart), KRError);
         EXPECT_EQ(life->focusedActivity(), "");
-        EXPECT_THAT(events.back().reason, HasSubstr("'" + broken + "' was to follow"));
+        EXPECT_THAT(std::get<FocusChanged>(events.back()).reason,
+                    HasSubstr("'" + broken + "' was to follow"));
     }
     EXPECT_THAT(life->getFocusHistory(9), ElementsAre("p/a", "", "p/a", ""));
 }

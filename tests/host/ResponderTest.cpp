@@ -6,27 +6,35 @@
 namespace KR {
 namespace {
 
-/// Notes each event in a few words.
-class Notes : public TimelineRenderer {
-public:
-    explicit Notes(std::vector<std::string>& lines) : lines_(lines) {}
-    void begin(const RunHeader&) override {}
-    void end(const RunSummary&) override {}
-    void event(const TimelineEvent& event) override
+/// An event in a few words.
+struct Words {
+    using Text = std::string;
+    static Text join(Text kind, const std::vector<Text>& parts)
     {
-        static const char* const kNames[] = {"say",  "key",  "hit",  "resume", "skip",  "wait",
-                                             "drop", "step", "call", "plugin", "focus", "state",
-                                             "life", "life", "life", "error"};
-        std::string line = kNames[static_cast<int>(event.kind)];
-        for (const std::string& part : {event.rule, event.subject, event.reason})
-            line += part.empty() ? "" : " " + part;
-        if (event.kind == TimelineEvent::Kind::step)
-            line += std::string(" ") + stepOutcomeName(event.outcome) + std::to_string(event.rest);
-        lines_.push_back(line);
+        for (const Text& part : parts)
+            kind += part.empty() ? "" : " " + part;
+        return kind;
     }
-
-private:
-    std::vector<std::string>& lines_;
+    Text operator()(const RuleProposed& e) const { return join("hit", {e.rule.name, e.before}); }
+    Text operator()(const RuleResumed& e) const { return join("resume", {e.rule.name}); }
+    Text operator()(const RuleSkipped& e) const { return join("skip", {e.rule.name, e.reason}); }
+    Text operator()(const RuleWaits& e) const { return join("wait", {e.rule.name, e.reason}); }
+    Text operator()(const RuleDropped& e) const { return join("drop", {e.rule.name, e.reason}); }
+    Text operator()(const StepEnded& e) const
+    {
+        return join("step", {e.rule.name, e.text, e.reason,
+                             stepOutcomeName(e.outcome) + std::to_string(e.rest)});
+    }
+    Text operator()(const FocusChanged& e) const
+    {
+        return join("focus", {e.rule, e.activity, e.reason});
+    }
+    Text operator()(const FocusBlockChanged& e) const { return join("life", {e.rule}); }
+    template <class Other>
+    Text operator()(const Other&) const
+    {
+        return "";
+    }
 };
 
 class ResponderTest : public testing::Test {
@@ -34,6 +42,12 @@ protected:
     ResponderTest()
     {
         platform.addService("Test", "call", [this](const std::string& what) { calls.at(what)(); });
+        events.happened.connect([this](const Event& event) {
+            EXPECT_EQ(event.number, ++lastEvent);
+            const std::string line = std::visit(Words(), event.what);
+            if (!line.empty())
+                lines.push_back(line);
+        });
         responder.setSuggestions([this](std::uint32_t mask) {
             std::list<AutonomousAction> result = suggested;
             result.remove_if([&](const auto& each) { return (each.synchronicity & mask) == 0; });
@@ -73,8 +87,9 @@ protected:
     VirtualPlatform platform;
     boost::shared_ptr<LifeService> life = KRModule::createModule<LifeService>(platform.broker);
     std::vector<std::string> lines;
-    Timeline timeline{platform.clock, std::make_unique<Notes>(lines)};
-    Responder responder{*life, timeline};
+    EventStream events{platform.clock};
+    std::uint64_t lastEvent = 0;
+    Responder responder{*life, events};
     std::map<std::string, std::function<void()>> calls;
     std::list<AutonomousAction> suggested;
     std::uint32_t lastCondition = 0;

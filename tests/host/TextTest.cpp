@@ -12,8 +12,6 @@
 namespace KR {
 namespace {
 
-using Kind = TimelineEvent::Kind;
-
 TEST(TextTest, TimesAreWrittenInUtc)
 {
     const vo::TimePoint time(std::chrono::microseconds(1795240800'250001));
@@ -32,18 +30,12 @@ TEST(TextTest, TimesAreWrittenInUtc)
 
 class HumanTimelineTest : public testing::Test {
 protected:
-    /// A periodic rule's hit, and what it came to.
-    void hit(const char* rule, Kind kind, const char* reason, bool periodic = true,
-             StepOutcome outcome = StepOutcome::refused)
+    void event(Happening what) { timeline.event({0, {}, std::move(what)}); }
+    /// A rule's hit, and what it came to.
+    void hit(const char* rule, Happening end, bool periodic = true)
     {
-        TimelineEvent event{Kind::hit};
-        event.rule = rule;
-        event.periodic = periodic;
-        timeline.event(event);
-        event.kind = kind;
-        event.reason = reason;
-        event.outcome = outcome;
-        timeline.event(event);
+        event(RuleProposed{{rule, periodic}, {}});
+        event(std::move(end));
     }
     std::size_t linesWith(const std::string& part) const
     {
@@ -57,114 +49,97 @@ protected:
 
 TEST_F(HumanTimelineTest, RepeatedFutileHitIsShownOnceUntilSomethingChanges)
 {
+    const RuleSkipped afterA{{"R"}, "while active: A"};
+    const RuleSkipped afterB{{"R"}, "while active: B"};
     for (int i = 0; i < 3; ++i) {
-        hit("R", Kind::skip, "while active: A");
-        hit("S", Kind::step, "blocked");
+        hit("R", afterA);
+        hit("S", StepEnded{{"S"}, {}, {}, StepOutcome::refused, "blocked"});
     }
     EXPECT_EQ(linesWith("skipped"), 1U);
     EXPECT_EQ(linesWith("blocked"), 1U);
     EXPECT_EQ(linesWith("● "), 2U);
 
-    hit("R", Kind::skip, "while active: B");
+    hit("R", afterB);
     EXPECT_EQ(linesWith("skipped"), 2U) << "another reason";
     std::size_t shownSkips = 2;
-    for (const Kind change :
-         {Kind::focus, Kind::state, Kind::asleep, Kind::autonomousFocus, Kind::chain}) {
-        timeline.event({change});
-        hit("R", Kind::skip, "while active: B");
+    for (const Happening& change : std::vector<Happening>{
+             FocusChanged{}, StateChanged{}, SleepChanged{}, FocusBlockChanged{}, ChainChanged{}}) {
+        event(change);
+        hit("R", afterB);
         EXPECT_EQ(linesWith("skipped"), ++shownSkips) << "the robot's life has changed";
     }
-    timeline.event({Kind::say});
-    hit("R", Kind::skip, "while active: B");
+    event(RemarkMade{});
+    hit("R", afterB);
     EXPECT_EQ(linesWith("skipped"), shownSkips);
-    hit("E", Kind::skip, "while active: B", false);
-    hit("E", Kind::skip, "while active: B", false);
+    for (int i = 0; i < 2; ++i)
+        hit("E", RuleSkipped{{"E"}, "while active: B"}, false);
     EXPECT_EQ(linesWith("skipped"), shownSkips + 2) << "an edge is an event of its own";
-    hit("R", Kind::step, "done", true, StepOutcome::done);
+    hit("R", StepEnded{{"R"}, {}, {}, StepOutcome::done, "done"});
     EXPECT_EQ(linesWith("● R\n"), shownSkips + 1) << "what comes to something is shown";
 }
 
 TEST_F(HumanTimelineTest, EachKindOfEventIsShownInItsWayToPeopleAndMachines)
 {
-    const auto rule = [](Kind kind, const char* subject, const char* reason) {
-        return TimelineEvent{kind, {}, "R", subject, {}, {}, reason};
-    };
-    const auto step = [](Kind kind, StepOutcome outcome, std::size_t rest, const char* reason) {
-        return TimelineEvent{kind, {}, "R", "M.m", "ApiCall", {}, reason, {}, outcome, rest};
-    };
-    const auto life = [](Kind kind, const char* subject, bool on, const char* reason = "") {
-        TimelineEvent event{kind, {}, on ? "R" : "", subject, {}, "was", reason};
-        event.on = on;
-        return event;
-    };
+    const EventRule r{"R"};
     const std::string ruleStep = R"("step","rule":"R","step":"ApiCall","text":"M.m",)";
+    const auto step = [&](StepOutcome outcome, std::size_t rest, const char* reason) {
+        return StepEnded{r, "ApiCall", "M.m", outcome, reason, rest};
+    };
     const struct {
-        TimelineEvent event;
+        Happening what;
         std::string line;
         std::string json;
     } rows[] = {
-        {rule(Kind::say, "a \x1b[2J", ""), "» a \\x1b[2J", R"("say","text":"a \u001b[2J")"},
-        {{Kind::key,
-          {},
-          {},
-          "bad\xff\n",
-          {},
-          {},
-          {},
-          KRValue::Array{NAN, "\xc3", 1, {}, true, 0.5}},
+        {RemarkMade{"a \x1b[2J"}, "» a \\x1b[2J", R"("say","text":"a \u001b[2J")"},
+        {KeyChanged{"bad\xff\n", KRValue::Array{NAN, "\xc3", 1, {}, true, 0.5}},
          "  bad\\xff\\n" + std::string(31, ' ') + "[nan, \"\ufffd\", 1, none, true, 0.5]",
          "\"key\",\"key\":\"bad\ufffd\\n\",\"value\":[null,\"\ufffd\",1,null,true,0.5]"},
-        {rule(Kind::hit, "", ""), "● R", R"("hit","rule":"R")"},
-        {rule(Kind::hit, "p/a", ""), "● R  (before p/a)", R"("hit","rule":"R","before":"p/a")"},
-        {rule(Kind::resume, "", ""), "● R  (its turn has come)", R"("resume","rule":"R")"},
-        {rule(Kind::skip, "", "y"), "    – skipped  (y)", R"("skip","rule":"R","reason":"y")"},
-        {rule(Kind::wait, "", "y"), "    … waits  (y)", R"("wait","rule":"R","reason":"y")"},
-        {rule(Kind::drop, "", "y"), "– R waits no longer  (y)",
-         R"("drop","rule":"R","reason":"y")"},
-        {step(Kind::step, StepOutcome::done, 2, "= 5"), "    ✓ M.m  (= 5)",
+        {RuleProposed{r, ""}, "● R", R"("hit","rule":"R")"},
+        {RuleProposed{r, "p/a"}, "● R  (before p/a)", R"("hit","rule":"R","before":"p/a")"},
+        {RuleResumed{r}, "● R  (its turn has come)", R"("resume","rule":"R")"},
+        {RuleSkipped{r, "y"}, "    – skipped  (y)", R"("skip","rule":"R","reason":"y")"},
+        {RuleWaits{r, "y"}, "    … waits  (y)", R"("wait","rule":"R","reason":"y")"},
+        {RuleDropped{r, "y"}, "– R waits no longer  (y)", R"("drop","rule":"R","reason":"y")"},
+        {step(StepOutcome::done, 2, "= 5"), "    ✓ M.m  (= 5)",
          ruleStep + R"("outcome":"done","reason":"= 5")"},
-        {step(Kind::step, StepOutcome::refused, 1, "y"),
-         "    ✗ M.m refused: y  (the last 1 step dropped)",
+        {step(StepOutcome::refused, 1, "y"), "    ✗ M.m refused: y  (the last 1 step dropped)",
          ruleStep + R"("outcome":"refused","reason":"y","dropped":1)"},
-        {step(Kind::step, StepOutcome::failed, 0, "y"), "    ✗ M.m failed: y",
+        {step(StepOutcome::failed, 0, "y"), "    ✗ M.m failed: y",
          ruleStep + R"("outcome":"failed","reason":"y","dropped":0)"},
-        {step(Kind::call, StepOutcome::refused, 0, "y"), "» ✗ M.m refused: y",
+        {CallMade{"M.m", StepOutcome::refused, "y"}, "» ✗ M.m refused: y",
          R"("call","text":"M.m","outcome":"refused","reason":"y")"},
-        {life(Kind::plugin, "p", true), "  plugin p starts",
-         R"("plugin","plugin":"p","running":true)"},
-        {life(Kind::plugin, "p", false), "  plugin p stops",
+        {PluginSwitched{"p", true}, "  plugin p starts", R"("plugin","plugin":"p","running":true)"},
+        {PluginSwitched{"p", false}, "  plugin p stops",
          R"("plugin","plugin":"p","running":false)"},
-        {life(Kind::focus, "b", true, "y"), "    ◆ b has the focus  (y)",
+        {FocusChanged{"b", "was", "y", 1, "R"}, "    ◆ b has the focus  (y)",
          R"("focus","activity":"b","previous":"was","rule":"R","reason":"y")"},
-        {life(Kind::focus, "", false), "◆ was ends", R"("focus","activity":"","previous":"was")"},
-        {life(Kind::state, "is", false), "◆ state was → is",
-         R"("state","state":"is","previous":"was")"},
-        {life(Kind::asleep, "", true), "    ◆ falls asleep",
-         R"("asleep","asleep":true,"rule":"R")"},
-        {life(Kind::asleep, "", false), "◆ wakes up", R"("asleep","asleep":false)"},
-        {life(Kind::autonomousFocus, "", true), "    ◆ autonomous focus is blocked",
+        {FocusChanged{"", "was", "", 1}, "◆ was ends", R"("focus","activity":"","previous":"was")"},
+        {StateChanged{"is", "was"}, "◆ state was → is", R"("state","state":"is","previous":"was")"},
+        {SleepChanged{true, "R"}, "    ◆ falls asleep", R"("asleep","asleep":true,"rule":"R")"},
+        {SleepChanged{false}, "◆ wakes up", R"("asleep","asleep":false)"},
+        {FocusBlockChanged{true, "R"}, "    ◆ autonomous focus is blocked",
          R"("autonomousFocus","blocked":true,"rule":"R")"},
-        {life(Kind::autonomousFocus, "", false), "◆ autonomous focus is free again",
+        {FocusBlockChanged{false}, "◆ autonomous focus is free again",
          R"("autonomousFocus","blocked":false)"},
-        {life(Kind::chain, "c", true, "y"), "    ◆ chain c is frozen  (y)",
+        {ChainChanged{"c", true, "y", "R"}, "    ◆ chain c is frozen  (y)",
          R"("chain","chain":"c","frozen":true,"rule":"R","reason":"y")"},
-        {life(Kind::chain, "c", false), "◆ chain c can move again",
+        {ChainChanged{"c", false, ""}, "◆ chain c can move again",
          R"("chain","chain":"c","frozen":false)"},
     };
     std::string json;
     JsonTimeline machine([&](const std::string& line) { json = line; });
-    timeline.event({Kind::say});
-    for (TimelineEvent event : {TimelineEvent{Kind::error}, TimelineEvent{Kind::say}})
-        timeline.event(event);
+    event(RemarkMade{});
+    event(ErrorReported{});
+    event(RemarkMade{});
     const std::string day = "\nThursday, 1 January 1970\n\n00:00:00      » \n              » \n";
     EXPECT_EQ(shown, day);
-    timeline.event({Kind::say, vo::TimePoint(std::chrono::hours(24))});
+    timeline.event({0, vo::TimePoint(std::chrono::hours(24)), RemarkMade{}});
     EXPECT_THAT(shown, testing::EndsWith("\nFriday, 2 January 1970\n\n00:00:00      » \n"));
-    timeline.event({Kind::say});
+    event(RemarkMade{});
     for (const auto& row : rows) {
         shown.clear();
-        timeline.event(row.event);
-        machine.event(row.event);
+        event(row.what);
+        machine.event({0, {}, row.what});
         EXPECT_EQ(shown, std::string(14, ' ') + row.line + "\n");
         EXPECT_EQ(json, R"({"time":"1970-01-01T00:00:00.000000Z","event":)" + row.json + "}\n");
     }
@@ -175,23 +150,25 @@ TEST_F(HumanTimelineTest, SummaryTellsWhatBecameOfEachRuleAndTextsUpToALimit)
     RunStatistics statistics;
     const vo::TimePoint start(std::chrono::hours(1));
     statistics.begin({"", "", {"z", "x", "b\n", "v", "a"}, start});
-    const auto count = [&](Kind kind, const char* rule, StepOutcome outcome = StepOutcome::done,
-                           std::size_t rest = 0) {
-        statistics.count({kind, {}, rule, "s", {}, {}, "r", {}, outcome, rest});
+    const auto count = [&](Happening what) { statistics.count({0, {}, std::move(what)}); };
+    const auto step = [&](const char* rule, StepOutcome outcome, std::size_t rest) {
+        count(StepEnded{{rule}, {}, "s", outcome, "r", rest});
     };
     for (const char* rule : {"a", "b\n", "z", "z"})
-        count(Kind::hit, rule);
-    for (const Kind kind : {Kind::skip, Kind::drop, Kind::wait, Kind::resume})
-        count(kind, "a");
-    count(Kind::step, "z", StepOutcome::done, 1);
-    count(Kind::step, "z", StepOutcome::done, 0);
-    count(Kind::step, "z", StepOutcome::refused, 1);
-    count(Kind::step, "b\n", StepOutcome::failed, 0);
-    count(Kind::step, "b\n", StepOutcome::failed, 2);
+        count(RuleProposed{{rule}, {}});
+    const EventRule a{"a"};
+    for (const Happening& what : std::vector<Happening>{RuleSkipped{a, "r"}, RuleDropped{a, "r"},
+                                                        RuleWaits{a, "r"}, RuleResumed{a}})
+        count(what);
+    step("z", StepOutcome::done, 1);
+    step("z", StepOutcome::done, 0);
+    step("z", StepOutcome::refused, 1);
+    step("b\n", StepOutcome::failed, 0);
+    step("b\n", StepOutcome::failed, 2);
     for (const StepOutcome outcome : {StepOutcome::done, StepOutcome::refused, StepOutcome::failed})
-        count(Kind::call, "", outcome);
-    count(Kind::error, "");
-    count(Kind::skip, "x");
+        count(CallMade{"s", outcome, "r"});
+    count(ErrorReported{"s", "r"});
+    count(RuleSkipped{{"x"}, "r"});
     timeline.end(statistics.summary(start + std::chrono::hours(2), true));
     EXPECT_EQ(shown, R"(
 Summary: 2 h 00 min of life, 4 hits of 5 rules, interrupted
@@ -215,14 +192,14 @@ Errors: 4
     for (const auto& [listed, end] : {std::pair<std::size_t, const char*>(20, "  2 × s: r\n"),
                                       {21, "  2 × b\\n: s: r\n  and 1 more\n"}}) {
         for (; errors < listed; ++errors)
-            statistics.count({Kind::error, {}, {}, std::to_string(errors)});
+            count(ErrorReported{std::to_string(errors), {}});
         timeline.end(statistics.summary(start, false));
         EXPECT_THAT(shown, testing::EndsWith(end));
     }
     // Texts beyond a limit are counted, but not kept.
     for (; errors <= RunStatistics::kMaxTexts; ++errors)
-        statistics.count({Kind::error, {}, {}, std::to_string(errors)});
-    count(Kind::error, "");
+        count(ErrorReported{std::to_string(errors), {}});
+    count(ErrorReported{"s", "r"});
     const RunSummary full = statistics.summary(start, false);
     EXPECT_EQ(full.errors.size(), RunStatistics::kMaxTexts);
     EXPECT_EQ(full.errors.at("s: r"), 3U);
@@ -232,9 +209,7 @@ Errors: 4
 TEST_F(HumanTimelineTest, ColoursAndLongTextsAreOfPeoplesKind)
 {
     HumanTimeline coloured([&](const std::string& text) { shown += text; }, true);
-    TimelineEvent event{Kind::say};
-    event.subject = std::string(5000, 'x');
-    coloured.event(event);
+    coloured.event({0, {}, RemarkMade{std::string(5000, 'x')}});
     EXPECT_THAT(shown, testing::EndsWith("xx... (904 bytes left out)\x1b[0m\n"));
     EXPECT_LT(shown.size(), 4300U);
 }
