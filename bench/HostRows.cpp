@@ -6,13 +6,13 @@
 #include "bench/Rows.h"
 #include "bench/TemporaryFolder.h"
 #include "host/Host.h"
-#include "host/HumanTimeline.h"
 #include "host/Player.h"
 #include "host/StopRequest.h"
-#include "host/Timeline.h"
 #include "platform/packages/PackageManifest.h"
 #include "platform/vo/VirtualClock.h"
 #include "robot/Scenario.h"
+#include "timeline/HumanTimeline.h"
+#include "timeline/Timeline.h"
 
 namespace bench {
 
@@ -62,7 +62,7 @@ void startUp(Table& table)
         const double seconds = secondsOf([&] {
             host = std::make_unique<KR::Host>(
                 clock, events,
-                KR::Host::Options{NIMBRA_DATA_FOLDER "/autonomy.cfg", packages.path(), {}});
+                KR::Host::Options{NIMBRA_DATA_FOLDER "/autonomy.cfg", packages.path()});
             clock->runPending();
             host->start();
             clock->runPending();
@@ -91,7 +91,7 @@ void dayOfLife(Table& table)
             KR::StopRequest stop;
             KR::EventStream events(clock);
             KR::Timeline timeline(clock, events, noReader(rendered));
-            KR::Host::Options options{NIMBRA_DATA_FOLDER "/autonomy.cfg", {}, {}};
+            KR::Host::Options options{NIMBRA_DATA_FOLDER "/autonomy.cfg", {}};
             options.plugins = {"HumanTracked", "PerceptionHeavy"};
             KR::Host host(clock, events, options);
             timeline.begin({scenario.title, {}, {}, clock->now()});

@@ -1,5 +1,5 @@
 # Installs the libraries, the program, the default data, and the CMake package
-# `nimbralaunchpad` (targets nimbra::nimbralaunchpad and nimbra::nimbraplatform). Each
+# `nimbralaunchpad` (targets nimbra::nimbralife, nimbra::nimbralaunchpad and nimbra::nimbraplatform). Each
 # folder installs its public headers itself.
 include(CMakePackageConfigHelpers)
 
@@ -8,7 +8,7 @@ file(RELATIVE_PATH nimbra_bin_to_lib
     ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 set_target_properties(nimbra PROPERTIES INSTALL_RPATH "$ORIGIN/${nimbra_bin_to_lib}")
 
-install(TARGETS nimbraplatform nimbralaunchpad EXPORT nimbra-targets)
+install(TARGETS nimbraplatform nimbralaunchpad nimbralife EXPORT nimbra-targets)
 install(TARGETS nimbra)
 install(TARGETS nimbra-behavior-guard
     DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/${PROJECT_NAME})

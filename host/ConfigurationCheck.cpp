@@ -9,11 +9,11 @@
 #include "host/ConfigurationDoubts.h"
 #include "host/KeyCheck.h"
 #include "host/KnownRobot.h"
-#include "host/Text.h"
 #include "launchpad/NimbraLaunchpad.h"
 #include "platform/conditions/ConditionParser.h"
 #include "platform/config/Configurator.h"
 #include "platform/config/YamlFile.h"
+#include "timeline/Text.h"
 
 namespace KR {
 

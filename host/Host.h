@@ -5,15 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "host/ActivityPermissions.h"
-#include "host/AppLauncher.h"
-#include "host/EventStream.h"
-#include "host/InstalledPackages.h"
-#include "host/LifeService.h"
-#include "host/PluginSwitch.h"
-#include "host/Responder.h"
-#include "host/ServiceActivities.h"
 #include "launchpad/NimbraLaunchpad.h"
+#include "life/EventStream.h"
+#include "life/Life.h"
+#include "life/LifeService.h"
 #include "platform/kr/KRBroker.h"
 #include "platform/kr/KeyCatalogue.h"
 #include "platform/vo/Application.h"
@@ -24,8 +19,7 @@
 
 namespace KR {
 
-/// A robot that lives: the platform, the robot's services, the life service, the launchpad, and
-/// the responder between them.
+/// A robot that lives: the platform, the robot's services, and its life.
 ///
 ///     made --start()--> monitoring --stop()--> stopped (final)
 ///
@@ -33,10 +27,9 @@ namespace KR {
 class Host {
 public:
     struct Options {
-        std::string config;                             ///< its path; empty for no rules
-        std::string packages;                           ///< the packages folder; empty for none
-        vo::LogLevel logLevel = vo::LogLevel::warning;  ///< what the logger prints
-        std::vector<std::string> plugins = {};          ///< built-in ones to add to the usual ones
+        std::string config;                     ///< its path; empty for no rules
+        std::string packages;                   ///< the packages folder; empty for none
+        std::vector<std::string> plugins = {};  ///< built-in ones to add to the usual ones
         Robot::Options robot = {};
     };
 
@@ -61,8 +54,8 @@ public:
 
     KRMemory& memory() { return broker_->memory(); }
     KeyCatalogue& keys() { return broker_->keys(); }
-    LifeService& life() { return *life_; }
-    NimbraLaunchpad& launchpad() { return *launchpad_; }
+    LifeService& life() { return life_.service(); }
+    NimbraLaunchpad& launchpad() { return life_.launchpad(); }
 
 private:
     void takeLog(const vo::LogRecord& record);
@@ -80,16 +73,8 @@ private:
     vo::Application application_;
     boost::shared_ptr<KRBroker> broker_;
     Robot robot_;
-    boost::shared_ptr<LifeService> life_;
-    boost::shared_ptr<AppLauncher> launcher_;
-    ActivityPermissions permissions_;
-    InstalledPackages packages_;
-    ServiceActivities activities_;
-    Responder responder_;
-    std::unique_ptr<NimbraLaunchpad> launchpad_;
-    std::optional<PluginSwitch> pluginSwitch_;
+    Life life_;
     vo::Future<void> ready_;
-    bool stopped_ = false;
 };
 
 }  // namespace KR

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "host/EventStream.h"
+#include "life/EventStream.h"
 #include "platform/kr/KeyCatalogue.h"
 
 namespace KR {

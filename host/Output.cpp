@@ -10,7 +10,7 @@
 #include <system_error>
 #include <unistd.h>
 
-#include "host/Text.h"
+#include "timeline/Text.h"
 
 namespace KR {
 

@@ -8,13 +8,13 @@
 #include "host/DescriptorCheck.h"
 #include "host/Nearest.h"
 #include "host/Table.h"
-#include "host/Text.h"
 #include "launchpad/NimbraLaunchpad.h"
 #include "permission/ContextPermission.h"
 #include "platform/conditions/ConditionParser.h"
 #include "platform/packages/PackageManifest.h"
 #include "plugins/NimbraLaunchpadPluginBehavior.h"
 #include "plugins/PluginDescriptor.h"
+#include "timeline/Text.h"
 
 namespace KR {
 

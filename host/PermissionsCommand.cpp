@@ -4,12 +4,12 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "host/AppLauncher.h"
 #include "host/Output.h"
 #include "host/PackageCommand.h"
-#include "host/PermissionText.h"
 #include "host/RunCommand.h"
 #include "host/Table.h"
+#include "life/AppLauncher.h"
+#include "life/PermissionText.h"
 #include "permission/ContextPermission.h"
 #include "platform/kr/KRBroker.h"
 #include "platform/kr/KRError.h"

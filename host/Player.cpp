@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "life/ActionRunner.h"
 #include "platform/kr/KRMemory.h"
 #include "platform/vo/Executor.h"
 

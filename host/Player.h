@@ -3,9 +3,9 @@
 #include <memory>
 #include <optional>
 
-#include "host/EventStream.h"
 #include "host/Host.h"
 #include "host/StopRequest.h"
+#include "life/EventStream.h"
 #include "platform/vo/VirtualClock.h"
 #include "robot/Scenario.h"
 

@@ -10,18 +10,18 @@
 
 #include "host/ConfigurationCheck.h"
 #include "host/Host.h"
-#include "host/HumanTimeline.h"
-#include "host/JsonTimeline.h"
 #include "host/Output.h"
 #include "host/Player.h"
 #include "host/SignalWatch.h"
 #include "host/StopRequest.h"
-#include "host/Text.h"
-#include "host/Timeline.h"
 #include "platform/packages/KRBehaviorManager.h"
 #include "platform/vo/Path.h"
 #include "robot/MachineBattery.h"
 #include "robot/Scenario.h"
+#include "timeline/HumanTimeline.h"
+#include "timeline/JsonTimeline.h"
+#include "timeline/Text.h"
+#include "timeline/Timeline.h"
 
 namespace KR {
 
@@ -120,8 +120,7 @@ private:
         bool hasEnded = false;
         std::string failure;
         {
-            Host host(clock, events,
-                      {config, options_.packages, options_.logLevel, plugins, robot});
+            Host host(clock, events, {config, options_.packages, plugins, robot});
             timeline.begin({subject.title, config, report.ruleNames(), clock->now()});
             settle(host);
             host.start(subject.keys);

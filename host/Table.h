@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "host/Output.h"
-#include "host/Text.h"
+#include "timeline/Text.h"
 
 namespace KR {
 

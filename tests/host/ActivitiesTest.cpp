@@ -1,6 +1,7 @@
 #include <future>
 #include <sys/stat.h>
 
+#include "life/ActionRunner.h"
 #include "robot/KRTextToSpeech.h"
 #include "tests/host/HostTest.h"
 #include "tests/support/Deadline.h"

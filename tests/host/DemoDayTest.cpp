@@ -55,8 +55,7 @@ TEST_F(DemoDayTest, everyKeyOfTheRobotIsSeenPublishedAndTakesMoreThanOneValue)
     clock->advance(scenario.start - clock->now());
     const std::string config = data / "autonomy.cfg";
     host.emplace(clock, stream,
-                 Host::Options{config, packages, vo::LogLevel::warning,
-                               inspectConfiguration(config).plugins});
+                 Host::Options{config, packages, inspectConfiguration(config).plugins});
     std::vector<std::string> keys;
     for (const KeyCatalogue::Entry& entry : host->keys().entries())
         keys.push_back(entry.description.key);

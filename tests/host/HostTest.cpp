@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "life/ActivityPermissions.h"
+
 namespace KR {
 namespace {
 

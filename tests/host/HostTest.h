@@ -5,12 +5,12 @@
 #include <nlohmann/json.hpp>
 
 #include "host/Host.h"
-#include "host/JsonTimeline.h"
-#include "host/Timeline.h"
 #include "platform/kr/KRMemory.h"
 #include "platform/vo/VirtualClock.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Testing.h"
+#include "timeline/JsonTimeline.h"
+#include "timeline/Timeline.h"
 
 namespace KR {
 
@@ -25,8 +25,7 @@ protected:
                          "ConfigurationDescription: d\nConfigurationVersion: \"2.0\"\n"
                          "AutonomousActions:\n" +
                              rules);
-        host.emplace(clock, stream,
-                     Host::Options{config, packages, vo::LogLevel::warning, robotPlugins});
+        host.emplace(clock, stream, Host::Options{config, packages, robotPlugins});
         clock->runPending();
         host->start(moreKeys);
         clock->runPending();

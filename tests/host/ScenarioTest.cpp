@@ -1,10 +1,10 @@
 #include <boost/algorithm/string.hpp>
 
 #include "host/RunCommand.h"
-#include "host/Text.h"
 #include "robot/Scenario.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Testing.h"
+#include "timeline/Text.h"
 
 namespace KR {
 namespace {

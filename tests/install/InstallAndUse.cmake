@@ -16,12 +16,15 @@ endif()
 
 file(REMOVE_RECURSE ${work})
 
-# The README's examples, so that they stay true: its first file, and its program.
+# The README shows the example as it is.
 file(READ ${readme} text)
-string(REGEX MATCH "```yaml\n([^`]*)```" found "${text}")
-file(WRITE ${work}/readme/my.cfg "${CMAKE_MATCH_1}")
-string(REGEX MATCH "```cpp\n([^`]*)```" found "${text}")
-file(WRITE ${work}/readme/main.cpp "${CMAKE_MATCH_1}")
+foreach(file main.cpp my.cfg)
+    file(READ ${example}/${file} shown)
+    string(FIND "${text}" "${shown}" place)
+    if(place EQUAL -1)
+        message(FATAL_ERROR "the README does not show ${example}/${file} as it is")
+    endif()
+endforeach()
 
 run(${CMAKE_COMMAND} --install ${build} --prefix ${work}/prefix)
 run(${CMAKE_COMMAND} -S ${source} -B ${work}/user -G ${generator}
@@ -29,17 +32,25 @@ run(${CMAKE_COMMAND} -S ${source} -B ${work}/user -G ${generator}
     -D CMAKE_CXX_COMPILER=${compiler}
     -D CMAKE_CXX_FLAGS=${flags}
     -D CMAKE_COMPILE_WARNING_AS_ERROR=ON
-    -D README_EXAMPLE=${work}/readme/main.cpp
     -D INSTALLED_HEADERS=${work}/prefix/include/nimbralaunchpad)
 run(${CMAKE_COMMAND} --build ${work}/user)
+run(${CMAKE_COMMAND} -S ${example} -B ${work}/example -G ${generator}
+    -D CMAKE_PREFIX_PATH=${work}/prefix
+    -D CMAKE_CXX_COMPILER=${compiler}
+    -D CMAKE_CXX_FLAGS=${flags})
+run(${CMAKE_COMMAND} --build ${work}/example)
 
 # Libraries and default configuration are those of the prefix, whatever is around it.
 set(alone ${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH --unset=NIMBRA_PREFIX
     --unset=XDG_CONFIG_DIRS XDG_CONFIG_HOME=${work}/empty)
 run(${alone} ${work}/user/user ${source}/rules.cfg)
-run(${alone} ${CMAKE_COMMAND} -E chdir ${work}/readme ${work}/user/readme)
+execute_process(COMMAND ${alone} ${work}/example/own-host
+    WORKING_DIRECTORY ${example} TIMEOUT 60 OUTPUT_VARIABLE said RESULT_VARIABLE result)
+if(NOT result EQUAL 0 OR NOT said STREQUAL "I am coming!\n")
+    message(FATAL_ERROR "the example ended with ${result} and said: ${said}")
+endif()
 run(${alone} ${work}/prefix/bin/nimbra check
-    ${work}/prefix/share/tessel/autonomy.cfg ${work}/readme/my.cfg)
+    ${work}/prefix/share/tessel/autonomy.cfg ${example}/my.cfg)
 
 # The demo day shows every default rule, and nothing that goes wrong.
 set(demo ${work}/prefix/share/nimbralaunchpad)

@@ -1,0 +1,123 @@
+#include "life/EventStream.h"
+
+#include "platform/kr/KRMemory.h"
+#include "platform/vo/Executor.h"
+
+namespace KR {
+
+EventStream::EventStream(std::shared_ptr<vo::Clock> clock) : clock_(std::move(clock)) {}
+
+EventStream::~EventStream()
+{
+    unfollow();
+}
+
+void EventStream::publish(Happening what)
+{
+    {
+        const vo::Lock lock(mutex_);
+        takeMemory();
+        append(clock_->now(), std::move(what));
+    }
+    tell();
+}
+
+void EventStream::append(vo::TimePoint time, Happening what)
+{
+    untold_.push_back({++last_, time, std::move(what)});
+}
+
+/// Tells what is not told yet, unless somebody is at it.
+void EventStream::tell()
+{
+    {
+        const vo::Lock lock(mutex_);
+        if (teller_ != std::thread::id())
+            return;
+        teller_ = std::this_thread::get_id();
+    }
+    while (const auto event = takeUntold())
+        happened(*event);
+}
+
+/// For the teller: the next event, or nothing, which ends its telling.
+std::optional<Event> EventStream::takeUntold()
+{
+    const vo::Lock lock(mutex_);
+    if (untold_.empty()) {
+        teller_ = std::thread::id();
+        told_.notifyAll();
+        return std::nullopt;
+    }
+    Event event = std::move(untold_.front());
+    untold_.pop_front();
+    return event;
+}
+
+void EventStream::flush()
+{
+    {
+        const vo::Lock lock(mutex_);
+        takeMemory();
+    }
+    tell();
+    const vo::Lock lock(mutex_);
+    while (teller_ != std::thread::id() && teller_ != std::this_thread::get_id())
+        told_.wait(mutex_);
+}
+
+void EventStream::follow(const boost::shared_ptr<KRBroker>& broker,
+                         const std::vector<std::string>& keys)
+{
+    unfollow();
+    broker_ = broker;
+    executor_ = clock_->makeExecutor("EventStream", vo::Clock::Threading::shared);
+    // A wake may come after unfollow(): the executor, closed then, drops what it posts.
+    const auto feed = std::make_shared<MemoryFeed>(
+        [this, executor = executor_] { executor->post([this] { flush(); }); });
+    std::vector<KRMemory::Watch> watches;
+    watches.reserve(keys.size());
+    for (const std::string& key : keys)
+        watches.push_back({key, static_cast<std::uint32_t>(watches.size())});
+    const std::vector<KRMemory::Snapshot> snapshots = broker->memory().watch(feed, watches);
+    {
+        const vo::Lock lock(mutex_);
+        feed_ = feed;
+        keys_ = keys;
+        values_.clear();
+        for (const KRMemory::Snapshot& snapshot : snapshots)
+            values_.push_back(snapshot.value);
+    }
+    flush();  // a change that came meanwhile has had its wake already
+}
+
+void EventStream::unfollow()
+{
+    if (!broker_)
+        return;
+    flush();
+    std::shared_ptr<MemoryFeed> feed;
+    {
+        const vo::Lock lock(mutex_);
+        feed.swap(feed_);
+    }
+    broker_->memory().unwatchAll(feed);
+    executor_->close();
+    executor_.reset();
+    broker_.reset();
+}
+
+void EventStream::takeMemory()
+{
+    if (!feed_ || !broker_->memory().take(*feed_, changes_))
+        return;
+    for (const MemoryChange& change : changes_) {
+        KRValue& last = values_[change.tag];
+        if (change.value == last)
+            continue;
+        last = change.value;
+        append(change.time, KeyChanged{keys_[change.tag], change.value});
+    }
+}
+
+}  // namespace KR

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "life/Event.h"
+#include "platform/kr/KRBroker.h"
+#include "platform/kr/MemoryFeed.h"
+#include "platform/vo/Clock.h"
+#include "platform/vo/Mutex.h"
+#include "platform/vo/Signal.h"
+
+namespace KR {
+
+/// Everything that happens in a robot's life, in the order in which it happened.
+///
+/// Events are numbered when they are published, a change of memory before everything that is
+/// published after it. They are told to the receivers of `happened` in that order, one at a time
+/// and with no lock held, by whichever thread has come first: a thread that publishes meanwhile
+/// leaves its event to that one, and does not wait. So receivers are quick, or have a queue of
+/// their own. One may publish itself: its event comes after the one that it is just told.
+///
+/// Thread-safe, but follow() and unfollow() are called by one thread.
+class EventStream {
+public:
+    explicit EventStream(std::shared_ptr<vo::Clock> clock);
+    ~EventStream();
+    EventStream(const EventStream&) = delete;
+    EventStream& operator=(const EventStream&) = delete;
+
+    vo::Signal<Event> happened;
+
+    /// Stamps it with now.
+    void publish(Happening what);
+    /// Publishes the changes of these keys from now on, until unfollow(), which comes before the
+    /// broker goes. A write of the value that a key has already is none.
+    void follow(const boost::shared_ptr<KRBroker>& broker, const std::vector<std::string>& keys);
+    void unfollow();
+    /// Returns when everything that has happened so far is told; at once inside of a receiver.
+    void flush();
+
+private:
+    void takeMemory() VO_REQUIRES(mutex_);
+    void append(vo::TimePoint time, Happening what) VO_REQUIRES(mutex_);
+    void tell();
+    std::optional<Event> takeUntold();
+
+    // Constant after construction.
+    const std::shared_ptr<vo::Clock> clock_;
+    // Set by follow() and unfollow().
+    boost::shared_ptr<KRBroker> broker_;
+    std::shared_ptr<vo::Executor> executor_;
+    // Synchronised by itself.
+    vo::Condition told_;
+
+    vo::Mutex mutex_;
+    std::uint64_t last_ VO_GUARDED_BY(mutex_) = 0;
+    std::deque<Event> untold_ VO_GUARDED_BY(mutex_);
+    std::thread::id teller_ VO_GUARDED_BY(mutex_);  ///< nobody's by default
+    std::shared_ptr<MemoryFeed> feed_ VO_GUARDED_BY(mutex_);
+    std::vector<std::string> keys_ VO_GUARDED_BY(mutex_);  ///< by tag
+    std::vector<KRValue> values_ VO_GUARDED_BY(mutex_);    ///< by tag, as last published
+    std::vector<MemoryChange> changes_ VO_GUARDED_BY(mutex_);
+};
+
+}  // namespace KR

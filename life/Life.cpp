@@ -1,0 +1,123 @@
+#include "life/Life.h"
+
+#include <optional>
+
+#include "launchpad/NimbraLaunchpad.h"
+#include "life/ActivityPermissions.h"
+#include "life/AppLauncher.h"
+#include "life/EventStream.h"
+#include "life/InstalledPackages.h"
+#include "life/LifeService.h"
+#include "life/PluginSwitch.h"
+#include "life/Responder.h"
+#include "life/ServiceActivities.h"
+#include "platform/vo/Application.h"
+#include "platform/vo/EventLoop.h"
+#include "platform/vo/Log.h"
+
+namespace KR {
+
+namespace {
+
+const vo::Logger logger("Nimbra.Life");
+
+/// Keys that change every minute or more often, whatever happens.
+const std::set<std::string> kTimes{"Launchpad/LifeTime", "Launchpad/Minute",
+                                   "Launchpad/MinuteOfDay"};
+
+/// Keys of the first kind change as what they stand for changes, which is an event of its own.
+bool isWorthFollowing(const std::string& key)
+{
+    return key.rfind("Nimbra/", 0) != 0 && kTimes.count(key) == 0;
+}
+
+}  // namespace
+
+/// In the order of who needs whom.
+struct Life::Parts {
+    Parts(const boost::shared_ptr<KRBroker>& theBroker, EventStream& theEvents,
+          const Options& options)
+        : broker(theBroker),
+          events(theEvents),
+          service(KRModule::createModule<LifeService>(broker, options.chains)),
+          launcher(KRModule::createModule<AppLauncher>(broker)),
+          permissions(broker),
+          packages(broker, options.packages),
+          activities(broker, permissions, *service),
+          responder(*service, events),
+          launchpad(broker, &permissions.contextPermission(), &responder, options.config)
+    {
+        for (const std::string& plugin : options.plugins)
+            launchpad.addModulePlugin(plugin);
+        responder.setSuggestions([this](int mask) { return launchpad.getActionSuggestions(mask); });
+        pluginSwitch.emplace(*service, launchpad);
+        responder.setPluginsChanged([this] { pluginSwitch->apply(); });
+        pluginSwitch->apply();  // to plugins that came in between
+    }
+
+    const boost::shared_ptr<KRBroker> broker;
+    EventStream& events;
+    const boost::shared_ptr<LifeService> service;
+    const boost::shared_ptr<AppLauncher> launcher;
+    ActivityPermissions permissions;
+    InstalledPackages packages;
+    ServiceActivities activities;
+    Responder responder;
+    NimbraLaunchpad launchpad;
+    std::optional<PluginSwitch> pluginSwitch;
+    bool stopped = false;
+};
+
+Life::Life(const boost::shared_ptr<KRBroker>& broker, EventStream& events, const Options& options)
+    : parts_(std::make_unique<Parts>(broker, events, options))
+{
+}
+
+Life::~Life()
+{
+    stop();
+}
+
+void Life::start(const std::vector<std::string>& moreKeys)
+{
+    std::set<std::string> keys(moreKeys.begin(), moreKeys.end());
+    for (const auto& value : parts_->launchpad.getPersistentValues()) {
+        if (isWorthFollowing(value.first))
+            keys.insert(value.first);
+    }
+    parts_->events.follow(parts_->broker, {keys.begin(), keys.end()});
+    try {
+        parts_->launchpad.startMonitoringConditions();
+    } catch (const std::exception& e) {
+        logger.error("start", e.what());
+    }
+}
+
+void Life::stop()
+{
+    if (std::exchange(parts_->stopped, true))
+        return;
+    parts_->responder.setPluginsChanged({});
+    parts_->pluginSwitch.reset();
+    try {
+        parts_->launchpad.stopMonitoringConditions();
+    } catch (const std::exception& e) {
+        logger.error("stop", e.what());
+    }
+    parts_->launchpad.exit();
+    parts_->broker->application().eventLoop().close();
+    parts_->service->exit();
+    parts_->events.unfollow();
+}
+
+LifeService& Life::service()
+{
+    return *parts_->service;
+}
+
+NimbraLaunchpad& Life::launchpad()
+{
+    return parts_->launchpad;
+}
+
+}  // namespace KR

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <boost/shared_ptr.hpp>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/kr/KRBroker.h"
+
+namespace KR {
+
+class EventStream;
+class LifeService;
+class NimbraLaunchpad;
+
+/// All that it takes for a robot to live: the life service, the launchpad that decides, and what
+/// carries its decisions out. Whoever builds a robot makes a platform, the robot's own services,
+/// and then one of these.
+///
+///     made --start()--> monitoring --stop()--> stopped (final)
+///
+/// It is made after the services that are to be there from the beginning; others may come later.
+/// Each service that a robot does not have only makes what needs it fail: without "KRBattery", say,
+/// the charge is not known.
+///
+/// Used by one thread; what it gives out is thread-safe.
+class Life {
+public:
+    struct Options {
+        std::string config = {};                ///< the rules' path; empty for no rules
+        std::string packages = {};              ///< the packages folder; empty for none
+        std::vector<std::string> plugins = {};  ///< built-in ones to add to the usual ones
+        std::set<std::string> chains = {};      ///< parts of the robot that can be held still
+    };
+
+    /// Throws what loading the configuration file throws, and KRError for a packages folder that
+    /// cannot be used. The stream outlives it.
+    Life(const boost::shared_ptr<KRBroker>& broker, EventStream& events, const Options& options);
+    /// Stops.
+    ~Life();
+    Life(const Life&) = delete;
+    Life& operator=(const Life&) = delete;
+
+    /// Publishes the changes of the keys that the rules read and of these from now on, and starts
+    /// monitoring. What fails is logged, and leaves the rest of the robot alive.
+    void start(const std::vector<std::string>& moreKeys = {});
+    /// Ends monitoring, then the launchpad, then the application's event loop, then the activity
+    /// that has the focus. What was posted and has not begun is dropped. Idempotent.
+    void stop();
+
+    LifeService& service();
+    NimbraLaunchpad& launchpad();
+
+private:
+    struct Parts;
+    std::unique_ptr<Parts> parts_;
+};
+
+}  // namespace KR

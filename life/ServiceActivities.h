@@ -1,0 +1,71 @@
+#pragma once
+
+#include <boost/shared_ptr.hpp>
+#include <optional>
+#include <string>
+
+#include "life/ActivityPermissions.h"
+#include "life/ActivityRunner.h"
+#include "life/LifeService.h"
+#include "platform/kr/KRBroker.h"
+#include "platform/vo/AnyObject.h"
+#include "platform/vo/Mutex.h"
+
+namespace KR {
+
+/// Runs activities through the robot's services, by the name of the activity:
+///
+/// | | service | methods | signal |
+/// |---|---|---|---|
+/// | "dialog:" and a topic | "dialog" | "start", "stop" (topic) | "onEnded" (topic) |
+/// | "action:" and a module | "action" | "start", "stop" (module) | "onEnded" (module) |
+/// | any other: a behaviour's key | "KRBehaviorManager" | "startBehavior", "stopBehavior" | ... |
+///
+/// The signal is optional. It tells of what ended by itself; what a stop has to tell is told before
+/// the stop returns. Ends, and the removal of the package of the behaviour that runs, are passed on
+/// to the life service on the event loop.
+///
+/// Thread-safe, but one start or stop at a time. Destroyed after the event loop is closed.
+class ServiceActivities : public ActivityRunner {
+public:
+    /// All outlive it. Needs the service "PackageManager".
+    ServiceActivities(const boost::shared_ptr<KRBroker>& broker, ActivityPermissions& permissions,
+                      LifeService& life);
+    ~ServiceActivities() override;
+    ServiceActivities(const ServiceActivities&) = delete;
+    ServiceActivities& operator=(const ServiceActivities&) = delete;
+
+    void check(const std::string& activity) override;
+    void start(const std::string& activity, FocusId stay) override;
+    void stop() override;
+
+private:
+    struct Kind;
+    /// What runs, and how it is stopped.
+    struct Running {
+        const Kind* kind;
+        std::string activity;
+        FocusId stay;
+        vo::AnyObject service;
+        vo::ServiceObject::Disconnect disconnect;
+    };
+
+    static const Kind& kindOf(const std::string& activity);
+    void followEnd(Running& running, const std::string& name);
+    void onPackageRemoved(const vo::PackageInfo& package);
+    void postEnd(FocusId stay, const std::string& reason);
+    std::optional<Running> takeRunning();
+
+    // Constant after construction.
+    const boost::shared_ptr<KRBroker> broker_;
+    ActivityPermissions& permissions_;
+    LifeService& life_;
+
+    vo::Mutex mutex_;
+    std::optional<Running> running_ VO_GUARDED_BY(mutex_);
+
+    /// Constant after construction. Last, as removals may come from then on.
+    vo::ServiceObject::Disconnect unfollowPackages_;
+};
+
+}  // namespace KR

@@ -1,0 +1,97 @@
+#include <algorithm>
+#include <thread>
+
+#include "life/EventStream.h"
+#include "platform/kr/KRMemory.h"
+#include "tests/support/Deadline.h"
+#include "tests/support/Testing.h"
+#include "tests/support/VirtualPlatform.h"
+
+namespace KR {
+namespace {
+
+class EventStreamTest : public testing::Test {
+protected:
+    EventStreamTest()
+    {
+        stream.happened.connect([this](const Event& event) {
+            EXPECT_EQ(event.number, told.size() + 1);
+            if (const auto* const change = std::get_if<KeyChanged>(&event.what))
+                told.push_back(change->key + " " + change->value.toDisplayString());
+            else
+                told.push_back(std::get<RemarkMade>(event.what).text);
+            react(told.back());
+        });
+    }
+    void say(const std::string& text) { stream.publish(RemarkMade{text}); }
+
+    const Deadline deadline;
+    VirtualPlatform platform;
+    EventStream stream{platform.clock};
+    std::vector<std::string> told;  ///< by one thread at a time
+    std::function<void(const std::string&)> react = [](const std::string&) {};
+};
+
+TEST_F(EventStreamTest, MemorysChangesComeBeforeWhatIsPublishedAfterThem)
+{
+    KRMemory& memory = platform.memory();
+    memory.raiseEvent("a", 1);
+    stream.follow(platform.broker, {"b", "a"});
+    for (const int value : {1, 2, 2, 3})
+        memory.raiseEvent("a", value);
+    memory.raiseEvent("b", 0);
+    memory.raiseEvent("c", 0);
+    say("x");
+    memory.raiseEvent("a", 4);
+    platform.runPending();
+    EXPECT_THAT(told, ElementsAre("a 2", "a 3", "b 0", "x", "a 4"));
+    memory.raiseEvent("a", 5);
+    stream.follow(platform.broker, {"b"});
+    memory.raiseEvent("a", 6);
+    memory.raiseEvent("b", 1);
+    stream.unfollow();
+    memory.raiseEvent("b", 2);
+    platform.runPending();
+    say("y");
+    EXPECT_EQ(told.size(), 8U);
+    EXPECT_THAT(std::vector<std::string>(told.begin() + 5, told.end()),
+                ElementsAre("a 5", "b 1", "y"));
+}
+
+TEST_F(EventStreamTest, ReceiverPublishesBehindWhatItIsToldAndIsNotWaitedFor)
+{
+    react = [this](const std::string& text) {
+        if (text.size() > 2)
+            return;
+        say(text + "1");
+        say(text + "2");
+        stream.flush();
+    };
+    say("a");
+    EXPECT_THAT(told, ElementsAre("a", "a1", "a2", "a11", "a12", "a21", "a22"));
+}
+
+TEST_F(EventStreamTest, EveryThreadsEventsAreToldInItsOrderWhenTheStreamIsFlushed)
+{
+    constexpr int kEach = 500;
+    const auto publish = [this](const char* name) {
+        for (int i = 0; i < kEach; ++i)
+            say(name + std::to_string(i));
+        stream.flush();
+    };
+    std::thread other(publish, "b");
+    publish("a");
+    other.join();
+    EXPECT_EQ(told.size(), 2U * kEach);
+    for (const char name : {'a', 'b'}) {
+        int next = 0;
+        for (const std::string& text : told) {
+            if (text[0] == name) {
+                EXPECT_EQ(text.substr(1), std::to_string(next++));
+            }
+        }
+    }
+}
+
+}  // namespace
+}  // namespace KR
