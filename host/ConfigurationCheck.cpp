@@ -252,21 +252,6 @@ void print(const std::string& path, const std::vector<ConfigurationProblem>& pro
     }
 }
 
-}  // namespace
-
-std::vector<std::string> ConfigurationReport::ruleNames() const
-{
-    std::vector<std::string> names;
-    for (const AutonomousAction& rule : rules)
-        names.push_back(rule.description);
-    return names;
-}
-
-ConfigurationReport inspectConfiguration(const std::string& path, const KeyCatalogue* keys)
-{
-    return Inspection(path, keys).run();
-}
-
 int checkConfigurations(std::vector<std::string> paths)
 {
     std::sort(paths.begin(), paths.end());
@@ -290,6 +275,30 @@ int checkConfigurations(std::vector<std::string> paths)
     }
     std::cout.flush();
     return hasUnreadable ? 2 : hasProblems ? 1 : 0;
+}
+
+}  // namespace
+
+std::vector<std::string> ConfigurationReport::ruleNames() const
+{
+    std::vector<std::string> names;
+    for (const AutonomousAction& rule : rules)
+        names.push_back(rule.description);
+    return names;
+}
+
+ConfigurationReport inspectConfiguration(const std::string& path, const KeyCatalogue* keys)
+{
+    return Inspection(path, keys).run();
+}
+
+void addCheckCommand(const Command& program)
+{
+    const Command check =
+        program.add("check", "Name the mistakes in configuration files; run nothing");
+    const auto files = std::make_shared<std::vector<std::string>>();
+    check.texts("FILE", *files, "", "Configuration files").required();
+    check.perform([files] { return checkConfigurations(*files); });
 }
 
 }  // namespace KR

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "host/CommandLine.h"
 #include "launchpad/AutonomousAction.h"
 #include "launchpad/ConfigurationReader.h"
 #include "platform/kr/KeyCatalogue.h"
@@ -37,11 +38,11 @@ struct ConfigurationReport {
 ConfigurationReport inspectConfiguration(const std::string& path,
                                          const KeyCatalogue* keys = nullptr);
 
-/// The command `nimbra check`: writes "file:line:column: text" for every problem of the files to
-/// stdout, by file, line and column, and then "file:line:column: warning: text" for every warning.
-/// Where a text does not say it, "; expected ..." behind it says what would be right.
-/// Returns 0 when there is no problem, 1 when there is one, and 2 when a file cannot be read, which
+/// Adds the command `nimbra check`: writes "file:line:column: text" for every problem of the files
+/// to stdout, by file, line and column, and then "file:line:column: warning: text" for every
+/// warning. Where a text does not say it, "; expected ..." behind it says what would be right. It
+/// returns 0 when there is no problem, 1 when there is one, and 2 when a file cannot be read, which
 /// goes to stderr.
-int checkConfigurations(std::vector<std::string> paths);
+void addCheckCommand(const Command& program);
 
 }  // namespace KR

@@ -80,8 +80,6 @@ nlohmann::ordered_json jsonOf(const KeyCatalogue::Entry& entry)
     return object;
 }
 
-}  // namespace
-
 void listKeys(const std::string& config, bool json)
 {
     KnownRobot robot;
@@ -91,6 +89,25 @@ void listKeys(const std::string& config, bool json)
     for (const KeyCatalogue::Entry& entry : robot.keys().entries())
         text += json ? jsonOf(entry).dump() + "\n" : textOf(entry);
     printOutput(text);
+}
+
+struct KeysOptions {
+    std::string config;  ///< empty for no rules
+    bool json = false;
+};
+
+}  // namespace
+
+void addKeysCommand(const Command& program)
+{
+    const Command keys = program.add("keys", "List the memory keys, and who writes and reads them");
+    const auto options = std::make_shared<KeysOptions>();
+    keys.text("--config", options->config, "FILE", "Rules whose keys to show, too");
+    keys.flag("--json", options->json, "Print one JSON object a line");
+    keys.perform([options] {
+        listKeys(options->config, options->json);
+        return 0;
+    });
 }
 
 }  // namespace KR

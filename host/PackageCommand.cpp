@@ -1,6 +1,5 @@
 #include "host/PackageCommand.h"
 
-#include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -24,6 +23,7 @@ using Json = nlohmann::ordered_json;
 struct PackageOptions {
     std::string packages;               ///< the packages folder
     std::vector<std::string> subjects;  ///< sources or uuids
+    std::string subject;                ///< a source or uuid
     bool upgrade = false;
     bool json = false;
 };
@@ -176,7 +176,7 @@ std::string describeArchive(const std::string& source, const StopRequest& stop,
 
 int showPackage(const PackageOptions& options)
 {
-    const std::string& subject = options.subjects.front();
+    const std::string& subject = options.subject;
     const auto render = options.json ? packageJson : packageText;
     StopRequest stop;
     const SignalWatch signals(stop);
@@ -201,55 +201,47 @@ int showPackage(const PackageOptions& options)
     return 0;
 }
 
-using Command = int (*)(const PackageOptions&);
-
-CLI::App* addCommand(CLI::App& parent, const char* name, const char* description, Command command,
-                     std::function<int()>& perform, const std::shared_ptr<PackageOptions>& options)
+Option addFolder(const Command& command, PackageOptions& options)
 {
-    CLI::App* added = parent.add_subcommand(name, description);
-    added->callback([command, options, &perform] {
-        perform = [command, options] { return command(*options); };
-    });
-    return added;
-}
-
-CLI::Option* addFolder(CLI::App& command, PackageOptions& options)
-{
-    return command.add_option("--packages", options.packages, "Folder of the installed packages")
-        ->type_name("DIR");
+    return command.text("--packages", options.packages, "DIR", "Folder of the installed packages");
 }
 
 }  // namespace
 
-void addPackageCommand(CLI::App& app, std::function<int()>& perform)
+void addPackageCommand(const Command& program)
 {
-    CLI::App* package = app.add_subcommand("package", "Install, remove and look at packages");
-    package->require_subcommand(1);
+    const Command package = program.add("package", "Install, remove and look at packages");
     const auto options = std::make_shared<PackageOptions>();
+    const auto add = [&](const char* name, const char* description,
+                         int (*perform)(const PackageOptions&)) {
+        const Command command = package.add(name, description);
+        command.perform([perform, options] { return perform(*options); });
+        return command;
+    };
+    const auto addJson = [&](const Command& command) {
+        command.flag("--json", options->json, "Print one JSON object a line");
+    };
 
-    CLI::App* install =
-        addCommand(*package, "install", "Install packages", installPackages, perform, options);
-    install->add_option("SOURCE", options->subjects, "Folders or archives (tar or zip)")
-        ->required();
-    install->add_flag("--upgrade", options->upgrade,
-                      "Replace packages of the same uuid, which are refused otherwise");
-    CLI::App* remove =
-        addCommand(*package, "remove", "Remove packages", removePackages, perform, options);
-    remove->add_option("UUID", options->subjects, "Installed packages")->required();
-    CLI::App* list =
-        addCommand(*package, "list", "List the installed packages", listPackages, perform, options);
-    CLI::App* info =
-        addCommand(*package, "info", "Tell what becomes of the behaviours of a package",
-                   showPackage, perform, options);
-    info->add_option("UUID|SOURCE", options->subjects,
-                     "An installed package, or a folder or archive")
-        ->required()
-        ->expected(1);
-    for (CLI::App* command : {install, remove, list})
-        addFolder(*command, *options)->required();
-    addFolder(*info, *options);
-    for (CLI::App* command : {list, info})
-        command->add_flag("--json", options->json, "Print one JSON object a line");
+    const Command install = add("install", "Install packages", installPackages);
+    install.texts("SOURCE", options->subjects, "", "Folders or archives (tar or zip)").required();
+    install.flag("--upgrade", options->upgrade,
+                 "Replace packages of the same uuid, which are refused otherwise");
+    addFolder(install, *options).required();
+
+    const Command remove = add("remove", "Remove packages", removePackages);
+    remove.texts("UUID", options->subjects, "", "Installed packages").required();
+    addFolder(remove, *options).required();
+
+    const Command list = add("list", "List the installed packages", listPackages);
+    addFolder(list, *options).required();
+    addJson(list);
+
+    const Command info =
+        add("info", "Tell what becomes of the behaviours of a package", showPackage);
+    info.text("UUID|SOURCE", options->subject, "", "An installed package, or a folder or archive")
+        .required();
+    addFolder(info, *options);
+    addJson(info);
 }
 
 PackageFolder readPackageFolder(const std::string& folder)

@@ -1,22 +1,17 @@
 #pragma once
 
-#include <functional>
 #include <string>
 #include <vector>
 
+#include "host/CommandLine.h"
 #include "platform/packages/PackageStore.h"
-
-namespace CLI {
-class App;
-}
 
 namespace KR {
 
-/// Adds the command `nimbra package` with its own commands. The one that is given on the command
-/// line is set as `perform`, which returns the exit code: 0; 1 when something could not be done,
-/// which goes to stderr, as warnings of what is installed and will not run do; 128 + signal when a
-/// signal came between.
-void addPackageCommand(CLI::App& app, std::function<int()>& perform);
+/// Adds the command `nimbra package` with its own commands. They return 0; 1 when something could
+/// not be done, which goes to stderr, as warnings of what is installed and will not run do; 128 +
+/// signal when a signal came between.
+void addPackageCommand(const Command& program);
 
 /// The packages of a packages folder, and for each folder in it that is no usable package why.
 struct PackageFolder {

@@ -1,6 +1,5 @@
 #include "host/PermissionsCommand.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
@@ -196,28 +195,23 @@ int showPermissions(const PermissionsOptions& options)
 
 }  // namespace
 
-void addPermissionsCommand(CLI::App& app, std::function<int()>& perform)
+void addPermissionsCommand(const Command& program)
 {
-    CLI::App* command = app.add_subcommand(
+    const Command command = program.add(
         "permissions", "Tell which activities may run in a context, and why the others may not");
     const auto options = std::make_shared<PermissionsOptions>();
-    command->add_option("ACTIVITY", options->activity,
-                        "A behaviour (UUID/PATH), dialog:TOPIC or action:MODULE (default: every "
-                        "behaviour)");
-    command->add_option("--packages", options->packages, "Folder of the installed packages")
-        ->type_name("DIR");
-    command->add_option("--state", options->state, "Life state")
-        ->type_name("S")
-        ->capture_default_str()
-        ->check(CLI::IsMember({"disabled", "safeguard", "solitary", "interactive"}));
-    command->add_flag("--asleep", options->asleep, "The robot sleeps");
-    command->add_flag("--on-pod", options->onPod, "The robot is on its charging station");
-    command->add_option("--language", options->language, "What the robot speaks")
-        ->type_name("L")
-        ->capture_default_str();
-    command->add_flag("--json", options->json, "Print one JSON object a line");
-    command->callback(
-        [options, &perform] { perform = [options] { return showPermissions(*options); }; });
+    command.text("ACTIVITY", options->activity, "",
+                 "A behaviour (UUID/PATH), dialog:TOPIC or action:MODULE (default: every "
+                 "behaviour)");
+    command.text("--packages", options->packages, "DIR", "Folder of the installed packages");
+    command.text("--state", options->state, "S", "Life state")
+        .showDefault()
+        .oneOf({"disabled", "safeguard", "solitary", "interactive"});
+    command.flag("--asleep", options->asleep, "The robot sleeps");
+    command.flag("--on-pod", options->onPod, "The robot is on its charging station");
+    command.text("--language", options->language, "L", "What the robot speaks").showDefault();
+    command.flag("--json", options->json, "Print one JSON object a line");
+    command.perform([options] { return showPermissions(*options); });
 }
 
 }  // namespace KR

@@ -16,8 +16,6 @@ TableRow rowOf(const NimbraLaunchpad::PluginState& plugin)
             plugin.running ? "yes" : "no", listText(plugin.publishedKeys)};
 }
 
-}  // namespace
-
 void listPlugins(const std::string& config, const std::string& packages)
 {
     const std::shared_ptr<vo::Clock> clock = vo::makeRealClock();
@@ -35,6 +33,25 @@ void listPlugins(const std::string& config, const std::string& packages)
         rows.push_back(rowOf(plugin));
     host.stop();
     printOutput(tableText(rows));
+}
+
+struct PluginsOptions {
+    std::string config;
+    std::string packages;
+};
+
+}  // namespace
+
+void addPluginsCommand(const Command& program)
+{
+    const Command plugins = program.add("plugins", "List the plugins of a robot");
+    const auto options = std::make_shared<PluginsOptions>();
+    addConfig(plugins, options->config);
+    addPackages(plugins, options->packages);
+    plugins.perform([options] {
+        listPlugins(options->config, options->packages);
+        return 0;
+    });
 }
 
 }  // namespace KR

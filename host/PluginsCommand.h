@@ -1,13 +1,12 @@
 #pragma once
 
-#include <string>
+#include "host/CommandLine.h"
 
 namespace KR {
 
-/// The command `nimbra plugins`: brings a robot up as `nimbra run` does, writes its plugins to
+/// Adds the command `nimbra plugins`: brings a robot up as `nimbra run` does, writes its plugins to
 /// stdout, one a line after a heading (name, groups, enabled, running, the keys that it publishes;
-/// "-" for nothing), and brings it down again. The packages folder may be empty, for none. Throws
-/// what keeps the robot from coming up.
-void listPlugins(const std::string& config, const std::string& packages);
+/// "-" for nothing), and brings it down again.
+void addPluginsCommand(const Command& program);
 
 }  // namespace KR

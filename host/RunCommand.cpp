@@ -41,6 +41,23 @@ std::unique_ptr<TimelineRenderer> makeRenderer(Output& output, bool json)
 /// entry of a scenario causes some hundred tasks at most.
 constexpr std::size_t kMaxTasksAtOneMoment = 100'000;
 
+/// Slower or faster than this nobody can follow, and times would leave their range.
+constexpr double kMinSpeed = 1e-3;
+constexpr double kMaxSpeed = 1e9;
+
+struct RunOptions {
+    std::string config;                ///< empty for the default file
+    std::string packages;              ///< the packages folder; empty for none
+    std::vector<std::string> plugins;  ///< built-in ones to add, beside those of the file
+    std::string preferences;           ///< file that preferences are kept in; empty for none
+    std::string scenario;              ///< empty for a live run
+    double speed = 1;                  ///< of a scenario
+    bool fast = false;                 ///< a scenario without any waiting
+    std::string until;                 ///< empty for no limit
+    bool json = false;
+    std::string logLevel = "warning";
+};
+
 /// One run, live or of a scenario.
 class Run {
 public:
@@ -56,9 +73,10 @@ public:
                                       ? Player::endOf(scenario)
                                       : endFromText(options_.until, scenario.start);
         const auto clock = std::make_shared<vo::VirtualClock>(scenario.start, kMaxTasksAtOneMoment);
+        const auto speed = options_.fast ? std::nullopt : std::optional(options_.speed);
         const auto settle = [&](Host&) { clock->runPending(); };
         const auto play = [&](Host& host, EventStream& events) {
-            return Player(host, *clock, events, stop_, options_.speed).play(scenario, end);
+            return Player(host, *clock, events, stop_, speed).play(scenario, end);
         };
         return live(clock, robotOptions(), {scenario.title, scenario.keys()}, settle, play);
     }
@@ -86,7 +104,7 @@ public:
     }
 
 private:
-    bool isFast() const { return !options_.scenario.empty() && !options_.speed; }
+    bool isFast() const { return !options_.scenario.empty() && options_.fast; }
 
     Robot::Options robotOptions() const
     {
@@ -190,6 +208,28 @@ std::string shippedConfig()
     return {};
 }
 
+int perform(const RunOptions& options)
+{
+    const vo::LogLevel level = vo::parseLogLevel(options.logLevel);
+    vo::setLogLevel(level);
+    // Nobody asks for it, and everybody wants to see it who does not ask for less.
+    if (level == vo::LogLevel::warning)
+        vo::setLogLevel(KRBehaviorManager::kOutputCategory, vo::LogLevel::info);
+    // A scenario's times have no zone, and mean the same everywhere. There is no other thread yet.
+    if (!options.scenario.empty())
+        ::setenv("TZ", "UTC0", 1);  // NOLINT(concurrency-mt-unsafe)
+    try {
+        Run run(options);
+        return options.scenario.empty() ? run.liveOn() : run.play();
+    } catch (const YAML::Exception& e) {
+        // Only what a value of the configuration raises does not name its file.
+        const std::string text = e.what();
+        const std::string path = configPath(options.config);
+        printError((text.find(path) == std::string::npos ? path + ": " : "") + text);
+        return 1;
+    }
+}
+
 }  // namespace
 
 std::string configPath(const std::string& given)
@@ -232,25 +272,43 @@ vo::TimePoint endFromText(const std::string& text, vo::TimePoint start)
     return start + *length;
 }
 
-int run(const RunOptions& options)
+void addConfig(const Command& command, std::string& config)
 {
-    vo::setLogLevel(options.logLevel);
-    // Nobody asks for it, and everybody wants to see it who does not ask for less.
-    if (options.logLevel == vo::LogLevel::warning)
-        vo::setLogLevel(KRBehaviorManager::kOutputCategory, vo::LogLevel::info);
-    // A scenario's times have no zone, and mean the same everywhere. There is no other thread yet.
-    if (!options.scenario.empty())
-        ::setenv("TZ", "UTC0", 1);  // NOLINT(concurrency-mt-unsafe)
-    try {
-        Run run(options);
-        return options.scenario.empty() ? run.liveOn() : run.play();
-    } catch (const YAML::Exception& e) {
-        // Only what a value of the configuration raises does not name its file.
-        const std::string text = e.what();
-        const std::string path = configPath(options.config);
-        printError((text.find(path) == std::string::npos ? path + ": " : "") + text);
-        return 1;
-    }
+    command.text("--config", config, "FILE", "Rules to follow (default: tessel/autonomy.cfg)");
+}
+
+void addPackages(const Command& command, std::string& packages)
+{
+    command.text("--packages", packages, "DIR",
+                 "Folder of the installed packages (default: no packages)");
+}
+
+void addRunCommand(const Command& program)
+{
+    const Command run = program.add("run", "Live, or play a scenario, and show what happens");
+    const auto options = std::make_shared<RunOptions>();
+    addConfig(run, options->config);
+    const Option scenario = run.text("--scenario", options->scenario, "FILE",
+                                     "What happens to the robot, on virtual time");
+    Option speed = run.number("--speed", options->speed, kMinSpeed, kMaxSpeed,
+                              "Seconds of the scenario in one second");
+    speed.showDefault().needs(scenario);
+    run.flag("--as-fast-as-possible", options->fast, "Play the scenario without any waiting")
+        .needs(scenario)
+        .excludes(speed);
+    run.text("--until", options->until, "TIME",
+             "End at a time of day (\"07:30\", \"2 07:30\") or after a duration (\"90s\")");
+    addPackages(run, options->packages);
+    run.texts("--plugin", options->plugins, "NAME", "Built-in plugin to add; may be given again")
+        .oneOf(NimbraLaunchpad::addableModulePlugins());
+    run.text("--preferences", options->preferences, "FILE",
+             "File that the robot's preferences are kept in (default: not kept)");
+    run.flag("--json", options->json, "Print one JSON object a line");
+    run.text("--log-level", options->logLevel, "L",
+             "What to log on stderr; from warning on, what behaviours print, too")
+        .showDefault()
+        .oneOf({"silent", "error", "warning", "info", "verbose"});
+    run.perform([options] { return perform(*options); });
 }
 
 }  // namespace KR

@@ -1,38 +1,22 @@
 #pragma once
 
-#include <optional>
-#include <stdexcept>
 #include <string>
-#include <vector>
 
+#include "host/CommandLine.h"
 #include "platform/vo/Clock.h"
-#include "platform/vo/Log.h"
 
 namespace KR {
 
-/// What was asked for makes no sense: the user's mistake, in contrast to one in a file.
-class UsageError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
+/// Adds the command `nimbra run`. It returns 0 when the run came to its end: that of its scenario
+/// or of its time, of its reader, or of a live run by SIGINT or SIGTERM; 128 + signal for a
+/// scenario that a signal ended early; 1 when its configuration could not be read, which goes to
+/// stderr.
+void addRunCommand(const Command& program);
 
-struct RunOptions {
-    std::string config;                ///< empty for the default file
-    std::string packages;              ///< the packages folder; empty for none
-    std::vector<std::string> plugins;  ///< built-in ones to add, beside those of the file
-    std::string preferences;           ///< file that preferences are kept in; empty for none
-    std::string scenario;              ///< empty for a live run
-    std::optional<double> speed;       ///< of a scenario; nothing for as fast as possible
-    std::string until;                 ///< empty for no limit
-    bool json = false;
-    vo::LogLevel logLevel = vo::LogLevel::warning;
-};
-
-/// The command `nimbra run`. Returns 0 when the run came to its end: that of its scenario or of
-/// its time, of its reader, or of a live run by SIGINT or SIGTERM; 128 + signal for a scenario that
-/// a signal ended early; 1 when its configuration could not be read, which goes to stderr. Throws
-/// what else keeps it from being run: UsageError for what was asked for.
-int run(const RunOptions& options);
+/// Adds the option that configPath() takes.
+void addConfig(const Command& command, std::string& config);
+/// Adds the option that requirePackagesFolder() looks at.
+void addPackages(const Command& command, std::string& packages);
 
 /// The configuration file to use: the given one, or where none is given the first
 /// tessel/autonomy.cfg of the configuration folders, or the one that comes with the program.

@@ -1,7 +1,8 @@
-#include <CLI/CLI.hpp>
 #include <boost/algorithm/string.hpp>
 #include <csignal>
+#include <iomanip>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -29,21 +30,22 @@ struct Result {
 
 Result nimbra(const std::string& arguments)
 {
-    CLI::App app;
-    std::function<int()> perform;
-    addPackageCommand(app, perform);
-    addPermissionsCommand(app, perform);
+    CommandLine line("nimbra", "1", "", "");
+    addPackageCommand(line.root());
+    addPermissionsCommand(line.root());
+    std::vector<std::string> words{"nimbra"};
+    std::istringstream text(arguments);
+    for (std::string word; text >> std::quoted(word);)
+        words.push_back(word);
+    std::vector<const char*> argv;
+    for (const std::string& word : words)
+        argv.push_back(word.c_str());
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    Result result{2, {}, {}};
-    try {
-        app.parse(arguments);
-        result.exitCode = perform();
-    } catch (const std::exception& e) {
-        result.err = e.what();
-    }
+    Result result{};
+    result.exitCode = line.run(static_cast<int>(argv.size()), argv.data());
     result.out = testing::internal::GetCapturedStdout();
-    result.err += testing::internal::GetCapturedStderr();
+    result.err = testing::internal::GetCapturedStderr();
     return result;
 }
 
@@ -136,14 +138,14 @@ TEST_F(PackageCommandTest, packages_come_and_go_and_what_fails_stops_nothing_els
         const char* err;
     } rows[] = {
         {"package list", 2, "", "--packages is required"},
-        {"package list" + in, 2, "", "there is no packages folder"},
+        {"package list" + in, 1, "", "there is no packages folder"},
         {"package remove p" + in, 1, "", "cannot remove 'p': "},
         {"package install " + p + " " + archive + in, 0, "Installed p\nInstalled r\n", ""},
         {"package install " + p2 + " " + q + in, 1, "Installed q\n", "'p' is installed already"},
         {"package install --upgrade " + p2 + in, 0, "Installed p\n", ""},
         {"package install " + link + in, 1, "", "'link' is a symbolic link"},
         {"package install " + wrong + in, 1, "", "wrong/package.yaml:2:7: the Uuid '../x'"},
-        {"package install " + q + " --packages " + q + "/go/run", 2, "", "is no folder"},
+        {"package install " + q + " --packages " + q + "/go/run", 1, "", "is no folder"},
         {"package list" + in, 0, "p        2        all        go\nq        1 ", ""},
         {"package list --json" + in, 0,
          R"({"uuid":"p","version":"2","languages":[],"behaviors":["go"]})"
