@@ -152,7 +152,7 @@ void ConditionChecker::Impl::handleNext(Run& run, Report& report)
         evaluateAll(false, report);
     } else {
         if (run.next + 1 < run.line.size())
-            graph_.expect(run.line[run.next + 1].tag);
+            network_.expect(run.line[run.next + 1].tag);
         noteChanged(follow(change.tag, change.value, change.time), report);
     }
     ++run.next;
@@ -167,14 +167,13 @@ void ConditionChecker::Impl::handleAhead(Run& run)
     enqueue(std::move(report));
 }
 
-/// Brings the graph up to date with one change. Returns the conditions whose truth it changed
+/// Brings the network up to date with one change. Returns the conditions whose truth it changed
 /// there.
-const std::vector<unsigned>& ConditionChecker::Impl::follow(ConditionGraph::Tag tag,
-                                                            const KRValue& value,
+const std::vector<unsigned>& ConditionChecker::Impl::follow(KeyTag tag, const KRValue& value,
                                                             vo::TimePoint time)
 {
     snapshots_.noteChange(tag);
-    return graph_.set(tag, value, time);
+    return network_.set(tag, value, time);
 }
 
 /// Says to whom a report goes, and as of when.
@@ -192,14 +191,14 @@ void ConditionChecker::Impl::enqueue(Report report)
     outbox_.push_back(std::move(report));
 }
 
-/// Before the graph moves on: what is on its way keeps the values of its moment.
+/// Before the network moves on: what is on its way keeps the values of its moment.
 void ConditionChecker::Impl::keepValues()
 {
     const bool delivered = delivery_ && !delivery_->values;
     const bool waits = !outbox_.empty() && !outbox_.back().values;
     if (!delivered && !waits)
         return;
-    const Values values = snapshots_.take(graph_);
+    const Values values = snapshots_.take(network_);
     if (delivered)
         delivery_->values = values;
     for (auto report = outbox_.rbegin(); report != outbox_.rend() && !report->values; ++report)
@@ -247,7 +246,7 @@ bool ConditionChecker::Impl::note(unsigned id, Condition& condition, bool repeat
     return (kReportable[condition.mode] & bits(truth, changed, repeats)) != 0;
 }
 
-/// Of conditions whose truth has changed in the graph.
+/// Of conditions whose truth has changed in the network.
 void ConditionChecker::Impl::noteChanged(const std::vector<unsigned>& changed, Report& report)
 {
     for (const unsigned id : changed) {
