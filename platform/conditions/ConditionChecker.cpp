@@ -63,7 +63,7 @@ unsigned ConditionChecker::Impl::addCondition(const std::string& text, ReportMod
         if (run_)
             setAll(added, memory().watch(run_->feed, added));
     }
-    // It is evaluated in its place in the line.
+    // It is evaluated in its place in the queue.
     if (run_)
         enqueueAdded(id);
     return id;
@@ -112,9 +112,9 @@ void ConditionChecker::Impl::resetChecks()
     if (!run_)
         return forgetTruths();
     takeChanges(*run_);
-    if (run_->next == run_->line.size())
+    if (run_->next == run_->queue.size())
         forgetTruths();
-    run_->line.push_back({kEvaluate, {}, true});
+    run_->queue.push_back({kEvaluate, {}, true});
     postWork();
 }
 
@@ -137,7 +137,7 @@ void ConditionChecker::Impl::run(vo::Duration period, bool once)
     setAll(watches, data.watch(run_->feed, watches));
     run_->followed = lastId_;
     // Ahead of the changes that are raised from here on.
-    run_->line.push_back({kEvaluate, {}, {}});
+    run_->queue.push_back({kEvaluate, {}, {}});
     postWork();
     if (!once && period > vo::Duration::zero())
         run_->tick = executor_->post([this, number = run_->number] { repeat(number); }, period);
@@ -188,7 +188,7 @@ void ConditionChecker::Impl::catchUp()
         return setAll(watches, readMemory(watches));
     }
     takeChanges(*run_);
-    while (run_->next < run_->line.size())
+    while (run_->next < run_->queue.size())
         handleAhead(*run_);
 }
 

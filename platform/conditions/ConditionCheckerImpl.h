@@ -93,16 +93,16 @@ private:
         vo::Duration period{};
         bool once = false;
 
-        std::vector<MemoryChange> line;  ///< taken from the feed, waiting for their moment
-        std::size_t next = 0;            ///< the first of the line that waits
-        bool begun = false;              ///< the first moment is handled
-        unsigned followed = 0;           ///< conditions up to this one have had their first turn
-        bool posted = false;             ///< a task is on its way that sees to the line
-        bool putOff = false;             ///< such a task came while somebody else delivered
+        std::vector<MemoryChange> queue;  ///< taken from the feed, waiting for their moment
+        std::size_t next = 0;             ///< the first of the queue that waits
+        bool begun = false;               ///< the first moment is handled
+        unsigned followed = 0;            ///< conditions up to this one have had their first turn
+        bool posted = false;              ///< a task is on its way that sees to the queue
+        bool putOff = false;              ///< such a task came while somebody else delivered
         vo::Executor::TaskId tick = 0;
     };
 
-    /// The tag of an entry in the line of changes that is no change, but the place at which
+    /// The tag of an entry in the queue of changes that is no change, but the place at which
     /// conditions are evaluated: all of them, after their truths were forgotten where the value is
     /// true; or one after the other those that were added, up to the one whose id is the value.
     static constexpr KeyTag kEvaluate = 0;
@@ -143,7 +143,7 @@ private:
     void takeChanges(Run& run) VO_REQUIRES(mutex_);
     bool hasMore(const Run& run) const VO_REQUIRES(mutex_)
     {
-        return run.next < run.line.size() || !outbox_.empty();
+        return run.next < run.queue.size() || !outbox_.empty();
     }
     bool takeWaiting(Report& report) VO_REQUIRES(mutex_);
     void handleNext(Run& run, Report& report) VO_REQUIRES(mutex_);
