@@ -11,11 +11,6 @@ namespace KR {
 
 namespace {
 
-/// As many changed conditions are sorted as they come; more of them are marked in a table of bits.
-constexpr std::size_t kMaxSorted = 64;
-/// The table is used where it has at most as many bits a changed condition.
-constexpr std::size_t kMaxBitsPerChange = 256;
-
 void addPair(KeySlot& slot, NodeId leaf)
 {
     if (!slot.pairs)
@@ -172,8 +167,7 @@ const std::vector<unsigned>& ConditionNetwork::set(KeyTag tag, const KRValue& va
         flipPairs(*slot);
     if (pendingCount_ > 0)
         propagate();
-    if (!std::is_sorted(changed_.begin(), changed_.end()))
-        sortChanged();
+    sorter_.sort(changed_);
     return changed_;
 }
 
@@ -232,25 +226,6 @@ void ConditionNetwork::propagate()
         pendingCount_ -= level->size();
         level->clear();
     }
-}
-
-void ConditionNetwork::sortChanged()
-{
-    const auto [least, greatest] = std::minmax_element(changed_.begin(), changed_.end());
-    const std::size_t base = *least;
-    const std::size_t bits = *greatest - base + 1;
-    if (changed_.size() <= kMaxSorted || bits > changed_.size() * kMaxBitsPerChange) {
-        std::sort(changed_.begin(), changed_.end());
-        return;
-    }
-    marks_.assign(bits / 64 + 1, 0);
-    for (const unsigned id : changed_)
-        marks_[(id - base) / 64] |= std::uint64_t{1} << ((id - base) % 64);
-    auto out = changed_.begin();
-    for (std::size_t word = 0; word < marks_.size(); ++word)
-        for (std::uint64_t left = marks_[word]; left != 0; left &= left - 1)
-            *out++ = static_cast<unsigned>(base + word * 64 +
-                                           static_cast<std::size_t>(__builtin_ctzll(left)));
 }
 
 }  // namespace KR

@@ -1,12 +1,12 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <utility>
 #include <variant>
 #include <vector>
 
+#include "platform/conditions/IdSorter.h"
 #include "platform/conditions/IdTable.h"
 #include "platform/conditions/KeySlot.h"
 #include "platform/conditions/NetworkNode.h"
@@ -121,7 +121,6 @@ private:
     void flipPairs(const KeySlot& slot);
     void flip(NodeId id);
     void propagate();
-    void sortChanged();
 
     IdTable<KeySlot> slots_;
     vo::TextIndex<KeySlot, KeyOf> keys_;
@@ -136,7 +135,7 @@ private:
     std::vector<std::vector<NodeId>> pending_;  ///< nodes to look at in this change, by level
     std::size_t pendingCount_ = 0;
     std::vector<unsigned> changed_;
-    std::vector<std::uint64_t> marks_;  ///< a bit for each condition that changed
+    IdSorter sorter_;
 };
 
 }  // namespace KR
