@@ -121,8 +121,6 @@ void ConditionNetwork::link(NodeId id, const Conjunction& conjunction)
         node.falseFanins += isTrue(fanin) ? 0 : 1;
         node.level = std::max(node.level, static_cast<std::uint16_t>(below.level + 1));
         below.fanouts.push_back(Fanout::to(Edge(id, fanin.negated())));
-        if (const auto* leaf = std::get_if<LiteralComparison>(&definitions_[fanin.node()]))
-            leaf->key->literals.noteFanout(fanin.node(), id);
     }
     node.truth = node.falseFanins == 0;
     if (pending_.size() <= node.level)
@@ -159,10 +157,7 @@ const std::vector<unsigned>& ConditionNetwork::set(KeyTag tag, const KRValue& va
 
     if (slot->truth && nodes_[slot->truth].truth != value.isTrue())
         flip(slot->truth);
-    slot->literals.flipUnindexed(value, [this](NodeId leaf, NodeId fanout) {
-        vo::prefetch(&nodes_[fanout]);
-        flip(leaf);
-    });
+    slot->literals.flipUnindexed(value, [this](NodeId leaf) { flip(leaf); });
     if (slot->pairs)
         flipPairs(*slot);
     if (pendingCount_ > 0)

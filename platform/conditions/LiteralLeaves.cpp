@@ -28,7 +28,7 @@ void LiteralLeaves::add(Expression::Kind comparison, const KRValue& literal, Nod
         indexes_->of(literal)->at(comparison, literal) = leaf;
         return;
     }
-    leaves_.push_back({literal, leaf, leaf, comparison, truth});
+    leaves_.push_back({literal, leaf, comparison, truth});
     if (leaves_.size() > kMaxUnindexed)
         addIndexes();
 }
@@ -48,13 +48,6 @@ void LiteralLeaves::erase(Expression::Kind comparison, const KRValue& literal, N
     else
         leaves_.erase(std::find_if(leaves_.begin(), leaves_.end(),
                                    [leaf](const Leaf& l) { return l.node == leaf; }));
-}
-
-void LiteralLeaves::noteFanout(NodeId leaf, NodeId fanout)
-{
-    for (Leaf& l : leaves_)
-        if (l.node == leaf && l.fanout == leaf)
-            l.fanout = fanout;
 }
 
 void LiteralLeaves::collectFlips(const KRValue& before, const KRValue& after,

@@ -27,16 +27,13 @@ public:
     /// Erases one that is there.
     void erase(Expression::Kind comparison, const KRValue& literal, NodeId leaf);
 
-    /// A leaf goes to this node, which is likely to be looked at next when it flips.
-    void noteFanout(NodeId leaf, NodeId fanout);
-
     bool isIndexed() const { return indexes_ != nullptr; }
     /// Appends the leaves whose truth flips when the key's value changes; of those that are
     /// indexed.
     void collectFlips(const KRValue& before, const KRValue& after,
                       std::vector<NodeId>& flips) const;
-    /// Calls `flip(leaf, fanout)` for each leaf whose truth flips by the key's new value, with a
-    /// node that it goes to, or itself; of those that are not indexed.
+    /// Calls `flip(leaf)` for each leaf whose truth flips by the key's new value; of those that are
+    /// not indexed.
     template <class F>
     void flipUnindexed(const KRValue& value, F flip)
     {
@@ -44,7 +41,7 @@ public:
             if (leaf.truth == holds(leaf.comparison, value, leaf.literal))
                 continue;
             leaf.truth = !leaf.truth;
-            flip(leaf.node, leaf.fanout);
+            flip(leaf.node);
         }
     }
 
@@ -55,7 +52,6 @@ private:
     struct Leaf {
         KRValue literal;
         NodeId node;
-        NodeId fanout;  ///< the first; the node itself while there is none
         Expression::Kind comparison;
         bool truth;
     };
