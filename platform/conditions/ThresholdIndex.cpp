@@ -41,7 +41,7 @@ ThresholdIndex::Cuts& ThresholdIndex::cutsOf(Expression::Kind comparison)
     return below ? below_ : above_;
 }
 
-ThresholdIndex::NodeId& ThresholdIndex::at(Expression::Kind comparison, const KRValue& literal)
+NodeId& ThresholdIndex::at(Expression::Kind comparison, const KRValue& literal)
 {
     if (comparison == Expression::Kind::equal)
         return equal_[literal];

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <cstdint>
 #include <map>
 #include <vector>
 
 #include "platform/conditions/ConditionParser.h"
+#include "platform/conditions/NetworkNode.h"
 #include "platform/kr/KRValue.h"
 
 namespace KR {
@@ -16,14 +16,11 @@ namespace KR {
 /// the order of their thresholds and a change walks from the old value to the new one. At most two
 /// equalities flip: with the old value and with the new one.
 ///
-/// Not synchronised: a part of ConditionGraph.
+/// Not synchronised: a part of ConditionNetwork.
 class ThresholdIndex {
 public:
-    /// A node of the graph; 0 stands for none.
-    using NodeId = std::uint32_t;
-
-    /// The place of the node that compares with this literal; 0 is put there if it is new. The
-    /// comparison is any but notEqual.
+    /// The place of the node that compares with this literal; kConstant, which is none, is put
+    /// there if it is new. The comparison is any but notEqual.
     NodeId& at(Expression::Kind comparison, const KRValue& literal);
     void erase(Expression::Kind comparison, const KRValue& literal);
 

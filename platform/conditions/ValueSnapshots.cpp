@@ -44,7 +44,7 @@ struct ValueSnapshots::Return {
     }
 };
 
-std::shared_ptr<const PersistentValues> ValueSnapshots::take(const ConditionGraph& graph)
+std::shared_ptr<const PersistentValues> ValueSnapshots::take(const ConditionNetwork& network)
 {
     if (!pool_)
         pool_ = std::make_shared<Pool>();
@@ -58,26 +58,26 @@ std::shared_ptr<const PersistentValues> ValueSnapshots::take(const ConditionGrap
     }
     if (!snapshot)
         snapshot = std::make_unique<Snapshot>();
-    update(*snapshot, graph);
+    update(*snapshot, network);
     const PersistentValues* const values = &snapshot->values;
     return {values, Return{pool_, snapshot.release()}};
 }
 
-void ValueSnapshots::update(Snapshot& snapshot, const ConditionGraph& graph) const
+void ValueSnapshots::update(Snapshot& snapshot, const ConditionNetwork& network) const
 {
     if (snapshot.keys != keys_) {
         snapshot.values.clear();
-        graph.forEachKey([&](const std::string& key, const KRMemory::Snapshot& now) {
+        network.forEachKey([&](const std::string& key, const KRMemory::Snapshot& now) {
             snapshot.values.emplace(key, entryOf(now));
         });
         snapshot.keys = keys_;
     } else if (changes_ - snapshot.changes > kLog) {
-        graph.forEachKey([&](const std::string& key, const KRMemory::Snapshot& now) {
+        network.forEachKey([&](const std::string& key, const KRMemory::Snapshot& now) {
             assign(snapshot.values.find(key)->second, now);
         });
     } else {
         for (; snapshot.changes != changes_; ++snapshot.changes) {
-            const auto [key, now] = graph.keyOf(log_[snapshot.changes % kLog]);
+            const auto [key, now] = network.keyOf(log_[snapshot.changes % kLog]);
             if (key)
                 assign(snapshot.values.find(*key)->second, *now);
         }

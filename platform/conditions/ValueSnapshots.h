@@ -6,7 +6,8 @@
 #include <vector>
 
 #include "platform/conditions/ConditionChecker.h"
-#include "platform/conditions/ConditionGraph.h"
+#include "platform/conditions/ConditionNetwork.h"
+#include "platform/conditions/KeySlot.h"
 
 namespace KR {
 
@@ -19,7 +20,7 @@ namespace KR {
 class ValueSnapshots {
 public:
     /// To be told of each change of a key, before the next snapshot.
-    void noteChange(ConditionGraph::Tag tag)
+    void noteChange(KeyTag tag)
     {
         if (pool_)
             log_[changes_++ % kLog] = tag;
@@ -27,8 +28,8 @@ public:
     /// To be told when there are other keys.
     void noteKeys() { ++keys_; }
 
-    /// The values of the graph's keys now.
-    std::shared_ptr<const PersistentValues> take(const ConditionGraph& graph);
+    /// The values of the network's keys now.
+    std::shared_ptr<const PersistentValues> take(const ConditionNetwork& network);
 
 private:
     /// Changes that are remembered: a copy that missed more of them is brought up to date by
@@ -43,10 +44,10 @@ private:
     struct Pool;
     struct Return;
 
-    void update(Snapshot& snapshot, const ConditionGraph& graph) const;
+    void update(Snapshot& snapshot, const ConditionNetwork& network) const;
 
     std::shared_ptr<Pool> pool_;  ///< null until the first is taken
-    std::vector<ConditionGraph::Tag> log_ = std::vector<ConditionGraph::Tag>(kLog);
+    std::vector<KeyTag> log_ = std::vector<KeyTag>(kLog);
     std::uint64_t changes_ = 0;
     std::uint64_t keys_ = 1;
 };

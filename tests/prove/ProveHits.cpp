@@ -7,7 +7,8 @@
 #include <iostream>
 #include <utility>
 
-#include "platform/conditions/ConditionGraph.h"
+#include "platform/conditions/ConditionCompiler.h"
+#include "platform/conditions/ConditionNetwork.h"
 #include "platform/packages/PackageManager.h"
 #include "tests/launchpad/LaunchpadTest.h"
 #include "tests/packages/TestPackages.h"
@@ -65,10 +66,11 @@ public:
 private:
     static bool isTrue(const std::string& condition, const PersistentValues& values)
     {
-        ConditionGraph graph;
-        for (const KRMemory::Watch& watch : graph.add(1, condition))
-            graph.set(watch.tag, values.at(watch.key).second, {});
-        return graph.isTrue(1);
+        ConditionNetwork network;
+        ConditionCompiler compiler(network);
+        for (const KRMemory::Watch& watch : compiler.add(1, condition))
+            network.set(watch.tag, values.at(watch.key).second, {});
+        return network.isTrue(compiler.rootOf(1));
     }
 
     vo::Mutex mutex_;

@@ -5,7 +5,8 @@
 #include <sstream>
 
 #include "platform/conditions/Comparison.h"
-#include "platform/conditions/ConditionGraph.h"
+#include "platform/conditions/ConditionCompiler.h"
+#include "platform/conditions/ConditionNetwork.h"
 #include "tests/support/Testing.h"
 
 namespace KR {
@@ -111,7 +112,7 @@ private:
     std::mt19937 random_{20240611};
 };
 
-TEST(ConditionGraph, AgreesWithAPlainEvaluatorAndLeavesNothingBehind)
+TEST(ConditionNetwork, AgreesWithAPlainEvaluatorAndLeavesNothingBehind)
 {
     struct Condition {
         std::string text;
@@ -120,26 +121,27 @@ TEST(ConditionGraph, AgreesWithAPlainEvaluatorAndLeavesNothingBehind)
     };
     RandomConditions random;
     Memory memory{{"A", {}}, {"B", {}}, {"C", {}}, {"D", {}}};
-    ConditionGraph graph;
+    ConditionNetwork network;
+    ConditionCompiler compiler(network);
     std::map<unsigned, Condition> conditions;
-    std::map<std::string, ConditionGraph::Tag> tags;
+    std::map<std::string, KeyTag> tags;
 
     for (unsigned step = 1; step <= 6000; ++step) {
         if (step % 10 == 0) {
             Condition added{random.text(3), {}, false};
             added.expression = parseCondition(added.text);
-            for (const KRMemory::Watch& watch : graph.add(step, added.text)) {
+            for (const KRMemory::Watch& watch : compiler.add(step, added.text)) {
                 tags[watch.key] = watch.tag;
-                graph.set(watch.tag, memory[watch.key], {});
+                network.set(watch.tag, memory[watch.key], {});
             }
             added.truth = valueOf(added.expression, memory).isTrue();
-            EXPECT_EQ(graph.isTrue(step), added.truth) << added.text;
+            EXPECT_EQ(network.isTrue(compiler.rootOf(step)), added.truth) << added.text;
             conditions.emplace(step, std::move(added));
         }
         if (conditions.size() > 60) {
             const auto victim = std::next(
                 conditions.begin(), static_cast<std::ptrdiff_t>(random.pick(conditions.size())));
-            for (const KRMemory::Watch& watch : graph.remove(victim->first))
+            for (const KRMemory::Watch& watch : compiler.remove(victim->first))
                 tags.erase(watch.key);
             conditions.erase(victim);
         }
@@ -153,40 +155,42 @@ TEST(ConditionGraph, AgreesWithAPlainEvaluatorAndLeavesNothingBehind)
             condition.truth = truth;
         }
         if (tags.count(key)) {
-            ASSERT_EQ(graph.set(tags[key], memory[key], {}), expected) << step;
+            ASSERT_EQ(network.set(tags[key], memory[key], {}), expected) << step;
         }
         for (const auto& [id, condition] : conditions)
-            ASSERT_EQ(graph.isTrue(id), condition.truth) << condition.text;
+            ASSERT_EQ(network.isTrue(compiler.rootOf(id)), condition.truth) << condition.text;
     }
     for (const auto& [id, condition] : conditions)
-        graph.remove(id);
-    EXPECT_EQ(graph.size(), 0U);
-    EXPECT_THAT(graph.watches(), IsEmpty());
+        compiler.remove(id);
+    EXPECT_EQ(network.size(), 0U);
+    EXPECT_THAT(network.watches(), IsEmpty());
 }
 
-TEST(ConditionGraph, WhatMeansTheSameIsOneNode)
+TEST(ConditionNetwork, WhatMeansTheSameIsOneNode)
 {
-    ConditionGraph graph;
+    ConditionNetwork network;
+    ConditionCompiler compiler(network);
     unsigned id = 0;
     for (const char* same :
          {"'A' == 1 && 'B'", "'B' && 1.0 == 'A'", "!(!'B' || 'A' != true)",
           "('B' && 'A' == 1) == true", "('A' == 1 && 'B' && true || false) > 0"}) {
-        graph.add(++id, same);
-        EXPECT_EQ(graph.size(), 3U) << same;
+        compiler.add(++id, same);
+        EXPECT_EQ(network.size(), 3U) << same;
     }
 }
 
-TEST(ConditionGraph, ChangedConditionsAreAscendingHoweverManyAndHoweverFarApart)
+TEST(ConditionNetwork, ChangedConditionsAreAscendingHoweverManyAndHoweverFarApart)
 {
     for (const unsigned count : {3U, 5U, 64U, 65U, 300U})
         for (const unsigned apart : {1U, 300U}) {
             SCOPED_TRACE(std::to_string(count) + " " + std::to_string(apart));
-            ConditionGraph graph;
-            ConditionGraph::Tag a = 0;
+            ConditionNetwork network;
+            ConditionCompiler compiler(network);
+            KeyTag a = 0;
             unsigned next = 70;
             std::vector<unsigned> ids;
             const auto remove = [&](std::size_t i) {
-                graph.remove(ids[i]);
+                compiler.remove(ids[i]);
                 ids.erase(ids.begin() + static_cast<std::ptrdiff_t>(i));
             };
             for (const int value : {1, 0, 1, 0}) {
@@ -196,30 +200,31 @@ TEST(ConditionGraph, ChangedConditionsAreAscendingHoweverManyAndHoweverFarApart)
                     ids.push_back(next);
                     const std::string other =
                         ids.size() % 2 ? " && !'N" + std::to_string(next) + "'" : "";
-                    for (const KRMemory::Watch& watch : graph.add(next, "'A' == 1" + other))
+                    for (const KRMemory::Watch& watch : compiler.add(next, "'A' == 1" + other))
                         a = watch.key == "A" ? watch.tag : a;
                 }
-                EXPECT_EQ(graph.set(a, value, {}), ids);
+                EXPECT_EQ(network.set(a, value, {}), ids);
             }
             for (int value = 1; ids.size() > 1; value = 1 - value) {
                 for (std::size_t i = 0; i < ids.size(); ++i)
                     remove(i);
-                EXPECT_EQ(graph.set(a, value, {}), ids);
+                EXPECT_EQ(network.set(a, value, {}), ids);
             }
         }
 }
 
-TEST(ConditionGraph, TheDeepestConditionThatParsesIsHandled)
+TEST(ConditionNetwork, TheDeepestConditionThatParsesIsHandled)
 {
     std::string text = "'A'";
     for (std::size_t i = 0; i < kMaxConditionDepth; ++i)
         text.insert(0, "('B'||'C'&&'D'==").append("<2<2)");
-    ConditionGraph graph;
-    for (const KRMemory::Watch& watch : graph.add(1, text))
-        graph.set(watch.tag, KRValue(watch.key == "C" || watch.key == "D"), {});
-    EXPECT_TRUE(graph.isTrue(1));
-    graph.remove(1);
-    EXPECT_EQ(graph.size(), 0U);
+    ConditionNetwork network;
+    ConditionCompiler compiler(network);
+    for (const KRMemory::Watch& watch : compiler.add(1, text))
+        network.set(watch.tag, KRValue(watch.key == "C" || watch.key == "D"), {});
+    EXPECT_TRUE(network.isTrue(compiler.rootOf(1)));
+    compiler.remove(1);
+    EXPECT_EQ(network.size(), 0U);
 }
 
 }  // namespace

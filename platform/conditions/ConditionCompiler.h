@@ -1,0 +1,115 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <string>
+#include <tsl/robin_set.h>
+#include <tuple>
+#include <variant>
+#include <vector>
+
+#include "platform/conditions/ConditionNetwork.h"
+#include "platform/conditions/ConditionParser.h"
+#include "platform/conditions/IdTable.h"
+#include "platform/conditions/KeySlot.h"
+#include "platform/conditions/NetworkNode.h"
+#include "platform/conditions/SmallList.h"
+#include "platform/kr/KRMemory.h"
+#include "platform/kr/KRValue.h"
+#include "platform/vo/TextIndex.h"
+
+namespace KR {
+
+/// Turns the texts of conditions into nodes of a ConditionNetwork, and takes back those that no
+/// condition needs any more.
+///
+/// What means the same is one node. Conditions of the same text are compiled once, to one root.
+/// Within and across texts there is one leaf a comparison, however it is spelt, and one conjunction
+/// a set of fanins (structural hashing). Negation is free: it lies in the edge. A disjunction is a
+/// negated conjunction of negations; a comparison of truths is spelt out with both; what is
+/// constant, doubled or contradicts itself is simplified away.
+///
+/// Not synchronised: a part of ConditionChecker.
+class ConditionCompiler {
+public:
+    /// The network has no other compiler, and outlives it.
+    explicit ConditionCompiler(ConditionNetwork& network);
+    ConditionCompiler(const ConditionCompiler&) = delete;
+    ConditionCompiler& operator=(const ConditionCompiler&) = delete;
+
+    /// Adds a condition under a new id, greater than those before. Returns the keys that no
+    /// condition has read so far; their values are unknown until they are set. Throws
+    /// ConditionSyntaxError, and adds nothing, for a text that does not parse.
+    std::vector<KRMemory::Watch> add(unsigned id, const std::string& text);
+    /// Removes a condition that was added. Returns the keys that nobody reads any more.
+    std::vector<KRMemory::Watch> remove(unsigned id);
+
+    /// The edge whose truth is that of a condition that was added.
+    Edge rootOf(unsigned id) const { return (*roots_.find(id))->edge; }
+
+private:
+    using Watches = std::vector<KRMemory::Watch>;
+    using Fanins = std::vector<Edge>;
+
+    /// The conditions of one text.
+    struct Root {
+        std::string text;
+        Edge edge;
+        std::uint32_t conditions = 0;  ///< how many
+        SmallList<KeyTag> tags;        ///< of its keys
+    };
+    struct TextOf {
+        const std::string& operator()(const Root& root) const { return root.text; }
+    };
+
+    struct FaninsHash {
+        const ConditionNetwork* network;
+        std::size_t operator()(const Fanins& fanins) const;
+        std::size_t operator()(NodeId conjunction) const;
+    };
+    struct SameFanins {
+        using is_transparent = void;
+        const ConditionNetwork* network;
+        bool operator()(NodeId a, NodeId b) const { return a == b; }
+        bool operator()(NodeId conjunction, const Fanins& fanins) const;
+        bool operator()(const Fanins& fanins, NodeId conjunction) const;
+    };
+    using Pair = std::tuple<KeyTag, Expression::Kind, KeyTag>;
+
+    /// What one side of a comparison is.
+    using Operand = std::variant<KRValue, KeySlot*, Edge>;
+
+    Root& makeRoot(const std::string& text, Watches& added);
+    void collectKeys(const Expression& expression, Root& root, Watches& added);
+    KeySlot& readKey(const std::string& key, Watches& added);
+    void releaseRoot(Root& root, Watches& removed);
+    void removeIfUnused(NodeId id);
+
+    Edge compile(const Expression& expression);
+    Operand operandOf(const Expression& expression);
+    Edge truthOf(const Operand& operand);
+    Edge comparison(Expression::Kind kind, const Operand& left, const Operand& right);
+    Edge literalComparison(Expression::Kind kind, KeySlot& slot, const KRValue& literal);
+    Edge keyComparison(Expression::Kind kind, KeySlot& left, KeySlot& right);
+    Edge choice(Edge selector, Edge yes, Edge no);
+    Edge conjunction(Fanins fanins);
+    Edge disjunction(Fanins fanins);
+    NodeId make(NodeDefinition definition);
+
+    ConditionNetwork& network_;
+    std::deque<Root> rootStore_;
+    std::vector<Root*> freeRoots_;
+    vo::TextIndex<Root, TextOf> texts_;
+    IdTable<Root*> roots_;  ///< by condition
+
+    // Leaves that are not found by their key alone, and conjunctions, by what they mean.
+    std::map<Pair, NodeId> pairs_;
+    tsl::robin_set<NodeId, FaninsHash, SameFanins, std::allocator<NodeId>, true> conjunctions_;
+
+    std::vector<NodeId> made_;  ///< by this add; empty between the calls
+};
+
+}  // namespace KR

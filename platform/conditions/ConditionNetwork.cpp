@@ -1,0 +1,226 @@
+#include "platform/conditions/ConditionNetwork.h"
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+#include <variant>
+
+#include "platform/conditions/Comparison.h"
+
+namespace KR {
+
+namespace {
+
+void addPair(KeySlot& slot, NodeId leaf)
+{
+    if (!slot.pairs)
+        slot.pairs = std::make_unique<SmallList<NodeId>>();
+    slot.pairs->push_back(leaf);
+}
+
+}  // namespace
+
+ConditionNetwork::ConditionNetwork()
+{
+    nodes_.emplace_back().truth = true;
+    definitions_.emplace_back();
+}
+
+std::vector<KRMemory::Watch> ConditionNetwork::watches() const
+{
+    std::vector<KRMemory::Watch> watches;
+    watches.reserve(slots_.size());
+    slots_.forEach([&](KeyTag tag, const KeySlot& slot) {
+        watches.push_back({*slot.key, tag, &slot});
+    });
+    return watches;
+}
+
+KeySlot& ConditionNetwork::addKey(const std::string& key)
+{
+    KeySlot& slot = slots_.add(++lastTag_);
+    slot.key = std::make_unique<const std::string>(key);
+    slot.tag = lastTag_;
+    keys_.insert(slot);
+    return slot;
+}
+
+void ConditionNetwork::removeKey(KeySlot& slot)
+{
+    keys_.erase(slot);
+    slots_.erase(slot.tag);
+}
+
+NodeId ConditionNetwork::add(NodeDefinition definition)
+{
+    auto id = static_cast<NodeId>(nodes_.size());
+    if (free_.empty()) {
+        nodes_.emplace_back();
+        definitions_.push_back(std::move(definition));
+    } else {
+        id = free_.back();
+        free_.pop_back();
+        definitions_[id] = std::move(definition);
+    }
+    std::visit([this, id](const auto& d) { link(id, d); }, definitions_[id]);
+    return id;
+}
+
+NodeDefinition ConditionNetwork::remove(NodeId id)
+{
+    NodeDefinition definition = std::exchange(definitions_[id], NodeDefinition());
+    nodes_[id] = NetworkNode();
+    free_.push_back(id);
+    std::visit([this, id](const auto& d) { unlink(id, d); }, definition);
+    return definition;
+}
+
+void ConditionNetwork::link(NodeId id, const KeyTruth& leaf)
+{
+    nodes_[id].truth = leaf.key->now.value.isTrue();
+    leaf.key->truth = id;
+}
+
+void ConditionNetwork::unlink(NodeId /*id*/, const KeyTruth& leaf)
+{
+    leaf.key->truth = kConstant;
+}
+
+void ConditionNetwork::link(NodeId id, const LiteralComparison& leaf)
+{
+    const bool truth = holds(leaf.comparison, leaf.key->now.value, leaf.literal);
+    nodes_[id].truth = truth;
+    leaf.key->literals.add(leaf.comparison, leaf.literal, id, truth);
+}
+
+void ConditionNetwork::unlink(NodeId id, const LiteralComparison& leaf)
+{
+    leaf.key->literals.erase(leaf.comparison, leaf.literal, id);
+}
+
+void ConditionNetwork::link(NodeId id, const KeyComparison& leaf)
+{
+    nodes_[id].truth = holds(leaf.comparison, leaf.left->now.value, leaf.right->now.value);
+    addPair(*leaf.left, id);
+    if (leaf.left != leaf.right)
+        addPair(*leaf.right, id);
+}
+
+void ConditionNetwork::unlink(NodeId id, const KeyComparison& leaf)
+{
+    leaf.left->pairs->erase(id);
+    if (leaf.left != leaf.right)
+        leaf.right->pairs->erase(id);
+}
+
+void ConditionNetwork::link(NodeId id, const Conjunction& conjunction)
+{
+    NetworkNode& node = nodes_[id];
+    for (const Edge fanin : conjunction.fanins) {
+        NetworkNode& below = nodes_[fanin.node()];
+        node.falseFanins += isTrue(fanin) ? 0 : 1;
+        node.level = std::max(node.level, static_cast<std::uint16_t>(below.level + 1));
+        below.fanouts.push_back(Fanout::to(Edge(id, fanin.negated())));
+    }
+    node.truth = node.falseFanins == 0;
+    if (pending_.size() <= node.level)
+        pending_.resize(node.level + std::size_t{1});
+}
+
+void ConditionNetwork::unlink(NodeId id, const Conjunction& conjunction)
+{
+    for (const Edge fanin : conjunction.fanins)
+        nodes_[fanin.node()].fanouts.erase(Fanout::to(Edge(id, fanin.negated())));
+}
+
+void ConditionNetwork::attach(unsigned condition, Edge root)
+{
+    nodes_[root.node()].fanouts.push_back(Fanout::to(condition));
+}
+
+void ConditionNetwork::detach(unsigned condition, Edge root)
+{
+    nodes_[root.node()].fanouts.erase(Fanout::to(condition));
+}
+
+const std::vector<unsigned>& ConditionNetwork::set(KeyTag tag, const KRValue& value,
+                                                   vo::TimePoint time)
+{
+    changed_.clear();
+    KeySlot* const slot = slots_.find(tag);
+    if (!slot)
+        return changed_;
+    if (slot->literals.isIndexed())
+        flipIndexed(*slot, value);
+    slot->now.value = value;
+    slot->now.time = time;
+
+    if (slot->truth && nodes_[slot->truth].truth != value.isTrue())
+        flip(slot->truth);
+    slot->literals.flipUnindexed(value, [this](NodeId leaf) { flip(leaf); });
+    if (slot->pairs)
+        flipPairs(*slot);
+    if (pendingCount_ > 0)
+        propagate();
+    sorter_.sort(changed_);
+    return changed_;
+}
+
+void ConditionNetwork::flipIndexed(const KeySlot& slot, const KRValue& after)
+{
+    leafFlips_.clear();
+    slot.literals.collectFlips(slot.now.value, after, leafFlips_);
+    for (const NodeId leaf : leafFlips_)
+        flip(leaf);
+}
+
+void ConditionNetwork::flipPairs(const KeySlot& slot)
+{
+    for (const NodeId leaf : *slot.pairs) {
+        const auto& pair = std::get<KeyComparison>(definitions_[leaf]);
+        if (nodes_[leaf].truth !=
+            holds(pair.comparison, pair.left->now.value, pair.right->now.value))
+            flip(leaf);
+    }
+}
+
+void ConditionNetwork::flip(NodeId id)
+{
+    NetworkNode& node = nodes_[id];
+    node.truth = !node.truth;
+    for (const Fanout fanout : node.fanouts) {
+        if (fanout.isCondition()) {
+            changed_.push_back(fanout.condition());
+            continue;
+        }
+        const Edge output = fanout.conjunction();
+        NetworkNode& above = nodes_[output.node()];
+        if (node.truth == output.negated())
+            ++above.falseFanins;
+        else
+            --above.falseFanins;
+        if (!above.pending && (above.falseFanins == 0) != above.truth) {
+            above.pending = true;
+            pending_[above.level].push_back(output.node());
+            ++pendingCount_;
+        }
+    }
+}
+
+// Every fanin of a node has a lower level, so it has its final truth when the node's turn comes. A
+// node may find then that what made it pending has been undone.
+void ConditionNetwork::propagate()
+{
+    for (auto level = pending_.begin(); pendingCount_ > 0; ++level) {
+        for (const NodeId id : *level) {
+            NetworkNode& node = nodes_[id];
+            node.pending = false;
+            if ((node.falseFanins == 0) != node.truth)
+                flip(id);
+        }
+        pendingCount_ -= level->size();
+        level->clear();
+    }
+}
+
+}  // namespace KR

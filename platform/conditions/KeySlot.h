@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "platform/conditions/LiteralLeaves.h"
+#include "platform/conditions/NetworkNode.h"
+#include "platform/conditions/SmallList.h"
+#include "platform/kr/KRMemory.h"
+#include "platform/vo/Cache.h"
+
+namespace KR {
+
+/// Names a key's slot; never 0, and never given twice.
+using KeyTag = std::uint32_t;
+
+/// A key that conditions read: what it was set to last, and the leaves that depend on it. It takes
+/// two lines of the processor's cache.
+struct alignas(2 * vo::kCacheLine) KeySlot {
+    KRMemory::Snapshot now = {};
+    NodeId truth = kConstant;  ///< the leaf that is the key's truth value
+    KeyTag tag = 0;
+    LiteralLeaves literals;
+    std::unique_ptr<SmallList<NodeId>> pairs;  ///< comparisons with keys; null until there is one
+    std::unique_ptr<const std::string> key;
+    std::uint32_t readers = 0;  ///< condition texts that read it
+};
+static_assert(sizeof(KeySlot) == 2 * vo::kCacheLine);
+
+}  // namespace KR
