@@ -86,7 +86,7 @@ void Player::perform(const ScenarioDeed& deed)
 {
     switch (deed.kind) {
         case ScenarioDeed::Kind::raise:
-            host_.memory().raiseEvent(deed.text, deed.value);
+            host_.memory().raiseEvent(deed.text, deed.value, host_.memory().writer("scenario"));
             break;
         case ScenarioDeed::Kind::call: {
             const StepResult result = attempt([&] { return callResult(*deed.call); });

@@ -22,6 +22,9 @@ struct EventRule {
 struct KeyChanged {
     std::string key;
     KRValue value;
+    /// Who wrote it: as it said itself, else the only one that publishes the key; "" when that is
+    /// not known.
+    std::string writer = {};
 };
 
 /// A rule was hit; what becomes of it follows.

@@ -1,6 +1,7 @@
 #include "life/EventStream.h"
 
 #include "platform/kr/KRMemory.h"
+#include "platform/kr/KeyCatalogue.h"
 #include "platform/vo/Executor.h"
 
 namespace KR {
@@ -116,7 +117,11 @@ void EventStream::takeMemory()
         if (change.value == last)
             continue;
         last = change.value;
-        append(change.time, KeyChanged{keys_[change.tag], change.value});
+        const std::string& key = keys_[change.tag];
+        std::string writer = broker_->memory().writerName(change.writer);
+        if (writer.empty())
+            writer = broker_->keys().onlyPublisher(key);
+        append(change.time, KeyChanged{key, change.value, std::move(writer)});
     }
 }
 

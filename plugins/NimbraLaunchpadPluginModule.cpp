@@ -20,7 +20,7 @@ NimbraLaunchpadPluginModule::NimbraLaunchpadPluginModule(boost::shared_ptr<KRBro
 {
     name_ = name;
     try {
-        memoryProxy_ = boost::make_shared<KRMemoryProxy>(getParentBroker());
+        memoryProxy_ = boost::make_shared<KRMemoryProxy>(getParentBroker(), getName());
     } catch (const KRError& e) {
         logger.warning("NimbraLaunchpadPluginModule",
                        std::string("error at initialisation. Got: ") + e.what());

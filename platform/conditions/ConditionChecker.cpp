@@ -114,7 +114,7 @@ void ConditionChecker::Impl::resetChecks()
     takeChanges(*run_);
     if (run_->next == run_->queue.size())
         forgetTruths();
-    run_->queue.push_back({kEvaluate, {}, true});
+    run_->queue.push_back({kEvaluate, {}, {}, true});
     postWork();
 }
 
@@ -137,7 +137,7 @@ void ConditionChecker::Impl::run(vo::Duration period, bool once)
     setAll(watches, data.watch(run_->feed, watches));
     run_->followed = lastId_;
     // Ahead of the changes that are raised from here on.
-    run_->queue.push_back({kEvaluate, {}, {}});
+    run_->queue.push_back({kEvaluate, {}, {}, {}});
     postWork();
     if (!once && period > vo::Duration::zero())
         run_->tick = executor_->post([this, number = run_->number] { repeat(number); }, period);

@@ -119,7 +119,7 @@ void ConditionChecker::Impl::enqueueAdded(unsigned id)
     takeChanges(*run_);
     std::vector<MemoryChange>& queue = run_->queue;
     if (queue.empty() || !isOfAdded(queue.back()))
-        queue.push_back({kEvaluate, {}, {}});
+        queue.push_back({kEvaluate, {}, {}, {}});
     queue.back().value = KRValue(id);
     postWork();
 }

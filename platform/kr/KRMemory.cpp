@@ -116,13 +116,30 @@ std::vector<std::string> KRMemory::getDeclarers(const std::string& key) const
     return place == impl_->declarers.end() ? std::vector<std::string>() : place->second;
 }
 
-void KRMemory::raiseEvent(const std::string& key, const KRValue& value)
+MemoryWriter KRMemory::writer(const std::string& name)
+{
+    const vo::Lock lock(impl_->mutex);
+    std::vector<std::string>& writers = impl_->writers;
+    const auto place = std::find(writers.begin(), writers.end(), name);
+    const auto id = static_cast<std::uint32_t>(place - writers.begin());
+    if (place == writers.end())
+        writers.push_back(name);
+    return {id};
+}
+
+std::string KRMemory::writerName(MemoryWriter writer) const
+{
+    const vo::SharedLock lock(impl_->mutex);
+    return impl_->writers.at(writer.id);
+}
+
+void KRMemory::raiseEvent(const std::string& key, const KRValue& value, MemoryWriter writer)
 {
     checkKey("raiseEvent", key);
     Impl::Recipients recipients;
     {
         const vo::Lock lock(impl_->mutex);
-        impl_->write(key, value, recipients);
+        impl_->write(key, value, writer, recipients);
     }
     for (const Impl::Recipient& recipient : recipients)
         if (recipient.wake)
@@ -130,7 +147,8 @@ void KRMemory::raiseEvent(const std::string& key, const KRValue& value)
 }
 
 // The stamp is taken under the lock, so that stamps are in the order of the writes.
-void KRMemory::Impl::write(const std::string& key, const KRValue& value, Recipients& recipients)
+void KRMemory::Impl::write(const std::string& key, const KRValue& value, MemoryWriter writer,
+                           Recipients& recipients)
 {
     MemorySlot& slot = slots.at(key);
     for (const MemorySlot::Watcher& watcher : slot.watchers)
@@ -140,7 +158,7 @@ void KRMemory::Impl::write(const std::string& key, const KRValue& value, Recipie
     bool expired = false;
     for (const MemorySlot::Watcher& watcher : slot.watchers) {
         if (auto feed = watcher.feed.lock()) {
-            const bool wake = feed->append({watcher.tag, time, value});
+            const bool wake = feed->append({watcher.tag, writer, time, value});
             recipients.push_back({std::move(feed), wake});
         } else {
             expired = true;

@@ -53,8 +53,12 @@ public:
     /// Who declared a key, in the order of declaration.
     std::vector<std::string> getDeclarers(const std::string& key) const;
 
-    /// Writes a value and delivers it.
-    void raiseEvent(const std::string& key, const KRValue& value);
+    /// Writes a value and delivers it. Who writes may say so.
+    void raiseEvent(const std::string& key, const KRValue& value, MemoryWriter writer = {});
+    /// Somebody who writes, by name; the same for the same name, while the memory lives.
+    MemoryWriter writer(const std::string& name);
+    /// "" for nobody.
+    std::string writerName(MemoryWriter writer) const;
 
     /// The last values of a key, oldest first, as an array of arrays [value, time]; time is an
     /// int, the whole seconds of the application's life (see lifeTime) at which it was raised. A

@@ -28,8 +28,8 @@ public:
     };
     using Recipients = boost::container::small_vector<Recipient, 4>;
 
-    void write(const std::string& key, const KRValue& value, Recipients& recipients)
-        VO_REQUIRES(mutex);
+    void write(const std::string& key, const KRValue& value, MemoryWriter writer,
+               Recipients& recipients) VO_REQUIRES(mutex);
     std::int64_t lifeTime() const;
     /// The subscriber of a module that is registered under its name now.
     ModuleSubscriber& subscriberOf(const std::shared_ptr<vo::ServiceObject>& module,
@@ -47,6 +47,7 @@ public:
     MemoryTable slots VO_GUARDED_BY(mutex);
     /// Who declared a key, in the order of declaration.
     std::unordered_map<std::string, std::vector<std::string>> declarers VO_GUARDED_BY(mutex);
+    std::vector<std::string> writers VO_GUARDED_BY(mutex){""};  ///< by id
 
     // Comes before `mutex`: a subscription and its watch change together.
     vo::Mutex subscribersMutex VO_ACQUIRED_BEFORE(mutex);

@@ -13,6 +13,12 @@ KRMemoryProxy::KRMemoryProxy(boost::shared_ptr<KRBroker> broker) : broker_(std::
         throw KRError("KRMemoryProxy", "KRMemoryProxy", "there is no broker");
 }
 
+KRMemoryProxy::KRMemoryProxy(boost::shared_ptr<KRBroker> broker, const std::string& writer)
+    : KRMemoryProxy(std::move(broker))
+{
+    writer_ = broker_->memory().writer(writer);
+}
+
 KRValue KRMemoryProxy::getData(const std::string& key) const
 {
     return broker_->memory().getData(key);
@@ -40,7 +46,7 @@ void KRMemoryProxy::declareEvent(const std::string& key, const std::string& decl
 
 void KRMemoryProxy::raiseEvent(const std::string& key, const KRValue& value) const
 {
-    broker_->memory().raiseEvent(key, value);
+    broker_->memory().raiseEvent(key, value, writer_);
 }
 
 void KRMemoryProxy::subscribeToMicroEvent(const std::string& key, const std::string& module,

@@ -15,6 +15,8 @@ class KRBroker;
 class KRMemoryProxy {
 public:
     explicit KRMemoryProxy(boost::shared_ptr<KRBroker> broker);
+    /// What is written through it is written by `writer`.
+    KRMemoryProxy(boost::shared_ptr<KRBroker> broker, const std::string& writer);
 
     KRValue getData(const std::string& key) const;
     KRValue getListData(const std::vector<std::string>& keys) const;
@@ -28,6 +30,7 @@ public:
 
 private:
     boost::shared_ptr<KRBroker> broker_;
+    MemoryWriter writer_;
 };
 
 }  // namespace KR

@@ -200,4 +200,10 @@ std::optional<KeyCatalogue::Entry> KeyCatalogue::find(const std::string& key) co
     return std::nullopt;
 }
 
+std::string KeyCatalogue::onlyPublisher(const std::string& key) const
+{
+    const std::optional<Entry> entry = find(key);
+    return entry && entry->publishers.size() == 1 ? *entry->publishers.begin() : std::string();
+}
+
 }  // namespace KR

@@ -66,6 +66,8 @@ public:
     std::vector<Entry> entries() const;
     /// The entry of a key, or the one that stands for it among others.
     std::optional<Entry> find(const std::string& key) const;
+    /// Who publishes a key, where only one does; "" where nobody or several do.
+    std::string onlyPublisher(const std::string& key) const;
 
 private:
     mutable vo::Mutex mutex_;

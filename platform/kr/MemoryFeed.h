@@ -13,9 +13,15 @@
 
 namespace KR {
 
+/// Who writes to memory: see KRMemory::writer. The one that is made by default stands for nobody.
+struct MemoryWriter {
+    std::uint32_t id = 0;
+};
+
 /// One change of a watched key, as it stood in memory at that moment.
 struct MemoryChange {
     std::uint32_t tag;  ///< what the watcher gave to KRMemory::watch for this key
+    MemoryWriter writer;
     vo::TimePoint time;
     KRValue value;
 };

@@ -2,7 +2,8 @@
 #include <thread>
 
 #include "life/EventStream.h"
-#include "platform/kr/KRMemory.h"
+#include "platform/kr/KRMemoryProxy.h"
+#include "platform/kr/KeyCatalogue.h"
 #include "tests/support/Deadline.h"
 #include "tests/support/Testing.h"
 #include "tests/support/VirtualPlatform.h"
@@ -56,6 +57,29 @@ TEST_F(EventStreamTest, MemorysChangesComeBeforeWhatIsPublishedAfterThem)
     EXPECT_EQ(told.size(), 8U);
     EXPECT_THAT(std::vector<std::string>(told.begin() + 5, told.end()),
                 ElementsAre("a 5", "b 1", "y"));
+}
+
+TEST_F(EventStreamTest, WriteNamesWhoSaidSoOrElseTheOnlyOneWhoPublishesTheKey)
+{
+    KRMemory& memory = platform.memory();
+    for (const auto& [key, publisher] : {std::pair("one", "p"), {"two", "p"}, {"two", "q"}})
+        platform.broker->keys().addPublished(KeyDescription::integer(key, ""), publisher);
+    stream.follow(platform.broker, {"one", "two"});
+    std::vector<std::string> writers;
+    const auto write = [&](const auto& raise) {
+        raise("one");
+        raise("two");
+        stream.flush();
+    };
+    stream.happened.connect(
+        [&](const Event& event) { writers.push_back(std::get<KeyChanged>(event.what).writer); });
+    const MemoryWriter other = memory.writer("other");
+    const KRMemoryProxy mine(platform.broker, "mine");
+    write([&](const char* key) { memory.raiseEvent(key, 1); });
+    write([&](const char* key) { memory.raiseEvent(key, 2, memory.writer("other")); });
+    write([&](const char* key) { mine.raiseEvent(key, 3); });
+    write([&](const char* key) { memory.raiseEvent(key, 4, other); });
+    EXPECT_THAT(writers, ElementsAre("p", "", "other", "other", "mine", "mine", "other", "other"));
 }
 
 TEST_F(EventStreamTest, ReceiverPublishesBehindWhatItIsToldAndIsNotWaitedFor)

@@ -82,7 +82,7 @@ struct SenseTest : testing::Test {
         std::vector<MemoryChange> changes;
         platform.memory().take(*feed, changes);
         std::string text;
-        for (const auto& [tag, time, value] : changes)
+        for (const auto& [tag, writer, time, value] : changes)
             text += (text.empty() ? "" : " ") + names[tag] + "=" +
                     (value.isString() ? "'" + value.toString() + "'" : value.toDisplayString());
         return text;
