@@ -19,7 +19,7 @@ using KeyTag = std::uint32_t;
 /// two lines of the processor's cache.
 struct alignas(2 * vo::kCacheLine) KeySlot {
     KRMemory::Snapshot now = {};
-    NodeId truth = kConstant;  ///< the leaf that is the key's truth value
+    NodeId truth = kConstant;  ///< the leaf of the key's truth value; kConstant while there is none
     KeyTag tag = 0;
     LiteralLeaves literals;
     std::unique_ptr<SmallList<NodeId>> pairs;  ///< comparisons with keys; null until there is one

@@ -55,9 +55,12 @@ void LiteralLeaves::collectFlips(const KRValue& before, const KRValue& after,
 {
     const ThresholdIndex* const indexBefore = indexes_->of(before);
     const ThresholdIndex* const indexAfter = indexes_->of(after);
-    for (const ThresholdIndex* index : {&indexes_->numbers, &indexes_->texts})
-        index->collectFlips(index == indexBefore ? &before : nullptr,
-                            index == indexAfter ? &after : nullptr, flips);
+    const auto collect = [&](const ThresholdIndex& index) {
+        index.collectFlips(indexBefore == &index ? &before : nullptr,
+                           indexAfter == &index ? &after : nullptr, flips);
+    };
+    collect(indexes_->numbers);
+    collect(indexes_->texts);
 }
 
 }  // namespace KR

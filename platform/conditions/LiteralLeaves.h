@@ -28,8 +28,7 @@ public:
     void erase(Expression::Kind comparison, const KRValue& literal, NodeId leaf);
 
     bool isIndexed() const { return indexes_ != nullptr; }
-    /// Appends the leaves whose truth flips when the key's value changes; of those that are
-    /// indexed.
+    /// Appends the leaves whose truth flips when the key's value changes. Where they are indexed.
     void collectFlips(const KRValue& before, const KRValue& after,
                       std::vector<NodeId>& flips) const;
     /// Calls `flip(leaf)` for each leaf whose truth flips by the key's new value; of those that are
