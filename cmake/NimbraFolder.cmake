@@ -1,3 +1,32 @@
+# nimbra_precompiled(<target> LINKS <libraries> HEADERS <headers>): a target whose headers others
+# have precompiled with nimbra_use_precompiled(<target> <precompiled>). Parsing the standard library
+# takes a third of what compiling a source does. Headers of our own are not among them: a change of
+# one is to rebuild only who includes it.
+function(nimbra_precompiled target)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "LINKS;HEADERS")
+    file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/${target}.cpp CONTENT "// Has no content of its own.\n")
+    add_library(${target} OBJECT ${PROJECT_BINARY_DIR}/${target}.cpp)
+    target_link_libraries(${target} PRIVATE ${arg_LINKS} Threads::Threads)
+    nimbra_common_flags(${target})
+    target_precompile_headers(${target} PRIVATE ${arg_HEADERS})
+endfunction()
+
+function(nimbra_use_precompiled target precompiled)
+    target_precompile_headers(${target} REUSE_FROM ${precompiled})
+endfunction()
+
+# What has to be the same for all who share precompiled headers.
+function(nimbra_common_flags target)
+    target_compile_features(${target} PUBLIC cxx_std_17)
+    set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF POSITION_INDEPENDENT_CODE ON)
+    target_compile_options(${target} PRIVATE
+        # Nobody replaces single functions of our libraries from outside, so they may be inlined.
+        -fno-semantic-interposition
+        # For ccache, which then knows what was precompiled.
+        $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>)
+    nimbra_warnings(${target})
+endfunction()
+
 # nimbra_folder(<target> FOLDER <path> SOURCES <files> [PUBLIC_HEADERS <files>]
 #               [USES <folder targets>] [LINKS <libraries>])
 #
@@ -15,13 +44,10 @@ function(nimbra_folder target)
     file(CREATE_LINK ${PROJECT_SOURCE_DIR}/${arg_FOLDER} ${root}/${arg_FOLDER} SYMBOLIC)
 
     add_library(${target} OBJECT ${arg_SOURCES})
-    target_compile_features(${target} PUBLIC cxx_std_17)
-    set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF POSITION_INDEPENDENT_CODE ON)
+    nimbra_common_flags(${target})
+    nimbra_use_precompiled(${target} nimbra_precompiled_folder)
     target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${root}>)
     target_link_libraries(${target} PUBLIC ${arg_USES} ${arg_LINKS} Threads::Threads)
-    # Nobody replaces single functions of our libraries from outside, so they may be inlined.
-    target_compile_options(${target} PRIVATE -fno-semantic-interposition)
-    nimbra_warnings(${target})
     if(arg_PUBLIC_HEADERS)
         install(FILES ${arg_PUBLIC_HEADERS}
             DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME}/${arg_FOLDER})
@@ -70,11 +96,11 @@ endfunction()
 function(nimbra_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINKS")
     add_executable(${name} ${arg_SOURCES})
-    target_compile_features(${name} PRIVATE cxx_std_17)
-    set_target_properties(${name} PROPERTIES CXX_EXTENSIONS OFF)
+    nimbra_common_flags(${name})
+    target_compile_options(${name} PRIVATE -fPIC)
+    nimbra_use_precompiled(${name} nimbra_precompiled_test)
     target_include_directories(${name} PRIVATE ${PROJECT_BINARY_DIR}/include-roots/tests)
     target_link_libraries(${name} PRIVATE ${arg_LINKS} GTest::gmock GTest::gtest_main)
-    nimbra_warnings(${name})
     # g++ 12 takes whole variants and functions for uninitialised when the address sanitizer is on.
     if(NIMBRA_SANITIZE STREQUAL "address")
         target_compile_options(${name} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)

@@ -76,7 +76,7 @@ void makeFolder(const std::string& folder)
         printOutput("Made the packages folder " + folder + "\n");
     std::error_code unseen;
     if (!fs::is_directory(folder, unseen))
-        throw std::runtime_error(quoted(folder) + " is no folder" +
+        throw std::runtime_error(inQuotes(folder) + " is no folder" +
                                  (error ? ": " + error.message() : ""));
 }
 
@@ -90,7 +90,7 @@ int forEach(const std::vector<std::string>& subjects, const char* verb, const St
         try {
             done = change(subject) + "\n";
         } catch (const std::exception& e) {
-            printError(std::string("cannot ") + verb + " " + quoted(subject) + ": " + e.what());
+            printError(std::string("cannot ") + verb + " " + inQuotes(subject) + ": " + e.what());
             exitCode = 1;
         }
         printOutput(done);
@@ -195,7 +195,7 @@ int showPackage(const PackageOptions& options)
     } catch (const Interrupted&) {
         return 128 + stop.signal();
     } catch (const std::exception& e) {
-        printError("cannot read " + quoted(subject) + ": " + e.what());
+        printError("cannot read " + inQuotes(subject) + ": " + e.what());
         return 1;
     }
     return 0;
@@ -248,7 +248,7 @@ PackageFolder readPackageFolder(const std::string& folder)
 {
     std::error_code error;
     if (!fs::is_directory(folder, error))
-        throw std::runtime_error("there is no packages folder " + quoted(folder) +
+        throw std::runtime_error("there is no packages folder " + inQuotes(folder) +
                                  (error ? ": " + error.message() : ""));
     const PackageStore store(folder);
     PackageFolder found;
@@ -256,7 +256,7 @@ PackageFolder readPackageFolder(const std::string& folder)
         try {
             found.packages.push_back(store.package(name));
         } catch (const std::exception& e) {
-            found.problems.push_back(quoted(store.path(name)) +
+            found.problems.push_back(inQuotes(store.path(name)) +
                                      " is no usable package: " + e.what());
         }
     }

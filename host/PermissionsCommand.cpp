@@ -140,8 +140,8 @@ std::vector<std::string> askedFor(const PermissionsOptions& options, const Packa
     if (options.activity.empty())
         return keys;
     if (isBehavior(options.activity) && std::count(keys.begin(), keys.end(), options.activity) == 0)
-        throw std::runtime_error("no behaviour " + quoted(options.activity) + " is installed in " +
-                                 quoted(options.packages));
+        throw std::runtime_error("no behaviour " + inQuotes(options.activity) +
+                                 " is installed in " + inQuotes(options.packages));
     return {options.activity};
 }
 

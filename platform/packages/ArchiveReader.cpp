@@ -259,7 +259,7 @@ std::optional<ArchiveEntry> ArchiveReader::next()
     const bool isFolder = type == AE_IFDIR;
     path_ = withoutAdornment(pathOf(entry), isFolder);
     if (archive_entry_hardlink(entry) || (type != AE_IFREG && !isFolder))
-        throw std::runtime_error("the path " + KR::quoted(path_) + " is a " + kindName(entry) +
+        throw std::runtime_error("the path " + inQuotes(path_) + " is a " + kindName(entry) +
                                  "; packages have files and folders only");
     const auto size = archive_entry_size_is_set(entry) ? archive_entry_size(entry) : la_int64_t{0};
     return ArchiveEntry{path_, isFolder, (archive_entry_perm(entry) & 0100) != 0,
@@ -271,7 +271,7 @@ std::string_view ArchiveReader::content()
     beforeStep_("read of " + path_);
     const auto size = archive_read_data(source_->get(), block_.data(), block_.size());
     if (size < 0)
-        fail(source_->get(), "the content of " + KR::quoted(path_) + " cannot be read");
+        fail(source_->get(), "the content of " + inQuotes(path_) + " cannot be read");
     return {block_.data(), static_cast<std::size_t>(size)};
 }
 

@@ -10,9 +10,9 @@ void PackageContents::check(const std::string& path) const
 {
     const std::string problem = packagePathProblem(path);
     if (!problem.empty())
-        throw std::runtime_error("the path " + quoted(path) + " " + problem);
+        throw std::runtime_error("the path " + inQuotes(path) + " " + problem);
     if (files_.count(path))
-        throw std::runtime_error("the path " + quoted(path) + " is there twice");
+        throw std::runtime_error("the path " + inQuotes(path) + " is there twice");
 }
 
 std::vector<std::string> PackageContents::addFolder(const std::string& path)
@@ -25,7 +25,7 @@ std::vector<std::string> PackageContents::addFile(const std::string& path)
 {
     check(path);
     if (folders_.count(path))
-        throw std::runtime_error("the path " + quoted(path) + " is both a file and a folder");
+        throw std::runtime_error("the path " + inQuotes(path) + " is both a file and a folder");
     auto added = newFoldersTo(path, 1);
     files_.insert(path);
     return added;
@@ -39,7 +39,8 @@ std::vector<std::string> PackageContents::newFoldersTo(const std::string& path, 
     for (auto end = path.find('/'); end != std::string::npos; end = path.find('/', end + 1)) {
         std::string folder = path.substr(0, end);
         if (files_.count(folder))
-            throw std::runtime_error("the path " + quoted(folder) + " is both a file and a folder");
+            throw std::runtime_error("the path " + inQuotes(folder) +
+                                     " is both a file and a folder");
         if (!folders_.count(folder))
             added.push_back(std::move(folder));
     }

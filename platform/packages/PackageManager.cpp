@@ -133,7 +133,7 @@ std::string PackageManager::installAs(const std::string& source,
     try {
         uuid = store_.install(source, ifInstalled);
     } catch (const std::exception& e) {
-        throw KRError(kServiceName, method, "cannot install " + quoted(source) + ": " + e.what());
+        throw KRError(kServiceName, method, "cannot install " + inQuotes(source) + ": " + e.what());
     }
     rescan();
     return uuid;
@@ -144,7 +144,8 @@ void PackageManager::removePkg(const std::string& uuid)
     try {
         store_.remove(uuid);
     } catch (const std::exception& e) {
-        throw KRError(kServiceName, "removePkg", "cannot remove " + quoted(uuid) + ": " + e.what());
+        throw KRError(kServiceName, "removePkg",
+                      "cannot remove " + inQuotes(uuid) + ": " + e.what());
     }
     rescan();
 }
@@ -205,7 +206,7 @@ std::optional<vo::PackageInfo> PackageManager::read(const std::string& name, con
         problem = e.what();
     }
     if (stampOf(store_.path(name)) == stamp)
-        notes.push_back("Folder " + quoted(store_.path(name)) + " is left out: " + problem);
+        notes.push_back("Folder " + inQuotes(store_.path(name)) + " is left out: " + problem);
     return std::nullopt;
 }
 

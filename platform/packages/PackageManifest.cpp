@@ -88,9 +88,9 @@ Reader::Fields Reader::fields(const YAML::Node& node, const std::string& what,
         const bool isKnown =
             known.size() == 0 || std::find(known.begin(), known.end(), key) != known.end();
         if (!isKnown && !key.empty())
-            note(entry.first, what + " has no " + quoted(key));
+            note(entry.first, what + " has no " + inQuotes(key));
         if (!result.emplace(key, entry.second).second)
-            note(entry.first, what + " has " + quoted(key) + " twice");
+            note(entry.first, what + " has " + inQuotes(key) + " twice");
     }
     return result;
 }
@@ -103,7 +103,7 @@ std::string Reader::text(const YAML::Node& node, const std::string& what)
     else if (node.Scalar().size() > kMaxManifestTextBytes)
         note(node, what + " is longer than " + std::to_string(kMaxManifestTextBytes) + " bytes");
     else if (!isReadableText(node.Scalar()))
-        note(node, what + " is not readable text in UTF-8: " + quoted(node.Scalar()));
+        note(node, what + " is not readable text in UTF-8: " + inQuotes(node.Scalar()));
     else
         return node.Scalar();
     return {};
@@ -152,7 +152,7 @@ void Reader::textsByName(const Fields& parent, const char* key,
     if (field == parent.end())
         return;
     for (const auto& [name, node] : fields(field->second, key))
-        texts(node, quoted(name) + " of " + key,
+        texts(node, inQuotes(name) + " of " + key,
               [&take, &name = name](const std::string& one) { take(name, one); });
 }
 
@@ -183,7 +183,7 @@ vo::PackageInfo Reader::read(const YAML::Node& document, const std::string& fold
     const std::string uuid = requiredText(document, entries, "Uuid");
     const std::string problem = uuid.empty() ? std::string() : uuidProblem(uuid);
     if (!problem.empty())
-        note(entries.at("Uuid"), "the Uuid " + quoted(uuid) + " " + problem);
+        note(entries.at("Uuid"), "the Uuid " + inQuotes(uuid) + " " + problem);
     vo::PackageInfo package(uuid, folder);
     package.setVersion(requiredText(document, entries, "Version"));
     optionalTexts(entries, "SupportedLanguages",
@@ -222,9 +222,9 @@ vo::BehaviorInfo Reader::readBehavior(const YAML::Node& node)
     const std::string path = requiredText(node, entries, "Path");
     const std::string problem = path.empty() ? std::string() : packagePathProblem(path);
     if (!problem.empty())
-        note(entries.at("Path"), "the Path " + quoted(path) + " " + problem);
+        note(entries.at("Path"), "the Path " + inQuotes(path) + " " + problem);
     else if (!path.empty() && !paths_.insert(path).second)
-        note(entries.at("Path"), "the Path " + quoted(path) + " is that of an earlier behaviour");
+        note(entries.at("Path"), "the Path " + inQuotes(path) + " is that of an earlier behaviour");
 
     vo::BehaviorInfo behavior(path);
     if (entries.count("Nature"))

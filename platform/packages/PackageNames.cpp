@@ -49,7 +49,7 @@ bool isReadableText(const std::string& text)
     return true;
 }
 
-std::string quoted(const std::string& text)
+std::string inQuotes(const std::string& text)
 {
     static constexpr char kDigits[] = "0123456789abcdef";
     std::string result = "'";

@@ -20,7 +20,7 @@ bool isReadableText(const std::string& text);
 
 /// A text of outside origin for a message: in single quotes, cut to a sensible length, with every
 /// byte that is not readable as "\xNN".
-std::string quoted(const std::string& text);
+std::string inQuotes(const std::string& text);
 
 /// Why a text cannot be the uuid of a package; "" when it can. It is the name of a folder and the
 /// first part of behaviour keys: letters, digits, ".", "_" and "-" of ASCII, but not "." or "..".

@@ -87,7 +87,7 @@ void copyFile(const std::string& source, const std::string& path, PackageWriter&
     if (::fstat(file.get(), &status) != 0)
         failWithErrno(source);
     if (!S_ISREG(status.st_mode))
-        throw std::runtime_error("the path " + quoted(path) + " is no regular file");
+        throw std::runtime_error("the path " + inQuotes(path) + " is no regular file");
 
     writer.beginFile(path, (status.st_mode & S_IXUSR) != 0);
     std::array<char, kBlockBytes> block;
@@ -118,7 +118,7 @@ void copyFolder(const std::string& source, PackageWriter& writer)
             contents.addFile(path);
             contents.addBytes(entry.file_size());
         } else {
-            throw std::runtime_error("the path " + quoted(path) +
+            throw std::runtime_error("the path " + inQuotes(path) +
                                      " is a link or a special file; packages have files and "
                                      "folders only");
         }
@@ -140,7 +140,7 @@ void checkBehaviors(const vo::PackageInfo& package)
         std::error_code error;
         if (!fs::is_directory(fs::path(package.path()) / behavior.path(), error))
             missing += (missing.empty() ? "" : "\n") +
-                       ("the behaviour " + quoted(behavior.path())) + " has no folder";
+                       ("the behaviour " + inQuotes(behavior.path())) + " has no folder";
     }
     if (!missing.empty())
         throw std::runtime_error(missing);
@@ -210,7 +210,7 @@ void PackageStore::fill(PackageWriter& writer, const std::string& source) const
     std::error_code error;
     const fs::path path = fs::canonical(source, error);
     if (error)
-        throw std::system_error(error, quoted(source));
+        throw std::system_error(error, inQuotes(source));
     if (!fs::is_directory(path)) {
         if (!fs::is_regular_file(path))
             throw std::runtime_error(source + " is neither a folder nor a file");
@@ -227,7 +227,7 @@ void PackageStore::fill(PackageWriter& writer, const std::string& source) const
 void PackageStore::checkTaken(const std::string& uuid, IfInstalled ifInstalled) const
 {
     if (ifInstalled == IfInstalled::refuse && fs::exists(fs::symlink_status(path(uuid))))
-        throw std::runtime_error("a package " + quoted(uuid) + " is installed already");
+        throw std::runtime_error("a package " + inQuotes(uuid) + " is installed already");
 }
 
 void PackageStore::remove(const std::string& uuid) const
@@ -235,7 +235,7 @@ void PackageStore::remove(const std::string& uuid) const
     const std::string target = path(uuid);
     const FileDescriptor packages = lock();
     if (!uuidProblem(uuid).empty() || !fs::is_directory(fs::symlink_status(target)))
-        throw std::runtime_error("no package " + quoted(uuid) + " is installed");
+        throw std::runtime_error("no package " + inQuotes(uuid) + " is installed");
     options_.beforeStep("make a folder aside");
     const StagingFolder aside(folder_, kOldPrefix);
     options_.beforeStep("move the package aside");
@@ -253,7 +253,7 @@ void PackageStore::finish(const FileDescriptor& packages, const std::string& uui
         }
         options_.beforeStep("remove what is left");
     } catch (const std::exception& e) {
-        logger.warning("finish", "After a change of package " + quoted(uuid) + ": " + e.what());
+        logger.warning("finish", "After a change of package " + inQuotes(uuid) + ": " + e.what());
     }
 }
 
@@ -293,7 +293,7 @@ vo::PackageInfo PackageStore::package(const std::string& name) const
 {
     vo::PackageInfo found = readPackageManifest(path(name));
     if (found.uuid() != name)
-        throw std::runtime_error("its package's uuid is " + quoted(found.uuid()) +
+        throw std::runtime_error("its package's uuid is " + inQuotes(found.uuid()) +
                                  ", not the folder's name");
     return found;
 }
