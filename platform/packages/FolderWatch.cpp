@@ -23,16 +23,15 @@ int openInotify()
 }  // namespace
 
 FolderWatch::FolderWatch(std::function<void(const std::string&)> changed)
-    : changed_(std::move(changed)), inotify_(io_, openInotify())
+    : changed_(std::move(changed)), inotify_(io_->context(), openInotify())
 {
-    read();
-    thread_ = std::thread([this] { io_.run(); });
+    io_->call([this] { read(); });
 }
 
 FolderWatch::~FolderWatch()
 {
-    io_.stop();
-    thread_.join();
+    io_->call([this] { inotify_.close(); });
+    io_->call([] {});  // a report that was ready then has been made
 }
 
 void FolderWatch::watch(const std::string& folder)

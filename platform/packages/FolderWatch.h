@@ -1,20 +1,21 @@
 #pragma once
 
 #include <array>
-#include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <functional>
+#include <memory>
 #include <string>
 #include <sys/inotify.h>
-#include <thread>
+
+#include "platform/packages/IoThread.h"
 
 namespace KR {
 
 /// Notices that the entries of folders change, whoever changes them: an entry appears, disappears,
 /// or has been written; or the folder itself goes. What lies deeper is not watched.
 ///
-/// Thread-safe. The callback comes on a thread of its own, whatever the clock, until the destructor
-/// has returned; it throws nothing.
+/// Thread-safe. The callback comes on the IoThread until the destructor has returned; it throws
+/// nothing.
 class FolderWatch {
 public:
     /// `changed` gets the name of the entry, "" where it is not known or the folder itself is
@@ -34,12 +35,10 @@ private:
 
     // Constant after construction.
     const std::function<void(const std::string&)> changed_;
-    boost::asio::io_context io_;
+    const std::shared_ptr<IoThread> io_ = IoThread::shared();
     boost::asio::posix::stream_descriptor inotify_;
     // Used on the thread only.
     alignas(inotify_event) std::array<char, 4096> buffer_ = {};
-
-    std::thread thread_;
 };
 
 }  // namespace KR

@@ -7,6 +7,7 @@
 
 #include "platform/kr/KRError.h"
 #include "platform/packages/BehaviorProcess.h"
+#include "platform/packages/IoThread.h"
 #include "platform/vo/Log.h"
 #include "platform/vo/ServiceObject.h"
 
@@ -92,8 +93,7 @@ KRBehaviorManager::KRBehaviorManager(vo::Session& session, std::shared_ptr<vo::C
       findPackage_(std::move(findPackage)),
       options_(std::move(options)),
       graceTimer_(clock_->makeExecutor("behaviour grace", vo::Clock::Threading::shared)),
-      ioWork_(boost::asio::make_work_guard(io_)),
-      ioThread_([this] { io_.run(); })
+      io_(IoThread::shared())
 {
     registerService(session);
 }
@@ -103,8 +103,7 @@ KRBehaviorManager::~KRBehaviorManager()
     session_.unregisterService(kServiceName);
     stopAndWait(getRunningBehaviors());
     graceTimer_->close();
-    ioWork_.reset();
-    ioThread_.join();
+    io_->call([] {});  // the news of the last end have been passed on
 }
 
 void KRBehaviorManager::registerService(vo::Session& session)
@@ -193,7 +192,8 @@ void KRBehaviorManager::run(const std::string& key)
     constexpr auto kMethod = "startBehavior";
     const auto package = findPackage(key, kMethod);
     const auto program = checkedProgram(package, key, kMethod);
-    const auto process = BehaviorProcess::start(io_, {options_.guard, package.path(), program});
+    const auto process =
+        BehaviorProcess::start(io_->context(), {options_.guard, package.path(), program});
     {
         vo::Lock lock(mutex_);
         entries_[key].process = process;

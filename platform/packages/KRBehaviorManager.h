@@ -1,14 +1,11 @@
 #pragma once
 
-#include <boost/asio/executor_work_guard.hpp>
-#include <boost/asio/io_context.hpp>
 #include <condition_variable>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "platform/vo/Clock.h"
@@ -21,6 +18,7 @@
 namespace KR {
 
 class BehaviorProcess;
+class IoThread;
 
 /// Runs installed behaviours: the service "KRBehaviorManager".
 ///
@@ -106,6 +104,7 @@ private:
     const FindPackage findPackage_;
     const Options options_;
     const std::shared_ptr<vo::Executor> graceTimer_;
+    const std::shared_ptr<IoThread> io_;
 
     // Synchronised by themselves.
     vo::Signal<std::string, int> ended_;
@@ -115,12 +114,6 @@ private:
     Entries entries_ VO_GUARDED_BY(mutex_);
     /// The behaviour whose end is being signalled; "" for none. One at a time: there is one thread.
     std::string telling_ VO_GUARDED_BY(mutex_);
-
-    // The outside world's sockets and pipes are waited for on a thread of their own, whatever the
-    // clock. It ends before the rest is destroyed.
-    boost::asio::io_context io_;
-    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> ioWork_;
-    std::thread ioThread_;
 };
 
 }  // namespace KR
