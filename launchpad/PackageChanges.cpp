@@ -71,9 +71,18 @@ void PackageChanges::State::receiveHeld(std::vector<vo::PackageInfo> packages)
 
 PackageChanges::PackageChanges(const vo::AnyObject& packageManager, Receiver receiver)
     : state_(std::make_shared<State>(std::move(receiver))),
-      installed_(packageManager, "onPackageInstalled", state_, true),
-      removed_(packageManager, "onPackageRemoved", state_, false)
+      installed_(follow(packageManager, "onPackageInstalled", true)),
+      removed_(follow(packageManager, "onPackageRemoved", false))
 {
+}
+
+vo::Connection PackageChanges::follow(const vo::AnyObject& packageManager, const char* signal,
+                                      bool installed)
+{
+    return packageManager.connect(signal,
+                                  [state = state_, installed](const vo::PackageInfo& package) {
+                                      state->onChange(package, installed);
+                                  });
 }
 
 PackageChanges::~PackageChanges()
@@ -91,20 +100,6 @@ void PackageChanges::release(std::vector<vo::PackageInfo> present)
             if (pass)
                 state->receiveHeld(std::move(present));
         });
-}
-
-PackageChanges::Connection::Connection(const vo::AnyObject& packageManager, const char* signal,
-                                       const std::shared_ptr<State>& state, bool installed)
-    : packageManager_(packageManager),
-      link_(packageManager.connect(signal, [state, installed](const vo::PackageInfo& package) {
-          state->onChange(package, installed);
-      }))
-{
-}
-
-PackageChanges::Connection::~Connection()
-{
-    packageManager_.disconnect(link_);
 }
 
 }  // namespace KR

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/vo/AnyObject.h"
+#include "platform/vo/Connection.h"
 
 namespace vo {
 class PackageInfo;
@@ -38,24 +39,12 @@ public:
 private:
     struct State;
 
-    /// A connection to a signal; it ends with this.
-    class Connection {
-    public:
-        Connection(const vo::AnyObject& packageManager, const char* signal,
-                   const std::shared_ptr<State>& state, bool installed);
-        ~Connection();
-        Connection(const Connection&) = delete;
-        Connection& operator=(const Connection&) = delete;
-
-    private:
-        const vo::AnyObject packageManager_;
-        const vo::SignalLink link_;
-    };
+    vo::Connection follow(const vo::AnyObject& packageManager, const char* signal, bool installed);
 
     // Constant after construction. The state is shared with the signal queue.
     const std::shared_ptr<State> state_;
-    const Connection installed_;
-    const Connection removed_;
+    const vo::Connection installed_;
+    const vo::Connection removed_;
 };
 
 }  // namespace KR

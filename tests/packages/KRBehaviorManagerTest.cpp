@@ -137,11 +137,11 @@ TEST_F(KRBehaviorManagerTest, stop_asks_the_program_and_waits_until_its_end_was_
     EXPECT_THAT(service().call<std::vector<std::string>>("getRunningBehaviors"),
                 ElementsAre(other, polite));
     std::atomic<bool> told{false};
-    const auto undo =
+    vo::Connection end =
         service().object()->connect("onBehaviorEnded", [&](const auto&) { told = true; });
     service().call("stopBehavior", polite);
     EXPECT_TRUE(told);
-    undo();
+    end.disconnect();
     EXPECT_FALSE(service().call<bool>("isBehaviorRunning", polite));
     EXPECT_TRUE(service().call<bool>("isBehaviorRunning", other));
     EXPECT_EQ(ends.wait(polite + " "), "7");
