@@ -4,19 +4,11 @@
 #include <stdexcept>
 #include <utility>
 
-#include "platform/kr/KRError.h"
 #include "platform/vo/Log.h"
 #include "platform/vo/PackageInfo.h"
 #include "platform/vo/Session.h"
 #include "plugins/NimbraLaunchpadPluginBehavior.h"
-#include "plugins/builtin/ActivitiesPlugin.h"
-#include "plugins/builtin/BatteryPlugin.h"
-#include "plugins/builtin/HardwareInfoPlugin.h"
-#include "plugins/builtin/HumanTrackedPlugin.h"
-#include "plugins/builtin/PerceptionHeavyPlugin.h"
-#include "plugins/builtin/PosturePlugin.h"
-#include "plugins/builtin/TemperaturePlugin.h"
-#include "plugins/builtin/TimingPlugin.h"
+#include "plugins/builtin/BuiltinPlugins.h"
 
 namespace KR {
 namespace {
@@ -53,7 +45,9 @@ NimbraLaunchpad::NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker,
       packageManager_(broker->session().findService("PackageManager")),
       animationPlayer_(broker->session().findService("KRAnimationPlayer")),
       responder_(responder),
-      behaviorManager_(NimbraLaunchpadPluginBehavior::kBehaviorManager)
+      behaviorManager_(NimbraLaunchpadPluginBehavior::kBehaviorManager),
+      plugins_(conditionChecker_),
+      actions_(conditionChecker_)
 {
     conditionChecker_.connect(broker_);
     conditionChecker_.setCallback(
@@ -73,52 +67,20 @@ NimbraLaunchpad::NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker,
                             });
     std::vector<vo::PackageInfo> installed = _initPackageData();
 
-    _initAddModulePlugin<ActivitiesPlugin>("Activities", broker_);
-    _initAddModulePlugin<TimingPlugin>("Timing", broker_);
-    _initAddModulePlugin<TemperaturePlugin>("Temperature", broker_);
-    _initAddModulePlugin<HardwareInfoPlugin>("HardwareInfo", broker_);
-    _initAddModulePlugin<BatteryPlugin>("Battery", broker_);
-    _initAddModulePlugin<PosturePlugin>("Posture", broker_);
+    for (const BuiltinPlugin& plugin : builtinPlugins()) {
+        if (!plugin.isOnDemand)
+            _initAddModulePlugin(plugin);
+    }
 
     try {
         const auto actions = actionsOfModule(kInteractiveActivityModule);
-        const vo::Lock lock(actionMutex_);
+        const vo::Lock lock(actions_.mutex());
         _addModuleActions(kInteractiveActivityModule, actions);
     } catch (const std::exception& e) {
         kLog.error("NimbraLaunchpad",
                    std::string("Cannot load the main interactive activity module: ") + e.what());
     }
     packageChanges_->release(std::move(installed));
-}
-
-/// createModule also initialises the module.
-template <class Plugin>
-void NimbraLaunchpad::_initAddModulePlugin(const std::string& name,
-                                           const boost::shared_ptr<KRBroker>& broker)
-{
-    try {
-        const auto plugin = KRModule::createModule<Plugin>(broker);
-        const vo::Lock lock(pluginMutex_);
-        plugins_[plugin->getPluginName()] = plugin;
-    } catch (const std::exception& e) {
-        kLog.error("_initAddModulePlugin", "Could not load plugin: " + name + e.what());
-    }
-}
-
-void NimbraLaunchpad::addModulePlugin(const std::string& name)
-{
-    if (name == "PerceptionHeavy")
-        _initAddModulePlugin<PerceptionHeavyPlugin>(name, broker_);
-    else if (name == "HumanTracked")
-        _initAddModulePlugin<HumanTrackedPlugin>(name, broker_);
-    else
-        throw KRError("NimbraLaunchpad", "addModulePlugin",
-                      "there is no plugin '" + name + "' to add");
-}
-
-std::vector<std::string> NimbraLaunchpad::addableModulePlugins()
-{
-    return {"HumanTracked", "PerceptionHeavy"};
 }
 
 NimbraLaunchpad::~NimbraLaunchpad()
@@ -154,35 +116,17 @@ PersistentValues NimbraLaunchpad::getPersistentValues() const
 
 std::list<AutonomousAction> NimbraLaunchpad::getActionSuggestions(const int& mask) const
 {
-    const auto wanted = static_cast<std::uint32_t>(mask);
-    std::list<AutonomousAction> suggestions;
-    const vo::SharedLock lock(actionMutex_);
-    for (const auto& [id, action] : actions_) {
-        if ((action.synchronicity & wanted) != 0 &&
-            conditionChecker_.isConditionTrue(action.conditionId))
-            suggestions.push_back(action);
-    }
-    return suggestions;
+    return actions_.suggestions(static_cast<std::uint32_t>(mask));
 }
 
 std::vector<std::string> NimbraLaunchpad::getAutonomousActivityNames() const
 {
-    std::vector<std::string> names;
-    const vo::SharedLock lock(actionMutex_);
-    names.reserve(autonomousActivities_.size());
-    for (const auto& [name, activity] : autonomousActivities_)
-        names.push_back(name);
-    return names;
+    return actions_.activities();
 }
 
 AutonomousAction NimbraLaunchpad::getAction(const std::string& description) const
 {
-    const vo::SharedLock lock(actionMutex_);
-    for (const auto& [id, action] : actions_) {
-        if (action.description == description)
-            return action;
-    }
-    throw std::runtime_error("action not found with description: " + description);
+    return actions_.get(description);
 }
 
 void NimbraLaunchpad::exit()

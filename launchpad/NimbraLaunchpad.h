@@ -2,20 +2,19 @@
 
 #include <atomic>
 #include <boost/shared_ptr.hpp>
-#include <cstdint>
 #include <list>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "launchpad/ActionCopies.h"
+#include "launchpad/ActionTable.h"
 #include "launchpad/AutonomousAction.h"
 #include "launchpad/NimbraLaunchpadResponder.h"
 #include "launchpad/PackageChanges.h"
+#include "launchpad/PluginRegistry.h"
 #include "launchpad/ServiceWait.h"
 #include "platform/conditions/ConditionChecker.h"
 #include "platform/kr/KRBroker.h"
@@ -35,7 +34,7 @@ class Node;
 namespace KR {
 
 class ContextPermission;
-class NimbraLaunchpadPlugin;
+struct BuiltinPlugin;
 
 /// Decides what the robot does on its own initiative: keeps the table of autonomous actions, has
 /// their conditions evaluated, and hands the actions whose conditions were hit to the responder.
@@ -134,16 +133,7 @@ public:
     /// The plugins of a group, in ascending order.
     std::vector<std::string> getPluginsForGroup(const std::string& group) const;
 
-    /// What is known of a plugin at one moment.
-    struct PluginState {
-        std::string name;
-        std::list<std::string> groups;
-        bool enabled = false;
-        bool running = false;
-        bool builtIn = false;
-        std::vector<std::string>
-            publishedKeys;  ///< of a built-in plugin; a behaviour's are unknown
-    };
+    using PluginState = KR::PluginState;
     /// All plugins, by name.
     std::vector<PluginState> getPluginStates() const;
 
@@ -152,23 +142,36 @@ public:
     void exit();
 
 private:
-    using Plugins = std::map<std::string, boost::shared_ptr<NimbraLaunchpadPlugin>>;
-
     friend class NimbraLaunchpadTestAccess;  // defined by the tests alone
 
-    void _loadDefaultConfiguration() VO_EXCLUDES(actionMutex_);
+    void _loadDefaultConfiguration() VO_EXCLUDES(actions_.mutex());
     void _loadConfiguration(const YAML::Node& document, const std::string& path)
-        VO_EXCLUDES(actionMutex_);
+        VO_EXCLUDES(actions_.mutex());
     void _addModuleActions(const std::string& name, const std::vector<AutonomousAction>& actions)
-        VO_REQUIRES(actionMutex_);
-    unsigned _addAction(const AutonomousAction& action) VO_REQUIRES(actionMutex_);
-    bool _removeAction(const unsigned& id) VO_REQUIRES(actionMutex_);
-    bool _removeActions(const std::string& origin) VO_REQUIRES(actionMutex_);
-    void _registerActionCondition(const unsigned& id) VO_REQUIRES(actionMutex_);
-    bool _unregisterActionCondition(const unsigned& id) VO_REQUIRES(actionMutex_);
-    void _conditionHit(ConditionChecker::Hits hits) VO_EXCLUDES(actionMutex_);
+        VO_REQUIRES(actions_.mutex());
+    unsigned _addAction(const AutonomousAction& action) VO_REQUIRES(actions_.mutex())
+    {
+        return actions_.add(action);
+    }
+    bool _removeAction(const unsigned& id) VO_REQUIRES(actions_.mutex())
+    {
+        return actions_.remove(id);
+    }
+    bool _removeActions(const std::string& origin) VO_REQUIRES(actions_.mutex())
+    {
+        return actions_.removeOrigin(origin);
+    }
+    void _registerActionCondition(const unsigned& id) VO_REQUIRES(actions_.mutex())
+    {
+        actions_.registerCondition(id);
+    }
+    bool _unregisterActionCondition(const unsigned& id) VO_REQUIRES(actions_.mutex())
+    {
+        return actions_.unregisterCondition(id);
+    }
+    void _conditionHit(ConditionChecker::Hits hits) VO_EXCLUDES(actions_.mutex());
     std::list<AutonomousAction> _actionsOfHits(const ConditionChecker::Hits& hits)
-        VO_REQUIRES_SHARED(actionMutex_);
+        VO_REQUIRES_SHARED(actions_.mutex());
     void _postActions(std::list<AutonomousAction> actions);
 
     void _refuseAfterExit() const;
@@ -176,36 +179,32 @@ private:
     void _stopConditionChecker();
     bool _isConditionCheckerRunning() const;
 
-    template <class Plugin>
-    void _initAddModulePlugin(const std::string& name, const boost::shared_ptr<KRBroker>& broker)
-        VO_EXCLUDES(pluginMutex_);
+    void _initAddModulePlugin(const BuiltinPlugin& plugin);
     void _addBehaviorPlugin(const std::string& name, const vo::PackageInfo& package,
-                            const vo::BehaviorInfo& behavior) VO_EXCLUDES(pluginMutex_);
-    bool _isPluginLoaded(const std::string& name) const VO_EXCLUDES(pluginMutex_);
-    using PluginHit = void (NimbraLaunchpadPlugin::*)(unsigned, const KRValue&);
-    void _addPluginTriggers(const std::string& name, const std::string& purpose, PluginHit hit)
-        VO_REQUIRES(pluginMutex_);
-    void _unloadPlugin(const std::string& name) VO_EXCLUDES(pluginMutex_);
-    void _unloadPlugin(Plugins::iterator& position) VO_REQUIRES(pluginMutex_);
-    void _unloadPlugins() VO_EXCLUDES(pluginMutex_);
-    void _setPluginEnabled(const std::string& name, const bool& enabled) VO_EXCLUDES(pluginMutex_);
-    void _startEnabledStopDisabledPlugins() VO_EXCLUDES(pluginMutex_);
-    void _stopPlugins() VO_EXCLUDES(pluginMutex_);
+                            const vo::BehaviorInfo& behavior);
+    bool _isPluginLoaded(const std::string& name) const { return plugins_.isLoaded(name); }
+    void _unloadPlugin(const std::string& name) { plugins_.unload(name); }
+    void _unloadPlugins() { plugins_.unloadAll(); }
+    void _setPluginEnabled(const std::string& name, const bool& enabled)
+    {
+        plugins_.setEnabled(name, enabled);
+    }
+    void _startEnabledStopDisabledPlugins() { plugins_.startEnabledStopDisabled(); }
+    void _stopPlugins() { plugins_.stopAll(); }
 
     /// Tags that begin so make a behaviour a reflex of the dialog.
     static constexpr std::string_view _prefix_reflex = "DialogReflex/";
 
     /// Returns what is installed.
-    std::vector<vo::PackageInfo> _initPackageData() VO_EXCLUDES(actionMutex_, pluginMutex_);
-    void _onPackageChanged(const vo::PackageInfo& package, const bool& installed)
-        VO_EXCLUDES(actionMutex_, pluginMutex_);
+    std::vector<vo::PackageInfo> _initPackageData();
+    void _onPackageChanged(const vo::PackageInfo& package, const bool& installed);
     bool _onBehaviorChanged(const vo::PackageInfo& package, const vo::BehaviorInfo& behavior,
-                            const bool& installed) VO_EXCLUDES(actionMutex_, pluginMutex_);
+                            const bool& installed);
     bool _isAutonomousActivity(const vo::PackageInfo& package,
                                const vo::BehaviorInfo& behavior) const;
     void _addBehaviorAction(const std::string& key, const vo::BehaviorInfo& behavior)
-        VO_EXCLUDES(actionMutex_);
-    void _removeBehaviorAction(const std::string& key) VO_EXCLUDES(actionMutex_);
+        VO_EXCLUDES(actions_.mutex());
+    void _removeBehaviorAction(const std::string& key) VO_EXCLUDES(actions_.mutex());
     void _removeDeprecatedPackage(const std::string& uuid);
     void _checkReflexTags(const vo::PackageInfo& package) const;
 
@@ -231,27 +230,16 @@ private:
     std::atomic<bool> exited_{false};
     ServiceWait behaviorManager_;
 
-    /// The plugin lock. Held while plugins start and stop, shared only, and so before their own
-    /// locks; comes with neither of the other two.
-    mutable vo::SharedMutex pluginMutex_;
-    Plugins plugins_ VO_GUARDED_BY(pluginMutex_);
-    /// By the name of a behaviour's plugin: the conditions that start and stop it.
-    std::map<std::string, std::vector<unsigned>> pluginTriggers_ VO_GUARDED_BY(pluginMutex_);
+    // With the plugin lock, which comes with none of the others.
+    PluginRegistry plugins_;
 
     /// The checker lock. Held over start and stop of the checker, and so before the data lock,
     /// which hits take: stopping waits for them.
-    mutable vo::SharedMutex conditionCheckerMutex_ VO_ACQUIRED_BEFORE(actionMutex_);
+    mutable vo::SharedMutex conditionCheckerMutex_ VO_ACQUIRED_BEFORE(actions_.mutex());
     bool conditionCheckerRunning_ VO_GUARDED_BY(conditionCheckerMutex_) = false;
 
-    /// The data lock.
-    mutable vo::SharedMutex actionMutex_;
-    std::uint32_t lastActionId_ VO_GUARDED_BY(actionMutex_) = 1;
-    std::map<std::uint32_t, AutonomousAction> actions_ VO_GUARDED_BY(actionMutex_);
-    std::map<std::uint32_t, std::uint32_t> conditionToAction_ VO_GUARDED_BY(actionMutex_);
-    /// By behaviour key: the id of the action that was made for the behaviour, and the
-    /// description of that action.
-    std::map<std::string, std::uint32_t> behaviorActions_ VO_GUARDED_BY(actionMutex_);
-    std::map<std::string, std::string> autonomousActivities_ VO_GUARDED_BY(actionMutex_);
+    // With the data lock.
+    ActionTable actions_;
 
     // Last, so that they are the first to go, the packages before the checker: until they are gone
     // they call back. That holds for a construction that fails, too. Synchronised by themselves.

@@ -69,7 +69,7 @@ void NimbraLaunchpad::_loadConfiguration(const YAML::Node& document, const std::
 
     const ConfigurationReader reader(
         [](const ConfigurationProblem& problem) { kLog.warning(problem.label, problem.text); });
-    const vo::Lock lock(actionMutex_);
+    const vo::Lock lock(actions_.mutex());
     if (_removeActions("LifeConfig"))
         kLog.info(kLabel, "Deleted all configuration sets derived from previous config file");
     // What is no sequence has no elements to find, and looking for them in a large mapping would

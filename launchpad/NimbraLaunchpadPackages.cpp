@@ -57,11 +57,10 @@ bool NimbraLaunchpad::isAutonomousActivity(const vo::PackageInfo& package,
     return package.uuid() != kScratchPackage && !behavior.conditions(kLaunchTrigger).empty();
 }
 
-/// The first trigger alone counts. The action of a key that is added anew stays, but nothing leads
-/// to it any more.
+/// The first trigger alone counts.
 void NimbraLaunchpad::_addBehaviorAction(const std::string& key, const vo::BehaviorInfo& behavior)
 {
-    const vo::Lock lock(actionMutex_);
+    const vo::Lock lock(actions_.mutex());
     const auto triggers = behavior.conditions(kLaunchTrigger);
     if (triggers.empty())
         return;
@@ -71,33 +70,23 @@ void NimbraLaunchpad::_addBehaviorAction(const std::string& key, const vo::Behav
     action.items = {{ActionItemSwitchFocus, {{"Activity", key}}}};
     action.condition = guardedTrigger(triggers.front(), behavior);
     action.synchronicity = ExecuteAnyTimeConditionTrue;
-    behaviorActions_[key] = _addAction(action);
-    autonomousActivities_[key] = action.description;
+    actions_.addActivity(key, action);
 }
 
 void NimbraLaunchpad::_removeBehaviorAction(const std::string& key)
 {
-    const vo::Lock lock(actionMutex_);
-    const auto found = behaviorActions_.find(key);
-    if (found == behaviorActions_.end()) {
-        kLog.warning("_removeBehaviorAction",
-                     "Tried to remove a non mapped behavior action for: " + key);
-        return;
-    }
-    _unregisterActionCondition(found->second);
-    actions_.erase(found->second);
-    behaviorActions_.erase(found);
-    autonomousActivities_.erase(key);
+    const vo::Lock lock(actions_.mutex());
+    actions_.removeActivity(key);
 }
 
 std::vector<vo::PackageInfo> NimbraLaunchpad::_initPackageData()
 {
     constexpr const char* kLabel = "_initPackageData";
     {
-        const vo::Lock lock(actionMutex_);
+        const vo::Lock lock(actions_.mutex());
         if (_removeActions(kPackageOrigin))
             kLog.info(kLabel, "Deleted all actions from packages.");
-        autonomousActivities_.clear();
+        actions_.clearActivities();
     }
     auto packages = packageManager_.call<std::vector<vo::PackageInfo>>("packages");
     for (const vo::PackageInfo& package : packages) {

@@ -23,10 +23,10 @@ public:
     void scan() { l._initPackageData(); }
     void bind(unsigned id) VO_NO_THREAD_SAFETY_ANALYSIS { l._registerActionCondition(id); }
     void hit(const ConditionChecker::Hits& hits) { l._conditionHit(hits); }
-    auto& actions() VO_NO_THREAD_SAFETY_ANALYSIS { return l.actions_; }
-    auto& conditions() VO_NO_THREAD_SAFETY_ANALYSIS { return l.conditionToAction_; }
+    auto& actions() VO_NO_THREAD_SAFETY_ANALYSIS { return l.actions_.actions_; }
+    auto& conditions() VO_NO_THREAD_SAFETY_ANALYSIS { return l.actions_.conditionToAction_; }
     auto& checker() { return l.conditionChecker_; }
-    auto& plugins() VO_NO_THREAD_SAFETY_ANALYSIS { return l.plugins_; }
+    auto& plugins() VO_NO_THREAD_SAFETY_ANALYSIS { return l.plugins_.plugins_; }
     bool configControlsDialog() const { return l.configControlsDialog_; }
 
     /// Returns the id of the condition.
