@@ -3,6 +3,7 @@
 #include <exception>
 #include <stdexcept>
 
+#include "launchpad/LaunchpadNews.h"
 #include "platform/vo/Log.h"
 
 namespace KR {
@@ -66,9 +67,9 @@ void ActionTable::registerCondition(std::uint32_t id)
         const bool isMapped = conditionToAction_.count(oldId) > 0;
         const bool isRegistered = checker_.hasCondition(oldId);
         if (isMapped && isRegistered) {
-            kLog.error(kLabel,
-                       "It appears that an action already has a condition bound to it.  A new "
-                       "condition will not be registered for it.");
+            news_.error(kLabel,
+                        "It appears that an action already has a condition bound to it.  A new "
+                        "condition will not be registered for it.");
             return;
         }
         if (isMapped) {
@@ -89,8 +90,8 @@ void ActionTable::registerCondition(std::uint32_t id)
             checker_.addCondition(action.condition, reportModeOf(action.synchronicity));
         conditionToAction_[action.conditionId] = id;
     } catch (const std::exception& e) {
-        kLog.error(kLabel, "Cannot add condition: " + action.condition +
-                               ", for action: " + action.description + ": " + e.what());
+        news_.error(kLabel, "Cannot add condition: " + action.condition +
+                                ", for action: " + action.description + ": " + e.what());
     }
 }
 
@@ -117,8 +118,8 @@ bool ActionTable::unregisterCondition(std::uint32_t id)
         }
         return removed;
     } catch (const std::exception& e) {
-        kLog.error(kLabel, "Cannot remove condition: " + action.condition +
-                               ", for action: " + action.description + ": " + e.what());
+        news_.error(kLabel, "Cannot remove condition: " + action.condition +
+                                ", for action: " + action.description + ": " + e.what());
         return false;
     }
 }
@@ -160,7 +161,7 @@ const AutonomousAction* ActionTable::ofCondition(std::uint32_t conditionId) cons
     const auto action = actions_.find(mapped->second);
     if (action != actions_.end())
         return &action->second;
-    kLog.error("_conditionHit", "Got a mapped action that does not exist.");
+    news_.error("_conditionHit", "Got a mapped action that does not exist.");
     return nullptr;
 }
 

@@ -12,6 +12,8 @@
 
 namespace KR {
 
+class LaunchpadNews;
+
 /// The autonomous actions by id, and their conditions, which are registered with the condition
 /// checker as long as their action is here. Ids begin at 2, grow, and are never reused.
 ///
@@ -20,8 +22,8 @@ namespace KR {
 /// fails because of a condition: that is logged, in the launchpad's name.
 class ActionTable {
 public:
-    /// `checker` outlives the use of this.
-    explicit ActionTable(ConditionChecker& checker) : checker_(checker) {}
+    /// `checker` and `news` outlive the use of this.
+    ActionTable(ConditionChecker& checker, LaunchpadNews& news) : checker_(checker), news_(news) {}
     ActionTable(const ActionTable&) = delete;
     ActionTable& operator=(const ActionTable&) = delete;
 
@@ -57,8 +59,9 @@ public:
 private:
     friend class NimbraLaunchpadTestAccess;  // defined by the tests alone
 
-    // Constant after construction; synchronised by itself.
+    // Constant after construction; synchronised by themselves.
     ConditionChecker& checker_;
+    LaunchpadNews& news_;
 
     /// The data lock.
     mutable vo::SharedMutex mutex_;

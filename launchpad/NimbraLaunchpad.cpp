@@ -4,8 +4,10 @@
 #include <stdexcept>
 #include <utility>
 
+#include "launchpad/LaunchpadNews.h"
 #include "platform/vo/Log.h"
 #include "platform/vo/PackageInfo.h"
+#include "platform/vo/Path.h"
 #include "platform/vo/Session.h"
 #include "plugins/NimbraLaunchpadPluginBehavior.h"
 #include "plugins/builtin/BuiltinPlugins.h"
@@ -39,32 +41,41 @@ std::vector<AutonomousAction> actionsOfModule(const std::string& name)
 NimbraLaunchpad::NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker,
                                  ContextPermission* contextPermission,
                                  NimbraLaunchpadResponder* responder,
-                                 const std::optional<std::string>& configuration)
-    : broker_(notNull(broker)),
+                                 const std::optional<std::string>& configuration,
+                                 ErrorReceiver onError)
+    : news_(std::make_shared<LaunchpadNews>()),
+      pluginSwitched(news_->pluginSwitched),
+      errorReported(news_->errorReported),
+      broker_(notNull(broker)),
       contextPermission_(contextPermission),
       packageManager_(broker->session().findService("PackageManager")),
       animationPlayer_(broker->session().findService("KRAnimationPlayer")),
       responder_(responder),
       behaviorManager_(NimbraLaunchpadPluginBehavior::kBehaviorManager),
-      plugins_(conditionChecker_),
-      actions_(conditionChecker_)
+      plugins_(conditionChecker_, *news_),
+      actions_(conditionChecker_, *news_)
 {
+    if (onError)
+        onError_ = errorReported.connect(std::move(onError));
+    const LaunchpadNews::Round round(*news_);
     conditionChecker_.connect(broker_);
     conditionChecker_.setCallback(
         [this](ConditionChecker::Hits hits) { _conditionHit(std::move(hits)); });
 
     if (!configuration)
-        _loadDefaultConfiguration();
+        _loadFirstConfiguration(vo::path::findConf("tessel", "autonomy.cfg", false));
     else if (!configuration->empty())
-        loadConfigFile(*configuration);
+        _loadFirstConfiguration(*configuration);
 
     for (const char* uuid : kDeprecatedPackages)
         _removeDeprecatedPackage(uuid);
     // Connected before the packages are read, so that no change is missed between the two.
-    packageChanges_.emplace(packageManager_,
-                            [this](const vo::PackageInfo& package, bool installed) {
-                                _onPackageChanged(package, installed);
-                            });
+    packageChanges_.emplace(
+        packageManager_,
+        [this](const vo::PackageInfo& package, bool installed) {
+            _onPackageChanged(package, installed);
+        },
+        [news = news_](const std::string& error) { news->error("PackageChanges", error); });
     std::vector<vo::PackageInfo> installed = _initPackageData();
 
     for (const BuiltinPlugin& plugin : builtinPlugins()) {
@@ -77,8 +88,8 @@ NimbraLaunchpad::NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker,
         const vo::Lock lock(actions_.mutex());
         _addModuleActions(kInteractiveActivityModule, actions);
     } catch (const std::exception& e) {
-        kLog.error("NimbraLaunchpad",
-                   std::string("Cannot load the main interactive activity module: ") + e.what());
+        news_->error("NimbraLaunchpad",
+                     std::string("Cannot load the main interactive activity module: ") + e.what());
     }
     packageChanges_->release(std::move(installed));
 }
@@ -88,11 +99,13 @@ NimbraLaunchpad::~NimbraLaunchpad()
     shared_->conditionsStartPlugins = false;
     behaviorManager_.end();
     shared_->gate.close();
+    news_->end();
 }
 
 // The analysis is off because no lock is taken, see the header.
 void NimbraLaunchpad::loadModule(const std::string& name) VO_NO_THREAD_SAFETY_ANALYSIS
 {
+    const LaunchpadNews::Round round(*news_);
     _addModuleActions(name, actionsOfModule(name));
 }
 

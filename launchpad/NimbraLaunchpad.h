@@ -20,7 +20,9 @@
 #include "platform/kr/KRBroker.h"
 #include "platform/vo/AnyObject.h"
 #include "platform/vo/CallbackGate.h"
+#include "platform/vo/Connection.h"
 #include "platform/vo/Mutex.h"
+#include "platform/vo/Signal.h"
 
 namespace vo {
 class BehaviorInfo;
@@ -34,6 +36,7 @@ class Node;
 namespace KR {
 
 class ContextPermission;
+class LaunchpadNews;
 struct BuiltinPlugin;
 
 /// Decides what the robot does on its own initiative: keeps the table of autonomous actions, has
@@ -55,16 +58,35 @@ struct BuiltinPlugin;
 /// responder call that is still queued when the launchpad goes is dropped.
 ///
 /// Thread-safe, but for loadModule(). Lock order: the checker lock, then the data lock; the
-/// condition checker's own locks come last. No lock is held while the responder runs. Lines are
-/// logged with locks held, so a listener of the log must not call the launchpad.
+/// condition checker's own locks come last. No lock is held while the responder or a receiver of
+/// one of the signals runs. Lines are logged with locks held, so a listener of the log must not
+/// call the launchpad.
 class NimbraLaunchpad {
+    // First, as the signals are parts of it. Constant after construction.
+    const std::shared_ptr<LaunchpadNews> news_;
+
 public:
+    // Both are emitted with no lock held, one emission at a time, in the order in which things
+    // happened. What an operation brings about is told on the calling thread before it returns,
+    // unless another thread is just telling and so tells of this too; so is what becomes of a
+    // package, on the platform's signal queue, and what a plugin's conditions do, on the event
+    // loop. Receivers may use the launchpad, but must not destroy it. After its destruction nothing
+    // is emitted any more.
+
+    /// A plugin has been started (true) or stopped (false).
+    vo::Signal<std::string, bool>& pluginSwitched;
+    /// Something has failed, and was logged as an error: the function that speaks, and the text.
+    /// What fails outside of an operation, as a hit or the responder, is told on the event loop.
+    vo::Signal<std::string, std::string>& errorReported;
+    using ErrorReceiver = vo::Signal<std::string, std::string>::Callback;
+
     /// Comes up with the default configuration file, what installed packages bring, the built-in
     /// plugins and the actions of the main interactive activity module. A failing configuration,
     /// plugin or module is logged and left out. Monitoring is not started.
     ///
-    /// `configuration` is a file to come up with instead of the default one, or empty for none;
-    /// what loadConfigFile() throws for it leaves this.
+    /// `configuration` is a file to come up with instead of the default one, or empty for none.
+    /// `onError` is connected to errorReported from the beginning on, and so hears of what fails
+    /// here before this returns. Until then it must not use the launchpad, on whatever thread.
     ///
     /// `contextPermission` is told of installed and removed behaviours, and may be null. So may
     /// `responder`, but not where packages with plugins get installed. std::invalid_argument for a
@@ -72,10 +94,11 @@ public:
     /// errors of that service, too, leave this.
     NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker, ContextPermission* contextPermission,
                     NimbraLaunchpadResponder* responder,
-                    const std::optional<std::string>& configuration = std::nullopt);
-    /// Stops no plugin: call exit() first. Waits for the responder call and the package change in
-    /// progress, except when destroyed from inside of it; a change that waits for a service gives
-    /// up.
+                    const std::optional<std::string>& configuration = std::nullopt,
+                    ErrorReceiver onError = {});
+    /// Stops no plugin: call exit() first. Waits for the responder call, the emission of a signal
+    /// and the package change in progress, except when destroyed from inside of the call or the
+    /// change; a change that waits for a service gives up.
     virtual ~NimbraLaunchpad();
     NimbraLaunchpad(const NimbraLaunchpad&) = delete;
     NimbraLaunchpad& operator=(const NimbraLaunchpad&) = delete;
@@ -144,7 +167,7 @@ public:
 private:
     friend class NimbraLaunchpadTestAccess;  // defined by the tests alone
 
-    void _loadDefaultConfiguration() VO_EXCLUDES(actions_.mutex());
+    void _loadFirstConfiguration(const std::string& path) VO_EXCLUDES(actions_.mutex());
     void _loadConfiguration(const YAML::Node& document, const std::string& path)
         VO_EXCLUDES(actions_.mutex());
     void _addModuleActions(const std::string& name, const std::vector<AutonomousAction>& actions)
@@ -214,6 +237,7 @@ private:
     vo::AnyObject packageManager_;
     vo::AnyObject animationPlayer_;
     NimbraLaunchpadResponder* responder_;
+    vo::Connection onError_;
     /// What is used by others who may have their turn, or be in it, when the launchpad goes.
     struct Shared {
         vo::CallbackGate gate;  ///< passed by posted calls of the responder; closed at the end

@@ -2,6 +2,7 @@
 #include <utility>
 
 #include "launchpad/GatheredErrors.h"
+#include "launchpad/LaunchpadNews.h"
 #include "launchpad/NimbraLaunchpad.h"
 #include "platform/kr/KRError.h"
 #include "platform/vo/EventLoop.h"
@@ -95,9 +96,9 @@ void NimbraLaunchpad::_conditionHit(ConditionChecker::Hits hits)
         if (responder_ && !actions.empty())
             _postActions(std::move(actions));
     } catch (const std::exception& e) {
-        kLog.error(kLabel, std::string("Error processing hit condition, aborting: ") + e.what());
+        news_->error(kLabel, std::string("Error processing hit condition, aborting: ") + e.what());
     } catch (...) {
-        kLog.error(kLabel, "Unknown error processing hit condition, aborting.");
+        news_->error(kLabel, "Unknown error processing hit condition, aborting.");
     }
 }
 
@@ -124,7 +125,7 @@ std::list<AutonomousAction> NimbraLaunchpad::_actionsOfHits(const ConditionCheck
 void NimbraLaunchpad::_postActions(std::list<AutonomousAction> actions)
 {
     vo::getEventLoop()->async(
-        [responder = responder_, shared = shared_, actions = std::move(actions),
+        [responder = responder_, shared = shared_, news = news_, actions = std::move(actions),
          values = conditionChecker_.sharePersistentValues()]() mutable {
             const vo::CallbackGate::Pass pass(shared->gate);
             if (!pass)
@@ -132,9 +133,9 @@ void NimbraLaunchpad::_postActions(std::list<AutonomousAction> actions)
             try {
                 responder->processActions(actions, *values);
             } catch (const std::exception& e) {
-                kLog.error("processActions", std::string("The responder failed: ") + e.what());
+                news->error("processActions", std::string("The responder failed: ") + e.what());
             } catch (...) {
-                kLog.error("processActions", "The responder failed with an unknown error.");
+                news->error("processActions", "The responder failed with an unknown error.");
             }
             shared->copies.giveBack(std::move(actions));
         },

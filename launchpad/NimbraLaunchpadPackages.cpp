@@ -2,6 +2,7 @@
 #include <string>
 #include <vector>
 
+#include "launchpad/LaunchpadNews.h"
 #include "launchpad/NimbraLaunchpad.h"
 #include "permission/ContextPermission.h"
 #include "platform/vo/Log.h"
@@ -116,27 +117,30 @@ std::vector<vo::PackageInfo> NimbraLaunchpad::_initPackageData()
 void NimbraLaunchpad::_onPackageChanged(const vo::PackageInfo& package, const bool& installed)
 {
     constexpr const char* kLabel = "_onPackageChanged";
-    if (contextPermission_ && installed)
-        contextPermission_->onBehaviorsInstalled(package, package.behaviors());
-    else if (contextPermission_)
-        contextPermission_->onBehaviorsRemoved(package, package.behaviors());
-
+    const auto news = news_;
     bool pluginAdded = false;
-    try {
-        for (const vo::BehaviorInfo& behavior : package.behaviors())
-            pluginAdded = _onBehaviorChanged(package, behavior, installed) || pluginAdded;
-        if (installed)
-            _checkReflexTags(package);
-    } catch (const std::exception& e) {
-        kLog.error(kLabel,
-                   "Can't process package change for package: " + package.uuid() + ": " + e.what());
+    {
+        const LaunchpadNews::Round round(*news);
+        if (contextPermission_ && installed)
+            contextPermission_->onBehaviorsInstalled(package, package.behaviors());
+        else if (contextPermission_)
+            contextPermission_->onBehaviorsRemoved(package, package.behaviors());
+        try {
+            for (const vo::BehaviorInfo& behavior : package.behaviors())
+                pluginAdded = _onBehaviorChanged(package, behavior, installed) || pluginAdded;
+            if (installed)
+                _checkReflexTags(package);
+        } catch (const std::exception& e) {
+            news->error(kLabel, "Can't process package change for package: " + package.uuid() +
+                                    ": " + e.what());
+        }
     }
     if (!pluginAdded)
         return;
     try {
         responder_->onPluginsChanged();
     } catch (const std::exception& e) {
-        kLog.error(kLabel, std::string("Cant process added plugins: ") + e.what());
+        news->error(kLabel, std::string("Cant process added plugins: ") + e.what());
     }
 }
 
@@ -168,7 +172,7 @@ void NimbraLaunchpad::_removeDeprecatedPackage(const std::string& uuid)
         packageManager_.call("removePkg", uuid);
         kLog.info(kLabel, "Removed deprecated package " + uuid);
     } catch (const std::exception& e) {
-        kLog.error(kLabel, "Can't remove deprecated package: " + uuid + ": " + e.what());
+        news_->error(kLabel, "Can't remove deprecated package: " + uuid + ": " + e.what());
     }
 }
 

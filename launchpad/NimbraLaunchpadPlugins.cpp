@@ -2,18 +2,13 @@
 #include <exception>
 
 #include "launchpad/GatheredErrors.h"
+#include "launchpad/LaunchpadNews.h"
 #include "launchpad/NimbraLaunchpad.h"
 #include "platform/kr/KRError.h"
-#include "platform/vo/Log.h"
 #include "plugins/NimbraLaunchpadPluginBehavior.h"
 #include "plugins/builtin/BuiltinPlugins.h"
 
 namespace KR {
-namespace {
-
-const vo::Logger kLog("NimbraLaunchpad");
-
-}  // namespace
 
 void NimbraLaunchpad::_initAddModulePlugin(const BuiltinPlugin& plugin)
 {
@@ -21,7 +16,7 @@ void NimbraLaunchpad::_initAddModulePlugin(const BuiltinPlugin& plugin)
         const auto made = plugin.make(broker_);
         plugins_.add(made->getPluginName(), made);
     } catch (const std::exception& e) {
-        kLog.error("_initAddModulePlugin", "Could not load plugin: " + plugin.name + e.what());
+        news_->error("_initAddModulePlugin", "Could not load plugin: " + plugin.name + e.what());
     }
 }
 
@@ -34,6 +29,7 @@ void NimbraLaunchpad::addModulePlugin(const std::string& name)
     if (found == all.end())
         throw KRError("NimbraLaunchpad", "addModulePlugin",
                       "there is no plugin '" + name + "' to add");
+    const LaunchpadNews::Round round(*news_);
     _initAddModulePlugin(*found);
 }
 
@@ -57,8 +53,8 @@ void NimbraLaunchpad::_addBehaviorPlugin(const std::string& name, const vo::Pack
             [shared = shared_] { return shared->conditionsStartPlugins.load(); });
         plugins_.add(name, plugin);
     } catch (const std::exception& e) {
-        kLog.error("_addBehaviorPlugin",
-                   "Could not load Launchpad Plugin: " + name + " " + e.what());
+        news_->error("_addBehaviorPlugin",
+                     "Could not load Launchpad Plugin: " + name + " " + e.what());
     }
 }
 

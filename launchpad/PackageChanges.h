@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "platform/vo/AnyObject.h"
@@ -23,9 +24,12 @@ namespace KR {
 class PackageChanges {
 public:
     using Receiver = std::function<void(const vo::PackageInfo& package, bool installed)>;
+    using Failed = std::function<void(const std::string& error)>;
 
-    /// Connects to the signals, and holds their changes back. Throws when it cannot.
-    PackageChanges(const vo::AnyObject& packageManager, Receiver receiver);
+    /// Connects to the signals, and holds their changes back. Throws when it cannot. `failed` is
+    /// told when the receiver fails with a change that was held back, and the others go on; with a
+    /// later one it is the signal queue that logs it.
+    PackageChanges(const vo::AnyObject& packageManager, Receiver receiver, Failed failed);
     /// Disconnects. Waits for the receiver, except when it is destroyed by it.
     ~PackageChanges();
     PackageChanges(const PackageChanges&) = delete;

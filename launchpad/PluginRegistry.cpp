@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "launchpad/GatheredErrors.h"
+#include "launchpad/LaunchpadNews.h"
 #include "platform/kr/KRError.h"
 #include "platform/vo/Log.h"
 #include "plugins/NimbraLaunchpadPlugin.h"
@@ -16,13 +17,13 @@ const vo::Logger kLog("NimbraLaunchpad");
 
 /// Does something to a plugin; a failure is logged as `text`, the plugin's name and why, and kept.
 template <class Step>
-void tryPlugin(GatheredErrors& errors, const char* label, const std::string& text,
-               const std::string& name, const Step& step)
+void tryPlugin(LaunchpadNews& news, GatheredErrors& errors, const char* label,
+               const std::string& text, const std::string& name, const Step& step)
 {
     try {
         step();
     } catch (const std::exception& e) {
-        kLog.error(label, text + name + ": " + e.what());
+        news.error(label, text + name + ": " + e.what());
         errors.add(std::string(e.what()) + "(" + name + ")");
     }
 }
@@ -32,6 +33,9 @@ void tryPlugin(GatheredErrors& errors, const char* label, const std::string& tex
 void PluginRegistry::add(const std::string& name,
                          const boost::shared_ptr<NimbraLaunchpadPlugin>& plugin)
 {
+    // The plugin may be the last to go.
+    plugin->onSwitched(
+        [news = news_.shared_from_this(), name](bool running) { news->switched(name, running); });
     unload(name);
     const vo::Lock lock(mutex_);
     plugins_[name] = plugin;
@@ -58,6 +62,7 @@ bool PluginRegistry::isLoaded(const std::string& name) const
 
 void PluginRegistry::unload(const std::string& name)
 {
+    const LaunchpadNews::Round round(news_);
     const vo::Lock lock(mutex_);
     auto position = plugins_.find(name);
     if (position != plugins_.end())
@@ -92,6 +97,7 @@ void PluginRegistry::unload(Plugins::iterator& position)
 
 void PluginRegistry::unloadAll()
 {
+    const LaunchpadNews::Round round(news_);
     const vo::Lock lock(mutex_);
     for (auto position = plugins_.begin(); position != plugins_.end();)
         unload(position);
@@ -110,9 +116,10 @@ void PluginRegistry::startEnabledStopDisabled()
 {
     constexpr const char* kMethod = "_startEnabledStopDisabledPlugins";
     GatheredErrors errors(kMethod);
+    const LaunchpadNews::Round round(news_);
     const vo::SharedLock lock(mutex_);
     for (const auto& [name, plugin] : plugins_) {
-        tryPlugin(errors, kMethod, "Error starting/stopping plugin: ", name, [&p = *plugin] {
+        tryPlugin(news_, errors, kMethod, "Error starting/stopping plugin: ", name, [&p = *plugin] {
             const bool running = p.isPluginRunning();
             const bool enabled = p.isEnabled();
             if (running && !enabled)
@@ -129,9 +136,10 @@ void PluginRegistry::stopAll()
     constexpr const char* kMethod = "_stopPlugins";
     kLog.verbose(kMethod, "NimbraLaunchpad Plugins will be stopped.");
     GatheredErrors errors(kMethod);
+    const LaunchpadNews::Round round(news_);
     const vo::SharedLock lock(mutex_);
     for (const auto& [name, plugin] : plugins_)
-        tryPlugin(errors, kMethod, "Error stopping plugin: ", name,
+        tryPlugin(news_, errors, kMethod, "Error stopping plugin: ", name,
                   [&p = *plugin] { p.stopPlugin(); });
     errors.raise();
 }

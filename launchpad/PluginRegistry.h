@@ -11,6 +11,7 @@
 
 namespace KR {
 
+class LaunchpadNews;
 class NimbraLaunchpadPlugin;
 
 /// What is known of a plugin at one moment.
@@ -33,8 +34,10 @@ struct PluginState {
 /// that such operations run side by side.
 class PluginRegistry {
 public:
-    /// `checker` outlives the use of this.
-    explicit PluginRegistry(ConditionChecker& checker) : checker_(checker) {}
+    /// `checker` and `news` outlive the use of this.
+    PluginRegistry(ConditionChecker& checker, LaunchpadNews& news) : checker_(checker), news_(news)
+    {
+    }
     PluginRegistry(const PluginRegistry&) = delete;
     PluginRegistry& operator=(const PluginRegistry&) = delete;
 
@@ -71,8 +74,9 @@ private:
     template <class Wanted>
     std::vector<std::string> namesOf(const Wanted& wanted) const VO_EXCLUDES(mutex_);
 
-    // Constant after construction; synchronised by itself.
+    // Constant after construction; synchronised by themselves.
     ConditionChecker& checker_;
+    LaunchpadNews& news_;
 
     /// The plugin lock.
     mutable vo::SharedMutex mutex_;
