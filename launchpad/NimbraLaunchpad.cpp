@@ -4,19 +4,13 @@
 #include <stdexcept>
 #include <utility>
 
-#include "platform/kr/KRError.h"
+#include "launchpad/LaunchpadNews.h"
 #include "platform/vo/Log.h"
 #include "platform/vo/PackageInfo.h"
+#include "platform/vo/Path.h"
 #include "platform/vo/Session.h"
 #include "plugins/NimbraLaunchpadPluginBehavior.h"
-#include "plugins/builtin/ActivitiesPlugin.h"
-#include "plugins/builtin/BatteryPlugin.h"
-#include "plugins/builtin/HardwareInfoPlugin.h"
-#include "plugins/builtin/HumanTrackedPlugin.h"
-#include "plugins/builtin/PerceptionHeavyPlugin.h"
-#include "plugins/builtin/PosturePlugin.h"
-#include "plugins/builtin/TemperaturePlugin.h"
-#include "plugins/builtin/TimingPlugin.h"
+#include "plugins/builtin/BuiltinPlugins.h"
 
 namespace KR {
 namespace {
@@ -47,78 +41,57 @@ std::vector<AutonomousAction> actionsOfModule(const std::string& name)
 NimbraLaunchpad::NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker,
                                  ContextPermission* contextPermission,
                                  NimbraLaunchpadResponder* responder,
-                                 const std::optional<std::string>& configuration)
-    : broker_(notNull(broker)),
+                                 const std::optional<std::string>& configuration,
+                                 ErrorReceiver onError)
+    : news_(std::make_shared<LaunchpadNews>()),
+      pluginSwitched(news_->pluginSwitched),
+      errorReported(news_->errorReported),
+      broker_(notNull(broker)),
       contextPermission_(contextPermission),
       packageManager_(broker->session().findService("PackageManager")),
       animationPlayer_(broker->session().findService("KRAnimationPlayer")),
       responder_(responder),
-      behaviorManager_(NimbraLaunchpadPluginBehavior::kBehaviorManager)
+      behaviorManager_(NimbraLaunchpadPluginBehavior::kBehaviorManager),
+      plugins_(conditionChecker_, *news_),
+      actions_(conditionChecker_, *news_)
 {
+    if (onError)
+        onError_ = errorReported.connect(std::move(onError));
+    const LaunchpadNews::Round round(*news_);
     conditionChecker_.connect(broker_);
     conditionChecker_.setCallback(
         [this](ConditionChecker::Hits hits) { _conditionHit(std::move(hits)); });
 
     if (!configuration)
-        _loadDefaultConfiguration();
+        _loadFirstConfiguration(vo::path::findConf("tessel", "autonomy.cfg", false));
     else if (!configuration->empty())
-        loadConfigFile(*configuration);
+        _loadFirstConfiguration(*configuration);
 
     for (const char* uuid : kDeprecatedPackages)
         _removeDeprecatedPackage(uuid);
     // Connected before the packages are read, so that no change is missed between the two.
-    packageChanges_.emplace(packageManager_,
-                            [this](const vo::PackageInfo& package, bool installed) {
-                                _onPackageChanged(package, installed);
-                            });
+    packageChanges_.emplace(
+        packageManager_,
+        [this](const vo::PackageInfo& package, bool installed) {
+            _onPackageChanged(package, installed);
+        },
+        [news = news_](const std::string& error) { news->error("PackageChanges", error); });
     std::vector<vo::PackageInfo> installed = _initPackageData();
 
-    _initAddModulePlugin<ActivitiesPlugin>("Activities", broker_);
-    _initAddModulePlugin<TimingPlugin>("Timing", broker_);
-    _initAddModulePlugin<TemperaturePlugin>("Temperature", broker_);
-    _initAddModulePlugin<HardwareInfoPlugin>("HardwareInfo", broker_);
-    _initAddModulePlugin<BatteryPlugin>("Battery", broker_);
-    _initAddModulePlugin<PosturePlugin>("Posture", broker_);
+    for (const BuiltinPlugin& plugin : builtinPlugins()) {
+        if (!plugin.isOnDemand)
+            _initAddModulePlugin(plugin);
+    }
 
     try {
         const auto actions = actionsOfModule(kInteractiveActivityModule);
-        const vo::Lock lock(actionMutex_);
+        const vo::Lock lock(actions_.mutex());
         _addModuleActions(kInteractiveActivityModule, actions);
     } catch (const std::exception& e) {
-        kLog.error("NimbraLaunchpad",
-                   std::string("Cannot load the main interactive activity module: ") + e.what());
+        news_->error("NimbraLaunchpad",
+                     std::string("Cannot load the main interactive activity module: ") + e.what());
     }
     packageChanges_->release(std::move(installed));
-}
-
-/// createModule also initialises the module.
-template <class Plugin>
-void NimbraLaunchpad::_initAddModulePlugin(const std::string& name,
-                                           const boost::shared_ptr<KRBroker>& broker)
-{
-    try {
-        const auto plugin = KRModule::createModule<Plugin>(broker);
-        const vo::Lock lock(pluginMutex_);
-        plugins_[plugin->getPluginName()] = plugin;
-    } catch (const std::exception& e) {
-        kLog.error("_initAddModulePlugin", "Could not load plugin: " + name + e.what());
-    }
-}
-
-void NimbraLaunchpad::addModulePlugin(const std::string& name)
-{
-    if (name == "PerceptionHeavy")
-        _initAddModulePlugin<PerceptionHeavyPlugin>(name, broker_);
-    else if (name == "HumanTracked")
-        _initAddModulePlugin<HumanTrackedPlugin>(name, broker_);
-    else
-        throw KRError("NimbraLaunchpad", "addModulePlugin",
-                      "there is no plugin '" + name + "' to add");
-}
-
-std::vector<std::string> NimbraLaunchpad::addableModulePlugins()
-{
-    return {"HumanTracked", "PerceptionHeavy"};
 }
 
 NimbraLaunchpad::~NimbraLaunchpad()
@@ -126,11 +99,13 @@ NimbraLaunchpad::~NimbraLaunchpad()
     shared_->conditionsStartPlugins = false;
     behaviorManager_.end();
     shared_->gate.close();
+    news_->end();
 }
 
 // The analysis is off because no lock is taken, see the header.
 void NimbraLaunchpad::loadModule(const std::string& name) VO_NO_THREAD_SAFETY_ANALYSIS
 {
+    const LaunchpadNews::Round round(*news_);
     _addModuleActions(name, actionsOfModule(name));
 }
 
@@ -154,35 +129,17 @@ PersistentValues NimbraLaunchpad::getPersistentValues() const
 
 std::list<AutonomousAction> NimbraLaunchpad::getActionSuggestions(const int& mask) const
 {
-    const auto wanted = static_cast<std::uint32_t>(mask);
-    std::list<AutonomousAction> suggestions;
-    const vo::SharedLock lock(actionMutex_);
-    for (const auto& [id, action] : actions_) {
-        if ((action.synchronicity & wanted) != 0 &&
-            conditionChecker_.isConditionTrue(action.conditionId))
-            suggestions.push_back(action);
-    }
-    return suggestions;
+    return actions_.suggestions(static_cast<std::uint32_t>(mask));
 }
 
 std::vector<std::string> NimbraLaunchpad::getAutonomousActivityNames() const
 {
-    std::vector<std::string> names;
-    const vo::SharedLock lock(actionMutex_);
-    names.reserve(autonomousActivities_.size());
-    for (const auto& [name, activity] : autonomousActivities_)
-        names.push_back(name);
-    return names;
+    return actions_.activities();
 }
 
 AutonomousAction NimbraLaunchpad::getAction(const std::string& description) const
 {
-    const vo::SharedLock lock(actionMutex_);
-    for (const auto& [id, action] : actions_) {
-        if (action.description == description)
-            return action;
-    }
-    throw std::runtime_error("action not found with description: " + description);
+    return actions_.get(description);
 }
 
 void NimbraLaunchpad::exit()

@@ -2,26 +2,27 @@
 
 #include <atomic>
 #include <boost/shared_ptr.hpp>
-#include <cstdint>
 #include <list>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "launchpad/ActionCopies.h"
+#include "launchpad/ActionTable.h"
 #include "launchpad/AutonomousAction.h"
 #include "launchpad/NimbraLaunchpadResponder.h"
 #include "launchpad/PackageChanges.h"
+#include "launchpad/PluginRegistry.h"
 #include "launchpad/ServiceWait.h"
 #include "platform/conditions/ConditionChecker.h"
 #include "platform/kr/KRBroker.h"
 #include "platform/vo/AnyObject.h"
 #include "platform/vo/CallbackGate.h"
+#include "platform/vo/Connection.h"
 #include "platform/vo/Mutex.h"
+#include "platform/vo/Signal.h"
 
 namespace vo {
 class BehaviorInfo;
@@ -35,7 +36,8 @@ class Node;
 namespace KR {
 
 class ContextPermission;
-class NimbraLaunchpadPlugin;
+class LaunchpadNews;
+struct BuiltinPlugin;
 
 /// Decides what the robot does on its own initiative: keeps the table of autonomous actions, has
 /// their conditions evaluated, and hands the actions whose conditions were hit to the responder.
@@ -56,16 +58,35 @@ class NimbraLaunchpadPlugin;
 /// responder call that is still queued when the launchpad goes is dropped.
 ///
 /// Thread-safe, but for loadModule(). Lock order: the checker lock, then the data lock; the
-/// condition checker's own locks come last. No lock is held while the responder runs. Lines are
-/// logged with locks held, so a listener of the log must not call the launchpad.
+/// condition checker's own locks come last. No lock is held while the responder or a receiver of
+/// one of the signals runs. Lines are logged with locks held, so a listener of the log must not
+/// call the launchpad.
 class NimbraLaunchpad {
+    // First, as the signals are parts of it. Constant after construction.
+    const std::shared_ptr<LaunchpadNews> news_;
+
 public:
+    // Both are emitted with no lock held, one emission at a time, in the order in which things
+    // happened. What an operation brings about is told on the calling thread before it returns,
+    // unless another thread is just telling and so tells of this too; so is what becomes of a
+    // package, on the platform's signal queue, and what a plugin's conditions do, on the event
+    // loop. Receivers may use the launchpad, but must not destroy it. After its destruction nothing
+    // is emitted any more.
+
+    /// A plugin has been started (true) or stopped (false).
+    vo::Signal<std::string, bool>& pluginSwitched;
+    /// Something has failed, and was logged as an error: the function that speaks, and the text.
+    /// What fails outside of an operation, as a hit or the responder, is told on the event loop.
+    vo::Signal<std::string, std::string>& errorReported;
+    using ErrorReceiver = vo::Signal<std::string, std::string>::Callback;
+
     /// Comes up with the default configuration file, what installed packages bring, the built-in
     /// plugins and the actions of the main interactive activity module. A failing configuration,
     /// plugin or module is logged and left out. Monitoring is not started.
     ///
-    /// `configuration` is a file to come up with instead of the default one, or empty for none;
-    /// what loadConfigFile() throws for it leaves this.
+    /// `configuration` is a file to come up with instead of the default one, or empty for none.
+    /// `onError` is connected to errorReported from the beginning on, and so hears of what fails
+    /// here before this returns. Until then it must not use the launchpad, on whatever thread.
     ///
     /// `contextPermission` is told of installed and removed behaviours, and may be null. So may
     /// `responder`, but not where packages with plugins get installed. std::invalid_argument for a
@@ -73,10 +94,11 @@ public:
     /// errors of that service, too, leave this.
     NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker, ContextPermission* contextPermission,
                     NimbraLaunchpadResponder* responder,
-                    const std::optional<std::string>& configuration = std::nullopt);
-    /// Stops no plugin: call exit() first. Waits for the responder call and the package change in
-    /// progress, except when destroyed from inside of it; a change that waits for a service gives
-    /// up.
+                    const std::optional<std::string>& configuration = std::nullopt,
+                    ErrorReceiver onError = {});
+    /// Stops no plugin: call exit() first. Waits for the responder call, the emission of a signal
+    /// and the package change in progress, except when destroyed from inside of the call or the
+    /// change; a change that waits for a service gives up.
     virtual ~NimbraLaunchpad();
     NimbraLaunchpad(const NimbraLaunchpad&) = delete;
     NimbraLaunchpad& operator=(const NimbraLaunchpad&) = delete;
@@ -134,16 +156,7 @@ public:
     /// The plugins of a group, in ascending order.
     std::vector<std::string> getPluginsForGroup(const std::string& group) const;
 
-    /// What is known of a plugin at one moment.
-    struct PluginState {
-        std::string name;
-        std::list<std::string> groups;
-        bool enabled = false;
-        bool running = false;
-        bool builtIn = false;
-        std::vector<std::string>
-            publishedKeys;  ///< of a built-in plugin; a behaviour's are unknown
-    };
+    using PluginState = KR::PluginState;
     /// All plugins, by name.
     std::vector<PluginState> getPluginStates() const;
 
@@ -152,23 +165,36 @@ public:
     void exit();
 
 private:
-    using Plugins = std::map<std::string, boost::shared_ptr<NimbraLaunchpadPlugin>>;
-
     friend class NimbraLaunchpadTestAccess;  // defined by the tests alone
 
-    void _loadDefaultConfiguration() VO_EXCLUDES(actionMutex_);
+    void _loadFirstConfiguration(const std::string& path) VO_EXCLUDES(actions_.mutex());
     void _loadConfiguration(const YAML::Node& document, const std::string& path)
-        VO_EXCLUDES(actionMutex_);
+        VO_EXCLUDES(actions_.mutex());
     void _addModuleActions(const std::string& name, const std::vector<AutonomousAction>& actions)
-        VO_REQUIRES(actionMutex_);
-    unsigned _addAction(const AutonomousAction& action) VO_REQUIRES(actionMutex_);
-    bool _removeAction(const unsigned& id) VO_REQUIRES(actionMutex_);
-    bool _removeActions(const std::string& origin) VO_REQUIRES(actionMutex_);
-    void _registerActionCondition(const unsigned& id) VO_REQUIRES(actionMutex_);
-    bool _unregisterActionCondition(const unsigned& id) VO_REQUIRES(actionMutex_);
-    void _conditionHit(ConditionChecker::Hits hits) VO_EXCLUDES(actionMutex_);
+        VO_REQUIRES(actions_.mutex());
+    unsigned _addAction(const AutonomousAction& action) VO_REQUIRES(actions_.mutex())
+    {
+        return actions_.add(action);
+    }
+    bool _removeAction(const unsigned& id) VO_REQUIRES(actions_.mutex())
+    {
+        return actions_.remove(id);
+    }
+    bool _removeActions(const std::string& origin) VO_REQUIRES(actions_.mutex())
+    {
+        return actions_.removeOrigin(origin);
+    }
+    void _registerActionCondition(const unsigned& id) VO_REQUIRES(actions_.mutex())
+    {
+        actions_.registerCondition(id);
+    }
+    bool _unregisterActionCondition(const unsigned& id) VO_REQUIRES(actions_.mutex())
+    {
+        return actions_.unregisterCondition(id);
+    }
+    void _conditionHit(ConditionChecker::Hits hits) VO_EXCLUDES(actions_.mutex());
     std::list<AutonomousAction> _actionsOfHits(const ConditionChecker::Hits& hits)
-        VO_REQUIRES_SHARED(actionMutex_);
+        VO_REQUIRES_SHARED(actions_.mutex());
     void _postActions(std::list<AutonomousAction> actions);
 
     void _refuseAfterExit() const;
@@ -176,36 +202,32 @@ private:
     void _stopConditionChecker();
     bool _isConditionCheckerRunning() const;
 
-    template <class Plugin>
-    void _initAddModulePlugin(const std::string& name, const boost::shared_ptr<KRBroker>& broker)
-        VO_EXCLUDES(pluginMutex_);
+    void _initAddModulePlugin(const BuiltinPlugin& plugin);
     void _addBehaviorPlugin(const std::string& name, const vo::PackageInfo& package,
-                            const vo::BehaviorInfo& behavior) VO_EXCLUDES(pluginMutex_);
-    bool _isPluginLoaded(const std::string& name) const VO_EXCLUDES(pluginMutex_);
-    using PluginHit = void (NimbraLaunchpadPlugin::*)(unsigned, const KRValue&);
-    void _addPluginTriggers(const std::string& name, const std::string& purpose, PluginHit hit)
-        VO_REQUIRES(pluginMutex_);
-    void _unloadPlugin(const std::string& name) VO_EXCLUDES(pluginMutex_);
-    void _unloadPlugin(Plugins::iterator& position) VO_REQUIRES(pluginMutex_);
-    void _unloadPlugins() VO_EXCLUDES(pluginMutex_);
-    void _setPluginEnabled(const std::string& name, const bool& enabled) VO_EXCLUDES(pluginMutex_);
-    void _startEnabledStopDisabledPlugins() VO_EXCLUDES(pluginMutex_);
-    void _stopPlugins() VO_EXCLUDES(pluginMutex_);
+                            const vo::BehaviorInfo& behavior);
+    bool _isPluginLoaded(const std::string& name) const { return plugins_.isLoaded(name); }
+    void _unloadPlugin(const std::string& name) { plugins_.unload(name); }
+    void _unloadPlugins() { plugins_.unloadAll(); }
+    void _setPluginEnabled(const std::string& name, const bool& enabled)
+    {
+        plugins_.setEnabled(name, enabled);
+    }
+    void _startEnabledStopDisabledPlugins() { plugins_.startEnabledStopDisabled(); }
+    void _stopPlugins() { plugins_.stopAll(); }
 
     /// Tags that begin so make a behaviour a reflex of the dialog.
     static constexpr std::string_view _prefix_reflex = "DialogReflex/";
 
     /// Returns what is installed.
-    std::vector<vo::PackageInfo> _initPackageData() VO_EXCLUDES(actionMutex_, pluginMutex_);
-    void _onPackageChanged(const vo::PackageInfo& package, const bool& installed)
-        VO_EXCLUDES(actionMutex_, pluginMutex_);
+    std::vector<vo::PackageInfo> _initPackageData();
+    void _onPackageChanged(const vo::PackageInfo& package, const bool& installed);
     bool _onBehaviorChanged(const vo::PackageInfo& package, const vo::BehaviorInfo& behavior,
-                            const bool& installed) VO_EXCLUDES(actionMutex_, pluginMutex_);
+                            const bool& installed);
     bool _isAutonomousActivity(const vo::PackageInfo& package,
                                const vo::BehaviorInfo& behavior) const;
     void _addBehaviorAction(const std::string& key, const vo::BehaviorInfo& behavior)
-        VO_EXCLUDES(actionMutex_);
-    void _removeBehaviorAction(const std::string& key) VO_EXCLUDES(actionMutex_);
+        VO_EXCLUDES(actions_.mutex());
+    void _removeBehaviorAction(const std::string& key) VO_EXCLUDES(actions_.mutex());
     void _removeDeprecatedPackage(const std::string& uuid);
     void _checkReflexTags(const vo::PackageInfo& package) const;
 
@@ -215,6 +237,7 @@ private:
     vo::AnyObject packageManager_;
     vo::AnyObject animationPlayer_;
     NimbraLaunchpadResponder* responder_;
+    vo::Connection onError_;
     /// What is used by others who may have their turn, or be in it, when the launchpad goes.
     struct Shared {
         vo::CallbackGate gate;  ///< passed by posted calls of the responder; closed at the end
@@ -231,27 +254,16 @@ private:
     std::atomic<bool> exited_{false};
     ServiceWait behaviorManager_;
 
-    /// The plugin lock. Held while plugins start and stop, shared only, and so before their own
-    /// locks; comes with neither of the other two.
-    mutable vo::SharedMutex pluginMutex_;
-    Plugins plugins_ VO_GUARDED_BY(pluginMutex_);
-    /// By the name of a behaviour's plugin: the conditions that start and stop it.
-    std::map<std::string, std::vector<unsigned>> pluginTriggers_ VO_GUARDED_BY(pluginMutex_);
+    // With the plugin lock, which comes with none of the others.
+    PluginRegistry plugins_;
 
     /// The checker lock. Held over start and stop of the checker, and so before the data lock,
     /// which hits take: stopping waits for them.
-    mutable vo::SharedMutex conditionCheckerMutex_ VO_ACQUIRED_BEFORE(actionMutex_);
+    mutable vo::SharedMutex conditionCheckerMutex_ VO_ACQUIRED_BEFORE(actions_.mutex());
     bool conditionCheckerRunning_ VO_GUARDED_BY(conditionCheckerMutex_) = false;
 
-    /// The data lock.
-    mutable vo::SharedMutex actionMutex_;
-    std::uint32_t lastActionId_ VO_GUARDED_BY(actionMutex_) = 1;
-    std::map<std::uint32_t, AutonomousAction> actions_ VO_GUARDED_BY(actionMutex_);
-    std::map<std::uint32_t, std::uint32_t> conditionToAction_ VO_GUARDED_BY(actionMutex_);
-    /// By behaviour key: the id of the action that was made for the behaviour, and the
-    /// description of that action.
-    std::map<std::string, std::uint32_t> behaviorActions_ VO_GUARDED_BY(actionMutex_);
-    std::map<std::string, std::string> autonomousActivities_ VO_GUARDED_BY(actionMutex_);
+    // With the data lock.
+    ActionTable actions_;
 
     // Last, so that they are the first to go, the packages before the checker: until they are gone
     // they call back. That holds for a construction that fails, too. Synchronised by themselves.

@@ -2,10 +2,10 @@
 #include <yaml-cpp/yaml.h>
 
 #include "launchpad/ConfigurationReader.h"
+#include "launchpad/LaunchpadNews.h"
 #include "launchpad/NimbraLaunchpad.h"
 #include "platform/config/Configurator.h"
 #include "platform/vo/Log.h"
-#include "platform/vo/Path.h"
 
 namespace KR {
 namespace {
@@ -33,18 +33,19 @@ void namingFile(const std::string& path, const Read& read)
 
 }  // namespace
 
-void NimbraLaunchpad::_loadDefaultConfiguration()
+void NimbraLaunchpad::_loadFirstConfiguration(const std::string& path)
 {
-    const std::string path = vo::path::findConf("tessel", "autonomy.cfg", false);
     try {
         loadConfigFile(path);
     } catch (const std::exception& e) {
-        kLog.error("NimbraLaunchpad", "Can't load default config file: " + path + ": " + e.what());
+        news_->error("NimbraLaunchpad",
+                     "Can't load default config file: " + path + ": " + e.what());
     }
 }
 
 void NimbraLaunchpad::loadConfigFile(const std::string& path)
 {
+    const LaunchpadNews::Round round(*news_);
     const YAML::Node document = loadConfigurationDocument(path);
     namingFile(path, [&] { _loadConfiguration(document, path); });
 }
@@ -69,7 +70,7 @@ void NimbraLaunchpad::_loadConfiguration(const YAML::Node& document, const std::
 
     const ConfigurationReader reader(
         [](const ConfigurationProblem& problem) { kLog.warning(problem.label, problem.text); });
-    const vo::Lock lock(actionMutex_);
+    const vo::Lock lock(actions_.mutex());
     if (_removeActions("LifeConfig"))
         kLog.info(kLabel, "Deleted all configuration sets derived from previous config file");
     // What is no sequence has no elements to find, and looking for them in a large mapping would

@@ -2,6 +2,7 @@
 #include <string>
 #include <vector>
 
+#include "launchpad/LaunchpadNews.h"
 #include "launchpad/NimbraLaunchpad.h"
 #include "permission/ContextPermission.h"
 #include "platform/vo/Log.h"
@@ -57,11 +58,10 @@ bool NimbraLaunchpad::isAutonomousActivity(const vo::PackageInfo& package,
     return package.uuid() != kScratchPackage && !behavior.conditions(kLaunchTrigger).empty();
 }
 
-/// The first trigger alone counts. The action of a key that is added anew stays, but nothing leads
-/// to it any more.
+/// The first trigger alone counts.
 void NimbraLaunchpad::_addBehaviorAction(const std::string& key, const vo::BehaviorInfo& behavior)
 {
-    const vo::Lock lock(actionMutex_);
+    const vo::Lock lock(actions_.mutex());
     const auto triggers = behavior.conditions(kLaunchTrigger);
     if (triggers.empty())
         return;
@@ -71,33 +71,23 @@ void NimbraLaunchpad::_addBehaviorAction(const std::string& key, const vo::Behav
     action.items = {{ActionItemSwitchFocus, {{"Activity", key}}}};
     action.condition = guardedTrigger(triggers.front(), behavior);
     action.synchronicity = ExecuteAnyTimeConditionTrue;
-    behaviorActions_[key] = _addAction(action);
-    autonomousActivities_[key] = action.description;
+    actions_.addActivity(key, action);
 }
 
 void NimbraLaunchpad::_removeBehaviorAction(const std::string& key)
 {
-    const vo::Lock lock(actionMutex_);
-    const auto found = behaviorActions_.find(key);
-    if (found == behaviorActions_.end()) {
-        kLog.warning("_removeBehaviorAction",
-                     "Tried to remove a non mapped behavior action for: " + key);
-        return;
-    }
-    _unregisterActionCondition(found->second);
-    actions_.erase(found->second);
-    behaviorActions_.erase(found);
-    autonomousActivities_.erase(key);
+    const vo::Lock lock(actions_.mutex());
+    actions_.removeActivity(key);
 }
 
 std::vector<vo::PackageInfo> NimbraLaunchpad::_initPackageData()
 {
     constexpr const char* kLabel = "_initPackageData";
     {
-        const vo::Lock lock(actionMutex_);
+        const vo::Lock lock(actions_.mutex());
         if (_removeActions(kPackageOrigin))
             kLog.info(kLabel, "Deleted all actions from packages.");
-        autonomousActivities_.clear();
+        actions_.clearActivities();
     }
     auto packages = packageManager_.call<std::vector<vo::PackageInfo>>("packages");
     for (const vo::PackageInfo& package : packages) {
@@ -127,27 +117,30 @@ std::vector<vo::PackageInfo> NimbraLaunchpad::_initPackageData()
 void NimbraLaunchpad::_onPackageChanged(const vo::PackageInfo& package, const bool& installed)
 {
     constexpr const char* kLabel = "_onPackageChanged";
-    if (contextPermission_ && installed)
-        contextPermission_->onBehaviorsInstalled(package, package.behaviors());
-    else if (contextPermission_)
-        contextPermission_->onBehaviorsRemoved(package, package.behaviors());
-
+    const auto news = news_;
     bool pluginAdded = false;
-    try {
-        for (const vo::BehaviorInfo& behavior : package.behaviors())
-            pluginAdded = _onBehaviorChanged(package, behavior, installed) || pluginAdded;
-        if (installed)
-            _checkReflexTags(package);
-    } catch (const std::exception& e) {
-        kLog.error(kLabel,
-                   "Can't process package change for package: " + package.uuid() + ": " + e.what());
+    {
+        const LaunchpadNews::Round round(*news);
+        if (contextPermission_ && installed)
+            contextPermission_->onBehaviorsInstalled(package, package.behaviors());
+        else if (contextPermission_)
+            contextPermission_->onBehaviorsRemoved(package, package.behaviors());
+        try {
+            for (const vo::BehaviorInfo& behavior : package.behaviors())
+                pluginAdded = _onBehaviorChanged(package, behavior, installed) || pluginAdded;
+            if (installed)
+                _checkReflexTags(package);
+        } catch (const std::exception& e) {
+            news->error(kLabel, "Can't process package change for package: " + package.uuid() +
+                                    ": " + e.what());
+        }
     }
     if (!pluginAdded)
         return;
     try {
         responder_->onPluginsChanged();
     } catch (const std::exception& e) {
-        kLog.error(kLabel, std::string("Cant process added plugins: ") + e.what());
+        news->error(kLabel, std::string("Cant process added plugins: ") + e.what());
     }
 }
 
@@ -179,7 +172,7 @@ void NimbraLaunchpad::_removeDeprecatedPackage(const std::string& uuid)
         packageManager_.call("removePkg", uuid);
         kLog.info(kLabel, "Removed deprecated package " + uuid);
     } catch (const std::exception& e) {
-        kLog.error(kLabel, "Can't remove deprecated package: " + uuid + ": " + e.what());
+        news_->error(kLabel, "Can't remove deprecated package: " + uuid + ": " + e.what());
     }
 }
 

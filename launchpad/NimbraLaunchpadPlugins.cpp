@@ -1,33 +1,47 @@
+#include <algorithm>
 #include <exception>
-#include <utility>
 
 #include "launchpad/GatheredErrors.h"
+#include "launchpad/LaunchpadNews.h"
 #include "launchpad/NimbraLaunchpad.h"
 #include "platform/kr/KRError.h"
-#include "platform/vo/Log.h"
-#include "plugins/NimbraLaunchpadPlugin.h"
 #include "plugins/NimbraLaunchpadPluginBehavior.h"
-#include "plugins/NimbraLaunchpadPluginModule.h"
+#include "plugins/builtin/BuiltinPlugins.h"
 
 namespace KR {
-namespace {
 
-const vo::Logger kLog("NimbraLaunchpad");
-
-/// Does something to a plugin; a failure is logged as `text`, the plugin's name and why, and kept.
-template <class Step>
-void tryPlugin(GatheredErrors& errors, const char* label, const std::string& text,
-               const std::string& name, const Step& step)
+void NimbraLaunchpad::_initAddModulePlugin(const BuiltinPlugin& plugin)
 {
     try {
-        step();
+        const auto made = plugin.make(broker_);
+        plugins_.add(made->getPluginName(), made);
     } catch (const std::exception& e) {
-        kLog.error(label, text + name + ": " + e.what());
-        errors.add(std::string(e.what()) + "(" + name + ")");
+        news_->error("_initAddModulePlugin", "Could not load plugin: " + plugin.name + e.what());
     }
 }
 
-}  // namespace
+void NimbraLaunchpad::addModulePlugin(const std::string& name)
+{
+    const auto& all = builtinPlugins();
+    const auto found = std::find_if(all.begin(), all.end(), [&name](const BuiltinPlugin& plugin) {
+        return plugin.isOnDemand && plugin.name == name;
+    });
+    if (found == all.end())
+        throw KRError("NimbraLaunchpad", "addModulePlugin",
+                      "there is no plugin '" + name + "' to add");
+    const LaunchpadNews::Round round(*news_);
+    _initAddModulePlugin(*found);
+}
+
+std::vector<std::string> NimbraLaunchpad::addableModulePlugins()
+{
+    std::vector<std::string> names;
+    for (const BuiltinPlugin& plugin : builtinPlugins()) {
+        if (plugin.isOnDemand)
+            names.push_back(plugin.name);
+    }
+    return names;
+}
 
 void NimbraLaunchpad::_addBehaviorPlugin(const std::string& name, const vo::PackageInfo& package,
                                          const vo::BehaviorInfo& behavior)
@@ -37,83 +51,11 @@ void NimbraLaunchpad::_addBehaviorPlugin(const std::string& name, const vo::Pack
             package, behavior, behaviorManager_.get(broker_->session())));
         plugin->letConditionsStartWhile(
             [shared = shared_] { return shared->conditionsStartPlugins.load(); });
-        _unloadPlugin(name);
-        const vo::Lock lock(pluginMutex_);
-        plugins_[name] = plugin;
-        _addPluginTriggers(name, "launchTrigger", &NimbraLaunchpadPlugin::startConditionHit);
-        _addPluginTriggers(name, "terminationTrigger", &NimbraLaunchpadPlugin::stopConditionHit);
+        plugins_.add(name, plugin);
     } catch (const std::exception& e) {
-        kLog.error("_addBehaviorPlugin",
-                   "Could not load Launchpad Plugin: " + name + " " + e.what());
+        news_->error("_addBehaviorPlugin",
+                     "Could not load Launchpad Plugin: " + name + " " + e.what());
     }
-}
-
-/// Their hits go straight to the plugin, which the binding keeps alive, until it is unloaded.
-void NimbraLaunchpad::_addPluginTriggers(const std::string& name, const std::string& purpose,
-                                         PluginHit hit)
-{
-    const boost::shared_ptr<NimbraLaunchpadPlugin> plugin = plugins_.at(name);
-    for (const std::string& condition : plugin->getConditions(purpose)) {
-        pluginTriggers_[name].push_back(conditionChecker_.addCondition(
-            condition, ConditionChecker::ReportBecomesTrue,
-            [plugin, hit](unsigned id, const KRValue& value) { (plugin.get()->*hit)(id, value); }));
-    }
-}
-
-bool NimbraLaunchpad::_isPluginLoaded(const std::string& name) const
-{
-    const vo::SharedLock lock(pluginMutex_);
-    return plugins_.count(name) > 0;
-}
-
-void NimbraLaunchpad::_unloadPlugin(const std::string& name)
-{
-    const vo::Lock lock(pluginMutex_);
-    auto position = plugins_.find(name);
-    if (position != plugins_.end())
-        _unloadPlugin(position);
-}
-
-void NimbraLaunchpad::_unloadPlugin(Plugins::iterator& position)
-{
-    constexpr const char* kLabel = "_unloadPlugin";
-    const std::string& name = position->first;
-    NimbraLaunchpadPlugin& plugin = *position->second;
-    for (const int id : plugin.getConditionIDs())
-        conditionChecker_.removeCondition(static_cast<unsigned>(id));
-    plugin.clearConditionIDs();
-    for (const unsigned id : pluginTriggers_[name])
-        conditionChecker_.removeCondition(id);
-    pluginTriggers_.erase(name);
-    // A hit may still be on its way, and a start that one has posted.
-    plugin.retire();
-    try {
-        plugin.stopPlugin();
-    } catch (const std::exception& e) {
-        kLog.warning(kLabel, "Error stopping removed plugin: " + name + ": " + e.what());
-    }
-    try {
-        plugin.exit();
-    } catch (const std::exception& e) {
-        kLog.warning(kLabel, "Error exiting removed plugin: " + name + ": " + e.what());
-    }
-    position = plugins_.erase(position);
-}
-
-void NimbraLaunchpad::_unloadPlugins()
-{
-    const vo::Lock lock(pluginMutex_);
-    for (auto position = plugins_.begin(); position != plugins_.end();)
-        _unloadPlugin(position);
-}
-
-void NimbraLaunchpad::_setPluginEnabled(const std::string& name, const bool& enabled)
-{
-    const vo::Lock lock(pluginMutex_);
-    const auto found = plugins_.find(name);
-    if (found == plugins_.end())
-        throw KRError("NimbraLaunchpad", "setPluginEnabled", "Plugin not found");
-    found->second->setEnabled(enabled);
 }
 
 void NimbraLaunchpad::setPluginEnabled(const std::string& name, const bool& enabled)
@@ -127,75 +69,19 @@ void NimbraLaunchpad::setPluginEnabled(const std::string& name, const bool& enab
     errors.raise();
 }
 
-void NimbraLaunchpad::_startEnabledStopDisabledPlugins()
-{
-    constexpr const char* kMethod = "_startEnabledStopDisabledPlugins";
-    GatheredErrors errors(kMethod);
-    const vo::SharedLock lock(pluginMutex_);
-    for (const auto& [name, plugin] : plugins_) {
-        tryPlugin(errors, kMethod, "Error starting/stopping plugin: ", name, [&p = *plugin] {
-            const bool running = p.isPluginRunning();
-            const bool enabled = p.isEnabled();
-            if (running && !enabled)
-                p.stopPlugin();
-            else if (!running && enabled)
-                p.startPlugin();
-        });
-    }
-    errors.raise();
-}
-
-void NimbraLaunchpad::_stopPlugins()
-{
-    constexpr const char* kMethod = "_stopPlugins";
-    kLog.verbose(kMethod, "NimbraLaunchpad Plugins will be stopped.");
-    GatheredErrors errors(kMethod);
-    const vo::SharedLock lock(pluginMutex_);
-    for (const auto& [name, plugin] : plugins_)
-        tryPlugin(errors, kMethod, "Error stopping plugin: ", name,
-                  [&p = *plugin] { p.stopPlugin(); });
-    errors.raise();
-}
-
 std::vector<std::string> NimbraLaunchpad::getEnabledPlugins() const
 {
-    std::vector<std::string> names;
-    const vo::SharedLock lock(pluginMutex_);
-    for (const auto& [name, plugin] : plugins_) {
-        if (plugin->isEnabled())
-            names.push_back(name);
-    }
-    return names;
+    return plugins_.enabled();
 }
 
 std::vector<std::string> NimbraLaunchpad::getPluginsForGroup(const std::string& group) const
 {
-    std::vector<std::string> names;
-    const vo::SharedLock lock(pluginMutex_);
-    for (const auto& [name, plugin] : plugins_) {
-        if (plugin->isInGroup(group))
-            names.push_back(name);
-    }
-    return names;
+    return plugins_.ofGroup(group);
 }
 
-std::vector<NimbraLaunchpad::PluginState> NimbraLaunchpad::getPluginStates() const
+std::vector<PluginState> NimbraLaunchpad::getPluginStates() const
 {
-    std::vector<PluginState> states;
-    const vo::SharedLock lock(pluginMutex_);
-    for (const auto& [name, plugin] : plugins_) {
-        const auto* module = dynamic_cast<const NimbraLaunchpadPluginModule*>(plugin.get());
-        PluginState state{name,
-                          plugin->getGroups(),
-                          plugin->isEnabled(),
-                          plugin->isPluginRunning(),
-                          module != nullptr,
-                          {}};
-        if (module)
-            state.publishedKeys = module->getPublishedKeys();
-        states.push_back(std::move(state));
-    }
-    return states;
+    return plugins_.states();
 }
 
 }  // namespace KR

@@ -1,5 +1,6 @@
 #include "launchpad/PackageChanges.h"
 
+#include <exception>
 #include <map>
 #include <optional>
 #include <string>
@@ -8,7 +9,6 @@
 #include "platform/vo/Application.h"
 #include "platform/vo/CallbackGate.h"
 #include "platform/vo/Executor.h"
-#include "platform/vo/LogException.h"
 #include "platform/vo/PackageInfo.h"
 
 namespace KR {
@@ -20,7 +20,10 @@ struct PackageChanges::State {
         bool installed;
     };
 
-    explicit State(Receiver function) : receiver(std::move(function)) {}
+    State(Receiver function, Failed onFailure)
+        : receiver(std::move(function)), failed(std::move(onFailure))
+    {
+    }
 
     void onChange(const vo::PackageInfo& package, bool installed)
     {
@@ -32,6 +35,7 @@ struct PackageChanges::State {
     void receiveHeld(std::vector<vo::PackageInfo> packages);
 
     const Receiver receiver;
+    const Failed failed;
     std::optional<std::vector<Change>> held{std::in_place};
     vo::CallbackGate gate;  ///< passed by the end of the holding back
 };
@@ -48,8 +52,10 @@ void PackageChanges::State::receiveHeld(std::vector<vo::PackageInfo> packages)
             return;
         try {
             receiver(package, installed);
+        } catch (const std::exception& e) {
+            failed(e.what());
         } catch (...) {
-            vo::logCurrentException("NimbraLaunchpad", "PackageChanges");
+            failed("unknown exception");
         }
     };
     const std::vector<Change> changes = std::move(*held);
@@ -69,11 +75,21 @@ void PackageChanges::State::receiveHeld(std::vector<vo::PackageInfo> packages)
     }
 }
 
-PackageChanges::PackageChanges(const vo::AnyObject& packageManager, Receiver receiver)
-    : state_(std::make_shared<State>(std::move(receiver))),
-      installed_(packageManager, "onPackageInstalled", state_, true),
-      removed_(packageManager, "onPackageRemoved", state_, false)
+PackageChanges::PackageChanges(const vo::AnyObject& packageManager, Receiver receiver,
+                               Failed failed)
+    : state_(std::make_shared<State>(std::move(receiver), std::move(failed))),
+      installed_(follow(packageManager, "onPackageInstalled", true)),
+      removed_(follow(packageManager, "onPackageRemoved", false))
 {
+}
+
+vo::Connection PackageChanges::follow(const vo::AnyObject& packageManager, const char* signal,
+                                      bool installed)
+{
+    return packageManager.connect(signal,
+                                  [state = state_, installed](const vo::PackageInfo& package) {
+                                      state->onChange(package, installed);
+                                  });
 }
 
 PackageChanges::~PackageChanges()
@@ -91,20 +107,6 @@ void PackageChanges::release(std::vector<vo::PackageInfo> present)
             if (pass)
                 state->receiveHeld(std::move(present));
         });
-}
-
-PackageChanges::Connection::Connection(const vo::AnyObject& packageManager, const char* signal,
-                                       const std::shared_ptr<State>& state, bool installed)
-    : packageManager_(packageManager),
-      link_(packageManager.connect(signal, [state, installed](const vo::PackageInfo& package) {
-          state->onChange(package, installed);
-      }))
-{
-}
-
-PackageChanges::Connection::~Connection()
-{
-    packageManager_.disconnect(link_);
 }
 
 }  // namespace KR

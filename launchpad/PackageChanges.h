@@ -2,9 +2,11 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "platform/vo/AnyObject.h"
+#include "platform/vo/Connection.h"
 
 namespace vo {
 class PackageInfo;
@@ -22,9 +24,12 @@ namespace KR {
 class PackageChanges {
 public:
     using Receiver = std::function<void(const vo::PackageInfo& package, bool installed)>;
+    using Failed = std::function<void(const std::string& error)>;
 
-    /// Connects to the signals, and holds their changes back. Throws when it cannot.
-    PackageChanges(const vo::AnyObject& packageManager, Receiver receiver);
+    /// Connects to the signals, and holds their changes back. Throws when it cannot. `failed` is
+    /// told when the receiver fails with a change that was held back, and the others go on; with a
+    /// later one it is the signal queue that logs it.
+    PackageChanges(const vo::AnyObject& packageManager, Receiver receiver, Failed failed);
     /// Disconnects. Waits for the receiver, except when it is destroyed by it.
     ~PackageChanges();
     PackageChanges(const PackageChanges&) = delete;
@@ -38,24 +43,12 @@ public:
 private:
     struct State;
 
-    /// A connection to a signal; it ends with this.
-    class Connection {
-    public:
-        Connection(const vo::AnyObject& packageManager, const char* signal,
-                   const std::shared_ptr<State>& state, bool installed);
-        ~Connection();
-        Connection(const Connection&) = delete;
-        Connection& operator=(const Connection&) = delete;
-
-    private:
-        const vo::AnyObject packageManager_;
-        const vo::SignalLink link_;
-    };
+    vo::Connection follow(const vo::AnyObject& packageManager, const char* signal, bool installed);
 
     // Constant after construction. The state is shared with the signal queue.
     const std::shared_ptr<State> state_;
-    const Connection installed_;
-    const Connection removed_;
+    const vo::Connection installed_;
+    const vo::Connection removed_;
 };
 
 }  // namespace KR

@@ -80,8 +80,8 @@ void ContextPermission::connectSignals()
             }
         }
         // Before the present speech service is looked up, so that none is missed in between.
-        if (servicesLink_ == vo::kInvalidSignalLink)
-            servicesLink_ =
+        if (!connections_.services.isConnected())
+            connections_.services =
                 broker_->session().registered().connect([this](const vo::AnyObject& service) {
                     if (service.name() == kSpeech)
                         followSpeech();
@@ -94,7 +94,7 @@ void ContextPermission::followSpeech()
 {
     try {
         const vo::Lock lock(connectionsMutex_);
-        if (servicesLink_ == vo::kInvalidSignalLink)
+        if (!connections_.services.isConnected())
             return;
         connectLocale();
     } catch (const std::exception& e) {
@@ -108,11 +108,11 @@ void ContextPermission::followSpeech()
 void ContextPermission::connectKey(const std::string& key)
 {
     const vo::AnyObject memory = broker_->session().service(kMemory);
-    if (!keyConnections_.count(key)) {
-        const auto subscriber = memory.call<vo::AnyObject>("subscriber", key);
-        const auto link = subscriber.connect(
-            "signal", [this, key](const KRValue& value) { _memoryCallback(key, value); });
-        keyConnections_[key] = {subscriber, link};
+    if (!connections_.keys.count(key)) {
+        connections_.keys[key] = memory.call<vo::AnyObject>("subscriber", key)
+                                     .connect("signal", [this, key](const KRValue& value) {
+                                         _memoryCallback(key, value);
+                                     });
     }
     // With the lock held, as a change that comes after this reading is to be stored after it.
     const vo::Lock lock(contextMutex_);
@@ -122,45 +122,34 @@ void ContextPermission::connectKey(const std::string& key)
 void ContextPermission::connectLocale()
 {
     const vo::AnyObject speech = broker_->session().service(kSpeech);
-    if (localeConnection_.object.object() == speech.object())
+    if (connections_.speech.object() == speech.object())
         return;
     // Whatever the service before still tells is older than what this one will answer.
-    if (localeConnection_.object)
-        localeConnection_.object.disconnect(localeConnection_.link);
-    localeConnection_ = {{}, vo::kInvalidSignalLink};
-    const auto link = speech.follow<std::string>(
+    connections_.speech = {};
+    connections_.locale.disconnect();
+    connections_.locale = speech.follow<std::string>(
         kLanguageProperty, [this](const std::string& locale) { _localeChangedCallback(locale); });
-    localeConnection_ = {speech, link};
+    connections_.speech = speech;
 }
 
 void ContextPermission::disconnectSignals()
 {
     // Not under the lock: disconnecting waits for callbacks in progress.
-    vo::SignalLink services = vo::kInvalidSignalLink;
-    std::map<std::string, Connection> keys;
-    Connection locale = {{}, vo::kInvalidSignalLink};
+    Connections ended;
     {
         const vo::Lock lock(connectionsMutex_);
-        std::swap(services, servicesLink_);
-        std::swap(keys, keyConnections_);
-        std::swap(locale, localeConnection_);
+        std::swap(ended, connections_);
     }
-    const auto disconnect = [](const std::string& key, const Connection& connection) {
-        bool done = false;
-        try {
-            done = connection.object.disconnect(connection.link);
-        } catch (const std::exception&) {
-            // As good as a link that is not known.
-        }
-        if (!done)
+    const auto disconnect = [](const std::string& key, vo::Connection& connection) {
+        if (!connection.disconnect())
             logger.error("disconnectSignals", "Cannot unsubscribe to key: " + key);
     };
-    broker_->session().registered().disconnect(services);
-    for (const auto& [key, connection] : keys)
+    ended.services.disconnect();
+    for (auto& [key, connection] : ended.keys)
         disconnect(key, connection);
     // A speech service that has gone took the connection with it.
-    if (locale.object && !locale.object.object()->isClosed())
-        disconnect(kLanguageProperty, locale);
+    if (ended.speech && !ended.speech.object()->isClosed())
+        disconnect(kLanguageProperty, ended.locale);
 }
 
 void ContextPermission::readLocale(const std::string& failure)

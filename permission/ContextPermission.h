@@ -9,6 +9,7 @@
 #include "permission/ContextPermissionResponder.h"
 #include "platform/kr/KRValue.h"
 #include "platform/vo/AnyObject.h"
+#include "platform/vo/Connection.h"
 #include "platform/vo/Mutex.h"
 #include "platform/vo/PackageInfo.h"
 #include "platform/vo/Property.h"
@@ -81,12 +82,6 @@ public:
     vo::Property<Violations>& permissions() { return permissions_; }
 
 private:
-    /// A connection to a signal or property of a service.
-    struct Connection {
-        vo::AnyObject object;
-        vo::SignalLink link;
-    };
-
     BehaviorsCache& behaviors() const;
     void connectKey(const std::string& key) VO_REQUIRES(connectionsMutex_);
     /// Follows and reads the language of the speech service that is there, while connected.
@@ -119,10 +114,13 @@ private:
 
     /// Held while signals are being connected; before all others.
     vo::Mutex connectionsMutex_;
-    /// To the session's registered services; valid from connectSignals() to disconnectSignals().
-    vo::SignalLink servicesLink_ VO_GUARDED_BY(connectionsMutex_) = vo::kInvalidSignalLink;
-    std::map<std::string, Connection> keyConnections_ VO_GUARDED_BY(connectionsMutex_);
-    Connection localeConnection_ VO_GUARDED_BY(connectionsMutex_) = {{}, vo::kInvalidSignalLink};
+    struct Connections {
+        vo::Connection services;  ///< from connectSignals() to disconnectSignals()
+        std::map<std::string, vo::Connection> keys;
+        vo::AnyObject speech;  ///< the service whose language is followed
+        vo::Connection locale;
+    };
+    Connections connections_ VO_GUARDED_BY(connectionsMutex_);
 
     /// The cache lock.
     mutable vo::SharedMutex cacheMutex_ VO_ACQUIRED_BEFORE(contextMutex_);

@@ -77,6 +77,12 @@ void NimbraLaunchpadPlugin::letConditionsStartWhile(std::function<bool()> allowe
     startAllowed_ = std::move(allowed);
 }
 
+void NimbraLaunchpadPlugin::onSwitched(std::function<void(bool running)> receiver)
+{
+    vo::Lock lock(mutex_);
+    switched_ = std::move(receiver);
+}
+
 void NimbraLaunchpadPlugin::retire()
 {
     vo::Lock lock(mutex_);
@@ -101,9 +107,12 @@ void NimbraLaunchpadPlugin::post(void (NimbraLaunchpadPlugin::*operation)())
 
 void NimbraLaunchpadPlugin::runPosted(void (NimbraLaunchpadPlugin::*operation)())
 {
-    vo::Lock lock(mutex_);
-    if (!retired_)
-        (this->*operation)();
+    {
+        vo::Lock lock(mutex_);
+        if (!retired_)
+            (this->*operation)();
+    }
+    tellSwitches();
 }
 
 /// Since the hit it may have been disabled, and whoever would stop it again may be done with that.
@@ -115,14 +124,20 @@ void NimbraLaunchpadPlugin::startIfAllowed()
 
 void NimbraLaunchpadPlugin::startPlugin()
 {
-    vo::Lock lock(mutex_);
-    start();
+    {
+        vo::Lock lock(mutex_);
+        start();
+    }
+    tellSwitches();
 }
 
 void NimbraLaunchpadPlugin::stopPlugin()
 {
-    vo::Lock lock(mutex_);
-    stop();
+    {
+        vo::Lock lock(mutex_);
+        stop();
+    }
+    tellSwitches();
 }
 
 void NimbraLaunchpadPlugin::start()
@@ -132,6 +147,7 @@ void NimbraLaunchpadPlugin::start()
     logger.info("startPlugin", "Starting: " + name_);
     _startPlugin();
     logger.info("startPlugin", "Started: " + name_);
+    untold_.add(true);
     running_ = true;
 }
 
@@ -142,7 +158,21 @@ void NimbraLaunchpadPlugin::stop()
     logger.info("stopPlugin", "Stopping: " + name_);
     _stopPlugin();
     logger.info("stopPlugin", "Stopped: " + name_);
+    untold_.add(false);
     running_ = false;
+}
+
+void NimbraLaunchpadPlugin::tellSwitches()
+{
+    std::function<void(bool)> receiver;
+    {
+        vo::Lock lock(mutex_);
+        receiver = switched_;
+    }
+    untold_.tell([&receiver](bool running) {
+        if (receiver)
+            receiver(running);
+    });
 }
 
 bool NimbraLaunchpadPlugin::isPluginRunning()

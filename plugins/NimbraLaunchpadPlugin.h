@@ -9,6 +9,7 @@
 
 #include "platform/kr/KRValue.h"
 #include "platform/vo/Mutex.h"
+#include "platform/vo/TellQueue.h"
 
 namespace KR {
 
@@ -73,6 +74,11 @@ public:
     /// a plugin is stopped and dropped.
     void retire();
 
+    /// Has every start (true) and stop of the plugin told, in their order, with no lock of the
+    /// plugin held: on the thread that has done it, unless another one is just telling. To be set
+    /// before the plugin is started.
+    void onSwitched(std::function<void(bool running)> receiver);
+
     /// Starts a plugin that does not run. What `_startPlugin` throws leaves this, and the plugin
     /// counts as it did before.
     void startPlugin();
@@ -93,6 +99,8 @@ private:
     void startIfAllowed() VO_REQUIRES(mutex_);
     void start() VO_REQUIRES(mutex_);
     void stop() VO_REQUIRES(mutex_);
+    /// Tells of what start() and stop() have done.
+    void tellSwitches() VO_EXCLUDES(mutex_);
 
 protected:
     // A derived class fills these while it is constructed, and only reads them afterwards.
@@ -112,7 +120,11 @@ private:
     bool running_ VO_GUARDED_BY(mutex_) = false;
     bool retired_ VO_GUARDED_BY(mutex_) = false;
     std::function<bool()> startAllowed_ VO_GUARDED_BY(mutex_);  ///< none for always
+    std::function<void(bool)> switched_ VO_GUARDED_BY(mutex_);  ///< may be none
     std::vector<int> conditionIDs_ VO_GUARDED_BY(mutex_);
+
+    // Synchronised by itself: the starts (true) and stops that nobody was told of yet.
+    vo::TellQueue<bool> untold_;
 };
 
 }  // namespace KR

@@ -184,7 +184,7 @@ void KRBehaviorManager::abandonStart(const std::string& key)
 {
     vo::Lock lock(mutex_);
     entries_.erase(key);
-    changed_.notify_all();
+    changed_.notifyAll();
 }
 
 void KRBehaviorManager::run(const std::string& key)
@@ -197,7 +197,7 @@ void KRBehaviorManager::run(const std::string& key)
     {
         vo::Lock lock(mutex_);
         entries_[key].process = process;
-        changed_.notify_all();
+        changed_.notifyAll();
     }
     logger.info(kMethod, "Behaviour '" + key + "' runs");
     const auto lines = std::make_shared<LineLog>(key, clock_);
@@ -276,7 +276,7 @@ void KRBehaviorManager::onEnded(const std::string& key, int status)
         stopping = it->second.stopping;
         entries_.erase(it);
         telling_ = key;
-        changed_.notify_all();
+        changed_.notifyAll();
     }
     const std::string text = "Behaviour '" + key + "' " + describe(status);
     if (status == 0 || stopping)
@@ -286,7 +286,7 @@ void KRBehaviorManager::onEnded(const std::string& key, int status)
     ended_(key, status);
     vo::Lock lock(mutex_);
     telling_.clear();
-    changed_.notify_all();
+    changed_.notifyAll();
 }
 
 }  // namespace KR

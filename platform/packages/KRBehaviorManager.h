@@ -1,6 +1,5 @@
 #pragma once
 
-#include <condition_variable>
 #include <functional>
 #include <map>
 #include <memory>
@@ -108,7 +107,7 @@ private:
 
     // Synchronised by themselves.
     vo::Signal<std::string, int> ended_;
-    std::condition_variable_any changed_;  ///< entries_ or telling_ changed
+    vo::Condition changed_;  ///< entries_ or telling_ changed
 
     mutable vo::Mutex mutex_;
     Entries entries_ VO_GUARDED_BY(mutex_);

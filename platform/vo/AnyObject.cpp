@@ -11,11 +11,6 @@ ServiceObject& AnyObject::checked() const
     return *object_;
 }
 
-bool AnyObject::disconnect(SignalLink link) const
-{
-    return checked().disconnectQueued(link);
-}
-
 AnyObject Convert<AnyObject>::from(const Value& v)
 {
     return AnyObject(detail::content<std::shared_ptr<ServiceObject>>(v, "object"));

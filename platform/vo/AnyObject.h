@@ -35,15 +35,14 @@ public:
     Future<R> async(const std::string& method, const Args&... args) const;
 
     /// Connects to a signal; std::logic_error without an application. The receiver runs on the
-    /// platform's signal queue, in the order of the emissions; arguments of the wrong type are
-    /// logged and that delivery dropped. The receiver's parameters are taken from the receiver
-    /// where it has one signature; a std::bind or an overloaded function needs them named:
-    /// connect<int, std::string>(...).
+    /// platform's signal queue, in the order of the emissions; what still stands there when it is
+    /// disconnected is dropped. Arguments of the wrong type are logged and that delivery dropped.
+    /// The receiver's parameters are taken from the receiver where it has one signature; a
+    /// std::bind or an overloaded function needs them named: connect<int, std::string>(...).
     template <class... Args, class F>
-    SignalLink connect(const std::string& signal, F receiver) const;
-    /// Undoes connect() or follow(). When it returns, the receiver is not running and never will
-    /// again (except when called from that receiver). False for an unknown link.
-    bool disconnect(SignalLink link) const;
+    NewConnection connect(const std::string& signal, F receiver) const;
+
+    bool disconnect(const SignalLink& link) const { return link(); }
 
     template <class T>
     T property(const std::string& name) const;
@@ -51,7 +50,7 @@ public:
     void setProperty(const std::string& name, const T& value) const;
     /// Follows a property as connect() follows a signal.
     template <class T>
-    SignalLink follow(const std::string& name, std::function<void(T)> receiver) const;
+    NewConnection follow(const std::string& name, std::function<void(T)> receiver) const;
 
     const std::shared_ptr<ServiceObject>& object() const { return object_; }
 

@@ -57,7 +57,7 @@ Future<R> AnyObject::async(const std::string& method, const Args&... args) const
 }
 
 template <class... Args, class F>
-SignalLink AnyObject::connect(const std::string& signal, F receiver) const
+NewConnection AnyObject::connect(const std::string& signal, F receiver) const
 {
     const ServiceObject& object = checked();
     const std::string place = object.place("signal", signal);
@@ -83,7 +83,7 @@ void AnyObject::setProperty(const std::string& name, const T& value) const
 }
 
 template <class T>
-SignalLink AnyObject::follow(const std::string& name, std::function<void(T)> receiver) const
+NewConnection AnyObject::follow(const std::string& name, std::function<void(T)> receiver) const
 {
     const ServiceObject& object = checked();
     return object.followQueued(

@@ -75,12 +75,6 @@ bool CallbackGate::isClosed() const
     return closed_;
 }
 
-bool CallbackGate::hasEnded() const
-{
-    const Lock<Mutex> lock(mutex_);
-    return closed_ && running_.empty();
-}
-
 bool CallbackGate::isInside() const
 {
     const Lock<Mutex> lock(mutex_);

@@ -44,9 +44,6 @@ public:
     /// caller waits. True for the call that closed the gate.
     bool close();
     bool isClosed() const;
-    /// True when it is closed and no run is in progress, so that there will be none any more.
-    bool hasEnded() const;
-
     /// True when the calling thread holds a pass.
     bool isInside() const;
 

@@ -28,6 +28,7 @@
 #define VO_RELEASE(...) VO_ATTRIBUTE(release_capability(__VA_ARGS__))
 #define VO_RELEASE_GENERIC(...) VO_ATTRIBUTE(release_generic_capability(__VA_ARGS__))
 #define VO_TRY_ACQUIRE(...) VO_ATTRIBUTE(try_acquire_capability(__VA_ARGS__))
+#define VO_RETURN_CAPABILITY(mutex) VO_ATTRIBUTE(lock_returned(mutex))
 #define VO_ACQUIRED_BEFORE(...) VO_ATTRIBUTE(acquired_before(__VA_ARGS__))
 #define VO_NO_THREAD_SAFETY_ANALYSIS VO_ATTRIBUTE(no_thread_safety_analysis)
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <functional>
 #include <utility>
 
+#include "platform/vo/Connection.h"
 #include "platform/vo/Future.h"
 #include "platform/vo/Mutex.h"
 #include "platform/vo/Signal.h"
@@ -26,15 +26,9 @@ public:
     /// them of this one too, so that no set waits for another's followers.
     Future<void> set(T value);
 
-    SignalLink connect(typename Signal<T>::Callback callback)
+    NewConnection connect(typename Signal<T>::Callback callback)
     {
         return changed_.connect(std::move(callback));
-    }
-    bool disconnect(SignalLink link) { return changed_.disconnect(link); }
-    /// See Signal::connectWithUndo.
-    std::function<void()> connectWithUndo(typename Signal<T>::Callback callback)
-    {
-        return changed_.connectWithUndo(std::move(callback));
     }
 
 private:

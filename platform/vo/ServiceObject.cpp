@@ -1,5 +1,6 @@
 #include "platform/vo/ServiceObject.h"
 
+#include <algorithm>
 #include <map>
 #include <stdexcept>
 #include <utility>
@@ -38,13 +39,8 @@ public:
 
     explicit Impl(std::string serviceName) : name(std::move(serviceName)) {}
 
-    SignalLink connect(const Connect& connector, Receiver receiver, bool queued);
-    /// See AnyObject::disconnect.
-    bool disconnect(SignalLink link);
+    NewConnection connect(const Connect& connector, Receiver receiver, bool queued);
     void disconnectAll();
-
-    /// A function that disconnects, and may outlive this.
-    Disconnect undoOf(SignalLink link);
 
     /// What is said of an entry: "service 'X'<verb><kind> 'name'".
     std::string say(const char* verb, const char* kind, const std::string& entry) const
@@ -97,62 +93,50 @@ public:
 private:
     /// One receiver. It ends with its own gate and not with the signal's, so that what stands on
     /// the signal queue ends with it too.
-    struct Connection {
-        CallbackGate gate;
-        SignalLink link = kInvalidSignalLink;
-        Receiver receiver;
-        Disconnect undo;
-    };
-    using Connections = std::map<SignalLink, std::shared_ptr<Connection>>;
+    struct Delivery final : detail::Link {
+        Delivery(std::weak_ptr<Impl> impl, Receiver function)
+            : owner(std::move(impl)), receiver(std::move(function))
+        {
+        }
 
-    Receiver deliver(std::shared_ptr<Connection> connection);
+        void run(const std::vector<Value>& values);
+        bool disconnect() override;
+        bool isConnected() const override { return !gate.isClosed(); }
+
+        // Constant once others know of it.
+        const std::weak_ptr<Impl> owner;
+        const Receiver receiver;
+        Connection source;  ///< to the signal, which keeps this
+        // Synchronised by itself.
+        CallbackGate gate;
+    };
+
     static Receiver queued(Receiver deliver);
-    static void run(Connection& connection, const std::vector<Value>& values);
-    bool disconnect(Connection& connection);
-    Connections connections() const;
-    void forget(const Connection& connection);
+    void forget(const Delivery& delivery);
 
     mutable Mutex mutex_;
-    SignalLink lastLink_ VO_GUARDED_BY(mutex_) = kInvalidSignalLink;
-    Connections connections_ VO_GUARDED_BY(mutex_);
+    std::vector<std::shared_ptr<Delivery>> deliveries_ VO_GUARDED_BY(mutex_);
 };
 
-SignalLink ServiceObject::Impl::connect(const Connect& connector, Receiver receiver, bool queue)
+NewConnection ServiceObject::Impl::connect(const Connect& connector, Receiver receiver, bool queue)
 {
-    auto added = std::make_shared<Connection>();
-    added->receiver = std::move(receiver);
-    {
-        const Lock<Mutex> lock(mutex_);
-        added->link = ++lastLink_;
-    }
-    const Receiver direct = deliver(added);
-    // Deliveries may begin at once, and use neither the list nor `undo`. It is listed when it is
-    // complete: who finds it there may undo it.
-    added->undo = connector(queue ? queued(direct) : direct);
+    const auto added = std::make_shared<Delivery>(weak_from_this(), std::move(receiver));
+    const Receiver direct = [added](const std::vector<Value>& values) { added->run(values); };
+    // Runs may begin at once, and use neither the list nor `source`. It is listed when it is
+    // complete: who finds it there may disconnect it.
+    added->source = connector(queue ? queued(direct) : direct);
     const Lock<Mutex> lock(mutex_);
-    connections_.emplace(added->link, added);
-    return added->link;
+    deliveries_.push_back(added);
+    return NewConnection(added);
 }
 
-ServiceObject::Receiver ServiceObject::Impl::deliver(std::shared_ptr<Connection> connection)
+void ServiceObject::Impl::Delivery::run(const std::vector<Value>& values)
 {
-    return [weak = weak_from_this(),
-            connection = std::move(connection)](const std::vector<Value>& values) {
-        run(*connection, values);
-        if (!connection->gate.hasEnded())
-            return;
-        if (const auto self = weak.lock())
-            self->forget(*connection);
-    };
-}
-
-void ServiceObject::Impl::run(Connection& connection, const std::vector<Value>& values)
-{
-    const CallbackGate::Pass pass(connection.gate);
+    const CallbackGate::Pass pass(gate);
     if (!pass)
         return;
     try {
-        connection.receiver(values);
+        receiver(values);
     } catch (...) {
         logCurrentException("ServiceObject", "receiver");
     }
@@ -167,55 +151,33 @@ ServiceObject::Receiver ServiceObject::Impl::queued(Receiver deliver)
     };
 }
 
-bool ServiceObject::Impl::disconnect(SignalLink link)
+bool ServiceObject::Impl::Delivery::disconnect()
 {
-    std::shared_ptr<Connection> connection;
-    {
-        const Lock<Mutex> lock(mutex_);
-        const auto found = connections_.find(link);
-        if (found == connections_.end())
-            return false;
-        connection = found->second;
-    }
-    return disconnect(*connection);
-}
-
-bool ServiceObject::Impl::disconnect(Connection& connection)
-{
-    const bool first = connection.gate.close();
-    connection.undo();
-    // Listed until its run has ended, so that whoever else disconnects it meanwhile waits for it
-    // too. One that disconnects itself is forgotten after its last run in progress.
-    if (!connection.gate.isInside())
-        forget(connection);
+    const bool first = gate.close();
+    source.disconnect();
+    if (const auto impl = first ? owner.lock() : nullptr)
+        impl->forget(*this);
     return first;
 }
 
 void ServiceObject::Impl::disconnectAll()
 {
-    for (const auto& [link, connection] : connections())
-        disconnect(*connection);
+    std::vector<std::shared_ptr<Delivery>> all;
+    {
+        const Lock<Mutex> lock(mutex_);
+        all = deliveries_;
+    }
+    for (const std::shared_ptr<Delivery>& delivery : all)
+        delivery->disconnect();
 }
 
-ServiceObject::Impl::Connections ServiceObject::Impl::connections() const
+/// The caller keeps the delivery alive: what its receiver holds is not destroyed under the lock.
+void ServiceObject::Impl::forget(const Delivery& delivery)
 {
     const Lock<Mutex> lock(mutex_);
-    return connections_;
-}
-
-ServiceObject::Disconnect ServiceObject::Impl::undoOf(SignalLink link)
-{
-    return [weak = weak_from_this(), link] {
-        if (const auto self = weak.lock())
-            self->disconnect(link);
-    };
-}
-
-/// The caller keeps the connection alive: what its receiver holds is not destroyed under the lock.
-void ServiceObject::Impl::forget(const Connection& connection)
-{
-    const Lock<Mutex> lock(mutex_);
-    connections_.erase(connection.link);
+    const auto isIt = [&delivery](const auto& other) { return other.get() == &delivery; };
+    deliveries_.erase(std::remove_if(deliveries_.begin(), deliveries_.end(), isIt),
+                      deliveries_.end());
 }
 
 ServiceObject::ServiceObject(std::string name) : impl_(std::make_shared<Impl>(std::move(name))) {}
@@ -272,14 +234,14 @@ Value ServiceObject::call(const std::string& method, const std::vector<Value>& a
     return entry.function(arguments);
 }
 
-ServiceObject::Disconnect ServiceObject::connect(const std::string& signal, Receiver receiver) const
+NewConnection ServiceObject::connect(const std::string& signal, Receiver receiver) const
 {
     const Impl::Use use(impl_);
     const Connect& connector = impl_->find(impl_->signals, "signal", signal);
-    return impl_->undoOf(impl_->connect(connector, std::move(receiver), false));
+    return impl_->connect(connector, std::move(receiver), false);
 }
 
-SignalLink ServiceObject::connectQueued(const std::string& signal, Receiver receiver) const
+NewConnection ServiceObject::connectQueued(const std::string& signal, Receiver receiver) const
 {
     Application::current();
     const Impl::Use use(impl_);
@@ -299,28 +261,23 @@ void ServiceObject::setProperty(const std::string& name, const Value& value) con
     impl_->find(impl_->properties, "property", name).set(value);
 }
 
-ServiceObject::Disconnect ServiceObject::followProperty(
-    const std::string& name, std::function<void(const Value&)> receiver) const
+NewConnection ServiceObject::followProperty(const std::string& name,
+                                            std::function<void(const Value&)> receiver) const
 {
     const Impl::Use use(impl_);
     const Connect& connector = impl_->find(impl_->properties, "property", name).connect;
     auto first = [receiver = std::move(receiver)](const std::vector<Value>& values) {
         receiver(values.front());
     };
-    return impl_->undoOf(impl_->connect(connector, std::move(first), false));
+    return impl_->connect(connector, std::move(first), false);
 }
 
-SignalLink ServiceObject::followQueued(const std::string& property, Receiver receiver) const
+NewConnection ServiceObject::followQueued(const std::string& property, Receiver receiver) const
 {
     Application::current();
     const Impl::Use use(impl_);
     const Connect& connector = impl_->find(impl_->properties, "property", property).connect;
     return impl_->connect(connector, std::move(receiver), true);
-}
-
-bool ServiceObject::disconnectQueued(SignalLink link) const
-{
-    return impl_->disconnect(link);
 }
 
 void ServiceObject::close()

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/vo/Connection.h"
 #include "platform/vo/Convert.h"
 #include "platform/vo/Property.h"
 #include "platform/vo/Signal.h"
@@ -29,10 +30,10 @@ namespace vo {
 class ServiceObject {
 public:
     using Method = std::function<Value(const std::vector<Value>&)>;
-    /// Connects a receiver of a signal's arguments; the result undoes the connection.
+    /// Receives a signal's arguments.
     using Receiver = std::function<void(const std::vector<Value>&)>;
     using Disconnect = std::function<void()>;
-    using Connect = std::function<Disconnect(Receiver)>;
+    using Connect = std::function<NewConnection(Receiver)>;
 
     struct MethodInfo {
         std::string name;
@@ -70,15 +71,13 @@ public:
     /// wrong; ConversionError, naming service, method and argument, for a wrong type; whatever the
     /// method throws.
     Value call(const std::string& method, const std::vector<Value>& arguments) const;
-    /// Connects to a signal; the receiver runs on the emitting thread. When the result has been
-    /// called, the receiver is not running and never will again (except when called from that
-    /// receiver); it may be called at any time, several times, and after the object has gone.
-    Disconnect connect(const std::string& signal, Receiver receiver) const;
+    /// Connects to a signal; the receiver runs on the emitting thread.
+    NewConnection connect(const std::string& signal, Receiver receiver) const;
     Value getProperty(const std::string& name) const;
     void setProperty(const std::string& name, const Value& value) const;
     /// Follows a property as connect() follows a signal.
-    Disconnect followProperty(const std::string& name,
-                              std::function<void(const Value&)> receiver) const;
+    NewConnection followProperty(const std::string& name,
+                                 std::function<void(const Value&)> receiver) const;
 
     /// Refuses new calls, drops every connection, and waits for the calls in progress (not for
     /// one that this is called from). Idempotent; the destructor calls it.
@@ -102,11 +101,10 @@ private:
     std::string place(const char* kind, const std::string& name) const;
 
     // For handles: the receiver runs on the signal queue of the current application.
-    SignalLink connectQueued(const std::string& signal, Receiver receiver) const;
-    SignalLink followQueued(const std::string& property, Receiver receiver) const;
-    bool disconnectQueued(SignalLink link) const;
+    NewConnection connectQueued(const std::string& signal, Receiver receiver) const;
+    NewConnection followQueued(const std::string& property, Receiver receiver) const;
 
-    // Constant after construction. Shared with those who undo a connection after the object.
+    // Constant after construction. Shared with the calls in progress.
     std::shared_ptr<Impl> impl_;
 };
 

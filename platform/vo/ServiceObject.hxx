@@ -56,8 +56,7 @@ template <class Source, class... Args>
 ServiceObject::Connect connector(Source& source)
 {
     return [&source](const ServiceObject::Receiver& receiver) {
-        return source.connectWithUndo(
-            [receiver](const Args&... args) { receiver(toArguments(args...)); });
+        return source.connect([receiver](const Args&... args) { receiver(toArguments(args...)); });
     };
 }
 

@@ -16,43 +16,19 @@ Signal<Args...>::~Signal()
 }
 
 template <class... Args>
-SignalLink Signal<Args...>::connect(Callback callback)
+NewConnection Signal<Args...>::connect(Callback callback)
 {
-    const Lock<Mutex> lock(state_->mutex);
-    auto changed = std::make_shared<Receivers>(*state_->receivers);
-    const SignalLink link = ++state_->lastLink;
-    changed->push_back(std::make_shared<Receiver>(link, std::move(callback)));
-    state_->receivers = std::move(changed);
-    return link;
-}
-
-template <class... Args>
-bool Signal<Args...>::disconnect(SignalLink link)
-{
-    // A function may destroy the signal while this waits for it.
-    const auto state = state_;
-    return state->disconnect(link);
-}
-
-template <class... Args>
-std::function<void()> Signal<Args...>::connectWithUndo(Callback callback)
-{
-    return [weak = std::weak_ptr<State>(state_), link = connect(std::move(callback))] {
-        if (const auto state = weak.lock())
-            state->disconnect(link);
-    };
+    const auto receiver = std::make_shared<Receiver>(state_, std::move(callback));
+    state_->add(receiver);
+    return NewConnection(receiver);
 }
 
 template <class... Args>
 void Signal<Args...>::operator()(const Args&... args) const
 {
-    const auto state = state_;
-    const auto receivers = state->all();
-    for (const std::shared_ptr<Receiver>& receiver : *receivers) {
+    const auto receivers = state_->all();
+    for (const std::shared_ptr<Receiver>& receiver : *receivers)
         call(*receiver, args...);
-        if (receiver->gate.hasEnded())
-            state->remove(receiver->link);
-    }
 }
 
 template <class... Args>
@@ -76,34 +52,33 @@ auto Signal<Args...>::State::all() const -> std::shared_ptr<const Receivers>
 }
 
 template <class... Args>
-bool Signal<Args...>::State::disconnect(SignalLink link)
+void Signal<Args...>::State::add(std::shared_ptr<Receiver> receiver)
 {
-    const auto listed = all();
-    const auto found = std::find_if(listed->begin(), listed->end(), [link](const auto& receiver) {
-        return receiver->link == link;
-    });
-    if (found == listed->end())
-        return false;
-    Receiver& receiver = **found;
-    const bool first = receiver.gate.close();
-    // Listed until it has ended, so that whoever else disconnects it meanwhile waits for it too.
-    // One that disconnects itself is taken from the list after its last call in progress.
-    if (!receiver.gate.isInside())
-        remove(link);
-    return first;
+    const Lock<Mutex> lock(mutex);
+    auto changed = std::make_shared<Receivers>(*receivers);
+    changed->push_back(std::move(receiver));
+    receivers = std::move(changed);
 }
 
+/// The caller keeps the receiver alive: what its function holds may come back here when it is
+/// destroyed.
 template <class... Args>
-void Signal<Args...>::State::remove(SignalLink link)
+void Signal<Args...>::State::remove(const Receiver& receiver)
 {
-    // The removed function is destroyed after the lock is released: what it holds may come back
-    // here.
-    std::shared_ptr<const Receivers> old;
     const Lock<Mutex> lock(mutex);
     auto changed = std::make_shared<Receivers>();
     std::copy_if(receivers->begin(), receivers->end(), std::back_inserter(*changed),
-                 [link](const auto& receiver) { return receiver->link != link; });
-    old = std::exchange(receivers, std::move(changed));
+                 [&receiver](const auto& other) { return other.get() != &receiver; });
+    receivers = std::move(changed);
+}
+
+template <class... Args>
+bool Signal<Args...>::Receiver::disconnect()
+{
+    const bool first = gate.close();
+    if (const auto owner = first ? state.lock() : nullptr)
+        owner->remove(*this);
+    return first;
 }
 
 }  // namespace vo

@@ -172,11 +172,13 @@ TEST_F(MemoryTest, SubscriberSignalsEveryNewValueInOrder)
     const vo::AnyObject service = platform.application.session().service("KRMemory");
     std::vector<KRValue> received;
     vo::AnyObject object = service.call<vo::AnyObject>("subscriber", "K");
-    object.connect("signal", [&](const KRValue& value) { received.push_back(value); });
+    const vo::Connection connection =
+        object.connect("signal", [&](const KRValue& value) { received.push_back(value); });
     EXPECT_EQ(service.call<vo::AnyObject>("subscriber", "K").object(), object.object());
-    service.call<vo::AnyObject>("subscriber", "L").connect("signal", [&](const KRValue& value) {
-        received.push_back(value.toInt() + 10);
-    });
+    const vo::Connection other =
+        service.call<vo::AnyObject>("subscriber", "L").connect("signal", [&](const KRValue& value) {
+            received.push_back(value.toInt() + 10);
+        });
 
     raise({{"K", 0}, {"L", 5}, {"K", 1}});
     EXPECT_THAT(received, IsEmpty()) << "never on the raiser's thread inside the raise";

@@ -123,11 +123,13 @@ TEST_F(LaunchpadTest, laterFile_replacesTheActionsOfEarlierFilesOnly)
         EXPECT_EQ(access.configControlsDialog(), policy != std::string("other")) << policy;
     }
 
-    // No file is no error, and one that is asked for has to be there.
-    platform.log.clear();
-    launchpad.emplace(platform.broker, nullptr, &responder, "");
-    EXPECT_THROW(NimbraLaunchpad(platform.broker, nullptr, &responder, "/none"), YAML::BadFile);
+    // No file is no error, and one that is asked for fails as the default one does.
+    logged();
+    comeUp(nullptr, "");
     EXPECT_THAT(logged(), testing::Not(HasSubstr("default config file")));
+    comeUp(nullptr, "/none");
+    EXPECT_THAT(logged(), testing::StartsWith("error NimbraLaunchpad: Can't load default config "
+                                              "file: /none: /none: No such file"));
 }
 
 }  // namespace

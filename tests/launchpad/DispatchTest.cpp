@@ -24,6 +24,7 @@ TEST_F(LaunchpadTest, condition_isBoundOnceAndRepaired)
     EXPECT_THAT(access.conditions(), ElementsAre(testing::Pair(first + 2, 3)));
 
     EXPECT_EQ(access.add("bad", "'K' =="), 0U);
+    platform.runPending();
     EXPECT_THAT(
         logged(),
         testing::StartsWith(
@@ -95,7 +96,10 @@ TEST_F(LaunchpadTest, responderThatDestroysTheLaunchpad_isNotCalledAgain)
         // In memory of its own, so that the address sanitizer sees who uses it afterwards.
         auto doomed = std::make_unique<NimbraLaunchpad>(platform.broker, nullptr, &responder);
         responder = {};
-        responder.onCall = [&] { doomed.reset(); };
+        responder.onCall = [&] {
+            doomed.reset();
+            throw std::runtime_error("too late");  // nobody is told of it
+        };
         NimbraLaunchpadTestAccess its{*doomed};
         for (int i = 0; i < 2 && when == "hit"; ++i)
             its.hit({{its.add("a", "'K'"), true}});
@@ -159,6 +163,12 @@ TEST_F(LaunchpadThreads, everythingAtOnce_leavesTheActionsOfWhatIsInstalled)
                 hits.add(name);
     };
     const std::string plugin = "_LaunchpadPluginTiming";
+    bool running = false;  // no atomic: it is told of one switch at a time
+    const vo::Connection switches =
+        launchpad.pluginSwitched.connect([&](const std::string&, bool isRunning) {
+            EXPECT_NE(std::exchange(running, isRunning), isRunning);
+            launchpad.setPluginEnabled(plugin, true);
+        });
     const auto change = [&](const std::string& uuid, int i) {
         (i % 2 ? services.installed : services.removed)(launchedPackage(uuid));
     };

@@ -20,13 +20,22 @@ class NimbraLaunchpadTestAccess {
 public:
     bool removeAll(const char* from) VO_NO_THREAD_SAFETY_ANALYSIS { return l._removeActions(from); }
     void unload(const char* plugin) { l._unloadPlugin(plugin); }
-    void scan() { l._initPackageData(); }
     void bind(unsigned id) VO_NO_THREAD_SAFETY_ANALYSIS { l._registerActionCondition(id); }
     void hit(const ConditionChecker::Hits& hits) { l._conditionHit(hits); }
-    auto& actions() VO_NO_THREAD_SAFETY_ANALYSIS { return l.actions_; }
-    auto& conditions() VO_NO_THREAD_SAFETY_ANALYSIS { return l.conditionToAction_; }
+    auto& actions() VO_NO_THREAD_SAFETY_ANALYSIS { return l.actions_.actions_; }
+    auto& conditions() VO_NO_THREAD_SAFETY_ANALYSIS { return l.actions_.conditionToAction_; }
     auto& checker() { return l.conditionChecker_; }
-    auto& plugins() VO_NO_THREAD_SAFETY_ANALYSIS { return l.plugins_; }
+    auto& plugins() VO_NO_THREAD_SAFETY_ANALYSIS { return l.plugins_.plugins_; }
+    void load(const std::string& name, const boost::shared_ptr<NimbraLaunchpadPlugin>& plugin)
+    {
+        l.plugins_.add(name, plugin);
+    }
+    /// Returns if this thread holds neither.
+    void takeLocks()
+    {
+        const vo::Lock plugins(l.plugins_.mutex_);
+        const vo::Lock actions(l.actions_.mutex_);
+    }
     bool configControlsDialog() const { return l.configControlsDialog_; }
 
     /// Returns the id of the condition.
@@ -154,21 +163,44 @@ struct LaunchpadThreads : testing::Test {
 
 /// A launchpad on virtual time that came up without any action.
 struct LaunchpadTest : testing::Test {
+    LaunchpadTest() { isUp = true; }
     void load(const std::string& text)
     {
         launchpad->loadConfigFile(folder.write(
             "test.cfg", "ConfigurationDescription: Test\nConfigurationVersion: \"2.0\"\n" + text));
     }
     void raiseK(int value) { platform.memory().raiseEvent("K", value); }
-    /// What the launchpad has logged since the last call: lines of "level label: text".
+    /// What the launchpad has logged since the last call: lines of "level label: text". Its errors
+    /// have been reported, too.
     std::string logged()
     {
         std::string lines;
-        for (const auto& [time, level, category, label, text] : platform.log.records())
+        std::string errors;
+        for (const auto& [time, level, category, label, text] : platform.log.records()) {
+            const std::string line = label + ": " + text + "\n";
             if (category == "NimbraLaunchpad")
-                lines += std::string(vo::logLevelName(level)) + " " + label + ": " + text + "\n";
+                lines += vo::logLevelName(level) + (" " + line);
+            if (category == "NimbraLaunchpad" && level == vo::LogLevel::error)
+                errors += line;
+        }
         platform.log.clear();
+        EXPECT_EQ(std::exchange(reported, {}), errors);
         return lines;
+    }
+    void comeUp(ContextPermission* permission = nullptr,
+                const std::optional<std::string>& configuration = std::nullopt)
+    {
+        isUp = false;
+        launchpad.emplace(platform.broker, permission, &responder, configuration, noteErrors());
+        isUp = true;
+    }
+    NimbraLaunchpad::ErrorReceiver noteErrors()
+    {
+        return [this](const std::string& label, const std::string& text) {
+            reported += label + ": " + text + "\n";
+            if (isUp)
+                access.takeLocks();
+        };
     }
     /// A package of the test's folder whose behaviours are plugins with this in their descriptors.
     vo::PackageInfo pluginPackage(const std::string& uuid, const Names& behaviors,
@@ -192,7 +224,10 @@ struct LaunchpadTest : testing::Test {
     VirtualPlatform platform;
     FakeServices services{platform.application.session()};
     RecordingResponder responder;
-    std::optional<NimbraLaunchpad> launchpad{std::in_place, platform.broker, nullptr, &responder};
+    std::string reported;  ///< errors since the last call of logged()
+    bool isUp = false;
+    std::optional<NimbraLaunchpad> launchpad{std::in_place, platform.broker, nullptr,
+                                             &responder,    std::nullopt,    noteErrors()};
     NimbraLaunchpadTestAccess access{*launchpad};
 };
 

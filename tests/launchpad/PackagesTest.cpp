@@ -101,7 +101,7 @@ TEST_F(LaunchpadTest, startUp_readsWhatIsInstalled)
     BehaviorsCache cache;
     ContextPermission permission(platform.broker, &cache, nullptr);
     logged();
-    launchpad.emplace(platform.broker, &permission, &responder);
+    comeUp(&permission);
 
     EXPECT_THAT(launchpad->getAutonomousActivityNames(), ElementsAre("p/b", "p/d"));
     for (const char* plugin : {"p/a", "p/c"})
@@ -161,7 +161,7 @@ TEST_F(LaunchpadTest, packageChangesDuringConstruction_leaveWhatTheySayOnce)
         SCOPED_TRACE(&changes - &std::get<0>(rows[0]));
         services.onPackages = changes;
         services.packages = listed;
-        launchpad.emplace(platform.broker, nullptr, &responder);
+        comeUp();
         NimbraLaunchpadTestAccess its{*launchpad};
         logged();
         platform.runPending();

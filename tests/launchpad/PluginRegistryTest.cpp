@@ -32,10 +32,18 @@ struct PluginRegistryTest : LaunchpadTest {
     PluginRegistryTest() { access.plugins().clear(); }
     void add(const std::string& name, bool enabled = true)
     {
-        access.plugins()[name] = boost::make_shared<ProbePlugin>(name, *this);
+        access.load(name, boost::make_shared<ProbePlugin>(name, *this));
         access.plugins()[name]->setEnabled(enabled);
     }
+    /// What plugins were started and stopped since the last call.
+    std::string takeSwitches() { return std::exchange(switches, {}); }
     bool showsMonitoring = false;  ///< with a "!"
+    std::string switches;
+    const vo::Connection connection =
+        launchpad->pluginSwitched.connect([this](const std::string& plugin, bool running) {
+            access.takeLocks();
+            switches += (running ? "+" : "-") + plugin + " ";
+        });
 };
 
 void ProbePlugin::note(const std::string& call, const std::string& failing)
@@ -72,6 +80,7 @@ TEST_F(PluginRegistryTest, enabledFlag_isFollowedWhileMonitoringOnly)
     EXPECT_FALSE(access.checker().hasCondition(1) || access.checker().hasCondition(2));
     EXPECT_THAT(m->getConditionIDs(), IsEmpty());
     launchpad->exit();
+    EXPECT_EQ(takeSwitches(), "+a +z +m -a +a -a -m -z +a +m -m -a ");
     EXPECT_THAT(services.calls, ElementsAre("start a", "start z", "!start m", "!stop a", "!start a",
                                             "stop a", "stop m", "stop z", "start a", "start m",
                                             "!stop m", "!exit m", "stop a", "exit a", "exit z"));
@@ -95,6 +104,7 @@ TEST_F(PluginRegistryTest, failures_areGatheredAfterAllWereTried)
     EXPECT_FALSE(launchpad->isMonitoringConditions());
     launchpad->exit();
     EXPECT_TRUE(access.plugins().empty());
+    EXPECT_EQ(takeSwitches(), "+stop1 +stop2 +z -z ");
     EXPECT_EQ(
         logged(),
         R"(error _startEnabledStopDisabledPlugins: Error starting/stopping plugin: start1: no start
@@ -140,6 +150,7 @@ TEST_F(PluginRegistryTest, pluginOfABehaviour_followsItsPackageAndItsConditions)
     change(services.removed, package);
     EXPECT_TRUE(access.plugins().empty());
     EXPECT_EQ(services.calls.back(), "stopBehavior p/b");
+    EXPECT_EQ(takeSwitches(), "+p/b -p/b +p/b -p/b +p/b -p/b +p/b -p/b ");
     for (const unsigned condition : {1, 2, 3, 4})
         EXPECT_FALSE(access.checker().hasCondition(condition)) << condition;
 }

@@ -33,6 +33,7 @@ struct KRBehaviorManagerTest : testing::Test {
     vo::PackageInfo package{"pkg", folder.path()};
     Happenings lines;
     Happenings ends;
+    vo::Connection connection;
     vo::LogCapture log;
     vo::LogListener listener{[this](const vo::LogRecord& record) {
         if (record.category == "Behavior")
@@ -60,10 +61,10 @@ struct KRBehaviorManagerTest : testing::Test {
             application.session(), clock,
             [this](auto& uuid) { return uuid == "pkg" ? std::optional(package) : std::nullopt; },
             options);
-        service().connect<std::string, int>("onBehaviorEnded",
-                                            [this](const std::string& key, int status) {
-                                                ends.add(key + " " + std::to_string(status));
-                                            });
+        connection =
+            service().connect("onBehaviorEnded", [this](const std::string& key, int status) {
+                ends.add(key + " " + std::to_string(status));
+            });
         return *manager;
     }
     vo::AnyObject service() { return application.session().service("KRBehaviorManager"); }
@@ -137,11 +138,11 @@ TEST_F(KRBehaviorManagerTest, stop_asks_the_program_and_waits_until_its_end_was_
     EXPECT_THAT(service().call<std::vector<std::string>>("getRunningBehaviors"),
                 ElementsAre(other, polite));
     std::atomic<bool> told{false};
-    const auto undo =
+    vo::Connection end =
         service().object()->connect("onBehaviorEnded", [&](const auto&) { told = true; });
     service().call("stopBehavior", polite);
     EXPECT_TRUE(told);
-    undo();
+    end.disconnect();
     EXPECT_FALSE(service().call<bool>("isBehaviorRunning", polite));
     EXPECT_TRUE(service().call<bool>("isBehaviorRunning", other));
     EXPECT_EQ(ends.wait(polite + " "), "7");

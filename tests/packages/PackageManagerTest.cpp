@@ -26,9 +26,10 @@ struct PackageManagerTest : testing::Test {
         manager.emplace(application.session(), clock, packages, options);
         for (const auto& [signal, sign] :
              {std::pair("onPackageInstalled", "+"), {"onPackageRemoved", "-"}})
-            service().connect(signal, [this, sign = sign](const vo::PackageInfo& package) {
-                signals.add(sign + package.uuid() + " " + package.version());
-            });
+            connections.push_back(
+                service().connect(signal, [this, sign = sign](const vo::PackageInfo& package) {
+                    signals.add(sign + package.uuid() + " " + package.version());
+                }));
         return *manager;
     }
     vo::AnyObject service() { return application.session().service("PackageManager"); }
@@ -39,6 +40,7 @@ struct PackageManagerTest : testing::Test {
     std::shared_ptr<vo::Clock> clock = vo::makeRealClock();
     vo::Application application{clock};
     Happenings signals;  ///< "+uuid version" and "-uuid version"
+    std::vector<vo::Connection> connections;
     std::optional<PackageManager> manager;
 };
 

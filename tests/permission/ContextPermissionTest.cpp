@@ -275,10 +275,11 @@ TEST_F(ContextPermissionTest, cache_keeps_what_users_may_request_and_is_publishe
     setContext("solitary", true, false);
     permission.connectSignals();
     std::vector<ContextPermission::Violations> published;
-    permission.permissions().connect([&](const ContextPermission::Violations& all) {
-        published.push_back(all);
-        permission.getPermissionsCache("p/asked");  // followers may call back
-    });
+    const vo::Connection follower =
+        permission.permissions().connect([&](const ContextPermission::Violations& all) {
+            published.push_back(all);
+            permission.getPermissionsCache("p/asked");  // followers may call back
+        });
     auto launcher = behavior("tagged", "", {"canRunOnPod", "canRunInSleep"});
     launcher.setUserRequestable(false);
     for (const char* language : {"English", "French", "German"})
@@ -312,7 +313,7 @@ TEST_F(ContextPermissionTest, cache_keeps_what_users_may_request_and_is_publishe
         EXPECT_EQ(permission.checkPermissionViolations(activity), Names{"error"});
 
     // A change that a follower makes is published after the one that it is told of.
-    permission.permissions().connect(
+    const vo::Connection nesting = permission.permissions().connect(
         [&](const auto&) { permission.onBehaviorsInstalled(package("r"), {behavior("nested")}); });
     permission.onBehaviorsRemoved(package("p"), {behavior("asked")});
     EXPECT_THAT(permission.permissions().get(), ElementsAre(Pair("r/nested", testing::_)));

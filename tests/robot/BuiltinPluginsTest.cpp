@@ -1,31 +1,19 @@
 #include <boost/algorithm/string/join.hpp>
 
-#include "plugins/builtin/ActivitiesPlugin.h"
-#include "plugins/builtin/BatteryPlugin.h"
-#include "plugins/builtin/HardwareInfoPlugin.h"
-#include "plugins/builtin/HumanTrackedPlugin.h"
-#include "plugins/builtin/PerceptionHeavyPlugin.h"
-#include "plugins/builtin/PosturePlugin.h"
-#include "plugins/builtin/TemperaturePlugin.h"
-#include "plugins/builtin/TimingPlugin.h"
+#include "plugins/builtin/BuiltinPlugins.h"
 #include "tests/robot/RobotTest.h"
 
 namespace KR {
 
 /// What all built-in plugins have in common.
 struct BuiltinPluginsTest : RobotTest<NimbraLaunchpadPluginModule> {
-    using Module = boost::shared_ptr<NimbraLaunchpadPluginModule>;
-    using Maker = Module (*)(const boost::shared_ptr<KRBroker>&);
-
-    template <class Plugin>
-    static Module make(const boost::shared_ptr<KRBroker>& broker)
-    {
-        return KRModule::createModule<Plugin>(broker);
-    }
-    void startAnew(Maker maker)
+    void startAnew(const std::string& name)
     {
         plugin.reset();
-        plugin = maker(platform.broker);
+        for (const BuiltinPlugin& builtin : builtinPlugins()) {
+            if (builtin.name == name)
+                plugin = builtin.make(platform.broker);
+        }
         start();
     }
     /// The data that it may write, "!" after those that it did not declare.
@@ -62,31 +50,27 @@ TEST_F(BuiltinPluginsTest, each_has_its_name_groups_data_and_subscriptions_and_e
 {
     const std::string ready = "TesselReady ";
     const struct {
-        Maker maker;
         std::string name, data;
         std::string stopped;  ///< what it is subscribed to then
     } rows[] = {
-        {make<ActivitiesPlugin>, "Activities",
+        {"Activities",
          "FocusedActivity! PreviousActivity! State! PreviousState! FocusCount/*! LifeTime! ",
          "Nimbra/FocusedActivity Nimbra/State " + ready},
-        {make<BatteryPlugin>, "Battery", "BatteryLevel BatteryStatus BatteryIsCharging! ", ""},
-        {make<HardwareInfoPlugin>, "HardwareInfo", "RobotType ", ""},
-        {make<HumanTrackedPlugin>, "HumanTracked",
+        {"Battery", "BatteryLevel BatteryStatus BatteryIsCharging! ", ""},
+        {"HardwareInfo", "RobotType ", ""},
+        {"HumanTracked",
          "SameTrackedHuman DistanceOfTrackedHuman ZoneOfTrackedHuman TrackedHumanIsLookingAtRobot ",
          ""},
-        {make<PerceptionHeavyPlugin>, "PerceptionHeavy",
+        {"PerceptionHeavy",
          "WavingDetection PeopleNotSeen NumPeopleZone1 NumPeopleZone2 NumPeopleZone3 "
          "NoPeopleInZones NumMotionZone1 NumMotionZone2 NumMotionZone3 NoMotionInZones ",
          ""},
-        {make<PosturePlugin>, "Posture",
-         "RobotPushedRecently RobotFellRecently Lifted! Posture PostureFamily ", ready},
-        {make<TemperaturePlugin>, "Temperature",
-         "HighestTemperature HighestJoint TemperatureStatus ", ""},
-        {make<TimingPlugin>, "Timing",
-         "Year Month MonthName Day DayName Date Hour Minute Week MinuteOfDay ", ""}};
+        {"Posture", "RobotPushedRecently RobotFellRecently Lifted! Posture PostureFamily ", ready},
+        {"Temperature", "HighestTemperature HighestJoint TemperatureStatus ", ""},
+        {"Timing", "Year Month MonthName Day DayName Date Hour Minute Week MinuteOfDay ", ""}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        startAnew(row.maker);
+        startAnew(row.name);
         EXPECT_EQ(plugin->getPluginName(), "_LaunchpadPlugin" + row.name);
         EXPECT_EQ(plugin->getName(), plugin->getPluginName());
         EXPECT_EQ(boost::join(plugin->getGroups(), " "),
@@ -99,7 +83,7 @@ TEST_F(BuiltinPluginsTest, each_has_its_name_groups_data_and_subscriptions_and_e
         EXPECT_EQ(platform.clock->untilNextTask(), std::nullopt);
         EXPECT_EQ(takeSubscriptions(), row.stopped);
 
-        startAnew(row.maker);
+        startAnew(row.name);
         plugin->exit();
         platform.runPending();
         EXPECT_EQ(takeSubscriptions(), "");

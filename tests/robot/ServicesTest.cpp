@@ -114,7 +114,8 @@ TEST_F(ServicesTest, dialog_has_one_topic_and_tells_which_the_other_person_ended
 {
     std::string ended;
     const auto dialog = platform.broker->session().service("dialog");
-    dialog.connect("onEnded", [&](const std::string& topic) { ended += topic + " "; });
+    const vo::Connection end =
+        dialog.connect("onEnded", [&](const std::string& topic) { ended += topic + " "; });
     play(R"('KRDialog/Topic' -> ""; dialog.end; dialog.start [a]; dialog.start [b]; dialog.stop [a];
             dialog.stop [""]; dialog.start [""] -> refused; 'KRDialog/Topic' -> "b";
             dialog.stop [b]; dialog.end; wait 0; 'KRDialog/Topic' -> "")");

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <condition_variable>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,7 +14,7 @@ public:
     {
         const vo::Lock lock(mutex_);
         all_.push_back(what);
-        changed_.notify_all();
+        changed_.notifyAll();
     }
     /// Waits for something that begins with this, and returns the rest of it.
     std::string wait(const std::string& begin)
@@ -41,6 +40,6 @@ public:
 
 private:
     vo::Mutex mutex_;
-    std::condition_variable_any changed_;
+    vo::Condition changed_;
     std::vector<std::string> all_ VO_GUARDED_BY(mutex_);
 };

@@ -1,6 +1,7 @@
 #include <functional>
 #include <future>
 #include <memory>
+#include <optional>
 #include <thread>
 
 #include "platform/vo/Application.h"
@@ -11,6 +12,7 @@
 #include "tests/support/Testing.h"
 
 using vo::AnyObject;
+using vo::Connection;
 using vo::ServiceObject;
 using vo::Value;
 
@@ -56,7 +58,7 @@ TEST_F(ServiceTest, aWrongUseNamesServiceMemberAndArgument)
         {[&] { handle.call("add", 1, 2); }, ", method 'add': argument 2: expected text, got int"},
         {[&] { handle.call<int>("add", 1, ""); },
          ", result of method 'add': expected int, got text"},
-        {[&] { handle.connect("none", [] {}); }, " has no signal 'none'"},
+        {[&] { const Connection c = handle.connect("none", [] {}); }, " has no signal 'none'"},
         {[&] { handle.property<int>("none"); }, " has no property 'none'"},
         {[&] { handle.property<bool>("charge"); }, ", property 'charge': expected bool, got int"},
         {[&] { handle.setProperty("charge", ""); }, ", property 'charge': expected int, got text"},
@@ -72,8 +74,8 @@ TEST_F(ServiceTest, everyUseOfAHandleThatIsNullOrWhoseObjectIsGoneSaysSo)
 {
     const std::function<void(const AnyObject&)> uses[] = {
         [](const AnyObject& o) { o.call("fail"); },
-        [](const AnyObject& o) { o.connect("onEmpty", [] {}); },
-        [](const AnyObject& o) { o.follow<int>("charge", [](int) {}); },
+        [](const AnyObject& o) { const Connection c = o.connect("onEmpty", [] {}); },
+        [](const AnyObject& o) { const Connection c = o.follow<int>("charge", [](int) {}); },
         [](const AnyObject& o) { o.property<int>("charge"); },
         [](const AnyObject& o) { o.setProperty("charge", 1); },
     };
@@ -84,10 +86,10 @@ TEST_F(ServiceTest, everyUseOfAHandleThatIsNullOrWhoseObjectIsGoneSaysSo)
         EXPECT_EQ(errorOf([&] { use(handle); }), "service 'Battery' is gone");
     }
     EXPECT_EQ(null.async("fail").error(), "This object is null");
-    EXPECT_EQ(errorOf([&] { null.disconnect(1); }), "This object is null");
     EXPECT_EQ(errorOf([&] { session.registerService(nullptr); }), "This object is null");
-    EXPECT_ANY_THROW(battery.object->connect("onEmpty", [](const auto&) {}));
-    EXPECT_ANY_THROW(battery.object->followProperty("charge", [](const auto&) {}));
+    EXPECT_ANY_THROW(const Connection c = battery.object->connect("onEmpty", [](const auto&) {}));
+    EXPECT_ANY_THROW(const Connection c =
+                         battery.object->followProperty("charge", [](const auto&) {}));
 }
 
 TEST_F(ServiceTest, methodsAreCalledByNameNowOrOnTheEventLoop)
@@ -107,17 +109,18 @@ TEST_F(ServiceTest, methodsAreCalledByNameNowOrOnTheEventLoop)
 
 TEST_F(ServiceTest, deliveriesStandOnTheSignalQueueInTheirOrderAndOneThatFailsIsLogged)
 {
-    handle.connect("onEmpty", [](const std::string&) {});
-    handle.connect("onEmpty", [](int) { throw std::runtime_error("broken"); });
-    handle.connect<int>("onEmpty", std::bind(note(), std::placeholders::_1));
-    const vo::SignalLink charge = handle.follow<int>("charge", note());
-    handle.follow<int>("lid", [&](int v) { got.push_back(-v); });
+    const Connection others[] = {
+        handle.connect("onEmpty", [](const std::string&) {}),
+        handle.connect("onEmpty", [](int) { throw std::runtime_error("broken"); }),
+        handle.connect<int>("onEmpty", std::bind(note(), std::placeholders::_1))};
+    Connection charge = handle.follow<int>("charge", note());
+    const Connection lid = handle.follow<int>("lid", [&](int v) { got.push_back(-v); });
     battery.onEmpty(1);
     handle.setProperty("charge", 2);
     handle.setProperty("charge", 2);
     EXPECT_THAT(got, IsEmpty());
     clock->runPending();
-    EXPECT_TRUE(handle.disconnect(charge));
+    EXPECT_TRUE(charge.disconnect());
     handle.setProperty("charge", 4);
     battery.onEmpty(3);
     clock->runPending();
@@ -132,26 +135,26 @@ TEST_F(ServiceTest, deliveriesStandOnTheSignalQueueInTheirOrderAndOneThatFailsIs
 
 TEST_F(ServiceTest, disconnectAlsoDropsWhatIsOnItsWay)
 {
-    const vo::SignalLink link = handle.connect("onEmpty", note());
-    vo::SignalLink once = 0;
+    auto link = std::make_optional<Connection>(handle.connect("onEmpty", note()));
+    Connection once;
     once = handle.connect("onEmpty", [&](int v) {
         got.push_back(v * 10);
-        EXPECT_TRUE(handle.disconnect(once));
+        EXPECT_TRUE(once.disconnect());
     });
     battery.onEmpty(1);
     battery.onEmpty(2);
-    EXPECT_TRUE(AnyObject(battery.object).disconnect(link));
+    link.reset();
     clock->runPending();
     EXPECT_THAT(got, ElementsAre(10));
-    EXPECT_FALSE(handle.disconnect(link) || handle.disconnect(once));
+    EXPECT_FALSE(once.disconnect());
 }
 
 TEST_F(ServiceTest, aClosedObjectRefusesCallsAndDropsItsConnections)
 {
-    handle.connect("onEmpty", note());
-    const auto undo = battery.object->connect("onEmpty", [&](const auto&) { got.push_back(0); });
-    battery.object->followProperty("charge", [&](const Value&) { got.push_back(0); });
-    battery.object->followProperty("charge", [&](const Value&) { got.push_back(9); })();
+    const auto zero = [&](const auto&) { got.push_back(0); };
+    const Connection queued = handle.connect("onEmpty", note());
+    Connection direct = battery.object->connect("onEmpty", zero);
+    const Connection charge = battery.object->followProperty("charge", zero);
     battery.charge.set(2);
     battery.onEmpty(1);
     battery.object->close();
@@ -159,9 +162,10 @@ TEST_F(ServiceTest, aClosedObjectRefusesCallsAndDropsItsConnections)
     battery.charge.set(3);
     clock->runPending();
     EXPECT_THAT(got, ElementsAre(0, 0)) << "only what ran on the emitting thread before";
+    EXPECT_FALSE(queued.isConnected() || direct.isConnected() || charge.isConnected());
     battery.object.reset();
     handle = AnyObject();
-    undo();
+    EXPECT_FALSE(direct.disconnect());
 }
 
 TEST_F(ServiceTest, aMethodMayCloseAndDropItsOwnObject)

@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "platform/vo/CallbackGate.h"
+#include "platform/vo/Connection.h"
 #include "platform/vo/Log.h"
 #include "platform/vo/Property.h"
 #include "platform/vo/ServiceObject.h"
@@ -12,6 +13,7 @@
 #include "tests/support/Testing.h"
 
 using vo::CallbackGate;
+using vo::Connection;
 using vo::Property;
 using vo::Signal;
 
@@ -60,33 +62,37 @@ struct SignalTest : testing::Test {
 TEST_F(SignalTest, callsComeInOrderThoughOneFailsAndMayDisconnectAndConnectReceivers)
 {
     const auto held = std::make_shared<int>();
-    vo::SignalLink self = 0;
-    vo::SignalLink next = 0;
+    Connection self;
+    Connection next;
+    Connection added;
+    EXPECT_FALSE(added.isConnected() || added.disconnect());
     self = signal.connect([&, held](int v) {
         note("self")(v);
-        EXPECT_TRUE(signal.disconnect(self));
-        EXPECT_FALSE(signal.disconnect(self));
-        EXPECT_TRUE(signal.disconnect(next));
-        signal.connect(note("new"));
+        EXPECT_TRUE(self.disconnect());
+        EXPECT_FALSE(self.disconnect() || self.isConnected());
+        next = Connection();
+        added = signal.connect(note("new"));
         signal(v + 1);
     });
     next = signal.connect(note("next"));
-    signal.connect([](int) { throw std::runtime_error("broken"); });
-    signal.connect(note("last"));
+    Connection taken = signal.connect([](int) { throw std::runtime_error("broken"); });
+    const Connection broken = std::move(taken);
+    const Connection last = signal.connect(note("last"));
     signal(1);
     EXPECT_THAT(calls, ElementsAre("self1", "last2", "new2", "last1"));
     EXPECT_EQ(held.use_count(), 1) << "nothing of it is kept";
-    EXPECT_FALSE(signal.disconnect(self));
+    EXPECT_FALSE(self.disconnect() || next.isConnected());
+    EXPECT_TRUE(added.isConnected());
     EXPECT_EQ(log.count(vo::LogLevel::error, "broken"), 2u);
 }
 
 TEST_F(SignalTest, aSignalThatIsDestroyedInACallCallsNobodyElse)
 {
     auto doomed = std::make_optional<Signal<int>>();
-    doomed->connect([&](int) { doomed.reset(); });
-    const auto undo = doomed->connectWithUndo(note("next"));
+    const Connection first = doomed->connect([&](int) { doomed.reset(); });
+    Connection next = doomed->connect(note("next"));
     (*doomed)(1);
-    undo();
+    EXPECT_FALSE(first.isConnected() || next.isConnected() || next.disconnect());
     EXPECT_THAT(calls, IsEmpty());
 }
 
@@ -102,7 +108,7 @@ TEST_F(SignalTest, everyDisconnectReturnsAfterTheCallInProgress)
         bool ended = false;
         bool first = true;
         std::future<bool> second;
-        std::function<void()> undo;
+        Connection connection;
         const auto call = [&](const auto&) {
             reached = true;
             if (!std::exchange(first, false))
@@ -112,21 +118,21 @@ TEST_F(SignalTest, everyDisconnectReturnsAfterTheCallInProgress)
                 reached = false;
                 signal(0);
             } while (reached);
-            undo();  // its own waits for nobody
+            connection.disconnect();  // its own waits for nobody
             std::promise<void> trying;
             second = std::async(std::launch::async, [&] {
                 trying.set_value();
-                undo();
+                connection.disconnect();
                 return ended;
             });
             await("the second thread", trying);
             letOthersRun();
             ended = true;
         };
-        undo = byName ? object.connect("onEmpty", call) : signal.connectWithUndo(call);
+        connection = byName ? object.connect("onEmpty", call) : signal.connect(call);
         auto emission = std::async(std::launch::async, [&] { signal(1); });
         await("the call", begun);
-        undo();
+        connection.disconnect();
         EXPECT_TRUE(ended);
         emission.get();
         EXPECT_TRUE(second.get());
@@ -138,18 +144,18 @@ TEST(PropertyTest, followersAreToldOfChangesAndOfOneInAFollowerAfterTheOneInProg
     Property<int> property(0);
     vo::Future<void> nested;
     std::vector<int> told;
-    property.connect([&](int v) {
+    const Connection setter = property.connect([&](int v) {
         if (v == 1) {
             nested = property.set(2);
             EXPECT_TRUE(nested.isRunning());
             EXPECT_EQ(property.get(), 2);
         }
     });
-    const vo::SignalLink link = property.connect([&](int v) { told.push_back(v); });
+    Connection teller = property.connect([&](int v) { told.push_back(v); });
     for (const int value : {0, 1, 2})
         EXPECT_TRUE(property.set(value).hasValue());
     EXPECT_TRUE(nested.hasValue());
-    EXPECT_TRUE(property.disconnect(link));
+    EXPECT_TRUE(teller.disconnect());
     property.set(3);
     EXPECT_THAT(told, ElementsAre(1, 2));
 }

@@ -1,0 +1,49 @@
+#include "launchpad/LaunchpadNews.h"
+
+#include "platform/vo/Application.h"
+#include "platform/vo/EventLoop.h"
+#include "platform/vo/Log.h"
+
+namespace KR {
+namespace {
+
+const vo::Logger kLog("NimbraLaunchpad");
+
+}  // namespace
+
+LaunchpadNews::Round::~Round()
+{
+    pass_.reset();
+    if (!news_->rounds_.isInside())
+        news_->tell();
+}
+
+void LaunchpadNews::error(const std::string& label, const std::string& text)
+{
+    kLog.error(label, text);
+    untold_.add([this, label, text] { errorReported(label, text); });
+    if (rounds_.isInside())
+        return;
+    if (vo::Application* const application = vo::Application::currentOrNull())
+        application->eventLoop().async([self = shared_from_this()] { self->tell(); });
+}
+
+void LaunchpadNews::switched(const std::string& name, bool running)
+{
+    untold_.add([this, name, running] { pluginSwitched(name, running); });
+    if (!rounds_.isInside())
+        tell();
+}
+
+void LaunchpadNews::tell()
+{
+    const vo::CallbackGate::Pass pass(gate_);
+    if (!pass)
+        return;
+    untold_.tell([this](const std::function<void()>& news) {
+        if (!gate_.isClosed())
+            news();
+    });
+}
+
+}  // namespace KR
