@@ -40,7 +40,7 @@ public:
         } catch (const YAML::BadFile& e) {
             throw UnreadableFile(e.what());
         } catch (const YAML::Exception& e) {
-            add(yamlPlace(e.mark), e.msg);
+            fail(yamlPlace(e.mark), e.msg);
         } catch (const Enough&) {
             report_.isCut = true;
         }
@@ -70,13 +70,19 @@ private:
         try {
             Configurator::verifyConfigFileVersionCompatible(nullptr, document, kSupportedVersion);
         } catch (const YamlError& e) {
-            add(e.place(), e.what());
+            fail(e.place(), e.what());
         }
         for (const char* key : {"ConfigurationDescription", "ConfigurationVersion"})
             requireText(document, key);
         const YAML::Node policy = document["DialogFocusPolicy"];
-        if (policy && !policy.IsScalar())
-            add(yamlPlace(policy), "DialogFocusPolicy must be a text");
+        if (policy && !policy.IsScalar()) {
+            const std::string text = "DialogFocusPolicy must be a text";
+            // Without rules it is not read.
+            if (document["AutonomousActions"])
+                fail(yamlPlace(policy), text);
+            else
+                add(yamlPlace(policy), text);
+        }
         inspectPlugins(document["Plugins"]);
         inspectActions(document);
     }
@@ -104,9 +110,9 @@ private:
         const YAML::Node node = document[key];
         if (!node) {
             if (key != "ConfigurationVersion")  // the version check has said so
-                add(yamlPlace(document), key + " is missing");
+                fail(yamlPlace(document), key + " is missing");
         } else if (!node.IsScalar()) {
-            add(yamlPlace(node), key + " must be a text");
+            fail(yamlPlace(node), key + " must be a text");
         }
     }
 
@@ -134,7 +140,7 @@ private:
                 }
             } catch (const YAML::Exception& e) {
                 // The rest is still worth a look.
-                add(yamlPlace(e.mark), e.msg + ": loading stops here");
+                fail(yamlPlace(e.mark), e.msg + ": loading stops here");
                 isLoading = false;
             }
         }
@@ -217,6 +223,14 @@ private:
         std::ifstream in(path_, std::ios::binary);
         for (std::string line; std::getline(in, line);)
             lines_.push_back(line);
+    }
+
+    /// The same, for what makes loading fail.
+    void fail(const YamlPlace& place, const std::string& text)
+    {
+        if (report_.failure.empty())
+            report_.failure = textInFile(path_, place, text);
+        add(place, text);
     }
 
     /// What concerns the file as a whole stands at its beginning.

@@ -26,6 +26,8 @@ struct ConfigurationReport {
     /// and on values that a key never has, what findConfigurationDoubts() finds, and what stands
     /// behind the document. In the same order; made only where keys are judged.
     std::vector<ConfigurationProblem> warnings;
+    /// Why loading it fails, with its place as in "file:line:column: text"; empty when it does not.
+    std::string failure;
     bool isCut = false;                   ///< there is more to tell, too much of it
     std::vector<AutonomousAction> rules;  ///< those that loading would keep, in file order
     std::vector<std::string> plugins;     ///< built-in ones to add to those of every robot

@@ -1,7 +1,5 @@
 #include "host/Host.h"
 
-#include <cstring>
-
 #include "platform/kr/KRMemory.h"
 #include "robot/Body.h"
 #include "robot/RobotBody.h"
@@ -13,15 +11,11 @@ namespace {
 constexpr const char* kHost = "nimbra";  ///< as a publisher of keys
 constexpr const char* kReadyKey = "TesselReady";
 
-bool startsWith(const std::string& text, const char* prefix)
-{
-    return text.rfind(prefix, 0) == 0;
-}
-
 }  // namespace
 
 Host::Host(const std::shared_ptr<vo::Clock>& clock, EventStream& events, const Options& options)
     : events_(events),
+      log_([this](const vo::LogRecord& record) { publishError(record); }),
       application_(clock),
       broker_(KRBroker::create(application_)),
       robot_(broker_, options.robot),
@@ -39,53 +33,11 @@ Host::Host(const std::shared_ptr<vo::Clock>& clock, EventStream& events, const O
     ready_ = memory().delivered();
 }
 
-/// Nobody listens yet to what happens before the start; errors are kept for then.
-void Host::takeLog(const vo::LogRecord& record)
+/// The launchpad's own come as events from there.
+void Host::publishError(const vo::LogRecord& record)
 {
-    {
-        const vo::Lock lock(earlyErrorsMutex_);
-        if (earlyErrors_) {
-            if (record.level == vo::LogLevel::error)
-                earlyErrors_->push_back(record);
-            return;
-        }
-    }
-    publishLog(record);
-}
-
-/// In the order in which they came, those that come meanwhile included.
-void Host::tellEarlyErrors()
-{
-    for (;;) {
-        std::vector<vo::LogRecord> errors;
-        {
-            const vo::Lock lock(earlyErrorsMutex_);
-            if (!earlyErrors_)
-                return;
-            errors.swap(*earlyErrors_);
-            if (errors.empty())
-                earlyErrors_.reset();
-        }
-        for (const vo::LogRecord& error : errors)
-            publishLog(error);
-    }
-}
-
-/// Errors, and what plugins log of their starts and stops: nobody else tells of those.
-void Host::publishLog(const vo::LogRecord& record)
-{
-    if (record.level == vo::LogLevel::error) {
+    if (record.level == vo::LogLevel::error && record.category != NimbraLaunchpad::kLogCategory)
         events_.publish(ErrorReported{record.category, record.label + ": " + record.text});
-        return;
-    }
-    if (record.category != "NimbraLaunchpadPlugin")
-        return;
-    for (const char* prefix : {"Started: ", "Stopped: "}) {
-        if (!startsWith(record.text, prefix))
-            continue;
-        events_.publish(
-            PluginSwitched{record.text.substr(std::strlen(prefix)), record.label == "startPlugin"});
-    }
 }
 
 Host::~Host()
@@ -95,7 +47,6 @@ Host::~Host()
 
 void Host::start(const std::vector<std::string>& moreKeys)
 {
-    tellEarlyErrors();
     life_.start(moreKeys);
 }
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,7 +13,6 @@
 #include "platform/vo/Application.h"
 #include "platform/vo/Future.h"
 #include "platform/vo/Log.h"
-#include "platform/vo/Mutex.h"
 #include "robot/Robot.h"
 
 namespace KR {
@@ -33,7 +31,7 @@ public:
         Robot::Options robot = {};
     };
 
-    /// Throws what loading the configuration file throws. The stream outlives the host.
+    /// Errors in the log are published from here on. The stream outlives the host.
     Host(const std::shared_ptr<vo::Clock>& clock, EventStream& events, const Options& options);
     /// Stops.
     ~Host();
@@ -44,8 +42,7 @@ public:
     /// for: wait for it before start(), or under a virtual clock run what is pending.
     const vo::Future<void>& ready() const { return ready_; }
 
-    /// Publishes errors of the log from now on, also those since the making began, starts and
-    /// stops of plugins, and the changes of the keys that the rules read and of these; then starts
+    /// Publishes the changes of the keys that the rules read and of these from now on, and starts
     /// monitoring.
     void start(const std::vector<std::string>& moreKeys = {});
     /// Ends monitoring, then the launchpad, then the event loop, then the activity that has the
@@ -58,16 +55,10 @@ public:
     NimbraLaunchpad& launchpad() { return life_.launchpad(); }
 
 private:
-    void takeLog(const vo::LogRecord& record);
-    void publishLog(const vo::LogRecord& record);
-    void tellEarlyErrors();
+    void publishError(const vo::LogRecord& record);
 
     EventStream& events_;
-    vo::Mutex earlyErrorsMutex_;
-    /// From before start(); nothing once they have been told.
-    std::optional<std::vector<vo::LogRecord>> earlyErrors_ VO_GUARDED_BY(earlyErrorsMutex_){
-        std::in_place};
-    const vo::LogListener log_{[this](const vo::LogRecord& record) { takeLog(record); }};
+    const vo::LogListener log_;
 
     // In the order of who needs whom.
     vo::Application application_;

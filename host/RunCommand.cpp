@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
-#include <yaml-cpp/exceptions.h>
 
 #include "host/ConfigurationCheck.h"
 #include "host/Host.h"
@@ -130,16 +129,18 @@ private:
         EventStream events(clock);
         Timeline timeline(clock, events, makeRenderer(output_, options_.json));
         const ConfigurationReport report = inspectConfiguration(config);
+        if (!report.failure.empty())
+            throw std::runtime_error(report.failure);
         std::vector<std::string> plugins = report.plugins;
         for (const std::string& plugin : options_.plugins) {
             if (std::find(plugins.begin(), plugins.end(), plugin) == plugins.end())
                 plugins.push_back(plugin);
         }
+        timeline.begin({subject.title, config, report.ruleNames(), clock->now()});
         bool hasEnded = false;
         std::string failure;
         {
             Host host(clock, events, {config, options_.packages, plugins, robot});
-            timeline.begin({subject.title, config, report.ruleNames(), clock->now()});
             settle(host);
             host.start(subject.keys);
             try {
@@ -218,16 +219,8 @@ int perform(const RunOptions& options)
     // A scenario's times have no zone, and mean the same everywhere. There is no other thread yet.
     if (!options.scenario.empty())
         ::setenv("TZ", "UTC0", 1);  // NOLINT(concurrency-mt-unsafe)
-    try {
-        Run run(options);
-        return options.scenario.empty() ? run.liveOn() : run.play();
-    } catch (const YAML::Exception& e) {
-        // Only what a value of the configuration raises does not name its file.
-        const std::string text = e.what();
-        const std::string path = configPath(options.config);
-        printError((text.find(path) == std::string::npos ? path + ": " : "") + text);
-        return 1;
-    }
+    Run run(options);
+    return options.scenario.empty() ? run.liveOn() : run.play();
 }
 
 }  // namespace

@@ -66,6 +66,9 @@ class NimbraLaunchpad {
     const std::shared_ptr<LaunchpadNews> news_;
 
 public:
+    /// The category of its lines in the log.
+    static constexpr const char* kLogCategory = "NimbraLaunchpad";
+
     // Both are emitted with no lock held, one emission at a time, in the order in which things
     // happened. What an operation brings about is told on the calling thread before it returns,
     // unless another thread is just telling and so tells of this too; so is what becomes of a

@@ -25,34 +25,12 @@ void EventStream::publish(Happening what)
 
 void EventStream::append(vo::TimePoint time, Happening what)
 {
-    untold_.push_back({++last_, time, std::move(what)});
+    untold_.add({++last_, time, std::move(what)});
 }
 
-/// Tells what is not told yet, unless somebody is at it.
 void EventStream::tell()
 {
-    {
-        const vo::Lock lock(mutex_);
-        if (teller_ != std::thread::id())
-            return;
-        teller_ = std::this_thread::get_id();
-    }
-    while (const auto event = takeUntold())
-        happened(*event);
-}
-
-/// For the teller: the next event, or nothing, which ends its telling.
-std::optional<Event> EventStream::takeUntold()
-{
-    const vo::Lock lock(mutex_);
-    if (untold_.empty()) {
-        teller_ = std::thread::id();
-        told_.notifyAll();
-        return std::nullopt;
-    }
-    Event event = std::move(untold_.front());
-    untold_.pop_front();
-    return event;
+    untold_.tell([this](const Event& event) { happened(event); });
 }
 
 void EventStream::flush()
@@ -62,9 +40,7 @@ void EventStream::flush()
         takeMemory();
     }
     tell();
-    const vo::Lock lock(mutex_);
-    while (teller_ != std::thread::id() && teller_ != std::this_thread::get_id())
-        told_.wait(mutex_);
+    untold_.waitForTeller();
 }
 
 void EventStream::follow(const boost::shared_ptr<KRBroker>& broker,

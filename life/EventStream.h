@@ -1,11 +1,8 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <memory>
-#include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "life/Event.h"
@@ -14,6 +11,7 @@
 #include "platform/vo/Clock.h"
 #include "platform/vo/Mutex.h"
 #include "platform/vo/Signal.h"
+#include "platform/vo/TellQueue.h"
 
 namespace KR {
 
@@ -48,7 +46,6 @@ private:
     void takeMemory() VO_REQUIRES(mutex_);
     void append(vo::TimePoint time, Happening what) VO_REQUIRES(mutex_);
     void tell();
-    std::optional<Event> takeUntold();
 
     // Constant after construction.
     const std::shared_ptr<vo::Clock> clock_;
@@ -56,12 +53,10 @@ private:
     boost::shared_ptr<KRBroker> broker_;
     std::shared_ptr<vo::Executor> executor_;
     // Synchronised by itself.
-    vo::Condition told_;
+    vo::TellQueue<Event> untold_;
 
     vo::Mutex mutex_;
     std::uint64_t last_ VO_GUARDED_BY(mutex_) = 0;
-    std::deque<Event> untold_ VO_GUARDED_BY(mutex_);
-    std::thread::id teller_ VO_GUARDED_BY(mutex_);  ///< nobody's by default
     std::shared_ptr<MemoryFeed> feed_ VO_GUARDED_BY(mutex_);
     std::vector<std::string> keys_ VO_GUARDED_BY(mutex_);  ///< by tag
     std::vector<KRValue> values_ VO_GUARDED_BY(mutex_);    ///< by tag, as last published

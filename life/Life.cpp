@@ -45,7 +45,15 @@ struct Life::Parts {
           packages(broker, options.packages),
           activities(broker, permissions, *service),
           responder(*service, events),
-          launchpad(broker, &permissions.contextPermission(), &responder, options.config)
+          launchpad(broker, &permissions.contextPermission(), &responder, options.config,
+                    [this](const std::string& function, const std::string& text) {
+                        events.publish(
+                            ErrorReported{NimbraLaunchpad::kLogCategory, function + ": " + text});
+                    }),
+          pluginSwitches(
+              launchpad.pluginSwitched.connect([this](const std::string& plugin, bool running) {
+                  events.publish(PluginSwitched{plugin, running});
+              }))
     {
         for (const std::string& plugin : options.plugins)
             launchpad.addModulePlugin(plugin);
@@ -64,6 +72,7 @@ struct Life::Parts {
     ServiceActivities activities;
     Responder responder;
     NimbraLaunchpad launchpad;
+    const vo::Connection pluginSwitches;
     std::optional<PluginSwitch> pluginSwitch;
     bool stopped = false;
 };

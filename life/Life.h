@@ -34,8 +34,8 @@ public:
         std::set<std::string> chains = {};      ///< parts of the robot that can be held still
     };
 
-    /// Throws what loading the configuration file throws, and KRError for a packages folder that
-    /// cannot be used. The stream outlives it.
+    /// What fails of the configuration is published as an error, and left out. KRError for a
+    /// packages folder that cannot be used. The stream outlives it.
     Life(const boost::shared_ptr<KRBroker>& broker, EventStream& events, const Options& options);
     /// Stops.
     ~Life();

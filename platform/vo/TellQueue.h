@@ -2,6 +2,7 @@
 
 #include <deque>
 #include <optional>
+#include <thread>
 #include <utility>
 
 #include "platform/vo/Mutex.h"
@@ -28,11 +29,21 @@ public:
     {
         {
             const Lock<Mutex> lock(mutex_);
-            if (std::exchange(telling_, true))
+            if (teller_ != std::thread::id())
                 return;
+            teller_ = std::this_thread::get_id();
         }
         while (std::optional<T> thing = next())
             teller(*thing);
+    }
+
+    /// Returns when nobody tells any more, and so all that was to be told is; at once for who is
+    /// just telling.
+    void waitForTeller()
+    {
+        const Lock<Mutex> lock(mutex_);
+        while (teller_ != std::thread::id() && teller_ != std::this_thread::get_id())
+            told_.wait(mutex_);
     }
 
 private:
@@ -41,7 +52,8 @@ private:
     {
         const Lock<Mutex> lock(mutex_);
         if (untold_.empty()) {
-            telling_ = false;
+            teller_ = std::thread::id();
+            told_.notifyAll();
             return std::nullopt;
         }
         std::optional<T> oldest(std::move(untold_.front()));
@@ -49,9 +61,12 @@ private:
         return oldest;
     }
 
+    // Synchronised by itself.
+    Condition told_;
+
     Mutex mutex_;
     std::deque<T> untold_ VO_GUARDED_BY(mutex_);
-    bool telling_ VO_GUARDED_BY(mutex_) = false;
+    std::thread::id teller_ VO_GUARDED_BY(mutex_);  ///< nobody's by default
 };
 
 }  // namespace vo
