@@ -1,6 +1,7 @@
 #include "host/Host.h"
 
 #include "platform/kr/KRMemory.h"
+#include "platform/kr/SharedKeys.h"
 #include "robot/Body.h"
 #include "robot/RobotBody.h"
 
@@ -9,7 +10,6 @@ namespace KR {
 namespace {
 
 constexpr const char* kHost = "nimbra";  ///< as a publisher of keys
-constexpr const char* kReadyKey = "TesselReady";
 
 }  // namespace
 
@@ -27,9 +27,9 @@ Host::Host(const std::shared_ptr<vo::Clock>& clock, EventStream& events, const O
             robot_.body().holdStill(chain->chain, chain->frozen);
     });
     broker_->keys().addPublished(
-        KeyDescription::integer(kReadyKey, "1 once the robot may begin to live").between(1, 1),
+        KeyDescription::integer(keys::kReady, "1 once the robot may begin to live").between(1, 1),
         kHost);
-    memory().raiseEvent(kReadyKey, 1);
+    memory().raiseEvent(keys::kReady, 1);
     ready_ = memory().delivered();
 }
 

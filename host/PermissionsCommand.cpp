@@ -13,6 +13,7 @@
 #include "platform/kr/KRBroker.h"
 #include "platform/kr/KRError.h"
 #include "platform/kr/KRMemory.h"
+#include "platform/kr/SharedKeys.h"
 #include "platform/packages/BehaviorsCache.h"
 #include "platform/packages/PackageNames.h"
 #include "platform/vo/Application.h"
@@ -25,10 +26,6 @@ namespace KR {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-constexpr const char* kStateKey = "Nimbra/State";
-constexpr const char* kAsleepKey = "Nimbra/Asleep";
-constexpr const char* kOnPodKey = "KRBattery/ConnectedToChargingStation";
 
 struct PermissionsOptions {
     std::string activity;  ///< empty for every behaviour of the packages
@@ -62,9 +59,9 @@ public:
             throw UsageError(e.getDescription());
         }
         KRMemory& memory = broker_->memory();
-        memory.raiseEvent(kStateKey, options.state);
-        memory.raiseEvent(kAsleepKey, options.asleep);
-        memory.raiseEvent(kOnPodKey, options.onPod);
+        memory.raiseEvent(keys::kState, options.state);
+        memory.raiseEvent(keys::kAsleep, options.asleep);
+        memory.raiseEvent(keys::kOnPod, options.onPod);
         permission_.emplace(broker_, &behaviors_, nullptr);
         permission_->connectSignals();
     }
@@ -96,9 +93,9 @@ private:
         if (violation == "language")
             return "it speaks " + listText(behaviors_.packageSupportedLanguages(activity));
         if (violation == "nature")
-            return kStateKey + std::string(" is \"") + context_.state + "\"";
+            return keys::kState + std::string(" is \"") + context_.state + "\"";
         const bool isSleep = violation == vo::BehaviorInfo::k_permCanRunInSleep;
-        return std::string(isSleep ? kAsleepKey : kOnPodKey) + " is true";
+        return std::string(isSleep ? keys::kAsleep : keys::kOnPod) + " is true";
     }
 
     const PermissionContext context_;

@@ -8,6 +8,7 @@
 #include "platform/config/ApiWrapper.h"
 #include "platform/kr/KRBroker.h"
 #include "platform/kr/KeyCatalogue.h"
+#include "platform/kr/SharedKeys.h"
 #include "platform/packages/BehaviorsCache.h"
 #include "platform/vo/Log.h"
 
@@ -17,10 +18,7 @@ namespace {
 
 const vo::Logger logger("Nimbra.ContextPermission");
 
-constexpr const char* kStateKey = "Nimbra/State";
-constexpr const char* kAsleepKey = "Nimbra/Asleep";
-constexpr const char* kOnPodKey = "KRBattery/ConnectedToChargingStation";
-constexpr const char* kWatchedKeys[] = {kStateKey, kAsleepKey, kOnPodKey};
+constexpr const char* kWatchedKeys[] = {keys::kState, keys::kAsleep, keys::kOnPod};
 
 constexpr const char* kDialogPrefix = "dialog:";
 constexpr const char* kActionPrefix = "action:";
@@ -249,7 +247,7 @@ std::vector<std::string> ContextPermission::behaviorViolations(const std::string
 /// A launch condition is guarded by the same rules (see the launchpad's package tracking).
 bool ContextPermission::isNatureRefused(const vo::BehaviorInfo& behavior) const
 {
-    const KRValue& value = contextValue(kStateKey);
+    const KRValue& value = contextValue(keys::kState);
     if (!value.isString())
         return false;
     const std::string& state = value.toString();
@@ -261,8 +259,8 @@ void ContextPermission::addMissingPermissions(const std::vector<std::string>& pe
                                               std::vector<std::string>& violations) const
 {
     static constexpr std::pair<const char*, const char*> kRules[] = {
-        {kOnPodKey, vo::BehaviorInfo::k_permCanRunOnPod},
-        {kAsleepKey, vo::BehaviorInfo::k_permCanRunInSleep}};
+        {keys::kOnPod, vo::BehaviorInfo::k_permCanRunOnPod},
+        {keys::kAsleep, vo::BehaviorInfo::k_permCanRunInSleep}};
     for (const auto& [key, name] : kRules) {
         if (isSet(contextValue(key)) &&
             std::find(permissions.begin(), permissions.end(), name) == permissions.end())

@@ -2,6 +2,7 @@
 
 #include "platform/kr/KRBroker.h"
 #include "platform/kr/KRError.h"
+#include "platform/kr/SharedKeys.h"
 #include "platform/vo/Log.h"
 
 namespace KR {
@@ -11,10 +12,6 @@ namespace {
 const vo::Logger logger("LaunchpadPluginActivities");
 /// Reports are the life service's matter, and their failures are logged under its name.
 const vo::Logger nimbraLogger("Nimbra");
-
-const std::string kReadyKey = "TesselReady";
-const std::string kFocusKey = "Nimbra/FocusedActivity";
-const std::string kStateKey = "Nimbra/State";
 
 /// Of a history with the newest last: the newest (0) or the one before (1).
 KRValue entry(const KRValue& history, std::size_t back)
@@ -71,7 +68,7 @@ void ActivitiesPlugin::describeKeys()
     xDescribe(KeyDescription::integer(fEventRaisedLifeTime, "life of the robot, s")
                   .atLeast(0)
                   .emptyAs(KRValue()));
-    for (const auto& key : {kReadyKey, kFocusKey, kStateKey})
+    for (const auto& key : {keys::kReady, keys::kFocusedActivity, keys::kState})
         xReads(key);
 }
 
@@ -82,13 +79,13 @@ ActivitiesPlugin::~ActivitiesPlugin()
 
 void ActivitiesPlugin::init()
 {
-    xSubscribeMicroEvent(kReadyKey, "_onReady");
+    xSubscribeMicroEvent(keys::kReady, "_onReady");
 }
 
 void ActivitiesPlugin::exit()
 {
     lifeTimeTask_.stop();
-    for (const auto& key : {kReadyKey, kFocusKey, kStateKey}) {
+    for (const auto& key : {keys::kReady, keys::kFocusedActivity, keys::kState}) {
         try {
             xUnsubscribeMicroEvent(key);
         } catch (const KRError&) {
@@ -106,8 +103,8 @@ void ActivitiesPlugin::_onReady(const std::string&, const KRValue&, const std::s
             const vo::Lock lock(lifeMutex_);
             lifeProxy_ = life;
         }
-        xSubscribeMicroEvent(kFocusKey, "_onActivityStatusChange");
-        xSubscribeMicroEvent(kStateKey, "_onActivityStatusChange");
+        xSubscribeMicroEvent(keys::kFocusedActivity, "_onActivityStatusChange");
+        xSubscribeMicroEvent(keys::kState, "_onActivityStatusChange");
         ready_ = true;
     } catch (const std::exception& e) {
         logger.error(

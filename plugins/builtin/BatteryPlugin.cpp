@@ -1,6 +1,7 @@
 #include "plugins/builtin/BatteryPlugin.h"
 
 #include "platform/kr/KRBroker.h"
+#include "platform/kr/SharedKeys.h"
 #include "platform/vo/Log.h"
 
 namespace KR {
@@ -10,7 +11,6 @@ namespace {
 const vo::Logger logger("LaunchpadPluginBattery");
 
 /// The battery board's status word, and its bit that says that the charger is charging.
-constexpr const char* kStatusKey = "Device/SubDeviceList/Battery/Charge/Sensor/Status";
 constexpr int kChargingMask = 128;
 /// A battery that takes longer to answer is taken for one that cannot tell.
 constexpr vo::Duration kAnswerLimit = std::chrono::seconds(2);
@@ -38,7 +38,7 @@ BatteryPlugin::BatteryPlugin(boost::shared_ptr<KRBroker> broker)
                   .emptyAs("None"));
     xDescribe(
         KeyDescription::boolean(fEventRaisedBatteryIsCharging, "the charger charges").emptyAs(0));
-    xReads(kStatusKey);
+    xReads(keys::kBatteryStatus);
     checkTask_.setName("Battery Check");
     checkTask_.setCallback([this] { xCheckBatteryLevel(); });
     checkTask_.setUsPeriod(xGetDelayUSec(checkPeriod_));
@@ -118,7 +118,7 @@ std::string BatteryPlugin::xGetStatusBatteryLevel(int band)
 
 bool BatteryPlugin::xGetBatteryChargingStatus()
 {
-    return (memoryProxy_->getData(kStatusKey).toInt() & kChargingMask) != 0;
+    return (memoryProxy_->getData(keys::kBatteryStatus).toInt() & kChargingMask) != 0;
 }
 
 void BatteryPlugin::xRaiseEmptyEvents()

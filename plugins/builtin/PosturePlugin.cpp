@@ -7,6 +7,7 @@
 
 #include "platform/kr/KRBroker.h"
 #include "platform/kr/KRError.h"
+#include "platform/kr/SharedKeys.h"
 #include "platform/vo/EventLoop.h"
 #include "platform/vo/Log.h"
 
@@ -16,7 +17,6 @@ namespace {
 
 const vo::Logger logger("LaunchpadPluginPosture");
 
-const std::string kReadyKey = "TesselReady";
 const std::string kFamilyKey = "PostureFamilyChanged";
 const std::string kPostureKey = "PostureChanged";
 const std::string kFallKey = "robotHasFallen";
@@ -133,7 +133,7 @@ void PosturePlugin::describeKeys()
         xDescribe(KeyDescription::boolean(name, meaning).emptyAs(KRValue()));
     xDescribe(KeyDescription::text(fEventRaisedPosture, "posture").emptyAs(KRValue()));
     xDescribe(KeyDescription::text(fEventRaisedPostureFamily, "its family").emptyAs(KRValue()));
-    for (const auto& key : {kReadyKey, kFamilyKey, kPostureKey, kFallKey, kPushKey})
+    for (const auto& key : {std::string(keys::kReady), kFamilyKey, kPostureKey, kFallKey, kPushKey})
         xReads(key);
     for (const auto& key : liftedKeys_)
         xReads(key);
@@ -151,7 +151,7 @@ void PosturePlugin::bindCallbacks()
     bind("_onPostureChanged", &PosturePlugin::onPostureChanged, "PostureChanged");
     bind("_onFall", &PosturePlugin::onFall, "RobotHasFallen");
     bind("_onPush", &PosturePlugin::onPush, "PushRecovery");
-    bind("_onTesselReady", &PosturePlugin::onTesselReady, "TesselReady");
+    bind("_onTesselReady", &PosturePlugin::onTesselReady, keys::kReady);
 }
 
 void PosturePlugin::xSetupLiftedKeys()
@@ -165,7 +165,7 @@ void PosturePlugin::xSetupLiftedKeys()
 
 void PosturePlugin::init()
 {
-    xSubscribeMicroEvent(kReadyKey, "_onTesselReady");
+    xSubscribeMicroEvent(keys::kReady, "_onTesselReady");
     xRaiseEmptyEvents();
 }
 
@@ -174,7 +174,7 @@ void PosturePlugin::exit()
     cancelRecheck(push_);
     cancelRecheck(fall_);
     try {
-        xUnsubscribeMicroEvent(kReadyKey);
+        xUnsubscribeMicroEvent(keys::kReady);
     } catch (const KRError&) {
         // It has exited before.
     }
