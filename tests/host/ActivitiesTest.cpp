@@ -46,7 +46,7 @@ protected:
     std::string failureOf(const std::string& activity)
     {
         const StepResult result = attempt([&] {
-            host->life().switchFocus({activity, 0, {}, false});
+            host->life().switchFocus({activity}).value();
             return StepResult();
         });
         return std::string(stepOutcomeName(result.outcome)) + ": " + result.reason;
@@ -166,7 +166,7 @@ TEST_F(ActivitiesTest, PackagesTakeEffectAtTheVirtualInstantAndEndWhatRunsWhenTh
 
     // The news of the old package's removal come when the new one has the focus already.
     vo::import("PackageManager").call("upgrade", folder.path() + "/new");
-    host->life().switchFocus({"new/go", FocusRequest::kRestart, {}, false});
+    host->life().switchFocus({"new/go", FocusRequest::kRestart});
     clock->runPending();
     EXPECT_THAT(running(), ElementsAre("new/go"));
     told();
