@@ -16,6 +16,8 @@ namespace {
 
 const vo::Logger logger("Nimbra.Activities");
 
+constexpr const char* kCheck = "check";
+
 [[noreturn]] void refuse(const std::string& reason)
 {
     throw LifeRefusal("KRNimbra", "switchFocus", reason);
@@ -77,10 +79,12 @@ ServiceActivities::ServiceActivities(const boost::shared_ptr<KRBroker>& broker,
                   onPackageRemoved(vo::fromValue<vo::PackageInfo>(package.at(0)));
               }))
 {
+    checks_->method(kCheck, [this](const std::string& activity) { checkNow(activity); });
 }
 
 ServiceActivities::~ServiceActivities()
 {
+    checks_->close();
     unfollowPackages_();
     if (const auto running = takeRunning())
         running->disconnect();
@@ -97,26 +101,27 @@ vo::Future<void> ServiceActivities::callStop(const Running& running)
     return callFor(running, running.kind->stop, kDefaultDeadline).map([](const vo::Value&) {});
 }
 
+/// It asks several services, so it is a call with a worker of its own.
 vo::Future<void> ServiceActivities::check(const std::string& activity)
 {
-    vo::Future<void> preloaded;
-    const vo::Promise<void> checked;
-    checked.endWith([&] {
-        const Kind& kind = kindOf(activity);
-        const bool isBehavior = kind.prefix.empty();
-        if (isBehavior && !permissions_.isBehavior(activity))
-            refuse("no behaviour '" + activity + "' is installed");
-        const vo::AnyObject service = broker_->session().findService(kind.service);
-        if (!service)
-            refuse(std::string("there is no service '") + kind.service + "' that could run it");
-        const std::vector<std::string> violations = permissions_.violations(activity);
-        if (!violations.empty())
-            refuse(permissionTexts(violations, presentContext(broker_->session())));
-        if (isBehavior)
-            preloaded = callFor({&kind, activity, 0, service, {}}, "preloadBehavior")
-                            .map([](const vo::Value&) {});
-    });
-    return preloaded.isValid() ? preloaded : checked.future();
+    return calls_.call(vo::AnyObject(checks_), kCheck, {vo::toValue(activity)})
+        .map([](const vo::Value&) {});
+}
+
+void ServiceActivities::checkNow(const std::string& activity)
+{
+    const Kind& kind = kindOf(activity);
+    const bool isBehavior = kind.prefix.empty();
+    if (isBehavior && !permissions_.isBehavior(activity))
+        refuse("no behaviour '" + activity + "' is installed");
+    const vo::AnyObject service = broker_->session().findService(kind.service);
+    if (!service)
+        refuse(std::string("there is no service '") + kind.service + "' that could run it");
+    const std::vector<std::string> violations = permissions_.violations(activity);
+    if (!violations.empty())
+        refuse(permissionTexts(violations, presentContext(broker_->session())));
+    if (isBehavior)
+        service.call("preloadBehavior", activity);
 }
 
 /// Without a deadline: a start that ends late is to be undone.

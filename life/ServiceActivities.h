@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/shared_ptr.hpp>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -25,7 +26,8 @@ namespace KR {
 /// stop has to tell is told before the stop has ended. Ends, and the removal of the package of the
 /// behaviour that runs, are passed on as `ended` on the event loop.
 ///
-/// Thread-safe, but one start or stop at a time. Destroyed after the event loop is closed.
+/// Thread-safe, but one start or stop at a time. Destroyed after the event loop is closed, and when
+/// a check in progress has ended.
 class ServiceActivities : public ActivityRunner {
 public:
     /// All outlive it. Needs the service "PackageManager".
@@ -55,6 +57,7 @@ private:
     };
 
     static const Kind& kindOf(const std::string& activity);
+    void checkNow(const std::string& activity);
     vo::Future<vo::Value> callFor(const Running& running, const char* method,
                                   std::optional<vo::Duration> deadline = {});
     vo::Future<void> callStop(const Running& running);
@@ -68,6 +71,9 @@ private:
     const boost::shared_ptr<KRBroker> broker_;
     ActivityPermissions& permissions_;
     ServiceCalls& calls_;
+    // Synchronised by itself: what calls_ has check activities.
+    const std::shared_ptr<vo::ServiceObject> checks_ =
+        std::make_shared<vo::ServiceObject>("activity checks");
 
     vo::Mutex mutex_;
     std::optional<Running> running_ VO_GUARDED_BY(mutex_);

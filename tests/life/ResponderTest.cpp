@@ -1,8 +1,5 @@
-#include <atomic>
-
 #include "life/ActionRunner.h"
 #include "tests/life/LifeParts.h"
-#include "tests/support/Happenings.h"
 #include "tests/support/Testing.h"
 #include "tests/support/VirtualPlatform.h"
 
@@ -339,58 +336,6 @@ TEST_F(ResponderTest, SwitchComesAfterWhatComesBeforeItUnlessSomethingStopsIt)
     EXPECT_THAT(told(),
                 ElementsAre("step r SwitchFocus z it was cancelled by a stop refused0", "focus",
                             "step first ApiCall Slow.m() done1", "step first StopFocus done0"));
-}
-
-/// Real threads, as only they can hang: a service whose method blocks, and an activity that does
-/// not stop.
-TEST(ResponderOnThreadsTest, RulesGoOnWhileAServiceAndAnActivityHang)
-{
-    vo::Application application(vo::makeRealClock());
-    const auto broker = KRBroker::create(application);
-    std::promise<void> release;
-    const auto slow = std::make_shared<vo::ServiceObject>("Slow");
-    slow->method("m", [released = release.get_future().share()] { released.wait(); });
-    application.session().registerService(slow);
-    std::atomic<int> done{0};
-    for (const char* name : {"Quick0", "Quick1"}) {
-        const auto quick = std::make_shared<vo::ServiceObject>(name);
-        quick->method("m", [&done] { return ++done; });
-        application.session().registerService(quick);
-    }
-    const auto rule = [](const std::string& name, const std::string& service) {
-        AutonomousAction action;
-        action.description = name;
-        action.items = {{ActionItemApiCall, {{"Module", service}, {"Method", "m"}}}};
-        return action;
-    };
-    Happenings ended;
-    LifeParts parts(broker);
-    parts.events.happened.connect([&](const Event& event) {
-        if (const auto* const step = std::get_if<StepEnded>(&event.what))
-            ended.add(step->rule.name + " " + stepOutcomeName(step->outcome));
-    });
-    const auto hit = [&](const AutonomousAction& action) {
-        vo::getEventLoop()->async(
-            [&parts, action] { parts.responder.processActions({action}, {}); });
-    };
-    parts.runner.later.emplace("stop", vo::Promise<void>());
-    parts.life->switchFocus({"p/stubborn"}).wait();
-    AutonomousAction stop = rule("stop", "");
-    stop.items = {{ActionItemStopAll, {}}};
-    hit(stop);
-    hit(rule("slow", "Slow"));
-    constexpr int kRules = 20;
-    for (int i = 0; i < kRules; ++i)
-        hit(rule("quick", "Quick" + std::to_string(i % 2)));
-    for (const std::string& end : ended.take(kRules))
-        EXPECT_EQ(end, "quick done");
-    EXPECT_EQ(done, kRules);
-    EXPECT_EQ(parts.life->focusedActivity(), "p/stubborn");
-    parts.runner.later.at("stop").setValue();
-    ended.wait("stop done");
-    release.set_value();
-    slow->close();  // waits for the call
-    ended.wait("slow done");
 }
 
 TEST_F(ResponderTest, OfWhatIsToBeDoneOnNewPluginsTheLastCounts)
