@@ -45,8 +45,7 @@ public:
     /// Publishes the changes of the keys that the rules read and of these from now on, and starts
     /// monitoring.
     void start(const std::vector<std::string>& moreKeys = {});
-    /// Ends monitoring, then the launchpad, then the event loop, then the activity that has the
-    /// focus. What was posted and has not begun is dropped. Idempotent.
+    /// Ends its life (see Life::stop()). Idempotent.
     void stop();
 
     KRMemory& memory() { return broker_->memory(); }

@@ -89,8 +89,12 @@ void Player::perform(const ScenarioDeed& deed)
             host_.memory().raiseEvent(deed.text, deed.value, host_.memory().writer("scenario"));
             break;
         case ScenarioDeed::Kind::call: {
-            const StepResult result = attempt([&] { return callResult(*deed.call); });
-            events_.publish(CallMade{describeCall(*deed.call), result.outcome, result.reason});
+            makeCall(*deed.call)
+                .then([&events = events_,
+                       text = describeCall(*deed.call)](const vo::Future<StepResult>& ended) {
+                    const StepResult result = ended.value();
+                    events.publish(CallMade{text, result.outcome, result.reason});
+                });
             break;
         }
         case ScenarioDeed::Kind::say:

@@ -21,6 +21,7 @@ constexpr const char* kCondition = "Condition";
 constexpr const char* kActions = "Actions";
 constexpr const char* kAction = "Action";
 constexpr const char* kActionParameters = "ActionParameters";
+constexpr const char* kDeadline = "Deadline";
 // Misspelt for good: files in use have them so.
 constexpr const char* kExecuteAfterActive = "ExcuteAfterActiveRules";
 constexpr const char* kExecuteAfterSimultaneous = "ExecuteAfterIfSimultaniouslyTrue";
@@ -185,8 +186,8 @@ Keys configurationKeys()
 
 Keys ruleKeys()
 {
-    Keys keys{kDescription, kCondition, kActions, kAction, kActionParameters};
-    for (const Keys& more : {ruleListKeys(), synchronicityKeys()})
+    Keys keys{kDescription, kCondition, kActions};
+    for (const Keys& more : {stepKeys(), ruleListKeys(), synchronicityKeys()})
         keys.insert(keys.end(), more.begin(), more.end());
     return keys;
 }
@@ -198,7 +199,7 @@ Keys ruleListKeys()
 
 Keys stepKeys()
 {
-    return {kAction, kActionParameters};
+    return {kAction, kActionParameters, kDeadline};
 }
 
 Keys parameterKeys(ActionItemType type)
@@ -309,7 +310,13 @@ std::optional<AutonomousActionItem> ConfigurationReader::readItem(
     }
     const bool complete = item.type == ActionItemApiCall ? readApiCall(item, node, place)
                                                          : readParameters(item, node, place);
-    return complete ? std::optional(std::move(item)) : std::nullopt;
+    if (!complete)
+        return std::nullopt;
+    // For the host, which knows what a step does; here it is one more parameter.
+    const YAML::Node deadline = find(node, kDeadline);
+    if (deadline.IsDefined())
+        item.parameters[kDeadline] = convert<int>(deadline);
+    return item;
 }
 
 /// False when a required parameter is missing; `place` is for the warning.

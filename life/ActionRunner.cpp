@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "platform/config/ApiWrapper.h"
+#include "platform/kr/KRError.h"
 
 namespace KR {
 
@@ -34,18 +35,44 @@ std::optional<std::int32_t> optionalInt(const AutonomousActionItem& item, const 
     return value ? std::optional(value->toInt32()) : std::nullopt;
 }
 
-StepResult switchFocus(LifeService& life, const AutonomousActionItem& item)
+constexpr const char* kDeadline = "Deadline";
+
+vo::Future<StepResult> ended(const StepResult& result)
 {
-    FocusRequest request;
-    request.activity = required(item, "Activity").toString();
-    request.flags = optionalInt(item, "Flags").value_or(0);
-    request.reason = optionalText(item, "Reason");
-    request.autonomous = true;
-    StepResult result;
-    result.started = life.switchFocus(request);
-    if (!result.started)
-        result.reason = "it has the focus already";
-    return result;
+    const vo::Promise<StepResult> promise;
+    promise.setValue(result);
+    return promise.future();
+}
+
+vo::Future<StepResult> doneAfter(const vo::Future<void>& future)
+{
+    return resultOf(future, [](const vo::Future<void>& end) {
+        end.value();
+        return StepResult();
+    });
+}
+
+/// The call that a step is; its deadline is none of the call's parameters.
+ApiWrapper callOf(const AutonomousActionItem& item)
+{
+    std::map<std::string, KRValue> parameters = item.parameters;
+    parameters.erase(kDeadline);
+    return ApiWrapper(parameters);
+}
+
+std::vector<vo::Value> argumentsOf(const ApiWrapper& call)
+{
+    std::vector<vo::Value> arguments;
+    arguments.reserve(call.arguments().size());
+    for (const KRValue& argument : call.arguments())
+        arguments.push_back(vo::toValue(argument));
+    return arguments;
+}
+
+StepResult callResult(const vo::Future<vo::Value>& end)
+{
+    const auto result = vo::fromValue<KRValue>(end.value());
+    return {StepOutcome::done, result.isValid() ? "= " + result.toDisplayString() : "", {}};
 }
 
 /// A parameter as a person would write it, whatever its type.
@@ -87,54 +114,109 @@ StepResult attempt(const std::function<StepResult()>& deed)
     }
 }
 
-StepResult callResult(const ApiWrapper& call)
+vo::Future<StepResult> makeCall(const ApiWrapper& call)
 {
-    const KRValue result = call.execute();
-    return {StepOutcome::done, result.isValid() ? "= " + result.toDisplayString() : "", {}};
+    vo::Future<vo::Value> begun;
+    const StepResult failure = attempt([&] {
+        begun = ApiWrapper::importModule(call.module())
+                    .object()
+                    ->start(call.method(), argumentsOf(call));
+        return StepResult();
+    });
+    return begun.isValid() ? resultOf(begun, callResult) : ended(failure);
 }
 
-StepResult ActionRunner::run(const AutonomousActionItem& item) const
+Cause causeOf(const AutonomousActionItem& item, const std::string& rule)
 {
-    return attempt([&] { return carryOut(item); });
+    Cause cause;
+    cause.rule = rule;
+    if (const auto seconds = optionalInt(item, kDeadline)) {
+        if (*seconds < 1)
+            throw std::runtime_error("the deadline must be 1 second or more");
+        cause.deadline = std::chrono::seconds(*seconds);
+    }
+    return cause;
 }
 
-StepResult ActionRunner::carryOut(const AutonomousActionItem& item) const
+FocusRequest focusRequestOf(const AutonomousActionItem& item, const Cause& cause)
+{
+    return {required(item, "Activity").toString(), optionalInt(item, "Flags").value_or(0),
+            optionalText(item, "Reason"), true, cause};
+}
+
+vo::Future<StepResult> ActionRunner::run(const AutonomousActionItem& item, const Cause& cause) const
+{
+    vo::Future<StepResult> begun;
+    const StepResult failure = attempt([&] {
+        begun = begin(item, cause);
+        return StepResult();
+    });
+    return begun.isValid() ? begun : ended(failure);
+}
+
+vo::Future<StepResult> ActionRunner::begin(const AutonomousActionItem& item,
+                                           const Cause& cause) const
 {
     switch (item.type) {
-        case ActionItemSwitchFocus:
-            return switchFocus(life_, item);
         case ActionItemStopFocus:
-            life_.stopFocus(optionalText(item, "Reason"));
-            return {};
+            return doneAfter(focus_.stopFocus(optionalText(item, "Reason"), cause));
         case ActionItemStopAll:
-            life_.stopAll(optionalText(item, "Reason"));
-            return {};
-        case ActionItemBlockAutonomousFocus:
-            life_.blockAutonomousFocus();
-            return {};
-        case ActionItemUnblockAutonomousFocus:
-            life_.unblockAutonomousFocus();
-            return {};
+            return doneAfter(focus_.stopAll(optionalText(item, "Reason"), cause));
         case ActionItemSetState: {
             const KRValue* force = find(item, "Force");
-            life_.setState(required(item, "State").toString(), force && force->toBool());
-            return {};
+            return doneAfter(focus_.setState(required(item, "State").toString(),
+                                             force && force->toBool(), cause));
         }
         case ActionItemSetConfiguration:
-            ApiWrapper::importModule(required(item, "Module").toString())
-                .call<void>("setConfigurationSet", required(item, "ConfigurationSet").toString());
-            return {};
+            return resultOf(
+                calls_.call(ApiWrapper::importModule(required(item, "Module").toString()),
+                            "setConfigurationSet",
+                            {vo::toValue(required(item, "ConfigurationSet").toString())},
+                            cause.deadline),
+                [](const vo::Future<vo::Value>& end) {
+                    end.value();
+                    return StepResult();
+                });
         case ActionItemApiCall:
-            return callResult(ApiWrapper(item.parameters));
+            return call(item, cause);
+        default:
+            change(item, cause.rule);
+            return ended({});
+    }
+}
+
+/// The steps that take no time.
+void ActionRunner::change(const AutonomousActionItem& item, const std::string& rule) const
+{
+    switch (item.type) {
+        case ActionItemBlockAutonomousFocus:
+            return status_.setAutonomousFocusBlocked(true, rule);
+        case ActionItemUnblockAutonomousFocus:
+            return status_.setAutonomousFocusBlocked(false, rule);
         case ActionItemFreezeChain:
-            life_.freezeChain(required(item, "Chain").toString(), optionalInt(item, "Duration"));
-            return {};
+            return chains_.freeze(required(item, "Chain").toString(), optionalInt(item, "Duration"),
+                                  rule);
         case ActionItemUnfreezeChain:
-            life_.unfreezeChain(required(item, "Chain").toString());
-            return {};
+            return chains_.unfreeze(required(item, "Chain").toString(), rule);
         default:
             throw std::runtime_error("there is no step type " + std::to_string(item.type));
     }
+}
+
+vo::Future<StepResult> ActionRunner::call(const AutonomousActionItem& item,
+                                          const Cause& cause) const
+{
+    const ApiWrapper call = callOf(item);
+    const vo::AnyObject service = ApiWrapper::importModule(call.module());
+    const std::vector<KRValue>& arguments = call.arguments();
+    // Sleep has no step of its own. Asked for here, its change is told as this rule's.
+    if (call.module() == "KRNimbra" && call.method() == "setAsleep" && arguments.size() == 1 &&
+        arguments[0].isBool()) {
+        status_.setAsleep(arguments[0].toBool(), cause.rule);
+        return ended({});
+    }
+    return resultOf(calls_.call(service, call.method(), argumentsOf(call), cause.deadline),
+                    callResult);
 }
 
 std::string describeCall(const ApiWrapper& call)
@@ -163,7 +245,7 @@ std::string describeStep(const AutonomousActionItem& item)
                    "\"";
         case ActionItemApiCall:
             try {
-                return name + " " + describeCall(ApiWrapper(item.parameters));
+                return name + " " + describeCall(callOf(item));
             } catch (const std::exception&) {
                 return name + " ?";  // running it will tell what is wrong
             }

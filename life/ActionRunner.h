@@ -1,34 +1,65 @@
 #pragma once
 
+#include <boost/shared_ptr.hpp>
 #include <functional>
 #include <string>
 
 #include "launchpad/AutonomousAction.h"
-#include "life/LifeService.h"
+#include "life/FocusQueue.h"
+#include "life/FrozenChains.h"
+#include "life/LifeStatus.h"
+#include "life/ServiceCalls.h"
 #include "life/StepResult.h"
+#include "platform/vo/Future.h"
 
 namespace KR {
 
 /// Does something, and turns what it throws into the result.
 StepResult attempt(const std::function<StepResult()>& deed);
 
-class ApiWrapper;
-/// Makes a call, and tells what it returned.
-StepResult callResult(const ApiWrapper& call);
+/// What becomes of something that ends later: `toResult` is given the future when it has ended, and
+/// may throw. The result itself never fails.
+template <class T, class F>
+vo::Future<StepResult> resultOf(const vo::Future<T>& future, F toResult)
+{
+    const vo::Promise<StepResult> promise;
+    future.then([promise, toResult](const vo::Future<T>& ended) {
+        promise.setValue(attempt([&] { return toResult(ended); }));
+    });
+    return promise.future();
+}
 
-/// Carries out single steps of actions, for real. Thread-safe; the life service outlives it.
+class ApiWrapper;
+/// Makes a call, right here, and tells what it returned.
+vo::Future<StepResult> makeCall(const ApiWrapper& call);
+
+/// Who brings about what a step changes, and how long the step may take: its parameter "Deadline",
+/// whole seconds, 1 or more (std::runtime_error otherwise), or kDefaultDeadline.
+Cause causeOf(const AutonomousActionItem& item, const std::string& rule);
+/// What a step SwitchFocus wishes for; std::runtime_error when a parameter is missing.
+FocusRequest focusRequestOf(const AutonomousActionItem& item, const Cause& cause);
+
+/// Carries out single steps of actions, for real: all but SwitchFocus, which takes more than one
+/// step. Thread-safe; what it is made of outlives it.
 class ActionRunner {
 public:
-    explicit ActionRunner(LifeService& life) : life_(life) {}
+    ActionRunner(LifeStatus& status, FrozenChains& chains, FocusQueue& focus, ServiceCalls& calls)
+        : status_(status), chains_(chains), focus_(focus), calls_(calls)
+    {
+    }
 
-    /// Carries out one step, which may take as long as what it calls. Throws nothing: what goes
-    /// wrong is the result.
-    StepResult run(const AutonomousActionItem& item) const;
+    /// Begins one step, and waits for nothing that takes its time. What goes wrong is the result.
+    vo::Future<StepResult> run(const AutonomousActionItem& item, const Cause& cause) const;
 
 private:
-    StepResult carryOut(const AutonomousActionItem& item) const;
+    vo::Future<StepResult> begin(const AutonomousActionItem& item, const Cause& cause) const;
+    void change(const AutonomousActionItem& item, const std::string& rule) const;
+    vo::Future<StepResult> call(const AutonomousActionItem& item, const Cause& cause) const;
 
-    LifeService& life_;
+    LifeStatus& status_;
+    FrozenChains& chains_;
+    FocusQueue& focus_;
+    ServiceCalls& calls_;
 };
 
 /// A step for people, on one line: "SwitchFocus companion/greet", `ApiCall KRLeds.fade("eyes", 1)`.

@@ -6,11 +6,15 @@
 #include "life/ActivityPermissions.h"
 #include "life/AppLauncher.h"
 #include "life/EventStream.h"
+#include "life/FocusQueue.h"
+#include "life/FrozenChains.h"
 #include "life/InstalledPackages.h"
 #include "life/LifeService.h"
+#include "life/LifeStatus.h"
 #include "life/PluginSwitch.h"
 #include "life/Responder.h"
 #include "life/ServiceActivities.h"
+#include "life/ServiceCalls.h"
 #include "platform/vo/Application.h"
 #include "platform/vo/EventLoop.h"
 #include "platform/vo/Log.h"
@@ -39,12 +43,17 @@ struct Life::Parts {
           const Options& options)
         : broker(theBroker),
           events(theEvents),
-          service(KRModule::createModule<LifeService>(broker, options.chains)),
+          status(broker),
+          chains(broker->clock(), options.chains,
+                 [this](const ChainChanged& change) { status.changed(change); }),
           launcher(KRModule::createModule<AppLauncher>(broker)),
           permissions(broker),
           packages(broker, options.packages),
-          activities(broker, permissions, *service),
-          responder(*service, events),
+          calls(broker),
+          activities(broker, permissions, calls),
+          focus(broker->clock(), status, &activities),
+          responder(status, chains, focus, calls, events),
+          service(KRModule::createModule<LifeService>(broker, status, chains, focus, responder)),
           launchpad(broker, &permissions.contextPermission(), &responder, options.config,
                     [this](const std::string& function, const std::string& text) {
                         events.publish(
@@ -58,19 +67,23 @@ struct Life::Parts {
         for (const std::string& plugin : options.plugins)
             launchpad.addModulePlugin(plugin);
         responder.setSuggestions([this](int mask) { return launchpad.getActionSuggestions(mask); });
-        pluginSwitch.emplace(*service, launchpad);
+        pluginSwitch.emplace(status, launchpad);
         responder.setPluginsChanged([this] { pluginSwitch->apply(); });
         pluginSwitch->apply();  // to plugins that came in between
     }
 
     const boost::shared_ptr<KRBroker> broker;
     EventStream& events;
-    const boost::shared_ptr<LifeService> service;
+    LifeStatus status;
+    FrozenChains chains;
     const boost::shared_ptr<AppLauncher> launcher;
     ActivityPermissions permissions;
     InstalledPackages packages;
+    ServiceCalls calls;
     ServiceActivities activities;
+    FocusQueue focus;
     Responder responder;
+    const boost::shared_ptr<LifeService> service;
     NimbraLaunchpad launchpad;
     const vo::Connection pluginSwitches;
     std::optional<PluginSwitch> pluginSwitch;
@@ -114,6 +127,8 @@ void Life::stop()
         logger.error("stop", e.what());
     }
     parts_->launchpad.exit();
+    parts_->responder.exit();
+    parts_->focus.exit();
     parts_->broker->application().eventLoop().close();
     parts_->service->exit();
     parts_->events.unfollow();

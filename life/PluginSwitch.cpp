@@ -29,7 +29,7 @@ bool isAdded(const NimbraLaunchpad::PluginState& plugin, const std::string& stat
 
 }  // namespace
 
-PluginSwitch::PluginSwitch(LifeService& life, NimbraLaunchpad& launchpad)
+PluginSwitch::PluginSwitch(LifeStatus& life, NimbraLaunchpad& launchpad)
     : life_(life),
       launchpad_(launchpad),
       link_(life.changed.connect([this](const LifeChange& change) {
@@ -48,7 +48,7 @@ PluginSwitch::~PluginSwitch()
 void PluginSwitch::apply()
 {
     const vo::Lock lock(mutex_);
-    const std::string state = life_.getState();
+    const std::string state = life_.state();
     for (const NimbraLaunchpad::PluginState& plugin : launchpad_.getPluginStates()) {
         const bool wanted = isInGroup(plugin, state) || isAdded(plugin, state);
         if (!isConditional(plugin) && plugin.enabled != wanted)

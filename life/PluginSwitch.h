@@ -1,7 +1,7 @@
 #pragma once
 
 #include "launchpad/NimbraLaunchpad.h"
-#include "life/LifeService.h"
+#include "life/LifeStatus.h"
 #include "platform/vo/Mutex.h"
 
 namespace KR {
@@ -11,11 +11,11 @@ namespace KR {
 /// and "interactive". A plugin whose only group is "conditional" is left to its own
 /// conditions. What fails is logged.
 ///
-/// Thread-safe. Life service and launchpad outlive it.
+/// Thread-safe. Life status and launchpad outlive it.
 class PluginSwitch {
 public:
     /// Applies the present state, and follows its changes.
-    PluginSwitch(LifeService& life, NimbraLaunchpad& launchpad);
+    PluginSwitch(LifeStatus& life, NimbraLaunchpad& launchpad);
     /// When it returns, no plugin is being switched and none will be.
     ~PluginSwitch();
     PluginSwitch(const PluginSwitch&) = delete;
@@ -28,7 +28,7 @@ private:
     void enable(const std::string& plugin, bool enabled);
 
     // Constant after construction.
-    LifeService& life_;
+    LifeStatus& life_;
     NimbraLaunchpad& launchpad_;
 
     /// Held while plugins are switched, so that of two changes of the state the later one wins;

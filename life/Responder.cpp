@@ -1,6 +1,8 @@
 #include "life/Responder.h"
 
 #include <algorithm>
+#include <deque>
+#include <utility>
 
 #include "platform/vo/EventLoop.h"
 #include "platform/vo/Log.h"
@@ -13,25 +15,6 @@ const vo::Logger logger("Nimbra.Responder");
 
 constexpr int kAnyTime = ExecuteAnyTimeConditionTrue | ExecuteAnyTimeConditionEdgeTrue |
                          ExecuteBeforeActivityIfConditionTrue;
-
-/// What this thread is carrying out: steps call back into the responder, through the life service.
-struct CarryingOut {
-    const AutonomousAction* action = nullptr;  ///< null for none
-    bool preparing = false;                    ///< inside of the preparation of an activity
-};
-thread_local CarryingOut carrying;
-
-/// Sets it for a scope.
-class CarryingScope {
-public:
-    explicit CarryingScope(CarryingOut now) : before_(carrying) { carrying = now; }
-    ~CarryingScope() { carrying = before_; }
-    CarryingScope(const CarryingScope&) = delete;
-    CarryingScope& operator=(const CarryingScope&) = delete;
-
-private:
-    const CarryingOut before_;
-};
 
 bool isSame(const AutonomousAction& a, const AutonomousAction& b)
 {
@@ -53,19 +36,45 @@ EventRule ruleOf(const AutonomousAction& action)
 
 }  // namespace
 
-Responder::Responder(LifeService& life, EventStream& events)
-    : life_(life),
+struct Responder::Run {
+    const PendingAction pending;
+    const Before before;
+    std::size_t next = 0;  ///< step
+    FocusId started = 0;   ///< the focus that the last SwitchFocus gave
+
+    const AutonomousAction& action() const { return pending.action; }
+};
+
+struct Responder::Preparing {
+    const FocusRequest request;
+    const vo::Promise<std::optional<FocusId>> promise = {};
+    PreparationId id = 0;
+    std::deque<PendingAction> rest = {};  ///< what is to come before the activity
+    /// Of the action in progress: `left` by who began it, as it takes its time, or `ended` before.
+    enum class State { begun, ended, left };
+    std::atomic<State> state{State::begun};
+
+    explicit Preparing(FocusRequest theRequest) : request(std::move(theRequest)) {}
+};
+
+Responder::Responder(LifeStatus& status, FrozenChains& chains, FocusQueue& focus,
+                     ServiceCalls& calls, EventStream& events)
+    : status_(status),
+      focus_(focus),
       events_(events),
-      runner_(life),
-      lifeLink_(life.changed.connect([this](const LifeChange& change) { onLifeChanged(change); }))
+      runner_(status, chains, focus, calls),
+      lifeLink_(status.changed.connect([this](const LifeChange& change) { onLifeChanged(change); }))
 {
-    life_.setPreparation([this](const std::string& activity) { prepare(activity); });
 }
 
 Responder::~Responder()
 {
-    life_.changed.disconnect(lifeLink_);
-    life_.setPreparation({});
+    status_.changed.disconnect(lifeLink_);
+}
+
+void Responder::exit()
+{
+    exited_ = true;
 }
 
 void Responder::setPluginsChanged(std::function<void()> pluginsChanged)
@@ -83,8 +92,10 @@ void Responder::onPluginsChanged()
 
 void Responder::processActions(const std::list<AutonomousAction>& actions, const PersistentValues&)
 {
+    if (exited_)
+        return;
     for (const PendingAction& pending : inOrder(actions))
-        decide(pending, Manner::hit);
+        decide(pending, Manner::hit, {});
 }
 
 /// One hit list, in the order in which it is carried out.
@@ -119,8 +130,8 @@ void Responder::warnOfCycles(const std::vector<std::vector<std::string>>& cycles
     }
 }
 
-/// Runs, skips or keeps an action. `activity` is the one that it comes before.
-void Responder::decide(const PendingAction& pending, Manner manner, const std::string& activity)
+/// Runs, skips or keeps an action.
+void Responder::decide(const PendingAction& pending, Manner manner, const Before& before)
 {
     using Verdict = RuleScheduler::Verdict::Kind;
     const AutonomousAction& action = pending.action;
@@ -128,13 +139,15 @@ void Responder::decide(const PendingAction& pending, Manner manner, const std::s
     if (manner == Manner::waited)
         events_.publish(RuleResumed{rule});
     else
-        events_.publish(RuleProposed{rule, activity});
+        events_.publish(RuleProposed{rule, before.activity});
 
     const RuleScheduler::Verdict verdict = scheduler_.judge(pending);
     const std::string active = joined(verdict.because, ", ");
     if (verdict.kind == Verdict::run) {
-        carryOut(action);
-    } else if (verdict.kind == Verdict::skip) {
+        begin(pending, before);
+        return;
+    }
+    if (verdict.kind == Verdict::skip) {
         events_.publish(RuleSkipped{rule, "while active: " + active});
     } else if (manner == Manner::beforeActivity) {
         events_.publish(RuleSkipped{rule, "cannot wait for: " + active});
@@ -143,50 +156,158 @@ void Responder::decide(const PendingAction& pending, Manner manner, const std::s
         events_.publish(RuleWaits{rule, "for the end of: " + active});
         postReady();  // they may have ended meanwhile
     }
+    before.ended();
 }
 
-void Responder::carryOut(const AutonomousAction& action)
+void Responder::begin(const PendingAction& pending, const Before& before)
 {
-    const CarryingScope scope({&action, carrying.preparing});
-    scheduler_.begin(action.description);
-    FocusId started = 0;
-    std::size_t rest = action.items.size();
-    for (const AutonomousActionItem& item : action.items) {
-        const StepResult result = runner_.run(item);
-        started = result.started.value_or(started);
-        events_.publish(StepEnded{ruleOf(action), actionItemTypeName(item.type), describeStep(item),
-                                  result.outcome, result.reason, --rest});
-        if (result.outcome != StepOutcome::done)
+    const auto run = std::make_shared<Run>(Run{pending, before});
+    scheduler_.begin(pending);
+    if (before.preparation != 0) {
+        const vo::Lock lock(mutex_);
+        runsBefore_.insert(run);
+    }
+    goOn(run);
+}
+
+/// Carries out the steps that are left, until one takes its time.
+void Responder::goOn(const RunPtr& run)
+{
+    while (run->next < run->action().items.size()) {
+        const vo::Future<StepResult> step = carryOut(run);
+        if (step.isRunning()) {
+            step.then([this, run](const vo::Future<StepResult>& ended) {
+                if (tell(*run, ended.value()))
+                    goOn(run);
+                else
+                    end(run);
+            });
+            return;
+        }
+        if (!tell(*run, step.value()))
             break;
     }
-    scheduler_.end(action.description, started);
-    postReady();
+    end(run);
 }
 
-/// Carries out what is to come before an activity.
-void Responder::prepare(const std::string& activity)
+/// Begins a step.
+vo::Future<StepResult> Responder::carryOut(const RunPtr& run)
 {
-    if (carrying.preparing || !suggestions_)
-        return;
-    const CarryingScope scope({carrying.action, true});
-    std::list<AutonomousAction> actions = suggestions_(ExecuteBeforeActivityIfConditionTrue);
-    // The action that starts the activity does not come before itself.
-    actions.remove_if([](const AutonomousAction& action) {
-        return carrying.action && isSame(action, *carrying.action);
+    const AutonomousActionItem& item = run->action().items[run->next];
+    vo::Future<StepResult> step;
+    const StepResult failure = attempt([&] {
+        Cause cause = causeOf(item, run->action().description);
+        cause.preparation = run->before.preparation;
+        if (item.type == ActionItemSwitchFocus)
+            step = resultOf(prepareAndSwitch(focusRequestOf(item, cause), run),
+                            [](const vo::Future<std::optional<FocusId>>& ended) {
+                                StepResult result;
+                                result.started = ended.value();
+                                if (!result.started)
+                                    result.reason = "it has the focus already";
+                                return result;
+                            });
+        else
+            step = runner_.run(item, cause);
+        return StepResult();
     });
-    for (const PendingAction& pending : inOrder(actions))
-        decide(pending, Manner::beforeActivity, activity);
+    if (step.isValid())
+        return step;
+    const vo::Promise<StepResult> failed;
+    failed.setValue(failure);
+    return failed.future();
 }
 
-void Responder::onLifeChanged(LifeChange change)
+/// Publishes what became of a step. Whether the next one may come.
+bool Responder::tell(Run& run, const StepResult& result)
 {
-    const std::string rule = carrying.action ? carrying.action->description : std::string();
-    std::visit(
-        [&](auto& each) {
-            each.rule = rule;
-            events_.publish(each);
-        },
-        change);
+    const AutonomousAction& action = run.action();
+    const AutonomousActionItem& item = action.items[run.next++];
+    run.started = result.started.value_or(run.started);
+    events_.publish(StepEnded{ruleOf(action), actionItemTypeName(item.type), describeStep(item),
+                              result.outcome, result.reason, action.items.size() - run.next});
+    return result.outcome == StepOutcome::done;
+}
+
+void Responder::end(const RunPtr& run)
+{
+    {
+        const vo::Lock lock(mutex_);
+        runsBefore_.erase(run);
+    }
+    scheduler_.end(run->pending, run->started);
+    postReady();
+    run->before.ended();
+}
+
+/// `by` is the action that asks for it; null for none.
+vo::Future<std::optional<FocusId>> Responder::prepareAndSwitch(const FocusRequest& request,
+                                                               const RunPtr& by)
+{
+    if (request.cause.preparation != 0)
+        return focus_.switchFocus(request);
+    const auto preparing = std::make_shared<Preparing>(request);
+    const auto& promise = preparing->promise;
+    // Its copy, as it is kept until then: the preparation holds more.
+    preparing->id =
+        focus_.prepare([promise](const std::exception_ptr& why) { promise.setError(why); });
+    promise.future().then([this, id = preparing->id](const auto&) { focus_.withdraw(id); });
+    focus_.mayStart(request).then([this, preparing, by](const vo::Future<bool>& may) {
+        if (!may.hasValue() || !may.value()) {
+            preparing->promise.endWith([&] {
+                may.value();
+                return std::optional<FocusId>();
+            });
+            return;
+        }
+        for (PendingAction& pending : inOrder(actionsBefore(by)))
+            preparing->rest.push_back(std::move(pending));
+        goOn(preparing);
+    });
+    return promise.future();
+}
+
+/// What is to come before an activity. Nothing comes before what it starts itself.
+std::list<AutonomousAction> Responder::actionsBefore(const RunPtr& by)
+{
+    if (!suggestions_ || exited_)
+        return {};
+    std::list<AutonomousAction> actions = suggestions_(ExecuteBeforeActivityIfConditionTrue);
+    const vo::Lock lock(mutex_);
+    actions.remove_if([&](const AutonomousAction& action) {
+        return (by && isSame(action, by->action())) ||
+               std::any_of(runsBefore_.begin(), runsBefore_.end(),
+                           [&](const RunPtr& run) { return isSame(action, run->action()); });
+    });
+    return actions;
+}
+
+/// Carries out what comes before an activity, until an action takes its time, and then switches.
+void Responder::goOn(const std::shared_ptr<Preparing>& preparing)
+{
+    using State = Preparing::State;
+    while (!preparing->rest.empty() && preparing->promise.future().isRunning()) {
+        const PendingAction pending = std::move(preparing->rest.front());
+        preparing->rest.pop_front();
+        preparing->state = State::begun;
+        const auto ended = [this, preparing] {
+            if (preparing->state.exchange(State::ended) == State::left)
+                goOn(preparing);
+        };
+        decide(pending, Manner::beforeActivity,
+               {preparing->request.activity, preparing->id, ended});
+        if (preparing->state.exchange(State::left) == State::begun)
+            return;
+    }
+    focus_.switchFocus(preparing->request, preparing->id)
+        .then([preparing](const vo::Future<std::optional<FocusId>>& ended) {
+            preparing->promise.endAs(ended);
+        });
+}
+
+void Responder::onLifeChanged(const LifeChange& change)
+{
+    std::visit([&](const auto& each) { events_.publish(each); }, change);
     const FocusChanged* const focus = std::get_if<FocusChanged>(&change);
     if (focus && focus->lost != 0) {
         scheduler_.focusLost(focus->lost);
@@ -207,10 +328,12 @@ void Responder::postReady()
 
 void Responder::runReady()
 {
+    if (exited_)
+        return;
     RuleScheduler::Order order = RuleScheduler::inOrder(scheduler_.takeReady());
     for (const PendingAction& pending : order.actions) {
         if (isStillTrue(pending.action))
-            decide(pending, Manner::waited);
+            decide(pending, Manner::waited, {});
         else
             events_.publish(RuleDropped{ruleOf(pending.action), "its condition is no longer true"});
     }

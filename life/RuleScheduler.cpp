@@ -129,7 +129,7 @@ RuleScheduler::Verdict RuleScheduler::judge(const PendingAction& pending) const
         return {Verdict::Kind::skip, std::move(because)};
     because = activeOf(action.executeAfterActiveRules);
     for (const std::string& rule : action.executeAfterIfSimultaneouslyTrue) {
-        if (waitsInList(pending, rule))
+        if (isAheadInList(pending, rule))
             because.push_back(rule);
     }
     const auto kind = because.empty() ? Verdict::Kind::run : Verdict::Kind::wait;
@@ -146,10 +146,23 @@ std::vector<std::string> RuleScheduler::activeOf(const std::vector<std::string>&
     return active;
 }
 
-bool RuleScheduler::waitsInList(const PendingAction& pending, const std::string& rule) const
+bool RuleScheduler::isAheadInList(const PendingAction& pending, const std::string& rule) const
 {
-    const auto found = waitingTurns_.find({pending.hitList, rule});
-    return found != waitingTurns_.end() && *found->second.begin() < pending.turn;
+    const auto found = turns_.find({pending.hitList, rule});
+    return found != turns_.end() && *found->second.begin() < pending.turn;
+}
+
+void RuleScheduler::enterList(const PendingAction& pending)
+{
+    turns_[{pending.hitList, pending.action.description}].insert(pending.turn);
+}
+
+void RuleScheduler::leaveList(const PendingAction& pending)
+{
+    const auto turns = turns_.find({pending.hitList, pending.action.description});
+    turns->second.erase(turns->second.find(pending.turn));
+    if (turns->second.empty())
+        turns_.erase(turns);
 }
 
 bool RuleScheduler::wait(const PendingAction& pending)
@@ -158,8 +171,10 @@ bool RuleScheduler::wait(const PendingAction& pending)
     const AutonomousAction& action = pending.action;
     if (!waitingActions_.emplace(action.conditionId, action.description).second)
         return false;
-    waitingTurns_[{pending.hitList, action.description}].insert(pending.turn);
-    awaited_.insert(action.executeAfterActiveRules.begin(), action.executeAfterActiveRules.end());
+    enterList(pending);
+    for (const auto* rules :
+         {&action.executeAfterActiveRules, &action.executeAfterIfSimultaneouslyTrue})
+        awaited_.insert(rules->begin(), rules->end());
     waiting_.push_back(pending);
     mayBeReady_ = true;  // what it waits for may have ended since it was judged
     return true;
@@ -170,23 +185,27 @@ void RuleScheduler::forget(const PendingAction& pending)
 {
     const AutonomousAction& action = pending.action;
     waitingActions_.erase({action.conditionId, action.description});
-    const auto turns = waitingTurns_.find({pending.hitList, action.description});
-    turns->second.erase(pending.turn);
-    if (turns->second.empty())
-        waitingTurns_.erase(turns);
-    for (const std::string& rule : action.executeAfterActiveRules)
-        awaited_.erase(awaited_.find(rule));
+    leaveList(pending);
+    for (const auto* rules :
+         {&action.executeAfterActiveRules, &action.executeAfterIfSimultaneouslyTrue}) {
+        for (const std::string& rule : *rules)
+            awaited_.erase(awaited_.find(rule));
+    }
 }
 
-void RuleScheduler::begin(const std::string& rule)
+void RuleScheduler::begin(const PendingAction& pending)
 {
     const vo::Lock lock(mutex_);
-    ++active_[rule];
+    enterList(pending);
+    ++active_[pending.action.description];
 }
 
-void RuleScheduler::end(const std::string& rule, FocusId started)
+void RuleScheduler::end(const PendingAction& pending, FocusId started)
 {
+    const std::string& rule = pending.action.description;
     const vo::Lock lock(mutex_);
+    leaveList(pending);
+    mayBeReady_ = mayBeReady_ || awaited_.count(rule) > 0;
     if (started > lastLost_)
         byFocus_.emplace(started, rule);
     else
@@ -221,7 +240,7 @@ bool RuleScheduler::isActive(const std::string& rule) const
 bool RuleScheduler::mayGo(const PendingAction& pending) const
 {
     for (const std::string& leader : pending.action.executeAfterIfSimultaneouslyTrue) {
-        if (waitsInList(pending, leader))
+        if (isAheadInList(pending, leader))
             return false;
     }
     return activeOf(pending.action.executeAfterActiveRules).empty();
@@ -260,9 +279,8 @@ std::vector<PendingAction> RuleScheduler::takeReady()
 std::vector<PendingAction> RuleScheduler::dropWaiting()
 {
     const vo::Lock lock(mutex_);
-    waitingActions_.clear();
-    waitingTurns_.clear();
-    awaited_.clear();
+    for (const PendingAction& pending : waiting_)
+        forget(pending);
     mayBeReady_ = false;
     return std::exchange(waiting_, {});
 }

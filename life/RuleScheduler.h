@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "launchpad/AutonomousAction.h"
-#include "life/LifeService.h"
+#include "life/ActivityRunner.h"
 #include "platform/vo/Mutex.h"
 
 namespace KR {
@@ -49,15 +49,16 @@ public:
         std::vector<std::string> because;  ///< the active rules that stand in the way
     };
     /// Skips while a rule of skipIfRulesActive is active; else waits while one of
-    /// executeAfterActiveRules is, or while an action that runs before it in its hit list waits.
+    /// executeAfterActiveRules is, or while an action that comes before it in its hit list, and
+    /// that it names in executeAfterIfSimultaneouslyTrue, waits or has steps to carry out.
     Verdict judge(const PendingAction& pending) const;
 
     /// Keeps an action until it need not wait any more. False when it waits already.
     bool wait(const PendingAction& pending);
 
-    void begin(const std::string& rule);
+    void begin(const PendingAction& pending);
     /// The steps have ended; `started` is the focus that the last SwitchFocus gave, 0 for none.
-    void end(const std::string& rule, FocusId started);
+    void end(const PendingAction& pending, FocusId started);
     /// Focuses are lost in ascending order of their ids; losing one loses those before it.
     void focusLost(FocusId focus);
 
@@ -72,8 +73,10 @@ public:
 private:
     std::vector<std::string> activeOf(const std::vector<std::string>& rules) const
         VO_REQUIRES(mutex_);
-    bool waitsInList(const PendingAction& pending, const std::string& rule) const
+    bool isAheadInList(const PendingAction& pending, const std::string& rule) const
         VO_REQUIRES(mutex_);
+    void enterList(const PendingAction& pending) VO_REQUIRES(mutex_);
+    void leaveList(const PendingAction& pending) VO_REQUIRES(mutex_);
     bool mayGo(const PendingAction& pending) const VO_REQUIRES(mutex_);
     void deactivate(const std::string& rule) VO_REQUIRES(mutex_);
     void forget(const PendingAction& pending) VO_REQUIRES(mutex_);
@@ -85,8 +88,9 @@ private:
     std::vector<PendingAction> waiting_ VO_GUARDED_BY(mutex_);
     // What is asked of waiting_ at every hit and every end of a rule.
     std::set<std::pair<std::uint32_t, std::string>> waitingActions_ VO_GUARDED_BY(mutex_);
-    std::map<std::pair<std::uint64_t, std::string>, std::set<std::uint64_t>> waitingTurns_
-        VO_GUARDED_BY(mutex_);                                  ///< by hit list and description
+    /// Of those that wait or have steps to carry out, by hit list and description.
+    std::map<std::pair<std::uint64_t, std::string>, std::multiset<std::uint64_t>> turns_
+        VO_GUARDED_BY(mutex_);
     std::multiset<std::string> awaited_ VO_GUARDED_BY(mutex_);  ///< rules whose end is waited for
     bool mayBeReady_ VO_GUARDED_BY(mutex_) = false;
 };

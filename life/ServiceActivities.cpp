@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "life/Deadline.h"
+#include "life/FocusRequest.h"
 #include "life/PermissionText.h"
 #include "platform/vo/EventLoop.h"
 #include "platform/vo/Log.h"
@@ -14,9 +16,11 @@ namespace {
 
 const vo::Logger logger("Nimbra.Activities");
 
+constexpr const char* kCheck = "check";
+
 [[noreturn]] void refuse(const std::string& reason)
 {
-    throw LifeRefusal(LifeService::kName, "switchFocus", reason);
+    throw LifeRefusal("KRNimbra", "switchFocus", reason);
 }
 
 bool isOf(const vo::PackageInfo& package, const std::string& activity)
@@ -56,11 +60,16 @@ const ServiceActivities::Kind& ServiceActivities::kindOf(const std::string& acti
     });
 }
 
+std::string ServiceActivities::Running::name() const
+{
+    return activity.substr(kind->prefix.size());
+}
+
 ServiceActivities::ServiceActivities(const boost::shared_ptr<KRBroker>& broker,
-                                     ActivityPermissions& permissions, LifeService& life)
+                                     ActivityPermissions& permissions, ServiceCalls& calls)
     : broker_(broker),
       permissions_(permissions),
-      life_(life),
+      calls_(calls),
       // On the removing thread: what is started after the removal is another stay.
       unfollowPackages_(
           broker->session()
@@ -70,18 +79,36 @@ ServiceActivities::ServiceActivities(const boost::shared_ptr<KRBroker>& broker,
                   onPackageRemoved(vo::fromValue<vo::PackageInfo>(package.at(0)));
               }))
 {
-    life_.setRunner(this);
+    checks_->method(kCheck, [this](const std::string& activity) { checkNow(activity); });
 }
 
 ServiceActivities::~ServiceActivities()
 {
-    life_.setRunner(nullptr);
+    checks_->close();
     unfollowPackages_();
     if (const auto running = takeRunning())
         running->disconnect();
 }
 
-void ServiceActivities::check(const std::string& activity)
+vo::Future<vo::Value> ServiceActivities::callFor(const Running& running, const char* method,
+                                                 std::optional<vo::Duration> deadline)
+{
+    return calls_.call(running.service, method, {vo::toValue(running.name())}, deadline);
+}
+
+vo::Future<void> ServiceActivities::callStop(const Running& running)
+{
+    return callFor(running, running.kind->stop, kDefaultDeadline).map([](const vo::Value&) {});
+}
+
+/// It asks several services, so it is a call with a worker of its own.
+vo::Future<void> ServiceActivities::check(const std::string& activity)
+{
+    return calls_.call(vo::AnyObject(checks_), kCheck, {vo::toValue(activity)})
+        .map([](const vo::Value&) {});
+}
+
+void ServiceActivities::checkNow(const std::string& activity)
 {
     const Kind& kind = kindOf(activity);
     const bool isBehavior = kind.prefix.empty();
@@ -97,32 +124,60 @@ void ServiceActivities::check(const std::string& activity)
         service.call("preloadBehavior", activity);
 }
 
-void ServiceActivities::start(const std::string& activity, FocusId stay)
+/// Without a deadline: a start that ends late is to be undone.
+vo::Future<void> ServiceActivities::start(const std::string& activity, FocusId stay)
 {
-    const Kind& kind = kindOf(activity);
-    const std::string name = activity.substr(kind.prefix.size());
-    Running running{&kind, activity, stay, broker_->session().service(kind.service), [] {}};
-    followEnd(running, name);
+    const vo::Promise<void> promise;
+    try {
+        const Kind& kind = kindOf(activity);
+        Running running{&kind, activity, stay, broker_->session().service(kind.service), [] {}};
+        followEnd(running);
+        {
+            const vo::Lock lock(mutex_);
+            running_ = running;
+        }
+        const vo::Future<vo::Value> started = callFor(running, kind.start);
+        {
+            const vo::Lock lock(mutex_);
+            if (running_ && running_->stay == stay)
+                running_->started = started;
+        }
+        started.then([this, running, promise](const vo::Future<vo::Value>& end) {
+            onStarted(running, !end.hasValue());
+            promise.endWith([&] { end.value(); });
+        });
+    } catch (...) {
+        promise.setError(std::current_exception());
+    }
+    return promise.future();
+}
+
+/// Stops what was given up meanwhile, unless it is wanted again.
+void ServiceActivities::onStarted(const Running& running, bool hasFailed)
+{
+    bool isWanted = false;
     {
         const vo::Lock lock(mutex_);
-        running_ = running;
+        isWanted = running_ && running_->activity == running.activity;
+        if (hasFailed && running_ && running_->stay == running.stay)
+            running_.reset();
     }
-    try {
-        running.service.call(kind.start, name);
-    } catch (...) {
-        takeRunning();
+    if (hasFailed)
         running.disconnect();
-        throw;
-    }
+    else if (!isWanted)
+        callStop(running).then([activity = running.activity](const vo::Future<void>& stopped) {
+            if (stopped.hasError())
+                logger.error("start", activity + " was given up, but: " + stopped.error());
+        });
 }
 
 /// Before the start, so that not even the earliest end is missed.
-void ServiceActivities::followEnd(Running& running, const std::string& name)
+void ServiceActivities::followEnd(Running& running)
 {
     try {
         running.disconnect = running.service.object()->connect(
             running.kind->ended,
-            [this, name, stay = running.stay](const std::vector<vo::Value>& news) {
+            [this, name = running.name(), stay = running.stay](const std::vector<vo::Value>& news) {
                 if (vo::fromValue<std::string>(news.at(0)) == name)
                     postEnd(stay, endText(news));
             });
@@ -131,17 +186,19 @@ void ServiceActivities::followEnd(Running& running, const std::string& name)
     }
 }
 
-void ServiceActivities::stop()
+vo::Future<void> ServiceActivities::stop()
 {
     const auto running = takeRunning();
-    if (!running)
-        return;
-    running->disconnect();
+    if (running)
+        running->disconnect();
     // A service that has gone took with it what it ran.
-    if (running->service.object()->isClosed())
-        return;
-    const Kind& kind = *running->kind;
-    running->service.call(kind.stop, running->activity.substr(kind.prefix.size()));
+    if (running && !running->isStarting() && !running->service.object()->isClosed())
+        return callStop(*running);
+    if (running && running->started.isValid())
+        running->started.cancel();
+    const vo::Promise<void> stopped;
+    stopped.setValue();
+    return stopped.future();
 }
 
 std::optional<ServiceActivities::Running> ServiceActivities::takeRunning()
@@ -164,7 +221,7 @@ void ServiceActivities::onPackageRemoved(const vo::PackageInfo& package)
 
 void ServiceActivities::postEnd(FocusId stay, const std::string& reason)
 {
-    vo::getEventLoop()->async([this, stay, reason] { life_.activityEnded(stay, reason); });
+    vo::getEventLoop()->async([this, stay, reason] { ended(stay, reason); });
 }
 
 }  // namespace KR

@@ -1,12 +1,13 @@
 #pragma once
 
 #include <boost/shared_ptr.hpp>
+#include <memory>
 #include <optional>
 #include <string>
 
 #include "life/ActivityPermissions.h"
 #include "life/ActivityRunner.h"
-#include "life/LifeService.h"
+#include "life/ServiceCalls.h"
 #include "platform/kr/KRBroker.h"
 #include "platform/vo/AnyObject.h"
 #include "platform/vo/Mutex.h"
@@ -21,37 +22,47 @@ namespace KR {
 /// | "action:" and a module | "action" | "start", "stop" (module) | "onEnded" (module) |
 /// | any other: a behaviour's key | "KRBehaviorManager" | "startBehavior", "stopBehavior" | ... |
 ///
-/// The signal is optional. It tells of what ended by itself; what a stop has to tell is told before
-/// the stop returns. Ends, and the removal of the package of the behaviour that runs, are passed on
-/// to the life service on the event loop.
+/// The methods may return futures. The signal is optional. It tells of what ended by itself; what a
+/// stop has to tell is told before the stop has ended. Ends, and the removal of the package of the
+/// behaviour that runs, are passed on as `ended` on the event loop.
 ///
-/// Thread-safe, but one start or stop at a time. Destroyed after the event loop is closed.
+/// Thread-safe, but one start or stop at a time. Destroyed after the event loop is closed, and when
+/// a check in progress has ended.
 class ServiceActivities : public ActivityRunner {
 public:
     /// All outlive it. Needs the service "PackageManager".
     ServiceActivities(const boost::shared_ptr<KRBroker>& broker, ActivityPermissions& permissions,
-                      LifeService& life);
+                      ServiceCalls& calls);
     ~ServiceActivities() override;
     ServiceActivities(const ServiceActivities&) = delete;
     ServiceActivities& operator=(const ServiceActivities&) = delete;
 
-    void check(const std::string& activity) override;
-    void start(const std::string& activity, FocusId stay) override;
-    void stop() override;
+    vo::Future<void> check(const std::string& activity) override;
+    vo::Future<void> start(const std::string& activity, FocusId stay) override;
+    vo::Future<void> stop() override;
 
 private:
     struct Kind;
-    /// What runs, and how it is stopped.
+    /// What is started or runs, and how it is stopped.
     struct Running {
         const Kind* kind;
         std::string activity;
         FocusId stay;
         vo::AnyObject service;
         vo::ServiceObject::Disconnect disconnect;
+        vo::Future<vo::Value> started = {};  ///< invalid until the start is called
+
+        std::string name() const;
+        bool isStarting() const { return !started.isValid() || started.isRunning(); }
     };
 
     static const Kind& kindOf(const std::string& activity);
-    void followEnd(Running& running, const std::string& name);
+    void checkNow(const std::string& activity);
+    vo::Future<vo::Value> callFor(const Running& running, const char* method,
+                                  std::optional<vo::Duration> deadline = {});
+    vo::Future<void> callStop(const Running& running);
+    void followEnd(Running& running);
+    void onStarted(const Running& running, bool hasFailed);
     void onPackageRemoved(const vo::PackageInfo& package);
     void postEnd(FocusId stay, const std::string& reason);
     std::optional<Running> takeRunning();
@@ -59,7 +70,10 @@ private:
     // Constant after construction.
     const boost::shared_ptr<KRBroker> broker_;
     ActivityPermissions& permissions_;
-    LifeService& life_;
+    ServiceCalls& calls_;
+    // Synchronised by itself: what calls_ has check activities.
+    const std::shared_ptr<vo::ServiceObject> checks_ =
+        std::make_shared<vo::ServiceObject>("activity checks");
 
     vo::Mutex mutex_;
     std::optional<Running> running_ VO_GUARDED_BY(mutex_);

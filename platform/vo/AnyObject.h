@@ -58,6 +58,8 @@ private:
     ServiceObject& checked() const;
     template <class R>
     R callWith(const std::string& method, const std::vector<Value>& arguments) const;
+    template <class R>
+    R resultOf(const std::string& method, const Value& result) const;
 
     std::shared_ptr<ServiceObject> object_;
 };

@@ -32,28 +32,42 @@ R AnyObject::call(const std::string& method, const Args&... args) const
 template <class R>
 R AnyObject::callWith(const std::string& method, const std::vector<Value>& arguments) const
 {
-    if constexpr (std::is_void_v<R>) {
-        object_->call(method, arguments);
-    } else {
-        return detail::fromValueAt<R>(object_->place("result of method", method),
-                                      object_->call(method, arguments));
-    }
+    return resultOf<R>(method, object_->call(method, arguments));
+}
+
+template <class R>
+R AnyObject::resultOf(const std::string& method, const Value& result) const
+{
+    if constexpr (!std::is_void_v<R>)
+        return detail::fromValueAt<R>(object_->place("result of method", method), result);
 }
 
 template <class R, class... Args>
 Future<R> AnyObject::async(const std::string& method, const Args&... args) const
 {
+    const Promise<R> promise;
     try {
         checked();
-        return getEventLoop()->async(
-            [handle = *this, method, arguments = detail::toArguments(args...)] {
-                return handle.callWith<R>(method, arguments);
+        const auto begun = getEventLoop()->async(
+            [handle = *this, method, arguments = detail::toArguments(args...), promise] {
+                handle.object_->start(method, arguments)
+                    .map([handle, method](const Value& result) {
+                        return handle.resultOf<R>(method, result);
+                    })
+                    .then([promise](const Future<R>& ended) { promise.endAs(ended); });
             });
+        promise.setCanceler([begun] {
+            begun.cancel();
+            return begun.isCanceled();
+        });
+        begun.then([promise](const Future<void>& ended) {
+            if (ended.isCanceled())
+                promise.setCanceled();
+        });
     } catch (...) {
-        const Promise<R> failed;
-        failed.setError(std::current_exception());
-        return failed.future();
+        promise.setError(std::current_exception());
     }
+    return promise.future();
 }
 
 template <class... Args, class F>

@@ -53,6 +53,10 @@ public:
     /// than an uptime() that was read before. It costs a fraction of what uptime() does.
     virtual Duration roughUptime() const { return uptime(); }
 
+    /// Whether executors run their tasks on threads of their own. If not, whoever advances the
+    /// clock runs them, and work that blocks keeps its time from going on.
+    virtual bool hasThreads() const { return true; }
+
     /// Makes a serial task queue on this clock. The name is for logs and debuggers.
     virtual std::shared_ptr<Executor> makeExecutor(const std::string& name,
                                                    Threading threading) = 0;

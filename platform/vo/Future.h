@@ -64,6 +64,11 @@ public:
     /// then(); at once if it has ended. An exception that leaves the callback is logged.
     void then(Callback callback) const;
 
+    /// A future that ends when this one does, and as this one does: with an error, or with what
+    /// `function` makes of its value (of nothing for void). Cancelling it does nothing.
+    template <class F>
+    auto map(F function) const;
+
 private:
     friend class Promise<T>;
 
@@ -123,6 +128,11 @@ public:
     bool setValue(V&&... value) const;
     bool setError(std::exception_ptr error) const;
     bool setCanceled() const;
+    /// Ends as a future has that has ended.
+    bool endAs(const Future<T>& ended) const;
+    /// Ends with what a function returns or throws.
+    template <class F>
+    bool endWith(const F& function) const;
 
 private:
     friend class Future<T>;

@@ -94,6 +94,24 @@ void Future<T>::then(Callback callback) const
 }
 
 template <class T>
+template <class F>
+auto Future<T>::map(F function) const
+{
+    const auto apply = [function = std::move(function)](const Future& ended) {
+        if constexpr (std::is_void_v<T>) {
+            ended.value();
+            return function();
+        } else {
+            return function(ended.value());
+        }
+    };
+    using Mapped = decltype(apply(*this));
+    const Promise<Mapped> promise;
+    then([promise, apply](const Future& ended) { promise.endWith([&] { return apply(ended); }); });
+    return promise.future();
+}
+
+template <class T>
 typename Future<T>::State& Future<T>::state() const
 {
     if (!state_)
@@ -154,6 +172,30 @@ template <class T>
 bool Promise<T>::setCanceled() const
 {
     return finish<Future<T>::kCanceled>();
+}
+
+template <class T>
+bool Promise<T>::endAs(const Future<T>& ended) const
+{
+    return endWith([&] { return ended.value(); });
+}
+
+template <class T>
+template <class F>
+bool Promise<T>::endWith(const F& function) const
+{
+    try {
+        if constexpr (std::is_void_v<T>) {
+            function();
+            return setValue();
+        } else {
+            return setValue(function());
+        }
+    } catch (const FutureCanceled&) {
+        return setCanceled();
+    } catch (...) {
+        return setError(std::current_exception());
+    }
 }
 
 template <class T>

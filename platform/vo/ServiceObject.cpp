@@ -7,6 +7,7 @@
 
 #include "platform/vo/Application.h"
 #include "platform/vo/CallbackGate.h"
+#include "platform/vo/EventLoop.h"
 #include "platform/vo/Executor.h"
 #include "platform/vo/LogException.h"
 #include "platform/vo/Mutex.h"
@@ -35,6 +36,7 @@ public:
     struct MethodEntry {
         MethodInfo info;
         Method function;
+        AsyncMethod async;  ///< instead of the function
     };
 
     explicit Impl(std::string serviceName) : name(std::move(serviceName)) {}
@@ -64,6 +66,18 @@ public:
         if (found == entries.end())
             throw std::runtime_error(say(" has no ", kind, entry));
         return found->second;
+    }
+
+    const MethodEntry& findMethod(const std::string& method,
+                                  const std::vector<Value>& arguments) const
+    {
+        const MethodEntry& entry = find(methods, "method", method);
+        try {
+            detail::checkArgumentCount(entry.info.parameters, arguments.size());
+        } catch (const ConversionError& error) {
+            throw detail::at(say(", ", "method", method), error);
+        }
+        return entry;
     }
 
     /// Held by everything that uses what close() sets free; refuses a closed object. A method may
@@ -180,6 +194,18 @@ void ServiceObject::Impl::forget(const Delivery& delivery)
                       deliveries_.end());
 }
 
+namespace {
+
+/// Whether what a future waits for can happen while this thread waits.
+bool mayWait()
+{
+    Application* const application = Application::currentOrNull();
+    return !application ||
+           (application->clock()->hasThreads() && !application->eventLoop().isInEventLoopThread());
+}
+
+}  // namespace
+
 ServiceObject::ServiceObject(std::string name) : impl_(std::make_shared<Impl>(std::move(name))) {}
 
 ServiceObject::~ServiceObject()
@@ -195,7 +221,14 @@ const std::string& ServiceObject::name() const
 ServiceObject& ServiceObject::dynamicMethod(MethodInfo info, Method function)
 {
     const std::string entry = info.name;
-    impl_->add(impl_->methods, "method", entry, {std::move(info), std::move(function)});
+    impl_->add(impl_->methods, "method", entry, {std::move(info), std::move(function), {}});
+    return *this;
+}
+
+ServiceObject& ServiceObject::dynamicMethod(MethodInfo info, AsyncMethod function)
+{
+    const std::string entry = info.name;
+    impl_->add(impl_->methods, "method", entry, {std::move(info), {}, std::move(function)});
     return *this;
 }
 
@@ -224,14 +257,34 @@ std::vector<ServiceObject::MethodInfo> ServiceObject::methods() const
 
 Value ServiceObject::call(const std::string& method, const std::vector<Value>& arguments) const
 {
-    const Impl::Use use(impl_);
-    const Impl::MethodEntry& entry = impl_->find(impl_->methods, "method", method);
-    try {
-        detail::checkArgumentCount(entry.info.parameters, arguments.size());
-    } catch (const ConversionError& error) {
-        throw detail::at(place("method", method), error);
+    Future<Value> result;
+    {
+        const Impl::Use use(impl_);
+        const Impl::MethodEntry& entry = impl_->findMethod(method, arguments);
+        if (entry.function)
+            return entry.function(arguments);
+        result = entry.async(arguments);
     }
-    return entry.function(arguments);
+    if (result.isRunning() && !mayWait())
+        throw std::logic_error(place("method", method) +
+                               " takes its time, and cannot be waited for here");
+    return result.value();
+}
+
+Future<Value> ServiceObject::start(const std::string& method,
+                                   const std::vector<Value>& arguments) const
+{
+    Future<Value> result;
+    const Promise<Value> ended;
+    ended.endWith([&] {
+        const Impl::Use use(impl_);
+        const Impl::MethodEntry& entry = impl_->findMethod(method, arguments);
+        if (entry.function)
+            return entry.function(arguments);
+        result = entry.async(arguments);
+        return Value();
+    });
+    return result.isValid() ? result : ended.future();
 }
 
 NewConnection ServiceObject::connect(const std::string& signal, Receiver receiver) const

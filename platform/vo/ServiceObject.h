@@ -8,6 +8,7 @@
 
 #include "platform/vo/Connection.h"
 #include "platform/vo/Convert.h"
+#include "platform/vo/Future.h"
 #include "platform/vo/Property.h"
 #include "platform/vo/Signal.h"
 
@@ -30,6 +31,8 @@ namespace vo {
 class ServiceObject {
 public:
     using Method = std::function<Value(const std::vector<Value>&)>;
+    /// A method that returns before it has ended.
+    using AsyncMethod = std::function<Future<Value>(const std::vector<Value>&)>;
     /// Receives a signal's arguments.
     using Receiver = std::function<void(const std::vector<Value>&)>;
     using Disconnect = std::function<void()>;
@@ -46,12 +49,14 @@ public:
 
     const std::string& name() const;
 
-    /// Adds a method whose argument and result types convert (see Convert). Adding a name twice
-    /// raises std::invalid_argument; so it is for signals and properties.
+    /// Adds a method whose argument and result types convert (see Convert); one that takes its time
+    /// may return a Future of a type that does. Adding a name twice raises std::invalid_argument;
+    /// so it is for signals and properties.
     template <class F>
     ServiceObject& method(const std::string& name, F function, const std::string& description = {});
     /// Adds a method in terms of Value, for objects that are described at run time.
     ServiceObject& dynamicMethod(MethodInfo info, Method function);
+    ServiceObject& dynamicMethod(MethodInfo info, AsyncMethod function);
     /// Adds a signal; it must live until close().
     template <class... Args>
     ServiceObject& signal(const std::string& name, Signal<Args...>& signal);
@@ -69,8 +74,13 @@ public:
     /// Calls a method. Errors: std::runtime_error when the object is closed ("service 'X' is
     /// gone"), has no such method ("service 'X' has no method 'm'") or the number of arguments is
     /// wrong; ConversionError, naming service, method and argument, for a wrong type; whatever the
-    /// method throws.
+    /// method throws. One that returns a future is waited for, except where that would never end,
+    /// on the event loop or under a clock without threads: std::logic_error then, while the method
+    /// goes on. Those use start().
     Value call(const std::string& method, const std::vector<Value>& arguments) const;
+    /// Calls a method, and waits for nothing that it returns as a future. Any other method has
+    /// ended when this returns. Errors, those of call(), come in the future.
+    Future<Value> start(const std::string& method, const std::vector<Value>& arguments) const;
     /// Connects to a signal; the receiver runs on the emitting thread.
     NewConnection connect(const std::string& signal, Receiver receiver) const;
     Value getProperty(const std::string& name) const;

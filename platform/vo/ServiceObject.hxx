@@ -23,6 +23,21 @@ T fromValueAt(const std::string& place, const Value& value)
     }
 }
 
+template <class T>
+constexpr bool isFuture = false;
+template <class T>
+constexpr bool isFuture<Future<T>> = true;
+
+inline Value toResult()
+{
+    return {};
+}
+template <class T>
+Value toResult(const T& result)
+{
+    return toValue(result);
+}
+
 template <class... Args>
 std::vector<Value> toArguments(const Args&... args)
 {
@@ -74,12 +89,17 @@ template <class R, class... Args>
 void ServiceObject::addMethod(MethodInfo info, std::function<R(Args...)> function)
 {
     info.parameters = sizeof...(Args);
+    // A Value, or a Future of one.
     auto call = [function = std::move(function),
                  place = place("method", info.name)](const std::vector<Value>& values) {
         auto arguments = detail::fromArguments<Args...>(place, values);
         if constexpr (std::is_void_v<R>) {
             std::apply(function, std::move(arguments));
             return Value();
+        } else if constexpr (detail::isFuture<R>) {
+            return std::apply(function, std::move(arguments)).map([](const auto&... result) {
+                return detail::toResult(result...);
+            });
         } else {
             return toValue(std::apply(function, std::move(arguments)));
         }

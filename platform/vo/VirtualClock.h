@@ -31,6 +31,7 @@ public:
 
     TimePoint now() const override;
     Duration uptime() const override;
+    bool hasThreads() const override { return false; }
     std::shared_ptr<Executor> makeExecutor(const std::string& name, Threading threading) override;
     bool runWithin(Duration limit, std::function<void()> work) override;
 

@@ -5,6 +5,7 @@
 #include "robot/KRTextToSpeech.h"
 #include "tests/host/HostTest.h"
 #include "tests/support/Deadline.h"
+#include "tests/support/Happenings.h"
 
 namespace KR {
 namespace {
@@ -46,7 +47,7 @@ protected:
     std::string failureOf(const std::string& activity)
     {
         const StepResult result = attempt([&] {
-            host->life().switchFocus({activity, 0, {}, false});
+            host->life().switchFocus({activity}).value();
             return StepResult();
         });
         return std::string(stepOutcomeName(result.outcome)) + ": " + result.reason;
@@ -166,7 +167,7 @@ TEST_F(ActivitiesTest, PackagesTakeEffectAtTheVirtualInstantAndEndWhatRunsWhenTh
 
     // The news of the old package's removal come when the new one has the focus already.
     vo::import("PackageManager").call("upgrade", folder.path() + "/new");
-    host->life().switchFocus({"new/go", FocusRequest::kRestart, {}, false});
+    host->life().switchFocus({"new/go", FocusRequest::kRestart});
     clock->runPending();
     EXPECT_THAT(running(), ElementsAre("new/go"));
     told();
@@ -218,6 +219,116 @@ TEST_F(ActivitiesTest, DialogRunsItsTopicUntilEitherSideEndsItOrTheServiceIsGone
     EXPECT_EQ(host->life().focusedActivity(), "");
     session.unregisterService("dialog");
     EXPECT_THAT(log.lines(vo::LogLevel::error), IsEmpty());
+}
+
+TEST_F(ActivitiesTest, StartThatIsGivenUpIsUndoneWhenItEndsUnlessTheActivityIsWantedAgain)
+{
+    std::vector<vo::Promise<void>> starts;
+    std::vector<std::string> calls;
+    const auto object = std::make_shared<vo::ServiceObject>("dialog");
+    vo::Session& session = vo::Application::current().session();
+    session.unregisterService("dialog");
+    object
+        ->method("start",
+                 [&](const std::string& name) {
+                     calls.push_back("start " + name);
+                     starts.emplace_back();
+                     return starts.back().future();
+                 })
+        .method("stop", [&](const std::string& name) { calls.push_back("stop " + name); });
+    session.registerService(object);
+    LifeService& life = host->life();
+    const auto abandoned = life.switchFocus({"dialog:a"});
+    life.stopAll();
+    EXPECT_TRUE(abandoned.hasError());
+    const auto wanted = life.switchFocus({"dialog:b"});
+    starts[0].setValue();
+    clock->runPending();
+    EXPECT_THAT(calls, ElementsAre("start a", "start b", "stop a"));
+    life.stopAll();
+    const auto again = life.switchFocus({"dialog:b"});
+    starts[1].setValue();
+    clock->runPending();
+    EXPECT_TRUE(wanted.hasError() && again.isRunning());
+    starts[2].setValue();
+    clock->runPending();
+    EXPECT_EQ(life.focusedActivity(), "dialog:b");
+    life.stopFocus();
+    EXPECT_THAT(calls, ElementsAre("start a", "start b", "stop a", "start b", "stop b"));
+
+    const auto hanging = life.switchFocus({"dialog:c"});
+    clock->advance(kDefaultDeadline);
+    EXPECT_THAT(hanging.error(), HasSubstr("it has not ended within 30 s"));
+    starts[3].setValue();
+    clock->runPending();
+    EXPECT_EQ(calls.back(), "stop c");
+    life.switchFocus({"dialog:d"});
+    host->stop();  // what never comes is not waited for
+    EXPECT_TRUE(life.switchFocus({"dialog:e"}).hasError());
+    session.unregisterService("dialog");
+}
+
+/// Real time and threads: the program ignores that it is asked to end, and is killed two seconds
+/// later.
+TEST(ActivitiesOnThreadsTest, RulesGoOnWhileAProgramDoesNotStopAndAServiceHangs)
+{
+    const TemporaryFolder folder;
+    folder.write("packages/p/package.yaml",
+                 "{ConfigurationVersion: 1, Uuid: p, Version: 1, "
+                 "Behaviors: [{Path: stubborn}]}");
+    const std::string run = folder.write("packages/p/stubborn/run",
+                                         "#!/bin/sh\ntrap '' TERM\n"
+                                         "while :; do read -r line < pipe; done\n");
+    std::filesystem::permissions(run, std::filesystem::perms::owner_all);
+    const std::string pipe = folder.path() + "/packages/p/pipe";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    std::string rules = rule("slow", "Slow",
+                             "Action: ApiCall, ActionParameters: {Module: Slow, "
+                             "Method: m}") +
+                        rule("stop", "Stop", "Action: StopAll") +
+                        rule("go", "Go", focusOn("p/stubborn"));
+    constexpr int kRules = 20;
+    for (int i = 0; i < kRules; ++i)
+        rules += rule("quick" + std::to_string(i), "Quick",
+                      std::string("Action: ApiCall, ActionParameters: ") +
+                          (i % 2 == 0 ? "{Module: KRAudioDevice, Method: getOutputVolume}"
+                                      : "{Module: KRMemory, Method: getData, Args: [Quick]}"));
+    const std::string config = folder.write(
+        "a.cfg",
+        "ConfigurationDescription: d\nConfigurationVersion: \"2.0\"\nAutonomousActions:\n" + rules);
+    std::promise<void> release;
+    Happenings told;
+    {
+        const auto clock = vo::makeRealClock();
+        EventStream stream(clock);
+        stream.happened.connect([&](const Event& event) {
+            if (const auto* const step = std::get_if<StepEnded>(&event.what))
+                told.add(step->rule.name + " " + stepOutcomeName(step->outcome));
+        });
+        Host host(clock, stream, {config, folder.path() + "/packages"});
+        const auto slow = std::make_shared<vo::ServiceObject>("Slow");
+        slow->method("m", [&, released = release.get_future().share()] {
+            told.add("called");
+            released.wait();
+        });
+        vo::Application::current().session().registerService(slow);
+        host.ready().wait();
+        host.start();
+        host.memory().raiseEvent("Go", 1);
+        told.wait("go done");
+        std::ofstream(pipe) << "\n";  // opened when the program reads: it ignores the signal now
+        told.take(1);
+        host.memory().raiseEvent("Slow", 1);
+        host.memory().raiseEvent("Stop", 1);
+        host.memory().raiseEvent("Quick", 1);
+        for (const std::string& end : told.take(kRules + 1))
+            EXPECT_TRUE(end == "called" || end.rfind("quick", 0) == 0) << end;
+        EXPECT_EQ(host.life().focusedActivity(), "p/stubborn");
+        told.wait("stop done");
+        EXPECT_EQ(host.life().focusedActivity(), "");
+        release.set_value();
+        told.wait("slow done");
+    }
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "life/ActivityPermissions.h"
+#include "life/LifeStatus.h"
 
 namespace KR {
 namespace {
@@ -107,7 +108,7 @@ TEST_F(HostTest, RefreshThatIsPostedWhenThePermissionsGoIsDropped)
 {
     vo::Application application(clock);
     const auto broker = KRBroker::create(application);
-    const auto life = KRModule::createModule<LifeService>(broker);
+    const LifeStatus life(broker);
     broker->memory().raiseEvent("KRBattery/ConnectedToChargingStation", false);
     alignas(ActivityPermissions) std::array<unsigned char, sizeof(ActivityPermissions)> place{};
     auto* permissions = new (place.data()) ActivityPermissions(broker);
@@ -117,7 +118,6 @@ TEST_F(HostTest, RefreshThatIsPostedWhenThePermissionsGoIsDropped)
     place.fill(0);  // what comes back finds nothing
     clock->runPending();
     EXPECT_THAT(place, testing::Each(0));
-    life->exit();
 }
 
 }  // namespace

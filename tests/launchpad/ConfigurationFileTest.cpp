@@ -25,7 +25,8 @@ AutonomousActions:
   ExecuteAnyTimeConditionEdgeTrue: true
   ExecuteBeforeActivityIfConditionTrue: yes
   Action: FreezeChain
-  ActionParameters: {Chain: Legs, Duration: 3}
+  Deadline: 7
+  ActionParameters: {Chain: Legs, Duration: 3, Deadline: 8}
   Actions:
   - {Action: SwitchFocus, ActionParameters: {Activity: x, Flags: -1, Reason: 7, Other: 1}}
   - {Action: SetState, ActionParameters: {State: solitary, Force: false}}
@@ -35,7 +36,7 @@ AutonomousActions:
   - {Action: StopAll, ActionParameters: {Reason: s}}
   - {Action: SetConfiguration, ActionParameters: {ConfigurationSet: c, Module: M}}
   - {Action: UnfreezeChain, ActionParameters: {Chain: Head, Duration: 3}}
-  - {Action: ApiCall, ActionParameters: {Module: M, Method: m}}
+  - {Action: ApiCall, ActionParameters: {Module: M, Method: m}, Deadline: 5}
 )");
     const std::vector<AutonomousActionItem> items = {
         {1, {{"Activity", "x"}, {"Flags", -1}, {"Reason", "7"}}},
@@ -46,8 +47,8 @@ AutonomousActions:
         {3, {{"Reason", "s"}}},
         {7, {{"ConfigurationSet", "c"}, {"Module", "M"}}},
         {10, {{"Chain", "Head"}}},
-        {8, {{"Module", "M"}, {"Method", "m"}}},
-        {9, {{"Chain", "Legs"}, {"Duration", 3}}}};
+        {8, {{"Module", "M"}, {"Method", "m"}, {"Deadline", 5}}},
+        {9, {{"Chain", "Legs"}, {"Duration", 3}, {"Deadline", 7}}}};
     const AutonomousAction expected{"whole", "LifeConfig", items, "'K' == 1", 1,
                                     0x6,     {"d", "e"},   {"a"}, {"b", "c"}};
     EXPECT_EQ(vo::toValue(launchpad->getAction("whole")), vo::toValue(expected));

@@ -1,8 +1,9 @@
 #include <algorithm>
+#include <sstream>
 #include <thread>
 
-#include "life/LifeService.h"
 #include "platform/kr/KRProxy.h"
+#include "tests/life/LifeParts.h"
 #include "tests/support/Deadline.h"
 #include "tests/support/Testing.h"
 #include "tests/support/VirtualPlatform.h"
@@ -12,24 +13,6 @@ namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
-
-/// Runs nothing; notes what it is told to do.
-class FakeRunner : public ActivityRunner {
-public:
-    void check(const std::string& activity) override { react("check " + activity); }
-    void start(const std::string& activity, FocusId) override { note("start " + activity); }
-    void stop() override { note("stop"); }
-
-    std::vector<std::string> calls;  ///< guarded by the life service's turns
-    std::function<void(const std::string& call)> react = [](const std::string&) {};
-
-private:
-    void note(const std::string& call)
-    {
-        calls.push_back(call);
-        react(call);
-    }
-};
 
 /// What a runner that cannot or may not do something reacts with.
 template <class Error>
@@ -53,7 +36,7 @@ protected:
 
     std::optional<FocusId> focus(const std::string& activity, std::int32_t flags = 0)
     {
-        return life->switchFocus({activity, flags, {}, true});
+        return life->switchFocus({activity, flags, {}, true}).value();
     }
     /// The changes, and how they came, in a few words each.
     std::vector<std::string> texts() const
@@ -92,9 +75,10 @@ protected:
 
     const Deadline deadline;
     VirtualPlatform platform;
-    FakeRunner runner;
-    boost::shared_ptr<LifeService> life = KRModule::createModule<LifeService>(
-        platform.broker, std::set<std::string>{"Arms", "Head", "Legs"});
+    LifeParts parts{platform.broker};
+    FakeRunner& runner = parts.runner;
+    FocusQueue& queue = parts.focus;
+    boost::shared_ptr<LifeService>& life = parts.life;
     boost::shared_ptr<KRProxy> service = platform.broker->getProxy("KRNimbra");
     vo::Mutex mutex;  ///< guards events where there are several threads
     std::vector<LifeChange> events;
@@ -166,7 +150,7 @@ TEST_F(LifeServiceTest, ChangeOfStateIsRefusedWhereItWouldOverruleSomebodyUnless
         EXPECT_EQ(texts(), changes) << "the focus ends before the state does";
     }
     for (const char* unknown : {"Disabled", ""})
-        EXPECT_THROW(life->setState(unknown, true), KRError);
+        EXPECT_THROW(life->setState(unknown, true).value(), KRError);
     EXPECT_EQ(life->getState(), "safeguard");
 }
 
@@ -174,7 +158,7 @@ TEST_F(LifeServiceTest, FocusIsRefusedWhereNoActivityMayRunAndToRulesWhileBlocke
 {
     life->blockAutonomousFocus();
     EXPECT_THAT(errorOf([&] { focus("p/a"); }), HasSubstr("autonomous focus is blocked"));
-    EXPECT_TRUE(life->switchFocus({"p/person", 0, {}, false})) << "a person may";
+    EXPECT_TRUE(life->switchFocus({"p/person"}).value()) << "a person may";
     life->blockAutonomousFocus();
     life->unblockAutonomousFocus();
     EXPECT_EQ(focus("p/a"), FocusId{2}) << "a block is not counted";
@@ -188,7 +172,6 @@ TEST_F(LifeServiceTest, FocusIsRefusedWhereNoActivityMayRunAndToRulesWhileBlocke
 
 TEST_F(LifeServiceTest, ActivityRunsWhileItHasTheFocus)
 {
-    life->setRunner(&runner);
     focus("p/a");
     focus("p/b");
     focus("p/b");
@@ -196,7 +179,7 @@ TEST_F(LifeServiceTest, ActivityRunsWhileItHasTheFocus)
     life->stopFocus();
     EXPECT_THAT(calls(), ElementsAre("start p/a", "stop", "start p/b", "stop"));
     focus("p/a");
-    EXPECT_THROW(life->setState("safeguard"), LifeRefusal);
+    EXPECT_THROW(life->setState("safeguard").value(), LifeRefusal);
     EXPECT_THAT(calls(), ElementsAre("start p/a"));
     life->setState("safeguard", true);
     life->setState("solitary");
@@ -205,19 +188,18 @@ TEST_F(LifeServiceTest, ActivityRunsWhileItHasTheFocus)
     EXPECT_THAT(calls(), ElementsAre("stop", "start p/a", "stop", "start p/a"));
     events.clear();
     for (const FocusId stay : {anew - 1, anew, anew})  // news of an earlier stay end no later one
-        life->activityEnded(stay, "by itself");
+        runner.ended(stay, "by itself");
     EXPECT_THAT(calls(), ElementsAre("stop")) << "always";
     EXPECT_THAT(texts(), ElementsAre("focus - after p/a lost 5: by itself"));
     focus("p/a");
-    life->exit();
-    life->exit();
+    queue.exit();
+    queue.exit();
     EXPECT_THAT(errorOf([&] { focus("p/b"); }), HasSubstr("the life service has ended"));
     EXPECT_THAT(calls(), ElementsAre("start p/a", "stop"));
 }
 
 TEST_F(LifeServiceTest, ActivityThatMayNotRunLeavesTheFocusAloneAndOneThatFailsTakesItAway)
 {
-    life->setRunner(&runner);
     runner.react = failing<KRError>({"start p/broken"});
     EXPECT_THROW(focus("p/broken"), KRError);
     EXPECT_THAT(events, IsEmpty());
@@ -235,41 +217,98 @@ TEST_F(LifeServiceTest, ActivityThatMayNotRunLeavesTheFocusAloneAndOneThatFailsT
     EXPECT_THAT(life->getFocusHistory(9), ElementsAre("p/a", "", "p/a", ""));
 }
 
-/// Real threads, as only they can come in between.
-TEST_F(LifeServiceTest, ThreadsTakeTurnsAndWhoIsInsideOfAStartCannot)
+TEST_F(LifeServiceTest, StopsAndForcedStatesCancelSwitchesAndAreDoneThemselvesHoweverLate)
 {
-    life->setRunner(&runner);
-    const std::function<void()> ends[] = {[&] { life->stopAll(); },
-                                          [&] { life->setState("disabled", true); },
-                                          [&] { life->activityEnded(3, "it has ended"); }};
-    for (const auto& end : ends) {
-        std::thread other;
-        std::promise<void> trying;
-        runner.react = [&](const std::string& call) {
-            if (call != "start p/a")
-                return;
-            EXPECT_THROW(life->stopFocus(), KRError);
-            EXPECT_THROW(focus("p/b"), KRError);
-            life->setState("interactive", true);  // stands in nobody's way
-            other = std::thread([&] {
-                trying.set_value();
-                end();
-            });
-            await("the other thread", trying);
-            letOthersRun();
-        };
-        focus("p/a");
-        other.join();
-        EXPECT_EQ(life->focusedActivity(), "");
-        EXPECT_THAT(calls(), ElementsAre("start p/a", "stop"));
+    const struct {
+        const char* description;
+        const char* hangs;  ///< call of the runner that takes its time
+        const char* asked;  ///< in this order, while p/old has the focus
+        const char* then;  ///< what happens before the call that hangs ends: 31 seconds, or nothing
+        std::vector<std::string> ended;  ///< in this order, with "-" for what failed
+        std::vector<std::string> calls;
+        const char* focused;
+    } rows[] = {
+        {"a start is given up",
+         "start p/a",
+         "a all",
+         "",
+         {"-a", "all"},
+         {"stop", "start p/a", "stop"},
+         ""},
+        {"a switch while it is checked changes nothing",
+         "check p/a",
+         "a interactive b",
+         "",
+         {"-a", "interactive", "b"},
+         {"stop", "start p/b"},
+         "p/b"},
+        {"a stop goes on, and what waits for it is cancelled",
+         "stop",
+         "a b stop c",
+         "",
+         {"-a", "-b", "stop", "c"},
+         {"stop", "start p/c"},
+         "p/c"},
+        {"a state that is not forced is cancelled by one that is",
+         "stop",
+         "a solitary safeguard interactive",
+         "",
+         {"-a", "-solitary", "safeguard", "interactive"},
+         {"stop"},
+         ""},
+        {"what waits expires, but for stops",
+         "stop",
+         "a stop b",
+         "31 s",
+         {"-a", "-stop", "-b"},
+         {"stop"},
+         ""},
+        {"a start that hangs expires, and what waits goes on",
+         "start p/a",
+         "a b",
+         "31 s",
+         {"-a", "b"},
+         {"stop", "start p/a", "stop", "start p/b"},
+         "p/b"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.description);
+        runner.later.clear();
         life->setState("solitary", true);
+        life->switchFocus({"p/old", FocusRequest::kRestart});
+        calls();
+        std::vector<std::string> ended;
+        runner.later.emplace(row.hangs, vo::Promise<void>());
+        const auto hanging = runner.later.at(row.hangs);
+        std::istringstream words(row.asked);
+        for (std::string word; words >> word;) {
+            const bool forced = word == "safeguard" || word == "interactive";
+            const vo::Future<void> change = word == "all"    ? life->stopAll()
+                                            : word == "stop" ? life->stopFocus()
+                                            : forced || word.size() == 8
+                                                ? life->setState(word, forced)
+                                                : life->switchFocus({"p/" + word}).map([](auto) {});
+            change.then([&, word](const auto& end) {
+                ended.push_back((end.hasValue() ? "" : "-") + word);
+            });
+        }
+        if (*row.then)
+            platform.advance(FocusRequest().cause.deadline + seconds(1));
+        runner.later.clear();
+        hanging.setValue();
+        EXPECT_EQ(ended, row.ended);
+        EXPECT_EQ(calls(), row.calls);
+        EXPECT_EQ(life->focusedActivity(), row.focused);
     }
+}
 
+/// Real threads, as only they can come in between.
+TEST_F(LifeServiceTest, ThreadsChangesComeOneAfterTheOther)
+{
     constexpr int kSwitches = 500;
-    runner.react = [](const std::string&) {};
     const auto switchOften = [&](const std::string& activity) {
         for (int i = 0; i < kSwitches; ++i)
-            life->switchFocus({activity, FocusRequest::kRestart, {}, false});
+            life->switchFocus({activity, FocusRequest::kRestart});
     };
     std::thread other(switchOften, "p/b");
     switchOften("p/a");
@@ -303,13 +342,13 @@ TEST_F(LifeServiceTest, HistoriesAndStatisticsTellWhatWas)
                 ElementsAre(Pair("p/a", ElementsAre(Pair("focusCount", 2), Pair("focusTime", 3))),
                             Pair("p/b", ElementsAre(Pair("focusCount", 1), Pair("focusTime", 0)))));
     EXPECT_EQ(service->call<int>("getLifeTime"), 3);
-    for (std::size_t i = 0; i < LifeService::kMaxHistory + 7; ++i) {
+    for (std::size_t i = 0; i < LifeHistory::kMaxEntries + 7; ++i) {
         focus("p/" + std::to_string(i));
         life->setState(i % 2 == 0 ? "solitary" : "interactive");
     }
-    EXPECT_EQ(history("Focus", 1000).size(), LifeService::kMaxHistory);
+    EXPECT_EQ(history("Focus", 1000).size(), LifeHistory::kMaxEntries);
     EXPECT_EQ(history("Focus", 1000).front(), "p/7");
-    EXPECT_EQ(history("State", 1000).size(), LifeService::kMaxHistory);
+    EXPECT_EQ(history("State", 1000).size(), LifeHistory::kMaxEntries);
 }
 
 TEST_F(LifeServiceTest, TimedFreezeEndsByItselfAndNeverShortensALongerOne)
@@ -345,7 +384,8 @@ TEST_F(LifeServiceTest, TimedFreezeEndsByItselfAndNeverShortensALongerOne)
     life->freezeChain("Head", 5);
     platform.advance(seconds(2));
     EXPECT_THAT(life->getFrozenChains(), ElementsAre("Head"));
-    life.reset();  // nor reach the service when it is gone
+    life.reset();
+    parts.chains.reset();  // nor reach them when they are gone
     platform.advance(seconds(9));
 }
 

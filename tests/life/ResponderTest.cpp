@@ -1,5 +1,5 @@
 #include "life/ActionRunner.h"
-#include "life/Responder.h"
+#include "tests/life/LifeParts.h"
 #include "tests/support/Testing.h"
 #include "tests/support/VirtualPlatform.h"
 
@@ -42,7 +42,7 @@ protected:
     ResponderTest()
     {
         platform.addService("Test", "call", [this](const std::string& what) { calls.at(what)(); });
-        events.happened.connect([this](const Event& event) {
+        parts.events.happened.connect([this](const Event& event) {
             EXPECT_EQ(event.number, ++lastEvent);
             const std::string line = std::visit(Words(), event.what);
             if (!line.empty())
@@ -85,12 +85,11 @@ protected:
     }
 
     VirtualPlatform platform;
-    boost::shared_ptr<LifeService> life = KRModule::createModule<LifeService>(
-        platform.broker, std::set<std::string>{"Arms", "Head", "Legs"});
     std::vector<std::string> lines;
-    EventStream events{platform.clock};
+    LifeParts parts{platform.broker};
+    const boost::shared_ptr<LifeService> life = parts.life;
+    Responder& responder = parts.responder;
     std::uint64_t lastEvent = 0;
-    Responder responder{*life, events};
     std::map<std::string, std::function<void()>> calls;
     std::list<AutonomousAction> suggested;
     std::uint32_t lastCondition = 0;
@@ -162,7 +161,7 @@ TEST_F(ResponderTest, RulesComeBeforeAnActivityButNotBeforeThemselvesNorBeforeTh
                             "skip skipped while active: first, both", "focus both x",
                             "step both SwitchFocus x done0"));
     suggested = {first};
-    life->switchFocus({"z", 0, "a person", false});
+    life->switchFocus({"z", 0, "a person"});
     EXPECT_THAT(told(), ElementsAre("hit first z", "focus first y",
                                     "step first SwitchFocus y done0", "focus z a person"));
 }
@@ -188,51 +187,53 @@ TEST_F(ResponderTest, StepsDoWhatTheirParametersSay)
     const struct {
         std::int32_t type;
         std::map<std::string, KRValue> parameters;
-        const char* result;  ///< how the step is described, and what comes of it
+        const char* result;  ///< how the step is described, why, and what comes of it
     } rows[] = {
-        {1, {{"Activity", "x"}}, "SwitchFocus x: done "},
-        {1, {{"Activity", "x"}, {"Flags", 0}}, "SwitchFocus x: done it has the focus already"},
-        {1, {{"Activity", "x"}, {"Flags", 1}}, "SwitchFocus x: done "},
-        {1, {{"Activity", "x"}, {"Flags", 8}}, "SwitchFocus x: failed unknown flags 8"},
-        {1, {}, "SwitchFocus ?: failed the parameter Activity is missing"},
-        {2, {{"Reason", "enough"}}, "StopFocus: done "},
-        {1, {{"Activity", "x"}, {"Reason", "why"}}, "SwitchFocus x: done "},
+        {1, {{"Activity", "x"}}, "SwitchFocus x done0"},
+        {1, {{"Activity", "x"}, {"Flags", 0}}, "SwitchFocus x it has the focus already done0"},
+        {1, {{"Activity", "x"}, {"Flags", 1}}, "SwitchFocus x done0"},
+        {1, {{"Activity", "x"}, {"Flags", 8}}, "SwitchFocus x unknown flags 8 failed0"},
+        {1, {}, "SwitchFocus ? the parameter Activity is missing failed0"},
+        {2, {{"Reason", "enough"}}, "StopFocus done0"},
+        {1, {{"Activity", "x"}, {"Reason", "why"}}, "SwitchFocus x done0"},
         {6,
          {{"State", "safeguard"}, {"Force", false}},
-         "SetState safeguard: refused 'x' has the focus and may not run in 'safeguard'"},
-        {6, {{"State", "disabled"}, {"Force", true}}, "SetState disabled, forced: done "},
-        {6, {{"State", "solitary"}}, "SetState solitary: refused leaving 'disabled' needs force"},
-        {6, {{"State", "solitary"}, {"Force", 1}}, "SetState solitary, forced: done "},
-        {9, {{"Chain", "Head"}, {"Duration", 2}}, "FreezeChain Head for 2 s: done "},
-        {9, {{"Chain", "Legs"}}, "FreezeChain Legs: done "},
-        {9, {{"Chain", "Arms"}}, "FreezeChain Arms: done "},
-        {9, {{"Chain", "Tail"}}, "FreezeChain Tail: failed there is no chain 'Tail'"},
-        {10, {{"Chain", "Arms"}}, "UnfreezeChain Arms: done "},
-        {4, {}, "BlockAutonomousFocus: done "},
-        {1, {{"Activity", "x"}}, "SwitchFocus x: refused autonomous focus is blocked"},
-        {5, {}, "UnblockAutonomousFocus: done "},
-        {1, {{"Activity", "x"}}, "SwitchFocus x: done "},
+         "SetState safeguard 'x' has the focus and may not run in 'safeguard' refused0"},
+        {6, {{"State", "disabled"}, {"Force", true}}, "SetState disabled, forced done0"},
+        {6, {{"State", "solitary"}}, "SetState solitary leaving 'disabled' needs force refused0"},
+        {6, {{"State", "solitary"}, {"Force", 1}}, "SetState solitary, forced done0"},
+        {9, {{"Chain", "Head"}, {"Duration", 2}}, "FreezeChain Head for 2 s done0"},
+        {9, {{"Chain", "Legs"}}, "FreezeChain Legs done0"},
+        {9, {{"Chain", "Arms"}}, "FreezeChain Arms done0"},
+        {9, {{"Chain", "Tail"}}, "FreezeChain Tail there is no chain 'Tail' failed0"},
+        {10, {{"Chain", "Arms"}}, "UnfreezeChain Arms done0"},
+        {4, {}, "BlockAutonomousFocus done0"},
+        {1, {{"Activity", "x"}}, "SwitchFocus x autonomous focus is blocked refused0"},
+        {5, {}, "UnblockAutonomousFocus done0"},
+        {1, {{"Activity", "x"}}, "SwitchFocus x done0"},
         {7,
          {{"Module", "Eyes"}, {"ConfigurationSet", "day"}},
-         "SetConfiguration Eyes \"day\": done "},
+         "SetConfiguration Eyes \"day\" done0"},
         {8,
          {{"Module", "KRNimbra"}, {"Method", "getState"}},
-         "ApiCall KRNimbra.getState(): done = \"solitary\""},
+         "ApiCall KRNimbra.getState() = \"solitary\" done0"},
         {8,
          {{"Module", "KRNimbra"}, {"Method", 7}},
-         "ApiCall ?: failed a call needs the text parameter Method"},
-        {11, {}, "step of type 11: failed there is no step type 11"},
+         "ApiCall ? a call needs the text parameter Method failed0"},
+        {8,
+         {{"Module", "KRNimbra"}, {"Method", "getState"}, {"Deadline", 1}},
+         "ApiCall KRNimbra.getState() = \"solitary\" done0"},
+        {2, {{"Deadline", 0}}, "StopFocus the deadline must be 1 second or more failed0"},
+        {11, {}, "step of type 11 there is no step type 11 failed0"},
     };
     for (const auto& row : rows) {
-        const AutonomousActionItem item{row.type, row.parameters};
-        const StepResult result = ActionRunner(*life).run(item);
-        EXPECT_EQ(describeStep(item) + ": " + stepOutcomeName(result.outcome) + " " + result.reason,
-                  row.result);
+        responder.processActions({rule("r", {row.type, row.parameters})}, {});
+        EXPECT_EQ(lines.back(), std::string("step r ") + row.result);
     }
     platform.advance(std::chrono::seconds(2));
     EXPECT_THAT(life->getFrozenChains(), ElementsAre("Legs"));
     EXPECT_EQ(sets, "day");
-    EXPECT_THAT(lines, testing::IsSupersetOf({"focus enough", "focus x why"}));
+    EXPECT_THAT(lines, testing::IsSupersetOf({"focus r enough", "focus r x why"}));
 }
 
 TEST_F(ResponderTest, StepThatIsRefusedOrFailsDropsTheRestOfItsActionOnly)
@@ -248,6 +249,93 @@ TEST_F(ResponderTest, StepThatIsRefusedOrFailsDropsTheRestOfItsActionOnly)
                 ElementsAre("hit fails", HasSubstr("failed1"), "hit refused",
                             HasSubstr("blocked refused1"), "hit last", "step last StopFocus done1",
                             "life last", "step last UnblockAutonomousFocus done0"));
+}
+
+/// A service's answer that comes late or never, beside one that comes at once.
+TEST_F(ResponderTest, StepThatHangsStallsItsOwnRuleAndThoseThatNameItOnly)
+{
+    std::vector<vo::Promise<void>> answers;
+    platform.addService("Slow", "m", [&] {
+        answers.emplace_back();
+        return answers.back().future();
+    });
+    const auto slow = [&](const std::string& name) {
+        AutonomousAction action =
+            rule(name, {ActionItemApiCall, {{"Module", "Slow"}, {"Method", "m"}}});
+        action.items.push_back({ActionItemUnblockAutonomousFocus, {}});
+        return action;
+    };
+    AutonomousAction follower = rule("follower", focusOn("f"));
+    follower.executeAfterIfSimultaneouslyTrue = {"leader"};
+    AutonomousAction skipped = rule("skipped", focusOn("s"));
+    skipped.skipIfRulesActive = {"leader"};
+    AutonomousAction brief = slow("brief");
+    brief.items.front().parameters["Deadline"] = 2;
+    const AutonomousAction late = waiting("late", "leader");
+    suggested = {late, follower};
+    const std::list<AutonomousAction> hits{slow("leader"), follower, skipped,
+                                           late,           brief,    rule("quick", focusOn("q"))};
+    responder.processActions(hits, {});
+    EXPECT_THAT(told(),
+                ElementsAre("hit leader", "hit follower", "wait follower for the end of: leader",
+                            "hit skipped", "skip skipped while active: leader", "hit late",
+                            "wait late for the end of: leader", "hit brief", "hit quick",
+                            "focus quick q", "step quick SwitchFocus q done0"));
+    platform.advance(std::chrono::seconds(2));
+    EXPECT_THAT(
+        told(),
+        ElementsAre(HasSubstr("brief ApiCall Slow.m() it has not ended within 2 s failed1")));
+    answers[1].setValue();  // too late, and harmless
+    EXPECT_THAT(told(), IsEmpty());
+    answers[0].setValue();
+    EXPECT_THAT(told(), ElementsAre("step leader ApiCall Slow.m() done1",
+                                    "step leader UnblockAutonomousFocus done0", "resume follower",
+                                    "focus follower f", "step follower SwitchFocus f done0",
+                                    "resume late", "step late UnblockAutonomousFocus done0"));
+    responder.processActions({slow("leader")}, {});
+    responder.processActions({late}, {});
+    told();
+    platform.advance(kDefaultDeadline);
+    EXPECT_THAT(told(), ElementsAre(HasSubstr("within 30 s failed1"), "resume late",
+                                    "step late UnblockAutonomousFocus done0"));
+}
+
+TEST_F(ResponderTest, SwitchComesAfterWhatComesBeforeItUnlessSomethingStopsIt)
+{
+    vo::Promise<void> answer;
+    platform.addService("Slow", "m", [&] { return answer.future(); });
+    for (const char* name : {"first", "second"}) {
+        suggested.push_back(rule(name, {ActionItemApiCall, {{"Module", "Slow"}, {"Method", "m"}}}));
+        suggested.back().synchronicity = ExecuteBeforeActivityIfConditionTrue;
+    }
+    suggested.front().items.push_back({ActionItemStopFocus, {}});
+    const auto begin = [&](const char* activity) {
+        answer = {};
+        responder.processActions({rule("r", focusOn(activity))}, {});
+        return told();
+    };
+    begin("x");
+    platform.advance(kDefaultDeadline - std::chrono::seconds(1));
+    answer.setValue();
+    EXPECT_THAT(told(),
+                ElementsAre("step first ApiCall Slow.m() done1", "step first StopFocus done0",
+                            "hit second x", "step second ApiCall Slow.m() done0", "focus r x",
+                            "step r SwitchFocus x done0"))
+        << "its own stop does not count";
+    EXPECT_THAT(begin("y"), ElementsAre("hit r", "hit first y"));
+    life->blockAutonomousFocus();
+    platform.advance(kDefaultDeadline);
+    EXPECT_THAT(told(), ElementsAre("life", HasSubstr("within 30 s failed1"), "hit second y"));
+    answer.setValue();
+    EXPECT_THAT(told(), ElementsAre("step second ApiCall Slow.m() done0",
+                                    "step r SwitchFocus y autonomous focus is blocked refused0"));
+    life->unblockAutonomousFocus();
+    begin("z");
+    life->stopAll();
+    answer.setValue();
+    EXPECT_THAT(told(),
+                ElementsAre("step r SwitchFocus z it was cancelled by a stop refused0", "focus",
+                            "step first ApiCall Slow.m() done1", "step first StopFocus done0"));
 }
 
 TEST_F(ResponderTest, OfWhatIsToBeDoneOnNewPluginsTheLastCounts)

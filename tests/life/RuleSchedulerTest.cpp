@@ -61,9 +61,9 @@ private:
             return joined(kNames[static_cast<int>(verdict.kind)], verdict.because);
         }
         if (verb == "begin")
-            scheduler_.begin(rule);
+            scheduler_.begin(pending);
         else if (verb == "end")
-            scheduler_.end(rule, pending.action.conditionId);
+            scheduler_.end(pending, pending.action.conditionId);
         else
             scheduler_.focusLost(pending.action.conditionId);
         return "";
@@ -162,6 +162,10 @@ TEST(RuleSchedulerTest, OrdersRunsSkipsAndHoldsBack)
          "begin x;wait a @1.1 ~x;judge b @1.2 >a = wait a;judge b @1.2 >a ~x = wait x a;"
          "judge b @2.3 >a = run;judge b @1.0 >a = run;wait b @1.2 >a;ready = no;take = ;"
          "end x;take = a b;judge b @1.2 >a = run"},
+        {"behind one that has steps to carry out in its hit list, however often it waits for it",
+         "begin a @1.1;judge b @1.2 >a = wait a;judge b @2.3 >a = run;judge c @1.0 >a = run;"
+         "wait b @1.2 >a;begin a @2.3;end a @2.3;ready = no;end a @1.1 #9;ready = yes;take = b;"
+         "active a = yes;begin b @1.2;judge c @1.3 >b = wait b"},
         {"behind both actions of a rule",
          "begin x;begin y;wait a #1 @1.1 ~x;wait a #2 @1.2 ~y;wait b @1.3 >a;end x;take = a;"
          "judge b @1.3 >a = wait a;end y;take = a b"},

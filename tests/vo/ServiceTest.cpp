@@ -107,6 +107,36 @@ TEST_F(ServiceTest, methodsAreCalledByNameNowOrOnTheEventLoop)
     EXPECT_EQ(late.error(), "service 'Battery' is gone");
 }
 
+TEST_F(ServiceTest, aMethodThatReturnsAFutureIsWaitedForOnlyWhereItCanEndMeanwhile)
+{
+    const vo::Promise<int> one;
+    const vo::Promise<void> none;
+    battery.object->method("one", [&] { return one.future(); }).method("none", [&] {
+        return none.future();
+    });
+    const auto start = [&](const std::string& method) { return battery.object->start(method, {}); };
+    const vo::Future<Value> started = start("one");
+    const vo::Future<Value> canceled = start("none");
+    const vo::Future<int> asynchronous = handle.async<int>("one");
+    const vo::Future<std::string> wrong = handle.async<std::string>("one");
+    clock->runPending();
+    EXPECT_TRUE(started.isRunning() && asynchronous.isRunning() && wrong.isRunning());
+    EXPECT_THAT(errorOf<std::logic_error>([&] { handle.call("one"); }),
+                HasSubstr("cannot be waited"));
+    one.setValue(1);
+    none.setCanceled();
+    EXPECT_EQ(started.value(), Value(std::int64_t{1}));
+    EXPECT_TRUE(canceled.isCanceled());
+    EXPECT_EQ(asynchronous.value(), 1);
+    EXPECT_THAT(wrong.error(), HasSubstr("result of method 'one': expected text, got int"));
+    EXPECT_EQ(handle.call<int>("one"), 1);
+    EXPECT_EQ(start("fail").error(), "no power");
+    EXPECT_THAT(start("add").error(), HasSubstr("expected 2 arguments, got 0"));
+    const vo::Future<int> dropped = handle.async<int>("one");
+    dropped.cancel();
+    EXPECT_TRUE(dropped.isCanceled());
+}
+
 TEST_F(ServiceTest, deliveriesStandOnTheSignalQueueInTheirOrderAndOneThatFailsIsLogged)
 {
     const Connection others[] = {

@@ -1,0 +1,101 @@
+#include "life/FrozenChains.h"
+
+#include <utility>
+
+#include "platform/kr/KRError.h"
+
+namespace KR {
+
+namespace {
+
+constexpr const char* kModule = "KRNimbra";
+
+}  // namespace
+
+FrozenChains::FrozenChains(const std::shared_ptr<vo::Clock>& clock, std::set<std::string> chains,
+                           Tell tell)
+    : chains_(std::move(chains)),
+      clock_(clock),
+      tell_(std::move(tell)),
+      timer_(clock->makeExecutor(kModule, vo::Clock::Threading::shared))
+{
+}
+
+FrozenChains::~FrozenChains()
+{
+    timer_->close();
+}
+
+void FrozenChains::check(const std::string& chain, const char* method) const
+{
+    if (chains_.count(chain) == 0)
+        throw KRError(kModule, method, "there is no chain '" + chain + "'");
+}
+
+void FrozenChains::freeze(const std::string& chain, std::optional<std::int32_t> seconds,
+                          const std::string& rule)
+{
+    constexpr const char* kMethod = "freezeChain";
+    check(chain, kMethod);
+    if (seconds && *seconds < 1)
+        throw KRError(kModule, kMethod, "the duration must be 1 second or more");
+    const vo::Duration length = std::chrono::seconds(seconds.value_or(0));
+    {
+        const vo::Lock lock(mutex_);
+        const vo::Duration until = clock_->uptime() + length;
+        const auto found = frozen_.find(chain);
+        const bool isFrozen = found != frozen_.end();
+        if (isFrozen && (!found->second.until || (seconds && until <= *found->second.until)))
+            return;
+        if (isFrozen)
+            timer_->cancel(found->second.timer);
+        Freeze freeze{++lastFreeze_, {}};
+        if (seconds) {
+            freeze.until = until;
+            freeze.timer = timer_->post([this, chain, id = freeze.id] { thaw(chain, id); }, length);
+        }
+        frozen_.insert_or_assign(chain, freeze);
+        if (isFrozen)
+            return;
+    }
+    tell_(ChainChanged{chain, true, {}, rule});
+}
+
+/// The end of a freeze's time, which may have been replaced meanwhile.
+void FrozenChains::thaw(const std::string& chain, std::uint64_t id)
+{
+    {
+        const vo::Lock lock(mutex_);
+        const auto found = frozen_.find(chain);
+        if (found == frozen_.end() || found->second.id != id)
+            return;
+        frozen_.erase(found);
+    }
+    tell_(ChainChanged{chain, false, "its time is over", {}});
+}
+
+void FrozenChains::unfreeze(const std::string& chain, const std::string& rule)
+{
+    check(chain, "unfreezeChain");
+    {
+        const vo::Lock lock(mutex_);
+        const auto found = frozen_.find(chain);
+        if (found == frozen_.end())
+            return;
+        timer_->cancel(found->second.timer);
+        frozen_.erase(found);
+    }
+    tell_(ChainChanged{chain, false, {}, rule});
+}
+
+std::vector<std::string> FrozenChains::frozen() const
+{
+    const vo::Lock lock(mutex_);
+    std::vector<std::string> chains;
+    chains.reserve(frozen_.size());
+    for (const auto& chain : frozen_)
+        chains.push_back(chain.first);
+    return chains;
+}
+
+}  // namespace KR
