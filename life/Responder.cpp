@@ -174,6 +174,8 @@ void Responder::begin(const PendingAction& pending, const Before& before)
 void Responder::goOn(const RunPtr& run)
 {
     while (run->next < run->action().items.size()) {
+        if (exited_)
+            return;
         const vo::Future<StepResult> step = carryOut(run);
         if (step.isRunning()) {
             step.then([this, run](const vo::Future<StepResult>& ended) {
@@ -272,11 +274,16 @@ std::list<AutonomousAction> Responder::actionsBefore(const RunPtr& by)
 {
     if (!suggestions_ || exited_)
         return {};
+    std::set<RunPtr> runs;
+    {
+        const vo::Lock lock(mutex_);
+        runs = runsBefore_;
+    }
+    if (by)
+        runs.insert(by);
     std::list<AutonomousAction> actions = suggestions_(ExecuteBeforeActivityIfConditionTrue);
-    const vo::Lock lock(mutex_);
-    actions.remove_if([&](const AutonomousAction& action) {
-        return (by && isSame(action, by->action())) ||
-               std::any_of(runsBefore_.begin(), runsBefore_.end(),
+    actions.remove_if([&runs](const AutonomousAction& action) {
+        return std::any_of(runs.begin(), runs.end(),
                            [&](const RunPtr& run) { return isSame(action, run->action()); });
     });
     return actions;
