@@ -22,7 +22,7 @@ Host::Host(const std::shared_ptr<vo::Clock>& clock, EventStream& events, const O
       life_(broker_, events, {options.config, options.packages, options.plugins, robotChains()})
 {
     // The robot outlives the life service.
-    life().changed.connect([this](const LifeChange& change) {
+    chainChanges_ = life().changed.connect([this](const LifeChange& change) {
         if (const auto* const chain = std::get_if<ChainChanged>(&change))
             robot_.body().holdStill(chain->chain, chain->frozen);
     });

@@ -64,6 +64,7 @@ private:
     boost::shared_ptr<KRBroker> broker_;
     Robot robot_;
     Life life_;
+    vo::Connection chainChanges_;
     vo::Future<void> ready_;
 };
 

@@ -21,7 +21,7 @@ ActivityPermissions::ActivityPermissions(const boost::shared_ptr<KRBroker>& brok
 {
     permission_.connectSignals();
     // After the permission object, so that it knows the new language when its cache is refreshed.
-    servicesLink_ = broker->session().registered().connect([this](const vo::AnyObject& service) {
+    services_ = broker->session().registered().connect([this](const vo::AnyObject& service) {
         if (service.name() != kSpeech)
             return;
         followSpeech();
@@ -34,11 +34,10 @@ ActivityPermissions::ActivityPermissions(const boost::shared_ptr<KRBroker>& brok
 ActivityPermissions::~ActivityPermissions()
 {
     broker_->session().unregisterService(kService);
-    broker_->session().registered().disconnect(servicesLink_);
+    services_.disconnect();
     {
         const vo::Lock lock(speechMutex_);
-        if (speech_)
-            speech_.disconnect(languageLink_);
+        language_.disconnect();
     }
     refreshGate_->close();
 }
@@ -50,13 +49,12 @@ void ActivityPermissions::followSpeech()
     const vo::AnyObject speech = broker_->session().findService(kSpeech);
     if (!speech || speech.object() == speech_.object())
         return;
-    if (speech_)
-        speech_.disconnect(languageLink_);
+    language_.disconnect();
     speech_ = {};
     // A robot's own speech service may know one language only.
     try {
-        languageLink_ = speech.follow<std::string>(kLanguageProperty,
-                                                   [this](const std::string&) { postRefresh(); });
+        language_ = speech.follow<std::string>(kLanguageProperty,
+                                               [this](const std::string&) { postRefresh(); });
         speech_ = speech;
     } catch (const std::exception& e) {
         logger.verbose("followSpeech", e.what());

@@ -51,7 +51,7 @@ private:
 
     // Constant after construction.
     const boost::shared_ptr<KRBroker> broker_;
-    vo::SignalLink servicesLink_ = vo::kInvalidSignalLink;
+    vo::Connection services_;
 
     // Synchronised by themselves. The flag says that a refresh has been posted and not begun.
     const std::shared_ptr<vo::CallbackGate> refreshGate_ = std::make_shared<vo::CallbackGate>();
@@ -62,7 +62,7 @@ private:
     /// Held while the speech service is followed; before the locks of services.
     vo::Mutex speechMutex_;
     vo::AnyObject speech_ VO_GUARDED_BY(speechMutex_);  ///< whose language is followed
-    vo::SignalLink languageLink_ VO_GUARDED_BY(speechMutex_) = vo::kInvalidSignalLink;
+    vo::Connection language_ VO_GUARDED_BY(speechMutex_);
 };
 
 }  // namespace KR

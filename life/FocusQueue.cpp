@@ -80,14 +80,13 @@ FocusQueue::FocusQueue(const std::shared_ptr<vo::Clock>& clock, LifeStatus& stat
     : clock_(clock), status_(status), runner_(runner)
 {
     if (runner_)
-        endedLink_ = runner_->ended.connect(
+        ends_ = runner_->ended.connect(
             [this](FocusId stay, const std::string& reason) { onActivityEnded(stay, reason); });
 }
 
 FocusQueue::~FocusQueue()
 {
-    if (runner_)
-        runner_->ended.disconnect(endedLink_);
+    ends_.disconnect();
 }
 
 PreparationId FocusQueue::prepare(std::function<void(const std::exception_ptr&)> cancelled)

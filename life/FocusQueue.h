@@ -113,7 +113,7 @@ private:
     const std::shared_ptr<vo::Clock> clock_;
     LifeStatus& status_;
     ActivityRunner* const runner_;
-    vo::SignalLink endedLink_ = vo::kInvalidSignalLink;
+    vo::Connection ends_;
 
     mutable vo::Mutex mutex_;
     bool exited_ VO_GUARDED_BY(mutex_) = false;

@@ -4,15 +4,13 @@
 
 #include "platform/kr/KRMemory.h"
 #include "platform/kr/KeyCatalogue.h"
+#include "platform/kr/SharedKeys.h"
 
 namespace KR {
 
 namespace {
 
 constexpr const char* kWriter = "KRNimbra";
-constexpr const char* kStateKey = "Nimbra/State";
-constexpr const char* kAsleepKey = "Nimbra/Asleep";
-constexpr const char* kFocusKey = "Nimbra/FocusedActivity";
 
 /// The life states, and whether activities may run in them.
 const std::map<std::string, bool> kStates{
@@ -28,17 +26,17 @@ LifeStatus::LifeStatus(const boost::shared_ptr<KRBroker>& broker) : broker_(brok
         states.emplace_back(state);
     KRMemory& memory = broker_->memory();
     for (const KeyDescription& key :
-         {KeyDescription::text(kStateKey, "life state").oneOf(states),
-          KeyDescription::boolean(kAsleepKey, "the robot sleeps"),
-          KeyDescription::text(kFocusKey, "activity in focus; \"\" for none")}) {
+         {KeyDescription::text(keys::kState, "life state").oneOf(states),
+          KeyDescription::boolean(keys::kAsleep, "the robot sleeps"),
+          KeyDescription::text(keys::kFocusedActivity, "activity in focus; \"\" for none")}) {
         memory.declareEvent(key.key, kWriter);
         broker_->keys().addPublished(key, kWriter);
     }
     const vo::Lock lock(mutex_);
     history_.addState(state_);
-    memory.raiseEvent(kStateKey, state_);
-    memory.raiseEvent(kAsleepKey, asleep_);
-    memory.raiseEvent(kFocusKey, "");
+    memory.raiseEvent(keys::kState, state_);
+    memory.raiseEvent(keys::kAsleep, asleep_);
+    memory.raiseEvent(keys::kFocusedActivity, "");
 }
 
 std::string LifeStatus::state() const
@@ -62,7 +60,7 @@ StateChanged LifeStatus::moveState(const std::string& state, const std::string& 
     const vo::Lock lock(mutex_);
     StateChanged event{state, std::exchange(state_, state), rule};
     history_.addState(state);
-    broker_->memory().raiseEvent(kStateKey, state);
+    broker_->memory().raiseEvent(keys::kState, state);
     return event;
 }
 
@@ -79,7 +77,7 @@ void LifeStatus::setAsleep(bool asleep, const std::string& rule)
         if (asleep == asleep_)
             return;
         asleep_ = asleep;
-        broker_->memory().raiseEvent(kAsleepKey, asleep);
+        broker_->memory().raiseEvent(keys::kAsleep, asleep);
     }
     changed(SleepChanged{asleep, rule});
 }
@@ -114,7 +112,7 @@ FocusChanged LifeStatus::moveFocus(const Focus& focus, const std::string& reason
     FocusChanged event{focus.activity, focus_.activity, reason, focus_.id, rule};
     focus_ = focus;
     history_.addFocus(focus.activity, broker_->clock()->uptime());
-    broker_->memory().raiseEvent(kFocusKey, focus.activity);
+    broker_->memory().raiseEvent(keys::kFocusedActivity, focus.activity);
     return event;
 }
 

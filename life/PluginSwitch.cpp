@@ -32,7 +32,7 @@ bool isAdded(const NimbraLaunchpad::PluginState& plugin, const std::string& stat
 PluginSwitch::PluginSwitch(LifeStatus& life, NimbraLaunchpad& launchpad)
     : life_(life),
       launchpad_(launchpad),
-      link_(life.changed.connect([this](const LifeChange& change) {
+      connection_(life.changed.connect([this](const LifeChange& change) {
           if (std::holds_alternative<StateChanged>(change))
               apply();
       }))
@@ -42,7 +42,7 @@ PluginSwitch::PluginSwitch(LifeStatus& life, NimbraLaunchpad& launchpad)
 
 PluginSwitch::~PluginSwitch()
 {
-    life_.changed.disconnect(link_);
+    connection_.disconnect();
 }
 
 void PluginSwitch::apply()

@@ -36,7 +36,7 @@ private:
     vo::Mutex mutex_;
 
     /// Constant after construction. Last, as changes may come from then on.
-    const vo::SignalLink link_;
+    vo::Connection connection_;
 };
 
 }  // namespace KR

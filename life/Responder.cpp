@@ -63,13 +63,13 @@ Responder::Responder(LifeStatus& status, FrozenChains& chains, FocusQueue& focus
       focus_(focus),
       events_(events),
       runner_(status, chains, focus, calls),
-      lifeLink_(status.changed.connect([this](const LifeChange& change) { onLifeChanged(change); }))
+      changes_(status.changed.connect([this](const LifeChange& change) { onLifeChanged(change); }))
 {
 }
 
 Responder::~Responder()
 {
-    status_.changed.disconnect(lifeLink_);
+    changes_.disconnect();
 }
 
 void Responder::exit()
@@ -79,10 +79,10 @@ void Responder::exit()
 
 void Responder::setPluginsChanged(std::function<void()> pluginsChanged)
 {
-    const vo::Lock lock(pluginsLinkMutex_);
-    pluginsChanged_.disconnect(pluginsLink_);
-    pluginsLink_ = pluginsChanged ? pluginsChanged_.connect(std::move(pluginsChanged))
-                                  : vo::kInvalidSignalLink;
+    const vo::Lock lock(pluginsMutex_);
+    plugins_.disconnect();
+    if (pluginsChanged)
+        plugins_ = pluginsChanged_.connect(std::move(pluginsChanged));
 }
 
 void Responder::onPluginsChanged()

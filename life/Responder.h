@@ -108,14 +108,14 @@ private:
     EventStream& events_;
     const ActionRunner runner_;
     Suggestions suggestions_;
-    vo::SignalLink lifeLink_;
+    vo::Connection changes_;
     // Synchronised by themselves.
     RuleScheduler scheduler_;
     vo::Signal<> pluginsChanged_;
     std::atomic<bool> exited_{false};
 
-    vo::Mutex pluginsLinkMutex_;
-    vo::SignalLink pluginsLink_ VO_GUARDED_BY(pluginsLinkMutex_) = vo::kInvalidSignalLink;
+    vo::Mutex pluginsMutex_;
+    vo::Connection plugins_ VO_GUARDED_BY(pluginsMutex_);
 
     vo::Mutex mutex_;
     std::uint64_t lastTurn_ VO_GUARDED_BY(mutex_) = 0;

@@ -71,13 +71,12 @@ ServiceActivities::ServiceActivities(const boost::shared_ptr<KRBroker>& broker,
       permissions_(permissions),
       calls_(calls),
       // On the removing thread: what is started after the removal is another stay.
-      unfollowPackages_(
-          broker->session()
-              .service("PackageManager")
-              .object()
-              ->connect("onPackageRemoved", [this](const std::vector<vo::Value>& package) {
-                  onPackageRemoved(vo::fromValue<vo::PackageInfo>(package.at(0)));
-              }))
+      removals_(broker->session()
+                    .service("PackageManager")
+                    .object()
+                    ->connect("onPackageRemoved", [this](const std::vector<vo::Value>& package) {
+                        onPackageRemoved(vo::fromValue<vo::PackageInfo>(package.at(0)));
+                    }))
 {
     checks_->method(kCheck, [this](const std::string& activity) { checkNow(activity); });
 }
@@ -85,9 +84,9 @@ ServiceActivities::ServiceActivities(const boost::shared_ptr<KRBroker>& broker,
 ServiceActivities::~ServiceActivities()
 {
     checks_->close();
-    unfollowPackages_();
+    removals_.disconnect();
     if (const auto running = takeRunning())
-        running->disconnect();
+        running->end->disconnect();
 }
 
 vo::Future<vo::Value> ServiceActivities::callFor(const Running& running, const char* method,
@@ -130,7 +129,7 @@ vo::Future<void> ServiceActivities::start(const std::string& activity, FocusId s
     const vo::Promise<void> promise;
     try {
         const Kind& kind = kindOf(activity);
-        Running running{&kind, activity, stay, broker_->session().service(kind.service), [] {}};
+        Running running{&kind, activity, stay, broker_->session().service(kind.service)};
         followEnd(running);
         {
             const vo::Lock lock(mutex_);
@@ -163,7 +162,7 @@ void ServiceActivities::onStarted(const Running& running, bool hasFailed)
             running_.reset();
     }
     if (hasFailed)
-        running.disconnect();
+        running.end->disconnect();
     else if (!isWanted)
         callStop(running).then([activity = running.activity](const vo::Future<void>& stopped) {
             if (stopped.hasError())
@@ -175,7 +174,7 @@ void ServiceActivities::onStarted(const Running& running, bool hasFailed)
 void ServiceActivities::followEnd(Running& running)
 {
     try {
-        running.disconnect = running.service.object()->connect(
+        *running.end = running.service.object()->connect(
             running.kind->ended,
             [this, name = running.name(), stay = running.stay](const std::vector<vo::Value>& news) {
                 if (vo::fromValue<std::string>(news.at(0)) == name)
@@ -190,7 +189,7 @@ vo::Future<void> ServiceActivities::stop()
 {
     const auto running = takeRunning();
     if (running)
-        running->disconnect();
+        running->end->disconnect();
     // A service that has gone took with it what it ran.
     if (running && !running->isStarting() && !running->service.object()->isClosed())
         return callStop(*running);

@@ -49,7 +49,7 @@ private:
         std::string activity;
         FocusId stay;
         vo::AnyObject service;
-        vo::ServiceObject::Disconnect disconnect;
+        std::shared_ptr<vo::Connection> end = std::make_shared<vo::Connection>();
         vo::Future<vo::Value> started = {};  ///< invalid until the start is called
 
         std::string name() const;
@@ -79,7 +79,7 @@ private:
     std::optional<Running> running_ VO_GUARDED_BY(mutex_);
 
     /// Constant after construction. Last, as removals may come from then on.
-    vo::ServiceObject::Disconnect unfollowPackages_;
+    vo::Connection removals_;
 };
 
 }  // namespace KR

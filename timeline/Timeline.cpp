@@ -7,14 +7,11 @@ Timeline::Timeline(std::shared_ptr<vo::Clock> clock, EventStream& events,
     : clock_(std::move(clock)),
       events_(events),
       renderer_(std::move(renderer)),
-      link_(events.happened.connect([this](const Event& event) { show(event); }))
+      connection_(events.happened.connect([this](const Event& event) { show(event); }))
 {
 }
 
-Timeline::~Timeline()
-{
-    events_.happened.disconnect(link_);
-}
+Timeline::~Timeline() = default;
 
 void Timeline::begin(const RunHeader& header)
 {
@@ -33,7 +30,7 @@ void Timeline::show(const Event& event)
 void Timeline::end(bool interrupted)
 {
     events_.flush();
-    events_.happened.disconnect(link_);
+    connection_.disconnect();
     const vo::Lock lock(mutex_);
     renderer_->end(statistics_.summary(clock_->now(), interrupted));
 }

@@ -37,8 +37,8 @@ private:
     const std::unique_ptr<TimelineRenderer> renderer_ VO_GUARDED_BY(mutex_);
     RunStatistics statistics_ VO_GUARDED_BY(mutex_);
 
-    /// Constant after construction. Last, as events may come from then on.
-    const vo::SignalLink link_;
+    /// Until end(). Last, as events may come from then on.
+    vo::Connection connection_;
 };
 
 }  // namespace KR

@@ -40,9 +40,7 @@ public:
     /// The receiver's parameters are taken from the receiver where it has one signature; a
     /// std::bind or an overloaded function needs them named: connect<int, std::string>(...).
     template <class... Args, class F>
-    NewConnection connect(const std::string& signal, F receiver) const;
-
-    bool disconnect(const SignalLink& link) const { return link(); }
+    Connection connect(const std::string& signal, F receiver) const;
 
     template <class T>
     T property(const std::string& name) const;
@@ -50,7 +48,7 @@ public:
     void setProperty(const std::string& name, const T& value) const;
     /// Follows a property as connect() follows a signal.
     template <class T>
-    NewConnection follow(const std::string& name, std::function<void(T)> receiver) const;
+    Connection follow(const std::string& name, std::function<void(T)> receiver) const;
 
     const std::shared_ptr<ServiceObject>& object() const { return object_; }
 

@@ -71,7 +71,7 @@ Future<R> AnyObject::async(const std::string& method, const Args&... args) const
 }
 
 template <class... Args, class F>
-NewConnection AnyObject::connect(const std::string& signal, F receiver) const
+Connection AnyObject::connect(const std::string& signal, F receiver) const
 {
     const ServiceObject& object = checked();
     const std::string place = object.place("signal", signal);
@@ -97,7 +97,7 @@ void AnyObject::setProperty(const std::string& name, const T& value) const
 }
 
 template <class T>
-NewConnection AnyObject::follow(const std::string& name, std::function<void(T)> receiver) const
+Connection AnyObject::follow(const std::string& name, std::function<void(T)> receiver) const
 {
     const ServiceObject& object = checked();
     return object.followQueued(

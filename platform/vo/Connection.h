@@ -50,20 +50,4 @@ private:
     std::weak_ptr<detail::Link> link_;
 };
 
-/// What connecting results in until its last user keeps a Connection: it turns into one, and one
-/// that is dropped stays connected. Calling it disconnects.
-class LooseConnection {
-public:
-    LooseConnection() = default;
-    explicit LooseConnection(std::weak_ptr<detail::Link> link) : link_(std::move(link)) {}
-    operator Connection() const { return Connection(link_); }
-    bool operator()() const { return Connection(link_).disconnect(); }
-
-private:
-    std::weak_ptr<detail::Link> link_;
-};
-using NewConnection = LooseConnection;
-using SignalLink = LooseConnection;
-inline const SignalLink kInvalidSignalLink;
-
 }  // namespace vo

@@ -26,7 +26,7 @@ public:
     /// them of this one too, so that no set waits for another's followers.
     Future<void> set(T value);
 
-    NewConnection connect(typename Signal<T>::Callback callback)
+    Connection connect(typename Signal<T>::Callback callback)
     {
         return changed_.connect(std::move(callback));
     }

@@ -41,7 +41,7 @@ public:
 
     explicit Impl(std::string serviceName) : name(std::move(serviceName)) {}
 
-    NewConnection connect(const Connect& connector, Receiver receiver, bool queued);
+    Connection connect(const Connect& connector, Receiver receiver, bool queued);
     void disconnectAll();
 
     /// What is said of an entry: "service 'X'<verb><kind> 'name'".
@@ -132,7 +132,7 @@ private:
     std::vector<std::shared_ptr<Delivery>> deliveries_ VO_GUARDED_BY(mutex_);
 };
 
-NewConnection ServiceObject::Impl::connect(const Connect& connector, Receiver receiver, bool queue)
+Connection ServiceObject::Impl::connect(const Connect& connector, Receiver receiver, bool queue)
 {
     const auto added = std::make_shared<Delivery>(weak_from_this(), std::move(receiver));
     const Receiver direct = [added](const std::vector<Value>& values) { added->run(values); };
@@ -141,7 +141,7 @@ NewConnection ServiceObject::Impl::connect(const Connect& connector, Receiver re
     added->source = connector(queue ? queued(direct) : direct);
     const Lock<Mutex> lock(mutex_);
     deliveries_.push_back(added);
-    return NewConnection(added);
+    return Connection(added);
 }
 
 void ServiceObject::Impl::Delivery::run(const std::vector<Value>& values)
@@ -287,14 +287,14 @@ Future<Value> ServiceObject::start(const std::string& method,
     return result.isValid() ? result : ended.future();
 }
 
-NewConnection ServiceObject::connect(const std::string& signal, Receiver receiver) const
+Connection ServiceObject::connect(const std::string& signal, Receiver receiver) const
 {
     const Impl::Use use(impl_);
     const Connect& connector = impl_->find(impl_->signals, "signal", signal);
     return impl_->connect(connector, std::move(receiver), false);
 }
 
-NewConnection ServiceObject::connectQueued(const std::string& signal, Receiver receiver) const
+Connection ServiceObject::connectQueued(const std::string& signal, Receiver receiver) const
 {
     Application::current();
     const Impl::Use use(impl_);
@@ -314,8 +314,8 @@ void ServiceObject::setProperty(const std::string& name, const Value& value) con
     impl_->find(impl_->properties, "property", name).set(value);
 }
 
-NewConnection ServiceObject::followProperty(const std::string& name,
-                                            std::function<void(const Value&)> receiver) const
+Connection ServiceObject::followProperty(const std::string& name,
+                                         std::function<void(const Value&)> receiver) const
 {
     const Impl::Use use(impl_);
     const Connect& connector = impl_->find(impl_->properties, "property", name).connect;
@@ -325,7 +325,7 @@ NewConnection ServiceObject::followProperty(const std::string& name,
     return impl_->connect(connector, std::move(first), false);
 }
 
-NewConnection ServiceObject::followQueued(const std::string& property, Receiver receiver) const
+Connection ServiceObject::followQueued(const std::string& property, Receiver receiver) const
 {
     Application::current();
     const Impl::Use use(impl_);

@@ -35,8 +35,7 @@ public:
     using AsyncMethod = std::function<Future<Value>(const std::vector<Value>&)>;
     /// Receives a signal's arguments.
     using Receiver = std::function<void(const std::vector<Value>&)>;
-    using Disconnect = std::function<void()>;
-    using Connect = std::function<NewConnection(Receiver)>;
+    using Connect = std::function<Connection(Receiver)>;
 
     struct MethodInfo {
         std::string name;
@@ -82,12 +81,12 @@ public:
     /// ended when this returns. Errors, those of call(), come in the future.
     Future<Value> start(const std::string& method, const std::vector<Value>& arguments) const;
     /// Connects to a signal; the receiver runs on the emitting thread.
-    NewConnection connect(const std::string& signal, Receiver receiver) const;
+    Connection connect(const std::string& signal, Receiver receiver) const;
     Value getProperty(const std::string& name) const;
     void setProperty(const std::string& name, const Value& value) const;
     /// Follows a property as connect() follows a signal.
-    NewConnection followProperty(const std::string& name,
-                                 std::function<void(const Value&)> receiver) const;
+    Connection followProperty(const std::string& name,
+                              std::function<void(const Value&)> receiver) const;
 
     /// Refuses new calls, drops every connection, and waits for the calls in progress (not for
     /// one that this is called from). Idempotent; the destructor calls it.
@@ -111,8 +110,8 @@ private:
     std::string place(const char* kind, const std::string& name) const;
 
     // For handles: the receiver runs on the signal queue of the current application.
-    NewConnection connectQueued(const std::string& signal, Receiver receiver) const;
-    NewConnection followQueued(const std::string& property, Receiver receiver) const;
+    Connection connectQueued(const std::string& signal, Receiver receiver) const;
+    Connection followQueued(const std::string& property, Receiver receiver) const;
 
     // Constant after construction. Shared with the calls in progress.
     std::shared_ptr<Impl> impl_;

@@ -30,8 +30,7 @@ public:
     Signal(const Signal&) = delete;
     Signal& operator=(const Signal&) = delete;
 
-    NewConnection connect(Callback callback);
-    bool disconnect(const SignalLink& link) { return link(); }
+    Connection connect(Callback callback);
     void operator()(const Args&... args) const;
 
 private:

@@ -16,11 +16,11 @@ Signal<Args...>::~Signal()
 }
 
 template <class... Args>
-NewConnection Signal<Args...>::connect(Callback callback)
+Connection Signal<Args...>::connect(Callback callback)
 {
     const auto receiver = std::make_shared<Receiver>(state_, std::move(callback));
     state_->add(receiver);
-    return NewConnection(receiver);
+    return Connection(receiver);
 }
 
 template <class... Args>

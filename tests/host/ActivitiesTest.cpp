@@ -301,7 +301,7 @@ TEST(ActivitiesOnThreadsTest, RulesGoOnWhileAProgramDoesNotStopAndAServiceHangs)
     {
         const auto clock = vo::makeRealClock();
         EventStream stream(clock);
-        stream.happened.connect([&](const Event& event) {
+        const vo::Connection connection = stream.happened.connect([&](const Event& event) {
             if (const auto* const step = std::get_if<StepEnded>(&event.what))
                 told.add(step->rule.name + " " + stepOutcomeName(step->outcome));
         });

@@ -15,7 +15,7 @@ class EventStreamTest : public testing::Test {
 protected:
     EventStreamTest()
     {
-        stream.happened.connect([this](const Event& event) {
+        connection = stream.happened.connect([this](const Event& event) {
             EXPECT_EQ(event.number, told.size() + 1);
             if (const auto* const change = std::get_if<KeyChanged>(&event.what))
                 told.push_back(change->key + " " + change->value.toDisplayString());
@@ -29,6 +29,7 @@ protected:
     const Deadline deadline;
     VirtualPlatform platform;
     EventStream stream{platform.clock};
+    vo::Connection connection;
     std::vector<std::string> told;  ///< by one thread at a time
     std::function<void(const std::string&)> react = [](const std::string&) {};
 };
@@ -71,7 +72,7 @@ TEST_F(EventStreamTest, WriteNamesWhoSaidSoOrElseTheOnlyOneWhoPublishesTheKey)
         raise("two");
         stream.flush();
     };
-    stream.happened.connect(
+    const vo::Connection second = stream.happened.connect(
         [&](const Event& event) { writers.push_back(std::get<KeyChanged>(event.what).writer); });
     const MemoryWriter other = memory.writer("other");
     const KRMemoryProxy mine(platform.broker, "mine");

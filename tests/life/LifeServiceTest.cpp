@@ -28,7 +28,7 @@ class LifeServiceTest : public testing::Test {
 protected:
     LifeServiceTest()
     {
-        life->changed.connect([this](const LifeChange& event) {
+        connection = life->changed.connect([this](const LifeChange& event) {
             const vo::Lock lock(mutex);
             events.push_back(event);
         });
@@ -82,6 +82,7 @@ protected:
     boost::shared_ptr<KRProxy> service = platform.broker->getProxy("KRNimbra");
     vo::Mutex mutex;  ///< guards events where there are several threads
     std::vector<LifeChange> events;
+    vo::Connection connection;
 };
 
 TEST_F(LifeServiceTest, ChangesAreWrittenToMemoryAndTold)

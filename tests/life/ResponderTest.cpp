@@ -42,7 +42,7 @@ protected:
     ResponderTest()
     {
         platform.addService("Test", "call", [this](const std::string& what) { calls.at(what)(); });
-        parts.events.happened.connect([this](const Event& event) {
+        connection = parts.events.happened.connect([this](const Event& event) {
             EXPECT_EQ(event.number, ++lastEvent);
             const std::string line = std::visit(Words(), event.what);
             if (!line.empty())
@@ -90,6 +90,7 @@ protected:
     const boost::shared_ptr<LifeService> life = parts.life;
     Responder& responder = parts.responder;
     std::uint64_t lastEvent = 0;
+    vo::Connection connection;
     std::map<std::string, std::function<void()>> calls;
     std::list<AutonomousAction> suggested;
     std::uint32_t lastCondition = 0;
