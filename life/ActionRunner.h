@@ -39,8 +39,8 @@ Cause causeOf(const AutonomousActionItem& item, const std::string& rule);
 /// What a step SwitchFocus wishes for; std::runtime_error when a parameter is missing.
 FocusRequest focusRequestOf(const AutonomousActionItem& item, const Cause& cause);
 
-/// Carries out single steps of actions, for real: all but SwitchFocus, which takes more than one
-/// step. Thread-safe; what it is made of outlives it.
+/// Carries out single steps of actions, for real: all but SwitchFocus, which is to be prepared.
+/// Thread-safe; what it is made of outlives it.
 class ActionRunner {
 public:
     ActionRunner(LifeStatus& status, FrozenChains& chains, FocusQueue& focus, ServiceCalls& calls)

@@ -89,15 +89,17 @@ ServiceActivities::~ServiceActivities()
         running->end->disconnect();
 }
 
-vo::Future<vo::Value> ServiceActivities::callFor(const Running& running, const char* method,
-                                                 std::optional<vo::Duration> deadline)
-{
-    return calls_.call(running.service, method, {vo::toValue(running.name())}, deadline);
-}
-
+/// It is waited for no longer than the deadline, and made even later: nothing runs without the
+/// focus.
 vo::Future<void> ServiceActivities::callStop(const Running& running)
 {
-    return callFor(running, running.kind->stop, kDefaultDeadline).map([](const vo::Value&) {});
+    const vo::Promise<void> promise;
+    const char* const method = running.kind->stop;
+    calls_.callAnyway(running.service, method, {vo::toValue(running.name())})
+        .then(
+            [promise](const vo::Future<vo::Value>& end) { promise.endWith([&] { end.value(); }); });
+    failAfter(promise, kDefaultDeadline, running.service.name(), method);
+    return promise.future();
 }
 
 /// It asks several services, so it is a call with a worker of its own.
@@ -135,7 +137,8 @@ vo::Future<void> ServiceActivities::start(const std::string& activity, FocusId s
             const vo::Lock lock(mutex_);
             running_ = running;
         }
-        const vo::Future<vo::Value> started = callFor(running, kind.start);
+        const vo::Future<vo::Value> started =
+            calls_.call(running.service, kind.start, {vo::toValue(running.name())});
         {
             const vo::Lock lock(mutex_);
             if (running_ && running_->stay == stay)

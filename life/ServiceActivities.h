@@ -58,8 +58,6 @@ private:
 
     static const Kind& kindOf(const std::string& activity);
     void checkNow(const std::string& activity);
-    vo::Future<vo::Value> callFor(const Running& running, const char* method,
-                                  std::optional<vo::Duration> deadline = {});
     vo::Future<void> callStop(const Running& running);
     void followEnd(Running& running);
     void onStarted(const Running& running, bool hasFailed);

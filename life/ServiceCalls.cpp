@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <deque>
+#include <limits>
 #include <map>
 #include <utility>
 
@@ -26,13 +27,16 @@ struct ServiceCalls::Call {
     vo::AnyObject service;
     std::string method;
     std::vector<vo::Value> arguments;
+    std::size_t maxBefore;  ///< calls that may wait before it
     vo::Promise<vo::Value> promise = {};
     std::atomic<bool> isClaimed{false};  ///< by who makes it, or by who cancels it
 
-    Call(vo::AnyObject theService, std::string theMethod, std::vector<vo::Value> theArguments)
+    Call(vo::AnyObject theService, std::string theMethod, std::vector<vo::Value> theArguments,
+         std::size_t theMaxBefore)
         : service(std::move(theService)),
           method(std::move(theMethod)),
-          arguments(std::move(theArguments))
+          arguments(std::move(theArguments)),
+          maxBefore(theMaxBefore)
     {
     }
 
@@ -129,7 +133,25 @@ vo::Future<vo::Value> ServiceCalls::call(const vo::AnyObject& service, const std
                                          std::vector<vo::Value> arguments,
                                          std::optional<vo::Duration> deadline)
 {
-    const auto call = std::make_shared<Call>(service, method, std::move(arguments));
+    const auto call = std::make_shared<Call>(service, method, std::move(arguments), kMaxWaiting);
+    make(call);
+    if (deadline)
+        failAfter(call->promise, *deadline, service.name(), method);
+    return call->promise.future();
+}
+
+vo::Future<vo::Value> ServiceCalls::callAnyway(const vo::AnyObject& service,
+                                               const std::string& method,
+                                               std::vector<vo::Value> arguments)
+{
+    const auto call = std::make_shared<Call>(service, method, std::move(arguments),
+                                             std::numeric_limits<std::size_t>::max());
+    make(call);
+    return call->promise.future();
+}
+
+void ServiceCalls::make(const std::shared_ptr<Call>& call)
+{
     const vo::Promise<vo::Value>& promise = call->promise;
     // Weak, as the call holds the promise.
     promise.setCanceler([weak = std::weak_ptr<Call>(call)] {
@@ -138,17 +160,14 @@ vo::Future<vo::Value> ServiceCalls::call(const vo::AnyObject& service, const std
     });
     if (broker_->clock()->hasThreads()) {
         enqueue(call);
-    } else {
-        call->isClaimed = true;
-        const vo::Future<vo::Value> result = call->make();
-        if (result.isRunning())
-            state_->tellLater(promise, result);
-        else
-            promise.endAs(result);
+        return;
     }
-    if (deadline)
-        failAfter(promise, *deadline, service.name(), method);
-    return promise.future();
+    call->isClaimed = true;
+    const vo::Future<vo::Value> result = call->make();
+    if (result.isRunning())
+        state_->tellLater(promise, result);
+    else
+        promise.endAs(result);
 }
 
 /// Those that nobody wants any more take nobody's place.
@@ -164,7 +183,7 @@ void ServiceCalls::enqueue(const std::shared_ptr<Call>& call)
                                                [](const auto& each) { return each->isWanted(); });
         unwanted.assign(end, calls.end());
         calls.erase(end, calls.end());
-        if (calls.size() == kMaxWaiting) {
+        if (calls.size() >= call->maxBefore) {
             call->fail("the service is busy: " + std::to_string(kMaxWaiting) +
                        " calls wait for it");
             return;

@@ -42,11 +42,15 @@ public:
     vo::Future<vo::Value> call(const vo::AnyObject& service, const std::string& method,
                                std::vector<vo::Value> arguments,
                                std::optional<vo::Duration> deadline = {});
+    /// The same without a deadline, and however many calls wait: for what ends something.
+    vo::Future<vo::Value> callAnyway(const vo::AnyObject& service, const std::string& method,
+                                     std::vector<vo::Value> arguments);
 
 private:
     struct Call;
     struct State;
 
+    void make(const std::shared_ptr<Call>& call);
     void enqueue(const std::shared_ptr<Call>& call);
 
     // Constant after construction. The state is shared with the workers.

@@ -91,6 +91,8 @@ TEST(ServiceCallsTest, AServiceThatHangsHoldsUpItsOwnCallsAloneAndRefusesMoreTha
         call(hanging, i, std::chrono::milliseconds(1));
     call(hanging, 99, {});
     EXPECT_THAT(ends.wait("Hang Hang::m: the service is busy"), HasSubstr("16 calls wait"));
+    const auto anyway = calls->callAnyway(hanging, "m", {vo::toValue(100)});
+    EXPECT_TRUE(anyway.isRunning());
     call(quick, 7, {});
     ends.wait("Quick 7");
     ends.take(ServiceCalls::kMaxWaiting + 1);
