@@ -49,13 +49,18 @@ struct ServiceActivities::Kind {
     const char* ended;
 };
 
-const ServiceActivities::Kind& ServiceActivities::kindOf(const std::string& activity)
+const std::vector<ServiceActivities::Kind>& ServiceActivities::kinds()
 {
-    static const Kind kKinds[] = {
+    static const std::vector<Kind> kKinds{
         {"dialog:", "dialog", "start", "stop", "onEnded"},
         {"action:", "action", "start", "stop", "onEnded"},
         {"", "KRBehaviorManager", "startBehavior", "stopBehavior", "onBehaviorEnded"}};
-    return *std::find_if(std::begin(kKinds), std::end(kKinds), [&](const Kind& kind) {
+    return kKinds;
+}
+
+const ServiceActivities::Kind& ServiceActivities::kindOf(const std::string& activity)
+{
+    return *std::find_if(kinds().begin(), kinds().end(), [&](const Kind& kind) {
         return BehaviorsCache::hasActivityPrefixes({kind.prefix}, activity);
     });
 }
@@ -78,12 +83,17 @@ ServiceActivities::ServiceActivities(const boost::shared_ptr<KRBroker>& broker,
                         onPackageRemoved(vo::fromValue<vo::PackageInfo>(package.at(0)));
                     }))
 {
-    checks_->method(kCheck, [this](const std::string& activity) { checkNow(activity); });
+    for (const Kind& kind : kinds()) {
+        const auto checks = std::make_shared<vo::ServiceObject>("checks of " + kind.prefix);
+        checks->method(kCheck, [this](const std::string& activity) { checkNow(activity); });
+        checks_.emplace(&kind, checks);
+    }
 }
 
 ServiceActivities::~ServiceActivities()
 {
-    checks_->close();
+    for (const auto& [kind, checks] : checks_)
+        checks->close();
     removals_.disconnect();
     if (const auto running = takeRunning())
         running->end->disconnect();
@@ -102,11 +112,11 @@ vo::Future<void> ServiceActivities::callStop(const Running& running)
     return promise.future();
 }
 
-/// It asks several services, so it is a call with a worker of its own.
+/// It asks several services, the activity's module among them, so it is a call itself.
 vo::Future<void> ServiceActivities::check(const std::string& activity)
 {
-    return calls_.call(vo::AnyObject(checks_), kCheck, {vo::toValue(activity)})
-        .map([](const vo::Value&) {});
+    const vo::AnyObject checks(checks_.at(&kindOf(activity)));
+    return calls_.call(checks, kCheck, {vo::toValue(activity)}).map([](const vo::Value&) {});
 }
 
 void ServiceActivities::checkNow(const std::string& activity)

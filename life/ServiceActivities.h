@@ -1,9 +1,11 @@
 #pragma once
 
 #include <boost/shared_ptr.hpp>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "life/ActivityPermissions.h"
 #include "life/ActivityRunner.h"
@@ -56,6 +58,7 @@ private:
         bool isStarting() const { return !started.isValid() || started.isRunning(); }
     };
 
+    static const std::vector<Kind>& kinds();
     static const Kind& kindOf(const std::string& activity);
     void checkNow(const std::string& activity);
     vo::Future<void> callStop(const Running& running);
@@ -69,9 +72,9 @@ private:
     const boost::shared_ptr<KRBroker> broker_;
     ActivityPermissions& permissions_;
     ServiceCalls& calls_;
-    // Synchronised by itself: what calls_ has check activities.
-    const std::shared_ptr<vo::ServiceObject> checks_ =
-        std::make_shared<vo::ServiceObject>("activity checks");
+    /// What calls_ has check activities. One for each kind, so that a module that hangs holds up no
+    /// behaviour.
+    std::map<const Kind*, std::shared_ptr<vo::ServiceObject>> checks_;
 
     vo::Mutex mutex_;
     std::optional<Running> running_ VO_GUARDED_BY(mutex_);

@@ -306,9 +306,22 @@ TEST_F(ProgramTest, OutputIsPlainWhenPipedAndMayBeCutShort)
 
 TEST_F(ProgramTest, WhatBehavioursPrintIsShownUnlessLessIsAskedFor)
 {
-    EXPECT_THAT(demo("--until 08:01", "2>&1 >/dev/null").output,
-                HasSubstr(" [info] [Behavior] power/leave-station: Two steps forward, off the"));
     EXPECT_EQ(demo("--until 08:01 --log-level error", "2>&1 >/dev/null").output, "");
+    // Programs print in real time: this run goes on until the line has come.
+    folder.write("leave.cfg",
+                 kHead +
+                     "- {Description: r, Condition: \"'TesselReady'\", "
+                     "ExecuteAnyTimeConditionEdgeTrue: true, Action: SwitchFocus, "
+                     "ActionParameters: {Activity: power/leave-station}}\n");
+    folder.write("printed", R"(
+coproc run { exec $nimbra run --config $folder/leave.cfg --packages $folder/packages 2>&1; }
+pid=$run_PID
+timeout 60 grep -m1 Behavior <&${run[0]}
+kill -INT $pid
+wait $pid
+)");
+    EXPECT_THAT(shell("bash $folder/printed").output,
+                HasSubstr(" [info] [Behavior] power/leave-station: Two steps forward, off the"));
 }
 
 /// Real time, as a signal comes from outside: whatever the program is doing, it ends in order.
