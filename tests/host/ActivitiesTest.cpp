@@ -111,13 +111,13 @@ TEST_F(ActivitiesTest, ProgramThatEndsByItselfGivesTheFocusBack)
     ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
     const auto end = [&](const std::string& how) {
         std::promise<void> ended;  // set after the host was told: its connection is the older one
-        const auto link =
+        auto link =
             vo::import("KRBehaviorManager").object()->connect("onBehaviorEnded", [&](const auto&) {
                 ended.set_value();
             });
         std::ofstream(pipe) << how;
         await("the news of it", ended);
-        link();
+        link.disconnect();
     };
     const std::pair<const char*, const char*> ends[] = {{"exit 0", "it has ended"},
                                                         {"exit 3", "it ended with exit code 3"},
@@ -153,7 +153,7 @@ TEST_F(ActivitiesTest, PackagesTakeEffectAtTheVirtualInstantAndEndWhatRunsWhenTh
     EXPECT_THAT(kept("new/go"), ElementsAre("canRunInSleep"));
     EXPECT_THAT(running(), ElementsAre("new/go")) << "what runs is not ended by the context";
     bool asleepAgain = false;
-    const auto unfollow =
+    auto unfollow =
         vo::import("ContextPermission").object()->followProperty("permissions", [&](const auto&) {
             if (!std::exchange(asleepAgain, true)) {
                 host->life().setAsleep(true);
@@ -161,7 +161,7 @@ TEST_F(ActivitiesTest, PackagesTakeEffectAtTheVirtualInstantAndEndWhatRunsWhenTh
             }
         });
     call("KRNimbra", "setAsleep", false);
-    unfollow();
+    unfollow.disconnect();
     EXPECT_THAT(kept("new/go"), ElementsAre("canRunInSleep")) << "changed during the refresh";
     call("KRNimbra", "setAsleep", false);
 

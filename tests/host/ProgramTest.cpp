@@ -308,11 +308,10 @@ TEST_F(ProgramTest, WhatBehavioursPrintIsShownUnlessLessIsAskedFor)
 {
     EXPECT_EQ(demo("--until 08:01 --log-level error", "2>&1 >/dev/null").output, "");
     // Programs print in real time: this run goes on until the line has come.
-    folder.write("leave.cfg",
-                 kHead +
-                     "- {Description: r, Condition: \"'TesselReady'\", "
-                     "ExecuteAnyTimeConditionEdgeTrue: true, Action: SwitchFocus, "
-                     "ActionParameters: {Activity: power/leave-station}}\n");
+    folder.write("leave.cfg", kHead +
+                                  "- {Description: r, Condition: \"'TesselReady'\", "
+                                  "ExecuteAnyTimeConditionEdgeTrue: true, Action: SwitchFocus, "
+                                  "ActionParameters: {Activity: power/leave-station}}\n");
     folder.write("printed", R"(
 coproc run { exec $nimbra run --config $folder/leave.cfg --packages $folder/packages 2>&1; }
 pid=$run_PID
