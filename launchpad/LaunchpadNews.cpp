@@ -21,6 +21,8 @@ LaunchpadNews::Round::~Round()
 void LaunchpadNews::error(const std::string& label, const std::string& text)
 {
     kLog.error(label, text);
+    if (const vo::CallbackGate::Pass pass(observing_); pass && observer_.error)
+        observer_.error(label, text);
     untold_.add([this, label, text] { errorReported(label, text); });
     if (rounds_.isInside())
         return;
@@ -30,6 +32,8 @@ void LaunchpadNews::error(const std::string& label, const std::string& text)
 
 void LaunchpadNews::switched(const std::string& name, bool running)
 {
+    if (const vo::CallbackGate::Pass pass(observing_); pass && observer_.switched)
+        observer_.switched(name, running);
     untold_.add([this, name, running] { pluginSwitched(name, running); });
     if (!rounds_.isInside())
         tell();

@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "launchpad/LaunchpadObserver.h"
 #include "platform/vo/CallbackGate.h"
 #include "platform/vo/Signal.h"
 #include "platform/vo/TellQueue.h"
@@ -20,6 +21,8 @@ namespace KR {
 /// which nobody hears then.
 class LaunchpadNews : public std::enable_shared_from_this<LaunchpadNews> {
 public:
+    explicit LaunchpadNews(LaunchpadObserver observer) : observer_(std::move(observer)) {}
+
     /// Held by an operation outside of the locks that it takes: what its thread has to tell
     /// meanwhile is told at its end. One that stands inside of another leaves it to that.
     class Round {
@@ -43,7 +46,11 @@ public:
     void switched(const std::string& name, bool running);
     /// Nobody is told anything any more. Waits for who is just being told, except when called by
     /// them.
-    void end() { gate_.close(); }
+    void end()
+    {
+        observing_.close();
+        gate_.close();
+    }
 
     // Synchronised by themselves.
     vo::Signal<std::string, bool> pluginSwitched;
@@ -52,6 +59,10 @@ public:
 private:
     void tell();
 
+    // Constant after construction.
+    const LaunchpadObserver observer_;
+    // Synchronised by themselves.
+    vo::CallbackGate observing_;  ///< passed by calls of the observer; closed at the end
     vo::TellQueue<std::function<void()>> untold_;
     vo::CallbackGate gate_;    ///< passed by who tells; closed at the end
     vo::CallbackGate rounds_;  ///< passed by rounds; never closed, it knows their threads

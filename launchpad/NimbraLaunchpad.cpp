@@ -42,8 +42,8 @@ NimbraLaunchpad::NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker,
                                  ContextPermission* contextPermission,
                                  NimbraLaunchpadResponder* responder,
                                  const std::optional<std::string>& configuration,
-                                 ErrorReceiver onError)
-    : news_(std::make_shared<LaunchpadNews>()),
+                                 LaunchpadObserver observer)
+    : news_(std::make_shared<LaunchpadNews>(std::move(observer))),
       pluginSwitched(news_->pluginSwitched),
       errorReported(news_->errorReported),
       broker_(notNull(broker)),
@@ -55,8 +55,6 @@ NimbraLaunchpad::NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker,
       plugins_(conditionChecker_, *news_),
       actions_(conditionChecker_, *news_)
 {
-    if (onError)
-        onError_ = errorReported.connect(std::move(onError));
     const LaunchpadNews::Round round(*news_);
     conditionChecker_.connect(broker_);
     conditionChecker_.setCallback(

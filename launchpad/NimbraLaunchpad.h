@@ -12,6 +12,7 @@
 #include "launchpad/ActionCopies.h"
 #include "launchpad/ActionTable.h"
 #include "launchpad/AutonomousAction.h"
+#include "launchpad/LaunchpadObserver.h"
 #include "launchpad/NimbraLaunchpadResponder.h"
 #include "launchpad/PackageChanges.h"
 #include "launchpad/PluginRegistry.h"
@@ -81,15 +82,13 @@ public:
     /// Something has failed, and was logged as an error: the function that speaks, and the text.
     /// What fails outside of an operation, as a hit or the responder, is told on the event loop.
     vo::Signal<std::string, std::string>& errorReported;
-    using ErrorReceiver = vo::Signal<std::string, std::string>::Callback;
 
     /// Comes up with the default configuration file, what installed packages bring, the built-in
     /// plugins and the actions of the main interactive activity module. A failing configuration,
     /// plugin or module is logged and left out. Monitoring is not started.
     ///
     /// `configuration` is a file to come up with instead of the default one, or empty for none.
-    /// `onError` is connected to errorReported from the beginning on, and so hears of what fails
-    /// here before this returns. Until then it must not use the launchpad, on whatever thread.
+    /// `observer` hears of what fails here, too, which nobody else could have connected to.
     ///
     /// `contextPermission` is told of installed and removed behaviours, and may be null. So may
     /// `responder`, but not where packages with plugins get installed. std::invalid_argument for a
@@ -98,7 +97,7 @@ public:
     NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker, ContextPermission* contextPermission,
                     NimbraLaunchpadResponder* responder,
                     const std::optional<std::string>& configuration = std::nullopt,
-                    ErrorReceiver onError = {});
+                    LaunchpadObserver observer = {});
     /// Stops no plugin: call exit() first. Waits for the responder call, the emission of a signal
     /// and the package change in progress, except when destroyed from inside of the call or the
     /// change; a change that waits for a service gives up.
@@ -240,7 +239,6 @@ private:
     vo::AnyObject packageManager_;
     vo::AnyObject animationPlayer_;
     NimbraLaunchpadResponder* responder_;
-    vo::Connection onError_;
     /// What is used by others who may have their turn, or be in it, when the launchpad goes.
     struct Shared {
         vo::CallbackGate gate;  ///< passed by posted calls of the responder; closed at the end

@@ -6,11 +6,26 @@
 
 namespace KR {
 
-EventStream::EventStream(std::shared_ptr<vo::Clock> clock) : clock_(std::move(clock)) {}
+EventStream::EventStream(std::shared_ptr<vo::Clock> clock)
+    : clock_(std::move(clock)),
+      executor_(clock_->makeExecutor("EventStream", vo::Clock::Threading::shared))
+{
+}
 
 EventStream::~EventStream()
 {
     unfollow();
+    executor_->close();
+}
+
+void EventStream::note(Happening what)
+{
+    {
+        const vo::Lock lock(mutex_);
+        takeMemory();
+        append(clock_->now(), std::move(what));
+    }
+    executor_->post([this] { tell(); });
 }
 
 void EventStream::publish(Happening what)
@@ -48,8 +63,7 @@ void EventStream::follow(const boost::shared_ptr<KRBroker>& broker,
 {
     unfollow();
     broker_ = broker;
-    executor_ = clock_->makeExecutor("EventStream", vo::Clock::Threading::shared);
-    // A wake may come after unfollow(): the executor, closed then, drops what it posts.
+    // A wake may come after this has gone: the executor, closed then, drops what it posts.
     const auto feed = std::make_shared<MemoryFeed>(
         [this, executor = executor_] { executor->post([this] { flush(); }); });
     std::vector<KRMemory::Watch> watches;
@@ -79,8 +93,6 @@ void EventStream::unfollow()
         feed.swap(feed_);
     }
     broker_->memory().unwatchAll(feed);
-    executor_->close();
-    executor_.reset();
     broker_.reset();
 }
 

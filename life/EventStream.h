@@ -35,6 +35,9 @@ public:
 
     /// Stamps it with now.
     void publish(Happening what);
+    /// The same, but has it told later, on a thread of the platform: for who holds locks that a
+    /// receiver might want.
+    void note(Happening what);
     /// Publishes the changes of these keys from now on, until unfollow(), which comes before the
     /// broker goes. A write of the value that a key has already is none.
     void follow(const boost::shared_ptr<KRBroker>& broker, const std::vector<std::string>& keys);
@@ -49,9 +52,9 @@ private:
 
     // Constant after construction.
     const std::shared_ptr<vo::Clock> clock_;
+    const std::shared_ptr<vo::Executor> executor_;
     // Set by follow() and unfollow().
     boost::shared_ptr<KRBroker> broker_;
-    std::shared_ptr<vo::Executor> executor_;
     // Synchronised by itself.
     vo::TellQueue<Event> untold_;
 

@@ -55,14 +55,13 @@ struct Life::Parts {
           responder(status, chains, focus, calls, events),
           service(KRModule::createModule<LifeService>(broker, status, chains, focus, responder)),
           launchpad(broker, &permissions.contextPermission(), &responder, options.config,
-                    [this](const std::string& function, const std::string& text) {
-                        events.publish(
-                            ErrorReported{NimbraLaunchpad::kLogCategory, function + ": " + text});
-                    }),
-          pluginSwitches(
-              launchpad.pluginSwitched.connect([this](const std::string& plugin, bool running) {
-                  events.publish(PluginSwitched{plugin, running});
-              }))
+                    {[this](const std::string& function, const std::string& text) {
+                         events.note(
+                             ErrorReported{NimbraLaunchpad::kLogCategory, function + ": " + text});
+                     },
+                     [this](const std::string& plugin, bool running) {
+                         events.note(PluginSwitched{plugin, running});
+                     }})
     {
         for (const std::string& plugin : options.plugins)
             launchpad.addModulePlugin(plugin);
@@ -85,7 +84,6 @@ struct Life::Parts {
     Responder responder;
     const boost::shared_ptr<LifeService> service;
     NimbraLaunchpad launchpad;
-    const vo::Connection pluginSwitches;
     std::optional<PluginSwitch> pluginSwitch;
     bool stopped = false;
 };

@@ -163,7 +163,7 @@ struct LaunchpadThreads : testing::Test {
 
 /// A launchpad on virtual time that came up without any action.
 struct LaunchpadTest : testing::Test {
-    LaunchpadTest() { isUp = true; }
+    LaunchpadTest() { reportErrors(); }
     void load(const std::string& text)
     {
         launchpad->loadConfigFile(folder.write(
@@ -184,23 +184,31 @@ struct LaunchpadTest : testing::Test {
                 errors += line;
         }
         platform.log.clear();
+        EXPECT_EQ(std::exchange(observed, {}), errors);
         EXPECT_EQ(std::exchange(reported, {}), errors);
         return lines;
     }
     void comeUp(ContextPermission* permission = nullptr,
                 const std::optional<std::string>& configuration = std::nullopt)
     {
-        isUp = false;
-        launchpad.emplace(platform.broker, permission, &responder, configuration, noteErrors());
-        isUp = true;
+        launchpad.emplace(platform.broker, permission, &responder, configuration, observer());
+        reportErrors();
     }
-    NimbraLaunchpad::ErrorReceiver noteErrors()
+    LaunchpadObserver observer()
     {
-        return [this](const std::string& label, const std::string& text) {
-            reported += label + ": " + text + "\n";
-            if (isUp)
+        return {[this](const std::string& label, const std::string& text) {
+            observed += label + ": " + text + "\n";
+        }};
+    }
+    /// Errors while it came up nobody could have connected to.
+    void reportErrors()
+    {
+        reported = observed;
+        connection = launchpad->errorReported.connect(
+            [this](const std::string& label, const std::string& text) {
+                reported += label + ": " + text + "\n";
                 access.takeLocks();
-        };
+            });
     }
     /// A package of the test's folder whose behaviours are plugins with this in their descriptors.
     vo::PackageInfo pluginPackage(const std::string& uuid, const Names& behaviors,
@@ -224,11 +232,13 @@ struct LaunchpadTest : testing::Test {
     VirtualPlatform platform;
     FakeServices services{platform.application.session()};
     RecordingResponder responder;
-    std::string reported;  ///< errors since the last call of logged()
-    bool isUp = false;
+    // Errors since the last call of logged().
+    std::string observed;
+    std::string reported;
     std::optional<NimbraLaunchpad> launchpad{std::in_place, platform.broker, nullptr,
-                                             &responder,    std::nullopt,    noteErrors()};
+                                             &responder,    std::nullopt,    observer()};
     NimbraLaunchpadTestAccess access{*launchpad};
+    vo::Connection connection;
 };
 
 }  // namespace KR
