@@ -16,15 +16,15 @@ namespace vo {
 /// thread comes to run them is the derived class's. A part of RealClock.
 ///
 /// Lives until its executor and the threads that work for it have let go of it.
-class TaskLine : public std::enable_shared_from_this<TaskLine> {
+class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
 public:
     using Steady = std::chrono::steady_clock;
 
     /// `start` is when the clock's uptime was zero.
-    TaskLine(std::string name, Steady::time_point start);
-    virtual ~TaskLine() = default;
-    TaskLine(const TaskLine&) = delete;
-    TaskLine& operator=(const TaskLine&) = delete;
+    TaskQueue(std::string name, Steady::time_point start);
+    virtual ~TaskQueue() = default;
+    TaskQueue(const TaskQueue&) = delete;
+    TaskQueue& operator=(const TaskQueue&) = delete;
 
     Executor::TaskId post(Executor::Task task, Duration delay);
     void announce();
