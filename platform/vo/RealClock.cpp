@@ -151,7 +151,6 @@ public:
     ~RealExecutor() override { queue_->close(); }
 
     TaskId post(Task task, Duration delay) override { return queue_->post(std::move(task), delay); }
-    void announce() override { queue_->announce(); }
     bool cancel(TaskId id) override { return queue_->cancel(id); }
     bool isCurrent() const override { return queue_->isCurrent(); }
     void close() override { queue_->close(); }

@@ -42,19 +42,6 @@ Executor::TaskId TaskQueue::post(Executor::Task task, Duration delay)
     return id;
 }
 
-// One that finds nothing, because it was quicker than the task, sleeps again and is woken as ever.
-void TaskQueue::announce()
-{
-    std::shared_ptr<TaskQueue> woken;
-    {
-        const Lock<Mutex> lock(mutex_);
-        if (!closed_ && needsWake(Duration::zero()))
-            woken = shared_from_this();
-    }
-    if (woken)
-        woken->wake();
-}
-
 bool TaskQueue::cancel(Executor::TaskId id)
 {
     std::optional<Executor::Task> removed;

@@ -27,14 +27,12 @@ public:
     TaskQueue& operator=(const TaskQueue&) = delete;
 
     Executor::TaskId post(Executor::Task task, Duration delay);
-    void announce();
     bool cancel(Executor::TaskId id);
     bool isCurrent() const;
     void close();
 
 protected:
-    /// A task that is due then was put into the queue, or will be in a moment. True when a thread
-    /// is to be woken for it.
+    /// A task that is due then was put into the queue. True when a thread is to be woken for it.
     virtual bool needsWake(Duration due) VO_REQUIRES(mutex_) = 0;
     /// Called without the lock: what wakes at once is not to find it taken.
     virtual void wake() = 0;
