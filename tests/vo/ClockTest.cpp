@@ -96,7 +96,6 @@ TEST_P(ExecutorTest, delayed_tasks_run_when_due_whatever_else_waits)
     EXPECT_FALSE(executor->cancel(late));
 }
 
-// As many as make the queue's line move up while it is emptied.
 TEST_P(ExecutorTest, cancelled_tasks_leave_those_around_them_alone)
 {
     const auto executor = makeExecutor();
