@@ -109,13 +109,8 @@ std::list<AutonomousAction> NimbraLaunchpad::_actionsOfHits(const ConditionCheck
     for (const auto& [conditionId, value] : hits) {
         if (!value.isTrue())
             continue;
-        const AutonomousAction* const action = actions_.ofCondition(conditionId);
-        if (!action)
-            continue;
-        // Its thread wakes up while the copies are made.
-        if (actions.empty() && responder_)
-            vo::getEventLoop()->announce();
-        shared_->copies.append(*action, actions);
+        if (const AutonomousAction* const action = actions_.ofCondition(conditionId))
+            shared_->copies.append(*action, actions);
     }
     return actions;
 }

@@ -49,7 +49,7 @@ unsigned ConditionChecker::Impl::addCondition(const std::string& text, ReportMod
 
     const vo::Lock lock(mutex_);
     const unsigned id = lastId_ + 1;
-    const std::vector<KRMemory::Watch> added = compiler_.add(id, text);
+    const std::vector<PrefetchingWatch> added = compiler_.add(id, text);
     lastId_ = id;
     Condition& condition = conditions_.add(id);
     condition.mode = static_cast<std::uint8_t>(std::min(mode, ReportNever) & 7U);
@@ -61,7 +61,7 @@ unsigned ConditionChecker::Impl::addCondition(const std::string& text, ReportMod
         snapshots_.noteKeys();
         // From here on no change of its keys is missed.
         if (run_)
-            setAll(added, memory().watch(run_->feed, added));
+            setAll(added, PrefetchingWatch::watch(memory(), run_->feed, added));
     }
     // It is evaluated in its place in the queue.
     if (run_)
@@ -82,10 +82,10 @@ bool ConditionChecker::Impl::removeCondition(unsigned id)
         callbacks_.erase(callback);
     }
     keepValues();
-    const std::vector<KRMemory::Watch> removed = compiler_.remove(id);
+    const std::vector<PrefetchingWatch> removed = compiler_.remove(id);
     if (!removed.empty())
         snapshots_.noteKeys();
-    for (const KRMemory::Watch& watch : removed)
+    for (const PrefetchingWatch& watch : removed)
         if (run_)
             memory().unwatch(run_->feed, watch.key, watch.tag);
     return true;
@@ -133,8 +133,8 @@ void ConditionChecker::Impl::run(vo::Duration period, bool once)
     });
 
     keepValues();
-    const std::vector<KRMemory::Watch> watches = network_.watches();
-    setAll(watches, data.watch(run_->feed, watches));
+    const std::vector<PrefetchingWatch> watches = network_.watches();
+    setAll(watches, PrefetchingWatch::watch(data, run_->feed, watches));
     run_->followed = lastId_;
     // Ahead of the changes that are raised from here on.
     run_->queue.push_back({kEvaluate, {}, {}, {}});
@@ -184,7 +184,7 @@ void ConditionChecker::Impl::catchUp()
 {
     if (!run_) {
         keepValues();
-        const std::vector<KRMemory::Watch> watches = network_.watches();
+        const std::vector<PrefetchingWatch> watches = network_.watches();
         return setAll(watches, readMemory(watches));
     }
     takeChanges(*run_);
@@ -236,7 +236,7 @@ PersistentValues ConditionChecker::Impl::getPersistentValues() const
         network_.forEachKey(put);
         return values;
     }
-    const std::vector<KRMemory::Watch> watches = network_.watches();
+    const std::vector<PrefetchingWatch> watches = network_.watches();
     const std::vector<KRMemory::Snapshot> snapshots = readMemory(watches);
     for (std::size_t i = 0; i < watches.size(); ++i)
         put(watches[i].key, snapshots[i]);
@@ -281,17 +281,17 @@ KRMemory& ConditionChecker::Impl::memory() const
 
 /// What the keys hold now; nothing of an unconnected checker's.
 std::vector<KRMemory::Snapshot> ConditionChecker::Impl::readMemory(
-    const std::vector<KRMemory::Watch>& watches) const
+    const std::vector<PrefetchingWatch>& watches) const
 {
     if (!broker_)
         return std::vector<KRMemory::Snapshot>(watches.size());
     const auto feed = std::make_shared<MemoryFeed>([] {});
-    std::vector<KRMemory::Snapshot> snapshots = memory().watch(feed, watches);
+    std::vector<KRMemory::Snapshot> snapshots = PrefetchingWatch::watch(memory(), feed, watches);
     memory().unwatchAll(feed);
     return snapshots;
 }
 
-void ConditionChecker::Impl::setAll(const std::vector<KRMemory::Watch>& watches,
+void ConditionChecker::Impl::setAll(const std::vector<PrefetchingWatch>& watches,
                                     const std::vector<KRMemory::Snapshot>& snapshots)
 {
     for (std::size_t i = 0; i < watches.size(); ++i)

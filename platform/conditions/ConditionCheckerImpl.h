@@ -18,6 +18,7 @@
 #include "platform/conditions/ValueSnapshots.h"
 #include "platform/kr/KRMemory.h"
 #include "platform/kr/MemoryFeed.h"
+#include "platform/kr/PrefetchingWatch.h"
 #include "platform/vo/Executor.h"
 #include "platform/vo/Mutex.h"
 
@@ -133,11 +134,11 @@ private:
     std::shared_ptr<Run> endRun() VO_REQUIRES(mutex_);
     std::shared_ptr<Run> endRunOfOneMoment() VO_REQUIRES(mutex_);
     void catchUp() VO_REQUIRES(mutex_);
-    std::vector<KRMemory::Snapshot> readMemory(const std::vector<KRMemory::Watch>& watches) const
+    std::vector<KRMemory::Snapshot> readMemory(const std::vector<PrefetchingWatch>& watches) const
         VO_REQUIRES(mutex_);
     const std::vector<unsigned>& follow(KeyTag tag, const KRValue& value, vo::TimePoint time)
         VO_REQUIRES(mutex_);
-    void setAll(const std::vector<KRMemory::Watch>& watches,
+    void setAll(const std::vector<PrefetchingWatch>& watches,
                 const std::vector<KRMemory::Snapshot>& snapshots) VO_REQUIRES(mutex_);
 
     void takeChanges(Run& run) VO_REQUIRES(mutex_);

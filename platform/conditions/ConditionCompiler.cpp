@@ -98,7 +98,7 @@ KeySlot& ConditionCompiler::readKey(const std::string& key, Watches& added)
     if (KeySlot* const known = network_.findKey(key))
         return *known;
     KeySlot& slot = network_.addKey(key);
-    added.push_back({key, slot.tag, &slot});
+    added.push_back({{key, slot.tag}, &slot});
     return slot;
 }
 
@@ -120,7 +120,7 @@ void ConditionCompiler::releaseRoot(Root& root, Watches& removed)
         KeySlot& slot = network_.slotOf(tag);
         if (--slot.readers > 0)
             continue;
-        removed.push_back({*slot.key, tag});
+        removed.push_back({{*slot.key, tag}, nullptr});
         network_.removeKey(slot);
     }
     texts_.erase(root);

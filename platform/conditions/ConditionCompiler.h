@@ -17,8 +17,8 @@
 #include "platform/conditions/KeySlot.h"
 #include "platform/conditions/NetworkNode.h"
 #include "platform/conditions/SmallList.h"
-#include "platform/kr/KRMemory.h"
 #include "platform/kr/KRValue.h"
+#include "platform/kr/PrefetchingWatch.h"
 #include "platform/vo/TextIndex.h"
 
 namespace KR {
@@ -43,15 +43,15 @@ public:
     /// Adds a condition under a new id, greater than those before. Returns the keys that no
     /// condition has read so far; their values are unknown until they are set. Throws
     /// ConditionSyntaxError, and adds nothing, for a text that does not parse.
-    std::vector<KRMemory::Watch> add(unsigned id, const std::string& text);
+    std::vector<PrefetchingWatch> add(unsigned id, const std::string& text);
     /// Removes a condition that was added. Returns the keys that nobody reads any more.
-    std::vector<KRMemory::Watch> remove(unsigned id);
+    std::vector<PrefetchingWatch> remove(unsigned id);
 
     /// The edge whose truth is that of a condition that was added.
     Edge rootOf(unsigned id) const { return (*roots_.find(id))->edge; }
 
 private:
-    using Watches = std::vector<KRMemory::Watch>;
+    using Watches = std::vector<PrefetchingWatch>;
     using Fanins = std::vector<Edge>;
 
     /// The conditions of one text.

@@ -26,12 +26,12 @@ ConditionNetwork::ConditionNetwork()
     definitions_.emplace_back();
 }
 
-std::vector<KRMemory::Watch> ConditionNetwork::watches() const
+std::vector<PrefetchingWatch> ConditionNetwork::watches() const
 {
-    std::vector<KRMemory::Watch> watches;
+    std::vector<PrefetchingWatch> watches;
     watches.reserve(slots_.size());
     slots_.forEach([&](KeyTag tag, const KeySlot& slot) {
-        watches.push_back({*slot.key, tag, &slot});
+        watches.push_back({{*slot.key, tag}, &slot});
     });
     return watches;
 }

@@ -13,6 +13,7 @@
 #include "platform/conditions/NodeDefinition.h"
 #include "platform/kr/KRMemory.h"
 #include "platform/kr/KRValue.h"
+#include "platform/kr/PrefetchingWatch.h"
 #include "platform/vo/Cache.h"
 #include "platform/vo/Clock.h"
 #include "platform/vo/TextIndex.h"
@@ -60,7 +61,7 @@ public:
     }
 
     /// Every key that a condition reads.
-    std::vector<KRMemory::Watch> watches() const;
+    std::vector<PrefetchingWatch> watches() const;
     /// Calls `f(key, snapshot)` for each of them, with the value and time that were set last.
     template <class F>
     void forEachKey(F f) const

@@ -5,6 +5,7 @@
 
 #include "platform/kr/KRError.h"
 #include "platform/kr/KRMemoryImpl.h"
+#include "platform/kr/PrefetchingWatch.h"
 #include "platform/vo/Cache.h"
 
 namespace KR {
@@ -26,6 +27,16 @@ void eraseWatchers(MemorySlot& slot, Predicate predicate)
 void dropExpiredWatchers(MemorySlot& slot)
 {
     eraseWatchers(slot, [](const MemorySlot::Watcher& w) { return w.feed.expired(); });
+}
+
+const void* expectedOf(const KRMemory::Watch& /*watch*/)
+{
+    return nullptr;
+}
+
+const void* expectedOf(const PrefetchingWatch& watch)
+{
+    return watch.expected;
 }
 
 }  // namespace
@@ -152,7 +163,7 @@ void KRMemory::Impl::write(const std::string& key, const KRValue& value, MemoryW
 {
     MemorySlot& slot = slots.at(key);
     for (const MemorySlot::Watcher& watcher : slot.watchers)
-        vo::prefetch(watcher.expected, kExpected);
+        vo::prefetch(watcher.expected, PrefetchingWatch::kBytes);
     const vo::TimePoint time = clock->now();
     slots.write(slot, value, time, lifeTime());
     bool expired = false;
@@ -183,26 +194,40 @@ KRValue KRMemory::getEventHistory(const std::string& key) const
     return history;
 }
 
-std::vector<KRMemory::Snapshot> KRMemory::watch(const std::shared_ptr<MemoryFeed>& feed,
-                                                const std::vector<Watch>& keys)
+template <class W>
+std::vector<KRMemory::Snapshot> KRMemory::Impl::watch(const std::shared_ptr<MemoryFeed>& feed,
+                                                      const std::vector<W>& keys)
 {
     for (const Watch& watch : keys)
         checkKey("watch", watch.key);
     std::vector<Snapshot> snapshots;
     snapshots.reserve(keys.size());
-    const vo::Lock lock(impl_->mutex);
-    for (const Watch& watch : keys) {
-        MemorySlot& slot = impl_->slots.at(watch.key);
+    const vo::Lock lock(mutex);
+    for (const W& watch : keys) {
+        MemorySlot& slot = slots.at(watch.key);
         dropExpiredWatchers(slot);
         const bool known = std::any_of(slot.watchers.begin(), slot.watchers.end(),
                                        [&](const MemorySlot::Watcher& w) {
                                            return w.tag == watch.tag && isSame(w.feed, feed);
                                        });
         if (!known)
-            slot.watchers.push_back({feed, watch.tag, watch.expected});
+            slot.watchers.push_back({feed, watch.tag, expectedOf(watch)});
         snapshots.push_back(slot.snapshot());
     }
     return snapshots;
+}
+
+std::vector<KRMemory::Snapshot> KRMemory::watch(const std::shared_ptr<MemoryFeed>& feed,
+                                                const std::vector<Watch>& keys)
+{
+    return impl_->watch(feed, keys);
+}
+
+std::vector<KRMemory::Snapshot> PrefetchingWatch::watch(KRMemory& memory,
+                                                        const std::shared_ptr<MemoryFeed>& feed,
+                                                        const std::vector<PrefetchingWatch>& keys)
+{
+    return memory.impl_->watch(feed, keys);
 }
 
 bool KRMemory::take(MemoryFeed& feed, std::vector<MemoryChange>& changes)

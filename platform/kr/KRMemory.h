@@ -78,11 +78,7 @@ public:
     struct Watch {
         std::string key;
         std::uint32_t tag;
-        /// What the watcher will look at first when the key has changed: kExpected bytes that are
-        /// fetched into the cache meanwhile, and never read by memory. They may be gone.
-        const void* expected = nullptr;
     };
-    static constexpr std::size_t kExpected = 128;
 
     /// From now on delivers the changes of these keys to `feed`, and returns what they hold now,
     /// in the order asked. Both happen at one moment: no change is missed or seen twice. A feed
@@ -118,6 +114,7 @@ public:
 
 private:
     friend class KRModule;
+    friend struct PrefetchingWatch;
     class Impl;
 
     /// Ends every micro-event subscription of a module that is closed, and waits for the delivery

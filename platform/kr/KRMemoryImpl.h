@@ -30,6 +30,10 @@ public:
 
     void write(const std::string& key, const KRValue& value, MemoryWriter writer,
                Recipients& recipients) VO_REQUIRES(mutex);
+    /// See KRMemory::watch and PrefetchingWatch.
+    template <class W>
+    std::vector<Snapshot> watch(const std::shared_ptr<MemoryFeed>& feed, const std::vector<W>& keys)
+        VO_EXCLUDES(mutex);
     std::int64_t lifeTime() const;
     /// The subscriber of a module that is registered under its name now.
     ModuleSubscriber& subscriberOf(const std::shared_ptr<vo::ServiceObject>& module,

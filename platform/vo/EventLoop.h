@@ -25,9 +25,6 @@ public:
     auto async(F&& function, std::uint64_t delayInMicroseconds = 0)
         -> Future<std::invoke_result_t<std::decay_t<F>>>;
 
-    /// Says that a function is about to be posted; see Executor::announce.
-    void announce() { executor_->announce(); }
-
     /// True when called from a function that the loop runs.
     bool isInEventLoopThread() const { return executor_->isCurrent(); }
 

@@ -25,10 +25,6 @@ public:
     /// counts as zero. Returns 0, and drops the task, when the executor is closed.
     virtual TaskId post(Task task, Duration delay = Duration::zero()) = 0;
 
-    /// Says that a task is about to be posted, so that a thread which sleeps wakes up while the
-    /// task is being made. Nothing happens when none comes.
-    virtual void announce() {}
-
     /// Removes a task that has not begun. True if it was removed and so will never run; false if
     /// it has begun, has run, or is unknown.
     virtual bool cancel(TaskId id) = 0;

@@ -34,39 +34,10 @@
 
 namespace vo {
 
-namespace detail {
-
-/// Tells the processor that a thread spins.
-inline void pauseSpin()
-{
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#elif defined(__aarch64__)
-    asm volatile("yield");
-#endif
-}
-
-/// Locks a mutex that is held for well under a microsecond, while putting a thread to sleep and
-/// waking it again takes twenty or more: a thread that finds it taken tries for a while before it
-/// sleeps.
-template <class M>
-void lockSoon(M& mutex)
-{
-    constexpr int kTries = 20;
-    for (int i = 0; i < kTries; ++i) {
-        if (mutex.try_lock())
-            return;
-        pauseSpin();
-    }
-    mutex.lock();
-}
-
-}  // namespace detail
-
 /// A non-recursive mutex. Meets the standard's Lockable requirements.
 class VO_CAPABILITY("mutex") Mutex {
 public:
-    void lock() VO_ACQUIRE() { detail::lockSoon(mutex_); }
+    void lock() VO_ACQUIRE() { mutex_.lock(); }
     void unlock() VO_RELEASE() { mutex_.unlock(); }
     bool try_lock() VO_TRY_ACQUIRE(true) { return mutex_.try_lock(); }
 
@@ -102,7 +73,7 @@ private:
 /// A reader/writer mutex.
 class VO_CAPABILITY("shared mutex") SharedMutex {
 public:
-    void lock() VO_ACQUIRE() { detail::lockSoon(mutex_); }
+    void lock() VO_ACQUIRE() { mutex_.lock(); }
     void unlock() VO_RELEASE() { mutex_.unlock(); }
     void lock_shared() VO_ACQUIRE_SHARED() { mutex_.lock_shared(); }
     void unlock_shared() VO_RELEASE() { mutex_.unlock_shared(); }

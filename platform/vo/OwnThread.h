@@ -2,15 +2,15 @@
 
 #include <optional>
 
-#include "platform/vo/TaskLine.h"
+#include "platform/vo/TaskQueue.h"
 
 namespace vo {
 
 /// Tasks with a thread of their own, which sleeps on a condition variable until the first is due:
 /// of all ways to wake a thread that is the quickest.
-class OwnThread final : public TaskLine {
+class OwnThread final : public TaskQueue {
 public:
-    using TaskLine::TaskLine;
+    using TaskQueue::TaskQueue;
 
     /// The thread's work: ends when it is closed.
     void work();

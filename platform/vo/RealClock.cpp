@@ -15,7 +15,7 @@
 #include "platform/vo/Executor.h"
 #include "platform/vo/Mutex.h"
 #include "platform/vo/OwnThread.h"
-#include "platform/vo/TaskLine.h"
+#include "platform/vo/TaskQueue.h"
 
 namespace vo {
 
@@ -43,11 +43,11 @@ constexpr int kTasksPerTurn = 32;
 // kernel's poll, and is much slower to wake from there than from a condition variable.
 //
 // Held by its executor, by a drain and by an armed timer.
-class PooledLine final : public TaskLine {
+class PooledQueue final : public TaskQueue {
 public:
-    PooledLine(asio::thread_pool& threads, asio::thread_pool& timers, std::string name,
-               Steady::time_point start)
-        : TaskLine(std::move(name), start), threads_(threads), timer_(timers)
+    PooledQueue(asio::thread_pool& threads, asio::thread_pool& timers, std::string name,
+                Steady::time_point start)
+        : TaskQueue(std::move(name), start), threads_(threads), timer_(timers)
     {
     }
 
@@ -56,9 +56,9 @@ private:
     void wake() override;
     void onClose() override VO_REQUIRES(mutex_) { timer_.cancel(); }
 
-    std::shared_ptr<PooledLine> self()
+    std::shared_ptr<PooledQueue> self()
     {
-        return std::static_pointer_cast<PooledLine>(shared_from_this());
+        return std::static_pointer_cast<PooledQueue>(shared_from_this());
     }
     void drain();
     void onTimer();
@@ -73,7 +73,7 @@ private:
     bool draining_ VO_GUARDED_BY(mutex_) = false;
 };
 
-bool PooledLine::needsWake(Duration due)
+bool PooledQueue::needsWake(Duration due)
 {
     if (draining_)
         return false;
@@ -85,12 +85,12 @@ bool PooledLine::needsWake(Duration due)
     return true;
 }
 
-void PooledLine::wake()
+void PooledQueue::wake()
 {
-    asio::post(threads_, [line = self()] { line->drain(); });
+    asio::post(threads_, [queue = self()] { queue->drain(); });
 }
 
-void PooledLine::drain()
+void PooledQueue::drain()
 {
     for (int i = 0; i < kTasksPerTurn; ++i) {
         auto task = nextTask();
@@ -103,10 +103,10 @@ void PooledLine::drain()
         endTask();
     }
     // To the back of the pool's queue, without waking another thread for it.
-    asio::defer(threads_, [line = self()] { line->drain(); });
+    asio::defer(threads_, [queue = self()] { queue->drain(); });
 }
 
-std::optional<Executor::Task> PooledLine::nextTask()
+std::optional<Executor::Task> PooledQueue::nextTask()
 {
     const Lock<Mutex> lock(mutex_);
     endTask();
@@ -120,20 +120,20 @@ std::optional<Executor::Task> PooledLine::nextTask()
 
 // A timer that is armed for an earlier time is left alone, also when that time's task has been
 // cancelled: it finds nothing due and arms itself anew, which costs less than moving it.
-void PooledLine::armTimer()
+void PooledQueue::armTimer()
 {
     const Duration wake = nextWake();
     if (armedFor_ && *armedFor_ <= wake)
         return;
     armedFor_ = wake;
     timer_.expires_at(start_ + wake);
-    timer_.async_wait([line = self()](const boost::system::error_code& error) {
+    timer_.async_wait([queue = self()](const boost::system::error_code& error) {
         if (!error)
-            line->onTimer();
+            queue->onTimer();
     });
 }
 
-void PooledLine::onTimer()
+void PooledQueue::onTimer()
 {
     {
         const Lock<Mutex> lock(mutex_);
@@ -147,17 +147,16 @@ void PooledLine::onTimer()
 
 class RealExecutor : public Executor {
 public:
-    explicit RealExecutor(std::shared_ptr<TaskLine> line) : line_(std::move(line)) {}
-    ~RealExecutor() override { line_->close(); }
+    explicit RealExecutor(std::shared_ptr<TaskQueue> queue) : queue_(std::move(queue)) {}
+    ~RealExecutor() override { queue_->close(); }
 
-    TaskId post(Task task, Duration delay) override { return line_->post(std::move(task), delay); }
-    void announce() override { line_->announce(); }
-    bool cancel(TaskId id) override { return line_->cancel(id); }
-    bool isCurrent() const override { return line_->isCurrent(); }
-    void close() override { line_->close(); }
+    TaskId post(Task task, Duration delay) override { return queue_->post(std::move(task), delay); }
+    bool cancel(TaskId id) override { return queue_->cancel(id); }
+    bool isCurrent() const override { return queue_->isCurrent(); }
+    void close() override { queue_->close(); }
 
 private:
-    const std::shared_ptr<TaskLine> line_;
+    const std::shared_ptr<TaskQueue> queue_;
 };
 
 // Threads of executors that were destroyed by one of their own tasks, and so could not join them.
@@ -181,8 +180,8 @@ private:
 
 class OwnThreadExecutor final : public RealExecutor {
 public:
-    OwnThreadExecutor(const std::shared_ptr<OwnThread>& line, RetiredThreads& retired)
-        : RealExecutor(line), retired_(retired), thread_([line] { line->work(); })
+    OwnThreadExecutor(const std::shared_ptr<OwnThread>& queue, RetiredThreads& retired)
+        : RealExecutor(queue), retired_(retired), thread_([queue] { queue->work(); })
     {
     }
     ~OwnThreadExecutor() override
@@ -232,7 +231,7 @@ public:
             return std::make_shared<OwnThreadExecutor>(std::make_shared<OwnThread>(name, start_),
                                                        retired_);
         return std::make_shared<RealExecutor>(
-            std::make_shared<PooledLine>(pool_, timers_, name, start_));
+            std::make_shared<PooledQueue>(pool_, timers_, name, start_));
     }
 
     bool runWithin(Duration limit, std::function<void()> work) override

@@ -16,7 +16,9 @@ namespace vo {
 ///
 /// The hashes stand beside the pointers, so a search touches the item that it finds and no other;
 /// with many items each of them has been long out of every cache. All of an item that is likely to
-/// be found is fetched while its text is compared.
+/// be found is fetched while its text is compared. With std::unordered_map or boost::unordered_map
+/// in its place one change with 100,000 rules takes 1.45 times as long, and loading a condition 1.2
+/// to 1.5 times; with tsl::robin_map a change takes 1.35 times as long.
 ///
 /// Not thread-safe.
 template <class T, class KeyOf>

@@ -16,25 +16,23 @@ namespace vo {
 /// thread comes to run them is the derived class's. A part of RealClock.
 ///
 /// Lives until its executor and the threads that work for it have let go of it.
-class TaskLine : public std::enable_shared_from_this<TaskLine> {
+class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
 public:
     using Steady = std::chrono::steady_clock;
 
     /// `start` is when the clock's uptime was zero.
-    TaskLine(std::string name, Steady::time_point start);
-    virtual ~TaskLine() = default;
-    TaskLine(const TaskLine&) = delete;
-    TaskLine& operator=(const TaskLine&) = delete;
+    TaskQueue(std::string name, Steady::time_point start);
+    virtual ~TaskQueue() = default;
+    TaskQueue(const TaskQueue&) = delete;
+    TaskQueue& operator=(const TaskQueue&) = delete;
 
     Executor::TaskId post(Executor::Task task, Duration delay);
-    void announce();
     bool cancel(Executor::TaskId id);
     bool isCurrent() const;
     void close();
 
 protected:
-    /// A task that is due then was put into the queue, or will be in a moment. True when a thread
-    /// is to be woken for it.
+    /// A task that is due then was put into the queue. True when a thread is to be woken for it.
     virtual bool needsWake(Duration due) VO_REQUIRES(mutex_) = 0;
     /// Called without the lock: what wakes at once is not to find it taken.
     virtual void wake() = 0;

@@ -1,4 +1,4 @@
-#include "platform/vo/TaskLine.h"
+#include "platform/vo/TaskQueue.h"
 
 #include <algorithm>
 #include <optional>
@@ -17,17 +17,17 @@ constexpr Duration kLongestWait = std::chrono::hours(24);
 
 }  // namespace
 
-TaskLine::TaskLine(std::string name, Steady::time_point start)
+TaskQueue::TaskQueue(std::string name, Steady::time_point start)
     : name_(std::move(name)), start_(start)
 {
 }
 
-Executor::TaskId TaskLine::post(Executor::Task task, Duration delay)
+Executor::TaskId TaskQueue::post(Executor::Task task, Duration delay)
 {
     const bool isDueNow = delay <= Duration::zero();
     const Duration due = dueAt(uptime(), delay);
     Executor::TaskId id = 0;
-    std::shared_ptr<TaskLine> woken;  // held, because the task may destroy its executor
+    std::shared_ptr<TaskQueue> woken;  // held, because the task may destroy its executor
     {
         const Lock<Mutex> lock(mutex_);
         if (closed_)
@@ -42,20 +42,7 @@ Executor::TaskId TaskLine::post(Executor::Task task, Duration delay)
     return id;
 }
 
-// One that finds nothing, because it was quicker than the task, sleeps again and is woken as ever.
-void TaskLine::announce()
-{
-    std::shared_ptr<TaskLine> woken;
-    {
-        const Lock<Mutex> lock(mutex_);
-        if (!closed_ && needsWake(Duration::zero()))
-            woken = shared_from_this();
-    }
-    if (woken)
-        woken->wake();
-}
-
-bool TaskLine::cancel(Executor::TaskId id)
+bool TaskQueue::cancel(Executor::TaskId id)
 {
     std::optional<Executor::Task> removed;
     const Lock<Mutex> lock(mutex_);
@@ -63,13 +50,13 @@ bool TaskLine::cancel(Executor::TaskId id)
     return removed.has_value();
 }
 
-bool TaskLine::isCurrent() const
+bool TaskQueue::isCurrent() const
 {
     const Lock<Mutex> lock(mutex_);
     return running_ == std::this_thread::get_id();
 }
 
-void TaskLine::close()
+void TaskQueue::close()
 {
     {
         std::vector<Executor::Task> dropped;
@@ -83,7 +70,7 @@ void TaskLine::close()
         taskEnded_.wait(mutex_);
 }
 
-Executor::Task TaskLine::beginTask()
+Executor::Task TaskQueue::beginTask()
 {
     running_ = std::this_thread::get_id();
     return queue_.pop();
@@ -91,7 +78,7 @@ Executor::Task TaskLine::beginTask()
 
 // When it returns, what the task holds is gone: those who wait for its end rely on that.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
-void TaskLine::run(Executor::Task task) const
+void TaskQueue::run(Executor::Task task) const
 {
     try {
         task();
@@ -100,14 +87,14 @@ void TaskLine::run(Executor::Task task) const
     }
 }
 
-void TaskLine::endTask()
+void TaskQueue::endTask()
 {
     running_ = std::thread::id();
     if (closed_)
         taskEnded_.notifyAll();
 }
 
-Duration TaskLine::nextWake() const
+Duration TaskQueue::nextWake() const
 {
     return std::min(queue_.nextDue(), dueAt(uptime(), kLongestWait));
 }
