@@ -1,4 +1,5 @@
 #include <csignal>
+#include <ctime>
 
 #include "host/CommandLine.h"
 #include "host/ConfigurationCheck.h"
@@ -12,6 +13,8 @@ int main(int argc, char** argv)
 {
     // A reader that goes away is noticed by the write that fails.
     std::signal(SIGPIPE, SIG_IGN);
+    // The time zone is read while there is one thread only.
+    ::tzset();
     KR::CommandLine line(
         "nimbra", NIMBRA_VERSION, "Decides what a social robot does on its own initiative.",
         "Exit codes: 0 all went well; 1 problems were found, or the run failed; 2 wrong usage, or "

@@ -20,8 +20,8 @@ protected:
         folder.write("packages/p/package.yaml", R"({ConfigurationVersion: 1, Uuid: p, Version: 1,
             Behaviors: [{Path: go, UserRequestable: true}, {Path: ends}, {Path: none}, {Path: plain},
                         {Path: alone, Nature: solitary}]})");
-        for (const std::string behavior : {"go", "alone"})
-            writeProgram("packages/p/" + behavior, "exec tail -f /dev/null");
+        writeProgram("packages/p/go", "exec tail -f /dev/null");
+        writeProgram("packages/p/alone", "echo > up; exec tail -f /dev/null");
         writeProgram("packages/p/ends", "eval \"$(cat pipe)\"");
         folder.write("packages/p/plain/run", "no program");
         folder.write("new/package.yaml", R"({ConfigurationVersion: 1, Uuid: new, Version: 1,
@@ -179,7 +179,10 @@ TEST_F(ActivitiesTest, PackagesTakeEffectAtTheVirtualInstantAndEndWhatRunsWhenTh
                  std::runtime_error);
 
     install();
+    const std::string up = packages + "/p/up";
+    ASSERT_EQ(::mkfifo(up.c_str(), 0600), 0);
     call("KRNimbra", "switchFocus", "p/alone");  // the last behaviour of its package
+    std::ifstream(up).get();                     // its program needs its file no more
     call("PackageManager", "removePkg", "new");
     EXPECT_EQ(host->life().focusedActivity(), "p/alone") << "another's package";
     call("PackageManager", "removePkg", "p");

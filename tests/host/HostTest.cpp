@@ -60,6 +60,7 @@ TEST_F(HostTest, PluginsFollowTheLifeStateButThoseThatGoByTheirConditionsAlone)
     EXPECT_THAT(told(), Contains("hit works")) << "one that cannot start leaves the others alive";
     host->life().setState("safeguard");
     host->launchpad().setPluginEnabled("p/c", true);
+    clock->runPending();
     EXPECT_EQ(events.back()["plugin"], "p/c");
     EXPECT_EQ(events.back()["running"], true);
     const std::pair<const char*, const char*> states[] = {
