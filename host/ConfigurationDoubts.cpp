@@ -74,6 +74,7 @@ private:
     {
         inspectKeys(rule, ruleKeys(), "a rule");
         inspectParameters(rule);
+        inspectDeadline(rule["Deadline"]);
         for (const std::string& key : ruleListKeys())
             inspectList(rule[key]);
         const YAML::Node steps = rule["Actions"];
@@ -84,6 +85,7 @@ private:
                 continue;
             inspectKeys(step, stepKeys(), "a step");
             inspectParameters(step);
+            inspectDeadline(step["Deadline"]);
         }
     }
 
@@ -96,6 +98,13 @@ private:
         const ActionItemType type = actionItemTypeFromName(name.Scalar());
         if (type != ActionItemNone)
             inspectKeys(parameters, parameterKeys(type), name.Scalar());
+    }
+
+    void inspectDeadline(const YAML::Node& deadline)
+    {
+        int seconds = 0;
+        if (deadline && YAML::convert<int>::decode(deadline, seconds) && seconds < 1)
+            doubt(deadline, "the step fails: its deadline must be 1 second or more");
     }
 
     void inspectList(const YAML::Node& list)

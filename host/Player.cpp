@@ -51,8 +51,8 @@ bool Player::play(const Scenario& scenario, vo::TimePoint end)
             break;
         if (!advanceTo(entry.time))
             return false;
-        for (const ScenarioDeed& deed : entry.deeds)
-            perform(deed);
+        for (const ScenarioStep& step : entry.steps)
+            perform(step);
         clock_.runPending();
     }
     return advanceTo(end);
@@ -82,23 +82,23 @@ bool Player::keepPace(vo::TimePoint time)
     return rest <= vo::Duration::zero() || stop_.waitFor(*timer_, rest);
 }
 
-void Player::perform(const ScenarioDeed& deed)
+void Player::perform(const ScenarioStep& step)
 {
-    switch (deed.kind) {
-        case ScenarioDeed::Kind::raise:
-            host_.memory().raiseEvent(deed.text, deed.value, host_.memory().writer("scenario"));
+    switch (step.kind) {
+        case ScenarioStep::Kind::raise:
+            host_.memory().raiseEvent(step.text, step.value, host_.memory().writer("scenario"));
             break;
-        case ScenarioDeed::Kind::call: {
-            makeCall(*deed.call)
+        case ScenarioStep::Kind::call: {
+            makeCall(*step.call)
                 .then([&events = events_,
-                       text = describeCall(*deed.call)](const vo::Future<StepResult>& ended) {
+                       text = describeCall(*step.call)](const vo::Future<StepResult>& ended) {
                     const StepResult result = ended.value();
                     events.publish(CallMade{text, result.outcome, result.reason});
                 });
             break;
         }
-        case ScenarioDeed::Kind::say:
-            events_.publish(RemarkMade{deed.text});
+        case ScenarioStep::Kind::say:
+            events_.publish(RemarkMade{step.text});
             break;
     }
 }

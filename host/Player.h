@@ -33,7 +33,7 @@ public:
 private:
     bool advanceTo(vo::TimePoint time);
     bool keepPace(vo::TimePoint time);
-    void perform(const ScenarioDeed& deed);
+    void perform(const ScenarioStep& step);
 
     Host& host_;
     vo::VirtualClock& clock_;

@@ -15,7 +15,7 @@ LaunchpadNews::Round::~Round()
 {
     pass_.reset();
     if (!news_->rounds_.isInside())
-        news_->tell();
+        news_->deliver();
 }
 
 void LaunchpadNews::error(const std::string& label, const std::string& text)
@@ -23,28 +23,28 @@ void LaunchpadNews::error(const std::string& label, const std::string& text)
     kLog.error(label, text);
     if (const vo::CallbackGate::Pass pass(observing_); pass && observer_.error)
         observer_.error(label, text);
-    untold_.add([this, label, text] { errorReported(label, text); });
+    notifications_.add([this, label, text] { errorReported(label, text); });
     if (rounds_.isInside())
         return;
     if (vo::Application* const application = vo::Application::currentOrNull())
-        application->eventLoop().async([self = shared_from_this()] { self->tell(); });
+        application->eventLoop().async([self = shared_from_this()] { self->deliver(); });
 }
 
 void LaunchpadNews::switched(const std::string& name, bool running)
 {
     if (const vo::CallbackGate::Pass pass(observing_); pass && observer_.switched)
         observer_.switched(name, running);
-    untold_.add([this, name, running] { pluginSwitched(name, running); });
+    notifications_.add([this, name, running] { pluginSwitched(name, running); });
     if (!rounds_.isInside())
-        tell();
+        deliver();
 }
 
-void LaunchpadNews::tell()
+void LaunchpadNews::deliver()
 {
     const vo::CallbackGate::Pass pass(gate_);
     if (!pass)
         return;
-    untold_.tell([this](const std::function<void()>& news) {
+    notifications_.deliver([this](const std::function<void()>& news) {
         if (!gate_.isClosed())
             news();
     });

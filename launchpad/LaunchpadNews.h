@@ -8,8 +8,8 @@
 
 #include "launchpad/LaunchpadObserver.h"
 #include "platform/vo/CallbackGate.h"
+#include "platform/vo/NotificationQueue.h"
 #include "platform/vo/Signal.h"
-#include "platform/vo/TellQueue.h"
 
 namespace KR {
 
@@ -57,13 +57,13 @@ public:
     vo::Signal<std::string, std::string> errorReported;
 
 private:
-    void tell();
+    void deliver();
 
     // Constant after construction.
     const LaunchpadObserver observer_;
     // Synchronised by themselves.
     vo::CallbackGate observing_;  ///< passed by calls of the observer; closed at the end
-    vo::TellQueue<std::function<void()>> untold_;
+    vo::NotificationQueue<std::function<void()>> notifications_;
     vo::CallbackGate gate_;    ///< passed by who tells; closed at the end
     vo::CallbackGate rounds_;  ///< passed by rounds; never closed, it knows their threads
 };

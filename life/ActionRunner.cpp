@@ -99,10 +99,10 @@ const char* stepOutcomeName(StepOutcome outcome)
     return "";
 }
 
-StepResult attempt(const std::function<StepResult()>& deed)
+StepResult attempt(const std::function<StepResult()>& step)
 {
     try {
-        return deed();
+        return step();
     } catch (const LifeRefusal& e) {
         return {StepOutcome::refused, e.getDescription(), {}};
     } catch (const KRError& e) {

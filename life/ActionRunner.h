@@ -15,7 +15,7 @@
 namespace KR {
 
 /// Does something, and turns what it throws into the result.
-StepResult attempt(const std::function<StepResult()>& deed);
+StepResult attempt(const std::function<StepResult()>& step);
 
 /// What becomes of something that ends later: `toResult` is given the future when it has ended, and
 /// may throw. The result itself never fails.

@@ -25,7 +25,7 @@ void EventStream::note(Happening what)
         takeMemory();
         append(clock_->now(), std::move(what));
     }
-    executor_->post([this] { tell(); });
+    executor_->post([this] { deliver(); });
 }
 
 void EventStream::publish(Happening what)
@@ -35,17 +35,17 @@ void EventStream::publish(Happening what)
         takeMemory();
         append(clock_->now(), std::move(what));
     }
-    tell();
+    deliver();
 }
 
 void EventStream::append(vo::TimePoint time, Happening what)
 {
-    untold_.add({++last_, time, std::move(what)});
+    notifications_.add({++last_, time, std::move(what)});
 }
 
-void EventStream::tell()
+void EventStream::deliver()
 {
-    untold_.tell([this](const Event& event) { happened(event); });
+    notifications_.deliver([this](const Event& event) { happened(event); });
 }
 
 void EventStream::flush()
@@ -54,8 +54,8 @@ void EventStream::flush()
         const vo::Lock lock(mutex_);
         takeMemory();
     }
-    tell();
-    untold_.waitForTeller();
+    deliver();
+    notifications_.waitUntilDelivered();
 }
 
 void EventStream::follow(const boost::shared_ptr<KRBroker>& broker,

@@ -10,8 +10,8 @@
 #include "platform/kr/MemoryFeed.h"
 #include "platform/vo/Clock.h"
 #include "platform/vo/Mutex.h"
+#include "platform/vo/NotificationQueue.h"
 #include "platform/vo/Signal.h"
-#include "platform/vo/TellQueue.h"
 
 namespace KR {
 
@@ -48,7 +48,7 @@ public:
 private:
     void takeMemory() VO_REQUIRES(mutex_);
     void append(vo::TimePoint time, Happening what) VO_REQUIRES(mutex_);
-    void tell();
+    void deliver();
 
     // Constant after construction.
     const std::shared_ptr<vo::Clock> clock_;
@@ -56,7 +56,7 @@ private:
     // Set by follow() and unfollow().
     boost::shared_ptr<KRBroker> broker_;
     // Synchronised by itself.
-    vo::TellQueue<Event> untold_;
+    vo::NotificationQueue<Event> notifications_;
 
     vo::Mutex mutex_;
     std::uint64_t last_ VO_GUARDED_BY(mutex_) = 0;

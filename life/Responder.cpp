@@ -179,14 +179,14 @@ void Responder::goOn(const RunPtr& run)
         const vo::Future<StepResult> step = carryOut(run);
         if (step.isRunning()) {
             step.then([this, run](const vo::Future<StepResult>& ended) {
-                if (tell(*run, ended.value()))
+                if (report(*run, ended.value()))
                     goOn(run);
                 else
                     end(run);
             });
             return;
         }
-        if (!tell(*run, step.value()))
+        if (!report(*run, step.value()))
             break;
     }
     end(run);
@@ -221,7 +221,7 @@ vo::Future<StepResult> Responder::carryOut(const RunPtr& run)
 }
 
 /// Publishes what became of a step. Whether the next one may come.
-bool Responder::tell(Run& run, const StepResult& result)
+bool Responder::report(Run& run, const StepResult& result)
 {
     const AutonomousAction& action = run.action();
     const AutonomousActionItem& item = action.items[run.next++];

@@ -91,7 +91,7 @@ private:
     void begin(const PendingAction& pending, const Before& before);
     void goOn(const RunPtr& run);
     vo::Future<StepResult> carryOut(const RunPtr& run);
-    bool tell(Run& run, const StepResult& result);
+    bool report(Run& run, const StepResult& result);
     void end(const RunPtr& run);
     vo::Future<std::optional<FocusId>> prepareAndSwitch(const FocusRequest& request,
                                                         const RunPtr& by);

@@ -147,7 +147,7 @@ void NimbraLaunchpadPlugin::start()
     logger.info("startPlugin", "Starting: " + name_);
     _startPlugin();
     logger.info("startPlugin", "Started: " + name_);
-    untold_.add(true);
+    notifications_.add(true);
     running_ = true;
 }
 
@@ -158,7 +158,7 @@ void NimbraLaunchpadPlugin::stop()
     logger.info("stopPlugin", "Stopping: " + name_);
     _stopPlugin();
     logger.info("stopPlugin", "Stopped: " + name_);
-    untold_.add(false);
+    notifications_.add(false);
     running_ = false;
 }
 
@@ -169,7 +169,7 @@ void NimbraLaunchpadPlugin::tellSwitches()
         vo::Lock lock(mutex_);
         receiver = switched_;
     }
-    untold_.tell([&receiver](bool running) {
+    notifications_.deliver([&receiver](bool running) {
         if (receiver)
             receiver(running);
     });

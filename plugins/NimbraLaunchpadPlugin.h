@@ -9,7 +9,7 @@
 
 #include "platform/kr/KRValue.h"
 #include "platform/vo/Mutex.h"
-#include "platform/vo/TellQueue.h"
+#include "platform/vo/NotificationQueue.h"
 
 namespace KR {
 
@@ -124,7 +124,7 @@ private:
     std::vector<int> conditionIDs_ VO_GUARDED_BY(mutex_);
 
     // Synchronised by itself: the starts (true) and stops that nobody was told of yet.
-    vo::TellQueue<bool> untold_;
+    vo::NotificationQueue<bool> notifications_;
 };
 
 }  // namespace KR

@@ -94,7 +94,7 @@ Body::Body(boost::shared_ptr<KRBroker> broker)
       joints_(robotJoints("Body")),
       heat_(joints_),
       keys_(broker_->memory()),
-      alarm_(*broker_->clock(), "Body", [this] {
+      timer_(*broker_->clock(), "Body", [this] {
           const vo::Lock lock(mutex_);
           update();
       })
@@ -301,7 +301,7 @@ void Body::schedule()
         sooner(kMotionCycle);
     if (!heat_.isSettled(now()))
         sooner(nextHeat_ - now());
-    alarm_.set(next);
+    timer_.set(next);
 }
 
 }  // namespace KR

@@ -10,10 +10,10 @@
 #include "platform/kr/KRBroker.h"
 #include "platform/vo/Clock.h"
 #include "platform/vo/Mutex.h"
-#include "robot/Alarm.h"
 #include "robot/BodyMotion.h"
 #include "robot/ChangedKeys.h"
 #include "robot/JointHeat.h"
+#include "robot/Timer.h"
 
 namespace KR {
 
@@ -103,7 +103,7 @@ private:
     std::set<std::string> still_ VO_GUARDED_BY(mutex_);          ///< chains
     vo::Duration nextHeat_ VO_GUARDED_BY(mutex_){};              ///< uptime
     ChangedKeys keys_ VO_GUARDED_BY(mutex_);
-    Alarm alarm_ VO_GUARDED_BY(mutex_);  ///< the first to go
+    Timer timer_ VO_GUARDED_BY(mutex_);  ///< the first to go
 };
 
 }  // namespace KR

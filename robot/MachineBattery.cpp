@@ -93,7 +93,7 @@ MachineBattery::MachineBattery(boost::shared_ptr<KRBroker> broker, const std::st
     : broker_(std::move(broker)),
       folder_(folder),
       object_(std::make_shared<vo::ServiceObject>(BatteryKeys::kService)),
-      alarm_(*broker_->clock(), "MachineBattery", [this] { poll(); })
+      timer_(*broker_->clock(), "MachineBattery", [this] { poll(); })
 {
     const auto reading = read(folder_);
     if (!reading)
@@ -106,7 +106,7 @@ MachineBattery::MachineBattery(boost::shared_ptr<KRBroker> broker, const std::st
         const vo::Lock lock(mutex_);
         last_ = *reading;
         BatteryKeys::publish(broker_->memory(), last_.connected);
-        alarm_.set(kPeriod);
+        timer_.set(kPeriod);
     }
     BatteryKeys::describe(broker_->keys());
     broker_->session().registerService(object_);
@@ -142,7 +142,7 @@ void MachineBattery::poll()
         if (changed)
             BatteryKeys::publish(broker_->memory(), last_.connected);
     }
-    alarm_.set(kPeriod);
+    timer_.set(kPeriod);
 }
 
 }  // namespace KR

@@ -9,7 +9,7 @@
 #include "platform/vo/Clock.h"
 #include "platform/vo/Mutex.h"
 #include "platform/vo/ServiceObject.h"
-#include "robot/Alarm.h"
+#include "robot/Timer.h"
 
 namespace KR {
 
@@ -64,7 +64,7 @@ private:
     mutable vo::Mutex mutex_;
     Reading last_ VO_GUARDED_BY(mutex_);
     bool fails_ VO_GUARDED_BY(mutex_) = false;
-    Alarm alarm_ VO_GUARDED_BY(mutex_);  ///< the first to go
+    Timer timer_ VO_GUARDED_BY(mutex_);  ///< the first to go
 };
 
 }  // namespace KR

@@ -5,7 +5,7 @@
 #include <yaml-cpp/yaml.h>
 
 #include "platform/config/YamlFile.h"
-#include "robot/ScenarioDeeds.h"
+#include "robot/ScenarioSteps.h"
 #include "robot/ScenarioYaml.h"
 
 namespace KR {
@@ -17,7 +17,7 @@ using std::chrono::hours;
 class ScenarioReader {
 public:
     /// What the scenario refers to lies in `folder`.
-    explicit ScenarioReader(const std::string& folder) : deeds_(folder) {}
+    explicit ScenarioReader(const std::string& folder) : steps_(folder) {}
 
     Scenario read(const YAML::Node& document)
     {
@@ -71,7 +71,7 @@ private:
     {
         if (!node.IsMap())
             failAt(node, "an entry of the Timeline is a mapping");
-        std::set<std::string> known = ScenarioDeeds::kinds();
+        std::set<std::string> known = ScenarioSteps::kinds();
         known.insert("At");
         checkYamlKeys(node, known);
         const YAML::Node at = requiredYaml(node, "At");
@@ -86,12 +86,12 @@ private:
             failAt(node, "an entry needs something that happens");
         for (const auto& pair : node) {
             if (pair.first.Scalar() != "At")
-                deeds_.read(pair.first.Scalar(), pair.second, entry.deeds);
+                steps_.read(pair.first.Scalar(), pair.second, entry.steps);
         }
         scenario_.timeline.push_back(std::move(entry));
     }
 
-    ScenarioDeeds deeds_;
+    ScenarioSteps steps_;
     Scenario scenario_;
     vo::TimePoint latest_;
     int day_ = 1;
@@ -103,9 +103,9 @@ std::vector<std::string> Scenario::keys() const
 {
     std::set<std::string> keys;
     for (const ScenarioEntry& entry : timeline) {
-        for (const ScenarioDeed& deed : entry.deeds) {
-            if (deed.kind == ScenarioDeed::Kind::raise)
-                keys.insert(deed.text);
+        for (const ScenarioStep& step : entry.steps) {
+            if (step.kind == ScenarioStep::Kind::raise)
+                keys.insert(step.text);
         }
     }
     return {keys.begin(), keys.end()};

@@ -25,7 +25,7 @@ public:
 };
 
 /// One thing that happens to the robot; most of them are calls of the service "KRWorld".
-struct ScenarioDeed {
+struct ScenarioStep {
     enum class Kind { say, raise, call };
     Kind kind;
     std::string text;                ///< what is said, or the key that is raised
@@ -36,7 +36,7 @@ struct ScenarioDeed {
 /// What happens at one time, in the order written. A pulse is two raises, of 0 and of 1.
 struct ScenarioEntry {
     vo::TimePoint time;
-    std::vector<ScenarioDeed> deeds;
+    std::vector<ScenarioStep> steps;
 };
 
 /// A stretch of a robot's life, written down so that it can be played again. A plain value.
@@ -52,7 +52,7 @@ struct ScenarioEntry {
 ///         Raise: {Door/IsOpen: true}
 ///         Call: {Module: KRNimbra, Method: stopFocus, Args: []}
 ///
-/// ScenarioDeeds reads what an entry holds.
+/// ScenarioSteps reads what an entry holds.
 struct Scenario {
     std::string title;
     vo::TimePoint start;

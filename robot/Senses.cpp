@@ -105,7 +105,7 @@ void describeKeys(KeyCatalogue& keys)
 Senses::Senses(boost::shared_ptr<KRBroker> broker)
     : broker_(std::move(broker)),
       keys_(broker_->memory()),
-      alarm_(*broker_->clock(), "Senses", [this] {
+      timer_(*broker_->clock(), "Senses", [this] {
           const vo::Lock lock(mutex_);
           update();
       })
@@ -115,10 +115,10 @@ Senses::Senses(boost::shared_ptr<KRBroker> broker)
     update();
 }
 
-void Senses::change(const std::function<void(World&, vo::Duration)>& deed)
+void Senses::change(const std::function<void(World&, vo::Duration)>& edit)
 {
     const vo::Lock lock(mutex_);
-    deed(world_, broker_->clock()->uptime());
+    edit(world_, broker_->clock()->uptime());
     update();
 }
 
@@ -178,7 +178,7 @@ void Senses::update()
     writeZones();
     writeMovements(now);
     raiseWaves(now);
-    alarm_.set(world_.isInMotion(now) ? kCycle : untilSomebodyDisappears(now));
+    timer_.set(world_.isInMotion(now) ? kCycle : untilSomebodyDisappears(now));
 }
 
 void Senses::notice(vo::Duration now)

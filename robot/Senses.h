@@ -12,9 +12,9 @@
 #include "platform/kr/KRBroker.h"
 #include "platform/vo/Clock.h"
 #include "platform/vo/Mutex.h"
-#include "robot/Alarm.h"
 #include "robot/ChangedKeys.h"
 #include "robot/Space.h"
+#include "robot/Timer.h"
 #include "robot/World.h"
 
 namespace KR {
@@ -73,7 +73,7 @@ public:
 
     /// Does something to the world, now on the world's clock, and looks at it. What that throws
     /// leaves this.
-    void change(const std::function<void(World& world, vo::Duration now)>& deed)
+    void change(const std::function<void(World& world, vo::Duration now)>& edit)
         VO_EXCLUDES(mutex_);
     void set(const std::function<void(Settings& settings)>& change) VO_EXCLUDES(mutex_);
     Settings settings() const VO_EXCLUDES(mutex_);
@@ -119,7 +119,7 @@ private:
     /// Of each zone, those that LastMovements tells.
     std::array<KRValue, 3> movements_ VO_GUARDED_BY(mutex_);
     ChangedKeys keys_ VO_GUARDED_BY(mutex_);
-    Alarm alarm_ VO_GUARDED_BY(mutex_);  ///< the first to go
+    Timer timer_ VO_GUARDED_BY(mutex_);  ///< the first to go
 };
 
 }  // namespace KR

@@ -95,16 +95,6 @@ std::map<std::string, KRValue> ApiWrapper::exportAutonomousActionParameters() co
     return parameters;
 }
 
-KRValue ApiWrapper::execute() const
-{
-    const vo::AnyObject service = importModule(module_);
-    std::vector<vo::Value> arguments;
-    arguments.reserve(arguments_.size());
-    for (const KRValue& argument : arguments_)
-        arguments.push_back(vo::toValue(argument));
-    return vo::fromValue<KRValue>(service.object()->call(method_, arguments));
-}
-
 vo::AnyObject ApiWrapper::importModule(const std::string& name)
 {
     return vo::import(name);

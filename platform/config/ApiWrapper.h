@@ -48,10 +48,6 @@ public:
     /// "Module" and "Method" as texts, and "Args" as an array, present when it was given.
     std::map<std::string, KRValue> exportAutonomousActionParameters() const;
 
-    /// Calls the method on the service of that name in the current application's session, and
-    /// returns its result (the invalid value for none). Throws what importing and calling throw.
-    KRValue execute() const;
-
     /// Finds a service by name in the current application's session; std::runtime_error when there
     /// is none.
     static vo::AnyObject importModule(const std::string& name);

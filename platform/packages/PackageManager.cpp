@@ -225,7 +225,7 @@ void PackageManager::rescan()
     }
     for (const std::string& note : notes)
         logger.warning("rescan", note);
-    tell();
+    deliver();
 }
 
 /// What is in the packages folder. A folder is watched before it is read: what changes after the
@@ -261,19 +261,19 @@ void PackageManager::noteChanges(const Entries& found)
     };
     for (const auto& entry : entries_) {
         if (entry.second.package && !isIn(found, entry))
-            untold_.add({false, *entry.second.package});
+            notifications_.add({false, *entry.second.package});
     }
     for (const auto& entry : found) {
         if (entry.second.package && !isIn(entries_, entry))
-            untold_.add({true, *entry.second.package});
+            notifications_.add({true, *entry.second.package});
     }
 }
 
-void PackageManager::tell()
+void PackageManager::deliver()
 {
-    untold_.tell([this](const Change& change) {
-        logger.info("tell", describe(change.package) +
-                                (change.installed ? " is installed" : " is removed"));
+    notifications_.deliver([this](const Change& change) {
+        logger.info("deliver", describe(change.package) +
+                                   (change.installed ? " is installed" : " is removed"));
         if (change.installed)
             installed_(change.package);
         else

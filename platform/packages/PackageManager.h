@@ -11,10 +11,10 @@
 #include "platform/vo/Clock.h"
 #include "platform/vo/Executor.h"
 #include "platform/vo/Mutex.h"
+#include "platform/vo/NotificationQueue.h"
 #include "platform/vo/PackageInfo.h"
 #include "platform/vo/Session.h"
 #include "platform/vo/Signal.h"
-#include "platform/vo/TellQueue.h"
 
 namespace KR {
 
@@ -108,7 +108,7 @@ private:
     void rescan();
     Entries scan(Notes& notes) const VO_REQUIRES(mutex_);
     void noteChanges(const Entries& found) VO_REQUIRES(mutex_);
-    void tell();
+    void deliver();
 
     // Constant after construction.
     vo::Session& session_;
@@ -118,7 +118,7 @@ private:
     const std::shared_ptr<vo::Executor> executor_;
 
     // Synchronised by themselves.
-    vo::TellQueue<Change> untold_;
+    vo::NotificationQueue<Change> notifications_;
     vo::Signal<vo::PackageInfo> installed_;
     vo::Signal<vo::PackageInfo> removed_;
 

@@ -5,8 +5,8 @@
 #include "platform/vo/Connection.h"
 #include "platform/vo/Future.h"
 #include "platform/vo/Mutex.h"
+#include "platform/vo/NotificationQueue.h"
 #include "platform/vo/Signal.h"
-#include "platform/vo/TellQueue.h"
 
 namespace vo {
 
@@ -40,7 +40,7 @@ private:
     mutable Mutex mutex_;
     T value_ VO_GUARDED_BY(mutex_);
     // Synchronised by themselves.
-    TellQueue<Change> untold_;
+    NotificationQueue<Change> notifications_;
     Signal<T> changed_;
 };
 

@@ -21,9 +21,9 @@ Future<void> Property<T>::set(T value)
             return told;
         }
         value_ = change.value;
-        untold_.add(std::move(change));
+        notifications_.add(std::move(change));
     }
-    untold_.tell([this](const Change& due) {
+    notifications_.deliver([this](const Change& due) {
         changed_(due.value);
         due.told.setValue();
     });

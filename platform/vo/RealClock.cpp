@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "platform/vo/Clock.h"
+#include "platform/vo/DedicatedQueue.h"
 #include "platform/vo/Executor.h"
 #include "platform/vo/Mutex.h"
-#include "platform/vo/OwnThread.h"
 #include "platform/vo/TaskQueue.h"
 
 namespace vo {
@@ -178,13 +178,13 @@ private:
     std::vector<std::thread> threads_ VO_GUARDED_BY(mutex_);
 };
 
-class OwnThreadExecutor final : public RealExecutor {
+class DedicatedExecutor final : public RealExecutor {
 public:
-    OwnThreadExecutor(const std::shared_ptr<OwnThread>& queue, RetiredThreads& retired)
+    DedicatedExecutor(const std::shared_ptr<DedicatedQueue>& queue, RetiredThreads& retired)
         : RealExecutor(queue), retired_(retired), thread_([queue] { queue->work(); })
     {
     }
-    ~OwnThreadExecutor() override
+    ~DedicatedExecutor() override
     {
         close();
         if (thread_.get_id() == std::this_thread::get_id())
@@ -228,8 +228,8 @@ public:
     std::shared_ptr<Executor> makeExecutor(const std::string& name, Threading threading) override
     {
         if (threading == Threading::own)
-            return std::make_shared<OwnThreadExecutor>(std::make_shared<OwnThread>(name, start_),
-                                                       retired_);
+            return std::make_shared<DedicatedExecutor>(
+                std::make_shared<DedicatedQueue>(name, start_), retired_);
         return std::make_shared<RealExecutor>(
             std::make_shared<PooledQueue>(pool_, timers_, name, start_));
     }

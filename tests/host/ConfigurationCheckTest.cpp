@@ -48,11 +48,11 @@ AutonomousActions:
                              R"(, Actions: [
    &step {Action: ApiCall, ActionParameters: {Module: m, Method: m}, Acton: x},
    *step,
-   {Action: BlockAutonomousFocus, ActionParameters: {Reason: r}},
+   {Action: BlockAutonomousFocus, ActionParameters: {Reason: r}, Deadline: 1},
    {Action: Fly, ActionParameters: {Reason: r}},
    {Action: ApiCall, ActionParameters: {Module: m, Methd: m, Method: m}}]}
 - {Description: "")" + kRule +
-                             R"(}
+                             R"(, Deadline: 0}
 - {Description: farewell)" + kRule +
                              R"(}
 ...
@@ -75,6 +75,7 @@ AutonomousActions:
 16:54 BlockAutonomousFocus has no key 'Reason'
 18:52 ApiCall has no key 'Methd'; did you mean 'Method'?
 19:17 the Description is empty
+19:115 the step fails: its deadline must be 1 second or more
 20:17 the rule of line 13 is called 'farewell', too
 22:1 the document ends above; from here on nothing is read
 )");

@@ -13,7 +13,7 @@ using std::chrono::hours;
 using std::chrono::milliseconds;
 using std::chrono::minutes;
 using std::chrono::seconds;
-using Kind = ScenarioDeed::Kind;
+using Kind = ScenarioStep::Kind;
 
 const char* const kHead = "Scenario: Test\nStart: 2026-11-21 06:00:00\nTimeline:\n";
 
@@ -32,7 +32,7 @@ protected:
     TemporaryFolder folder;
 };
 
-TEST_F(ScenarioTest, HoldsWhatHappensInTheOrderWrittenAndTheWorldsDeedsAsCalls)
+TEST_F(ScenarioTest, HoldsWhatHappensInTheOrderWrittenAndTheWorldsStepsAsCalls)
 {
     const Scenario scenario = load(std::string(kHead) + R"(
   - At: "06:00"
@@ -69,12 +69,12 @@ End: 2026-11-23 00:00:00
     std::string told;
     for (const ScenarioEntry& entry : scenario.timeline) {
         told += isoTime(entry.time) + "\n";
-        for (const ScenarioDeed& deed : entry.deeds) {
-            if (deed.kind == Kind::call)
-                told += deed.call->module() + "." + deed.call->method() +
-                        KRValue(deed.call->arguments()).toDisplayString() + "\n";
+        for (const ScenarioStep& step : entry.steps) {
+            if (step.kind == Kind::call)
+                told += step.call->module() + "." + step.call->method() +
+                        KRValue(step.call->arguments()).toDisplayString() + "\n";
             else
-                told += deed.text + " " + deed.value.toDisplayString() + "\n";
+                told += step.text + " " + step.value.toDisplayString() + "\n";
         }
     }
     EXPECT_EQ(boost::replace_all_copy(told, folder.path(), "FOLDER"), R"(2026-11-21T06:00:00.000000Z

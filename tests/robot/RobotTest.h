@@ -21,12 +21,12 @@ struct RobotTest : SenseTest<Plugin> {
         this->platform.broker->getProxy(service)->call(method, args...);
     }
     template <class... Args>
-    void world(const std::string& deed, const Args&... args)
+    void world(const std::string& method, const Args&... args)
     {
-        call("KRWorld", deed, args...);
+        call("KRWorld", method, args...);
     }
     /// What a step answers, for people; "refused" for a KRError. A step is "'Key'", "wait SECONDS",
-    /// "Service.method [arguments]", or "deed [arguments]" of the world.
+    /// "Service.method [arguments]", or "method [arguments]" of the world.
     std::string ask(const std::string& step)
     {
         const auto blank = std::min(step.find(' '), step.size());

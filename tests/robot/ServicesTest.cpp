@@ -128,14 +128,14 @@ TEST_F(ServicesTest, dialog_has_one_topic_and_tells_which_the_other_person_ended
 
 TEST_F(ServicesTest, memory_holds_what_its_keys_are_described_to_hold)
 {
-    for (const auto& deed : steps(R"(wait 0; KREngagementZones.subscribe [test];
+    for (const auto& step : steps(R"(wait 0; KREngagementZones.subscribe [test];
              KRMovementDetection.subscribe [test]; KRWavingDetection.subscribe [test];
              KRGazeAnalysis.subscribe [test]; enter [Anna, 1, 0]; enter [Ben, 3, 1];
              wave [Ben, 2]; push [left]; lift [true]; fall [front]; heat [Head, 150]; leave [Anna];
              KRRobotPosture.goToPosture [SitRelax, 1]; KRBattery.connectCharger [true];
              dialog.start [a]; KRGazeAnalysis.unsubscribe [test];
              KREngagementZones.unsubscribe [test])")) {
-        play(deed);
+        play(step);
         expectDescribedValues();
         platform.advance(seconds(1));
         expectDescribedValues();

@@ -1,4 +1,4 @@
-#include "platform/vo/OwnThread.h"
+#include "platform/vo/DedicatedQueue.h"
 
 #include <optional>
 #include <pthread.h>
@@ -13,7 +13,7 @@ constexpr std::size_t kThreadNameLength = 15;
 
 }  // namespace
 
-void OwnThread::work()
+void DedicatedQueue::work()
 {
     pthread_setname_np(pthread_self(), name_.substr(0, kThreadNameLength).c_str());
     while (auto task = nextTask())
@@ -21,7 +21,7 @@ void OwnThread::work()
 }
 
 /// Waits for it; none once it is closed.
-std::optional<Executor::Task> OwnThread::nextTask()
+std::optional<Executor::Task> DedicatedQueue::nextTask()
 {
     const Lock<Mutex> lock(mutex_);
     endTask();
@@ -40,7 +40,7 @@ std::optional<Executor::Task> OwnThread::nextTask()
     return std::nullopt;
 }
 
-bool OwnThread::needsWake(Duration due)
+bool DedicatedQueue::needsWake(Duration due)
 {
     if (due >= asleepUntil_)
         return false;

@@ -8,7 +8,7 @@ namespace vo {
 
 /// Tasks with a thread of their own, which sleeps on a condition variable until the first is due:
 /// of all ways to wake a thread that is the quickest.
-class OwnThread final : public TaskQueue {
+class DedicatedQueue final : public TaskQueue {
 public:
     using TaskQueue::TaskQueue;
 

@@ -1,4 +1,4 @@
-#include "robot/ScenarioDeeds.h"
+#include "robot/ScenarioSteps.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -73,14 +73,14 @@ bool isFirst(const YAML::Node& node, const char* what, const char* first, const 
 
 }  // namespace
 
-struct ScenarioDeeds::Kind {
+struct ScenarioSteps::Kind {
     const char* name;
     Reader read;
 };
 
-const std::vector<ScenarioDeeds::Kind>& ScenarioDeeds::table()
+const std::vector<ScenarioSteps::Kind>& ScenarioSteps::table()
 {
-    using This = ScenarioDeeds;
+    using This = ScenarioSteps;
     static const std::vector<Kind> table{
         {"Say", &This::say},         {"Raise", &This::raise},       {"Pulse", &This::pulse},
         {"Call", &This::call},       {"Enter", &This::enter},       {"Walk", &This::walk},
@@ -92,7 +92,7 @@ const std::vector<ScenarioDeeds::Kind>& ScenarioDeeds::table()
     return table;
 }
 
-std::set<std::string> ScenarioDeeds::kinds()
+std::set<std::string> ScenarioSteps::kinds()
 {
     std::set<std::string> names;
     for (const Kind& kind : table())
@@ -100,24 +100,24 @@ std::set<std::string> ScenarioDeeds::kinds()
     return names;
 }
 
-void ScenarioDeeds::read(const std::string& kind, const YAML::Node& node,
-                         std::vector<ScenarioDeed>& deeds)
+void ScenarioSteps::read(const std::string& kind, const YAML::Node& node,
+                         std::vector<ScenarioStep>& steps)
 {
-    deeds_ = &deeds;
+    steps_ = &steps;
     for (const Kind& known : table()) {
         if (known.name == kind)
             (this->*known.read)(node);
     }
 }
 
-void ScenarioDeeds::add(const char* service, const char* method, std::vector<KRValue> arguments)
+void ScenarioSteps::add(const char* service, const char* method, std::vector<KRValue> arguments)
 {
     const std::map<std::string, KRValue> parameters{
         {"Module", service}, {"Method", method}, {"Args", std::move(arguments)}};
-    deeds_->push_back({ScenarioDeed::Kind::call, {}, {}, ApiWrapper(parameters)});
+    steps_->push_back({ScenarioStep::Kind::call, {}, {}, ApiWrapper(parameters)});
 }
 
-std::string ScenarioDeeds::presentName(const YAML::Node& node) const
+std::string ScenarioSteps::presentName(const YAML::Node& node) const
 {
     std::string name = yamlText(node, "a name");
     if (!present_.count(name))
@@ -125,33 +125,33 @@ std::string ScenarioDeeds::presentName(const YAML::Node& node) const
     return name;
 }
 
-void ScenarioDeeds::say(const YAML::Node& node)
+void ScenarioSteps::say(const YAML::Node& node)
 {
-    deeds_->push_back({ScenarioDeed::Kind::say, yamlText(node, "Say"), {}, {}});
+    steps_->push_back({ScenarioStep::Kind::say, yamlText(node, "Say"), {}, {}});
 }
 
-void ScenarioDeeds::raise(const YAML::Node& node)
+void ScenarioSteps::raise(const YAML::Node& node)
 {
     if (!node.IsMap())
         failAt(node, "Raise must be a mapping of keys to values");
     for (const auto& pair : node)
-        deeds_->push_back(
-            {ScenarioDeed::Kind::raise, keyOf(pair.first), yamlReading(pair.second), {}});
+        steps_->push_back(
+            {ScenarioStep::Kind::raise, keyOf(pair.first), yamlReading(pair.second), {}});
 }
 
-void ScenarioDeeds::pulse(const YAML::Node& node)
+void ScenarioSteps::pulse(const YAML::Node& node)
 {
     const std::string key = keyOf(node);
-    deeds_->push_back({ScenarioDeed::Kind::raise, key, KRValue(0), {}});
-    deeds_->push_back({ScenarioDeed::Kind::raise, key, KRValue(1), {}});
+    steps_->push_back({ScenarioStep::Kind::raise, key, KRValue(0), {}});
+    steps_->push_back({ScenarioStep::Kind::raise, key, KRValue(1), {}});
 }
 
-void ScenarioDeeds::call(const YAML::Node& node)
+void ScenarioSteps::call(const YAML::Node& node)
 {
-    deeds_->push_back({ScenarioDeed::Kind::call, {}, {}, ApiWrapper(node)});
+    steps_->push_back({ScenarioStep::Kind::call, {}, {}, ApiWrapper(node)});
 }
 
-void ScenarioDeeds::enter(const YAML::Node& node)
+void ScenarioSteps::enter(const YAML::Node& node)
 {
     checkYamlNames(node, "Enter must be a mapping of names to places");
     for (const auto& pair : node) {
@@ -167,7 +167,7 @@ void ScenarioDeeds::enter(const YAML::Node& node)
     }
 }
 
-void ScenarioDeeds::walk(const YAML::Node& node)
+void ScenarioSteps::walk(const YAML::Node& node)
 {
     checkYamlNames(node, "Walk must be a mapping of names to places");
     for (const auto& pair : node) {
@@ -188,7 +188,7 @@ void ScenarioDeeds::walk(const YAML::Node& node)
     }
 }
 
-void ScenarioDeeds::look(const YAML::Node& node)
+void ScenarioSteps::look(const YAML::Node& node)
 {
     checkYamlNames(node, "Look must be a mapping of names to robot, ahead or places");
     for (const auto& pair : node) {
@@ -202,7 +202,7 @@ void ScenarioDeeds::look(const YAML::Node& node)
     }
 }
 
-void ScenarioDeeds::wave(const YAML::Node& node)
+void ScenarioSteps::wave(const YAML::Node& node)
 {
     checkYamlNames(node, "Wave must be a mapping of names to seconds");
     for (const auto& pair : node) {
@@ -213,7 +213,7 @@ void ScenarioDeeds::wave(const YAML::Node& node)
     }
 }
 
-void ScenarioDeeds::leave(const YAML::Node& node)
+void ScenarioSteps::leave(const YAML::Node& node)
 {
     std::vector<YAML::Node> names(node.begin(), node.end());
     if (!node.IsSequence())
@@ -227,7 +227,7 @@ void ScenarioDeeds::leave(const YAML::Node& node)
     }
 }
 
-void ScenarioDeeds::move(const YAML::Node& node)
+void ScenarioSteps::move(const YAML::Node& node)
 {
     checkYamlNames(node, "Move must be a mapping with Place and For");
     checkYamlKeys(node, {"Place", "For", "Size"});
@@ -241,24 +241,24 @@ void ScenarioDeeds::move(const YAML::Node& node)
     add(kWorld, "move", {place.x, place.y, seconds, size});
 }
 
-void ScenarioDeeds::lift(const YAML::Node& node)
+void ScenarioSteps::lift(const YAML::Node& node)
 {
     add(kWorld, "lift", {isFirst(node, "Lift", "up", "down")});
 }
 
-void ScenarioDeeds::push(const YAML::Node& node)
+void ScenarioSteps::push(const YAML::Node& node)
 {
     const std::string from = yamlText(node, "Push");
     checked(node, [&] { return KRWorld::sideFrom(from, ""); });
     add(kWorld, "push", {from});
 }
 
-void ScenarioDeeds::fall(const YAML::Node& node)
+void ScenarioSteps::fall(const YAML::Node& node)
 {
     add(kWorld, "fall", {isFirst(node, "Fall", "front", "back") ? "front" : "back"});
 }
 
-void ScenarioDeeds::heat(const YAML::Node& node)
+void ScenarioSteps::heat(const YAML::Node& node)
 {
     checkYamlNames(node, "Heat must be a mapping of chains or joints to degrees Celsius");
     for (const auto& pair : node) {
@@ -270,7 +270,7 @@ void ScenarioDeeds::heat(const YAML::Node& node)
     }
 }
 
-void ScenarioDeeds::use(const YAML::Node& node)
+void ScenarioSteps::use(const YAML::Node& node)
 {
     checkYamlNames(node, "Use must be a mapping of chains or joints to loads");
     for (const auto& pair : node) {
@@ -282,7 +282,7 @@ void ScenarioDeeds::use(const YAML::Node& node)
     }
 }
 
-void ScenarioDeeds::posture(const YAML::Node& node)
+void ScenarioSteps::posture(const YAML::Node& node)
 {
     const std::string posture = yamlText(node, "Posture");
     const auto known = Body::postures();
@@ -291,12 +291,12 @@ void ScenarioDeeds::posture(const YAML::Node& node)
     add(KRRobotPosture::kName, "goToPosture", {posture, 1.0});
 }
 
-void ScenarioDeeds::charger(const YAML::Node& node)
+void ScenarioSteps::charger(const YAML::Node& node)
 {
     add(kBattery, "connectCharger", {isFirst(node, "Charger", "on", "off")});
 }
 
-void ScenarioDeeds::battery(const YAML::Node& node)
+void ScenarioSteps::battery(const YAML::Node& node)
 {
     struct Setting {
         const char* key;
@@ -324,7 +324,7 @@ void ScenarioDeeds::battery(const YAML::Node& node)
     }
 }
 
-void ScenarioDeeds::language(const YAML::Node& node)
+void ScenarioSteps::language(const YAML::Node& node)
 {
     const std::string language = yamlText(node, "Language");
     if (!KRTextToSpeech::languages().count(language))
@@ -332,7 +332,7 @@ void ScenarioDeeds::language(const YAML::Node& node)
     add(KRTextToSpeech::kName, "setLanguage", {language});
 }
 
-void ScenarioDeeds::install(const YAML::Node& node)
+void ScenarioSteps::install(const YAML::Node& node)
 {
     const std::string source = yamlText(node, "Install");
     if (source.empty())
@@ -342,7 +342,7 @@ void ScenarioDeeds::install(const YAML::Node& node)
     add(kPackages, "upgrade", {path.lexically_normal().string()});
 }
 
-void ScenarioDeeds::remove(const YAML::Node& node)
+void ScenarioSteps::remove(const YAML::Node& node)
 {
     const std::string uuid = yamlText(node, "Remove");
     if (uuid.empty())

@@ -38,21 +38,21 @@ namespace KR {
 ///     Remove: UUID of a package
 ///
 /// Errors are YamlError.
-class ScenarioDeeds {
+class ScenarioSteps {
 public:
     static constexpr double kWalkingSpeed = 1.2;  ///< metres a second, where none is given
     static constexpr double kMovementSize = 0.5;  ///< metres, where none is given
 
     /// `folder` is the scenario's.
-    explicit ScenarioDeeds(std::string folder) : folder_(std::move(folder)) {}
+    explicit ScenarioSteps(std::string folder) : folder_(std::move(folder)) {}
 
     static std::set<std::string> kinds();
 
     /// Appends what a key of kinds() holds.
-    void read(const std::string& kind, const YAML::Node& node, std::vector<ScenarioDeed>& deeds);
+    void read(const std::string& kind, const YAML::Node& node, std::vector<ScenarioStep>& steps);
 
 private:
-    using Reader = void (ScenarioDeeds::*)(const YAML::Node&);
+    using Reader = void (ScenarioSteps::*)(const YAML::Node&);
     struct Kind;
     static const std::vector<Kind>& table();
 
@@ -83,7 +83,7 @@ private:
 
     const std::string folder_;
     std::set<std::string> present_;
-    std::vector<ScenarioDeed>* deeds_ = nullptr;  ///< where they go, while reading
+    std::vector<ScenarioStep>* steps_ = nullptr;  ///< where they go, while reading
 };
 
 }  // namespace KR

@@ -13,15 +13,15 @@ namespace KR {
 /// Calls back once, at the time that was last set, on a platform thread. Its owner guards it with
 /// the mutex that the callback takes, and lets it go first: the destructor waits for the call in
 /// progress.
-class Alarm {
+class Timer {
 public:
-    Alarm(vo::Clock& clock, const std::string& name, std::function<void()> callback)
+    Timer(vo::Clock& clock, const std::string& name, std::function<void()> callback)
         : callback_(std::move(callback)), executor_(clock.makeExecutor(name, kThreading))
     {
     }
-    ~Alarm() { executor_->close(); }
-    Alarm(const Alarm&) = delete;
-    Alarm& operator=(const Alarm&) = delete;
+    ~Timer() { executor_->close(); }
+    Timer(const Timer&) = delete;
+    Timer& operator=(const Timer&) = delete;
 
     /// Nothing for no call. A call that has begun already is not taken back.
     void set(std::optional<vo::Duration> delay)
