@@ -63,10 +63,32 @@ unsigned ConditionChecker::Impl::addCondition(const std::string& text, ReportMod
         if (run_)
             setAll(added, PrefetchingWatch::watch(memory(), run_->feed, added));
     }
+    if (!run_)
+        return id;
+    if (!compiler_.newlyStamped().empty())
+        stampAdded(compiler_.newlyStamped());
+    if (network_.hasFresh())
+        turn(network_.begin(uptime()));
     // It is evaluated in its place in the queue.
-    if (run_)
-        enqueueAdded(id);
+    enqueueAdded(id);
     return id;
+}
+
+/// Of keys that are watched already: has their changes stamped from here on.
+void ConditionChecker::Impl::stampAdded(const std::vector<PrefetchingWatch>& added)
+{
+    // Read first, so that what is stamped later is not stamped earlier.
+    const vo::Duration now = uptime();
+    const std::vector<KRMemory::Snapshot> snapshots =
+        PrefetchingWatch::watch(memory(), run_->feed, added);
+    takeChanges(*run_);
+    for (std::size_t i = 0; i < added.size(); ++i) {
+        network_.slotOf(added[i].tag).now.uptime = snapshots[i].uptime;
+        for (MemoryChange& change : run_->queue) {
+            if (change.tag == added[i].tag && change.uptime == kNotStamped)
+                change.uptime = now;
+        }
+    }
 }
 
 bool ConditionChecker::Impl::removeCondition(unsigned id)
@@ -82,13 +104,33 @@ bool ConditionChecker::Impl::removeCondition(unsigned id)
         callbacks_.erase(callback);
     }
     keepValues();
-    const std::vector<PrefetchingWatch> removed = compiler_.remove(id);
+    forget(compiler_.remove(id));
+    return true;
+}
+
+/// Keys that nobody reads any more; nor may what was due be due any more.
+void ConditionChecker::Impl::forget(const std::vector<PrefetchingWatch>& removed)
+{
     if (!removed.empty())
         snapshots_.noteKeys();
+    if (!run_)
+        return;
     for (const PrefetchingWatch& watch : removed)
-        if (run_)
-            memory().unwatch(run_->feed, watch.key, watch.tag);
-    return true;
+        memory().unwatch(run_->feed, watch.key, watch.tag);
+    postDue(*run_);
+}
+
+void ConditionChecker::Impl::beginReplacement()
+{
+    const vo::Lock lock(mutex_);
+    compiler_.keepTimed();
+}
+
+void ConditionChecker::Impl::endReplacement()
+{
+    const vo::Lock lock(mutex_);
+    keepValues();
+    forget(compiler_.releaseTimed());
 }
 
 bool ConditionChecker::Impl::hasCondition(unsigned id) const
@@ -111,10 +153,11 @@ void ConditionChecker::Impl::resetChecks()
     ended = endRunOfOneMoment();
     if (!run_)
         return forgetTruths();
+    const vo::Duration now = uptime();
     takeChanges(*run_);
-    if (run_->next == run_->queue.size())
+    if (!hasMoment(*run_))
         forgetTruths();
-    run_->queue.push_back({kEvaluate, {}, {}, true});
+    run_->queue.push_back({kEvaluate, {}, {}, true, now});
     postWork();
 }
 
@@ -135,6 +178,8 @@ void ConditionChecker::Impl::run(vo::Duration period, bool once)
     keepValues();
     const std::vector<PrefetchingWatch> watches = network_.watches();
     setAll(watches, PrefetchingWatch::watch(data, run_->feed, watches));
+    if (network_.hasFresh())
+        turn(network_.begin(uptime()));
     run_->followed = lastId_;
     // Ahead of the changes that are raised from here on.
     run_->queue.push_back({kEvaluate, {}, {}, {}});
@@ -165,7 +210,9 @@ std::shared_ptr<ConditionChecker::Impl::Run> ConditionChecker::Impl::endRun()
     if (!run_)
         return nullptr;
     executor_->cancel(run_->tick);
+    executor_->cancel(run_->dueTask);
     memory().unwatchAll(run_->feed);
+    network_.end();
     return std::exchange(run_, nullptr);
 }
 
@@ -185,10 +232,15 @@ void ConditionChecker::Impl::catchUp()
     if (!run_) {
         keepValues();
         const std::vector<PrefetchingWatch> watches = network_.watches();
-        return setAll(watches, readMemory(watches));
+        setAll(watches, readMemory(watches));
+        if (!network_.hasFresh())
+            return;
+        turn(network_.begin(uptime()));
+        return network_.end();
     }
+    run_->yielded = uptime();
     takeChanges(*run_);
-    while (run_->next < run_->queue.size())
+    while (hasMoment(*run_))
         handleAhead(*run_);
 }
 
@@ -294,11 +346,62 @@ std::vector<KRMemory::Snapshot> ConditionChecker::Impl::readMemory(
 void ConditionChecker::Impl::setAll(const std::vector<PrefetchingWatch>& watches,
                                     const std::vector<KRMemory::Snapshot>& snapshots)
 {
-    for (std::size_t i = 0; i < watches.size(); ++i)
-        for (const unsigned id : follow(watches[i].tag, snapshots[i].value, snapshots[i].time)) {
-            Condition& condition = conditions_.at(id);
-            condition.now = !condition.now;
-        }
+    for (std::size_t i = 0; i < watches.size(); ++i) {
+        snapshots_.noteChange(watches[i].tag);
+        turn(network_.load(watches[i].tag, snapshots[i]));
+    }
+}
+
+/// Notes whose truth has changed in the network; what is to be reported of it comes later.
+void ConditionChecker::Impl::turn(const std::vector<unsigned>& changed)
+{
+    for (const unsigned id : changed) {
+        Condition& condition = conditions_.at(id);
+        condition.now = !condition.now;
+    }
+}
+
+namespace {
+
+/// The wall clock's time at the uptime 0, were it never set.
+vo::TimePoint wallStart(const vo::Clock& clock)
+{
+    return clock.now() - clock.uptime();
+}
+
+}  // namespace
+
+ConditionChecker::Histories ConditionChecker::Impl::histories() const
+{
+    Histories histories;
+    const vo::Lock lock(mutex_);
+    if (!run_)
+        return histories;
+    const vo::TimePoint start = wallStart(*broker_->clock());
+    for (const auto& [text, timed] : network_.histories()) {
+        History& history = histories[text];
+        history.isTrue = timed.isTrue;
+        for (const vo::Duration instant : timed.instants)
+            history.instants.push_back(start + instant);
+    }
+    return histories;
+}
+
+void ConditionChecker::Impl::resumeHistories(const Histories& histories, vo::Duration limit)
+{
+    const vo::Lock lock(mutex_);
+    memory();  // refuses a checker that is not connected
+    const vo::TimePoint start = wallStart(*broker_->clock());
+    std::map<std::string, TimedHistory> all;
+    for (const auto& [text, history] : histories) {
+        if (history.instants.empty())
+            continue;
+        TimedHistory& timed = all[text];
+        timed.isTrue = history.isTrue;
+        for (const vo::TimePoint instant : history.instants)
+            timed.instants.push_back(instant - start);
+    }
+    network_.resume(std::move(all), uptime() + limit);
 }
 
 ConditionChecker::ConditionChecker() : impl_(std::make_unique<Impl>()) {}
@@ -369,9 +472,29 @@ std::shared_ptr<const PersistentValues> ConditionChecker::sharePersistentValues(
     return impl_->sharePersistentValues();
 }
 
+ConditionChecker::Histories ConditionChecker::histories() const
+{
+    return impl_->histories();
+}
+
+void ConditionChecker::resumeHistories(const Histories& histories, vo::Duration limit)
+{
+    impl_->resumeHistories(histories, limit);
+}
+
 void ConditionChecker::exit()
 {
     impl_->exit();
+}
+
+ConditionChecker::Replacement::Replacement(ConditionChecker& checker) : checker_(checker)
+{
+    checker_.impl_->beginReplacement();
+}
+
+ConditionChecker::Replacement::~Replacement()
+{
+    checker_.impl_->endReplacement();
 }
 
 }  // namespace KR

@@ -11,6 +11,7 @@
 
 #include "platform/kr/KRBroker.h"
 #include "platform/kr/KRValue.h"
+#include "platform/vo/Clock.h"
 
 namespace KR {
 
@@ -36,6 +37,14 @@ using PersistentValues = std::map<std::string, std::pair<std::uint64_t, KRValue>
 /// whoever had them found; a callback sees the persistent values as of the moment that it is told
 /// of. A callback that throws is logged, and the checker goes on.
 ///
+/// Conditions may speak of time (`for`, `age`, `count`, `within`). Instants are uptimes of the
+/// clock, so setting the clock changes nothing. What is due at one instant comes about in one
+/// moment of its own, as of exactly that instant, however late the machine is: after the writes up
+/// to and at that instant that memory has when the checker comes to it, and before all later ones.
+/// While the checker is idle no time goes on for them: nothing is counted, and what was held begins
+/// anew. On an idle checker a hold is therefore false, and a count tells of what was counted
+/// before.
+///
 /// Condition texts are parsed once, equal ones together, and keys resolved to slots once.
 /// Sub-conditions with the same meaning are one node, which passes on only a change of its truth,
 /// so a change costs what it flips, not how many conditions there are. One that makes nothing
@@ -58,6 +67,29 @@ public:
     using Hits = std::vector<Hit>;
     using Callback = boost::function<void(Hits)>;
     using ConditionCallback = boost::function<void(unsigned, const KRValue&)>;
+
+    /// What a hold or a count remembers, by the wall clock, so that another checker can go on with
+    /// it.
+    struct History {
+        bool isTrue = false;                  ///< its condition
+        std::vector<vo::TimePoint> instants;  ///< when that became true, oldest first
+    };
+    /// By the text of the part of a condition, in one way of writing.
+    using Histories = std::map<std::string, History>;
+
+    /// For conditions that are replaced: while one lives, conditions that speak of time and are
+    /// removed leave what they remember to those that are added with an equal part.
+    class Replacement {
+    public:
+        /// The checker outlives it.
+        explicit Replacement(ConditionChecker& checker);
+        ~Replacement();
+        Replacement(const Replacement&) = delete;
+        Replacement& operator=(const Replacement&) = delete;
+
+    private:
+        ConditionChecker& checker_;
+    };
 
     ConditionChecker();
     /// Stops.
@@ -120,6 +152,14 @@ public:
     /// held. Much cheaper on a running checker: maps that were let go are brought up to date and
     /// handed out again.
     std::shared_ptr<const PersistentValues> sharePersistentValues() const;
+
+    /// What the holds and counts of a running checker remember; of those that have something to
+    /// remember. Nothing of an idle one's.
+    Histories histories() const;
+    /// From now on for `limit`, a hold or count begins with the history of an equal part as soon as
+    /// its condition is true. A history that was not taken up by then is forgotten. Before run(),
+    /// usually. A connected checker's (std::logic_error otherwise).
+    void resumeHistories(const Histories& histories, vo::Duration limit);
 
     /// Stops, and drops the callbacks and every condition. For the end of the checker's use.
     void exit();

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <limits>
 #include <map>
 #include <memory>
 #include <optional>
@@ -49,6 +50,10 @@ public:
     Hits checkConditions(bool report);
     PersistentValues getPersistentValues() const;
     std::shared_ptr<const PersistentValues> sharePersistentValues();
+    Histories histories() const;
+    void resumeHistories(const Histories& histories, vo::Duration limit);
+    void beginReplacement();
+    void endReplacement();
     void exit();
 
 private:
@@ -101,6 +106,12 @@ private:
         bool posted = false;              ///< a task is on its way that sees to the queue
         bool putOff = false;              ///< such a task came while somebody else delivered
         vo::Executor::TaskId tick = 0;
+
+        vo::Executor::TaskId dueTask = 0;    ///< sees to what is due
+        std::optional<vo::Duration> dueFor;  ///< the instant for which that was posted
+        /// What was due by then may be handled once no change waits: the writes of that instant
+        /// have had their chance to come first.
+        vo::Duration yielded = vo::Duration::min();
     };
 
     /// The tag of an entry in the queue of changes that is no change, but the place at which
@@ -111,6 +122,8 @@ private:
     {
         return entry.tag == kEvaluate && entry.value.isInt();
     }
+    /// The same for the place at which a period is over.
+    static constexpr KeyTag kPeriodOver = std::numeric_limits<KeyTag>::max();
 
     /// Moments that make nothing reportable are handled so many at a time: few enough that whoever
     /// wants the lock meanwhile waits some microseconds, enough that taking it costs next to
@@ -123,28 +136,39 @@ private:
     // On the checker's thread; while it is idle, on that of a check.
     void work(std::uint64_t run) VO_EXCLUDES(mutex_);
     void repeat(std::uint64_t run) VO_EXCLUDES(mutex_);
+    void yield(std::uint64_t run, bool periodOver) VO_EXCLUDES(mutex_);
+    void settle(std::uint64_t run, vo::Duration now, bool periodOver) VO_EXCLUDES(mutex_);
 
     KRMemory& memory() const VO_REQUIRES(mutex_);
     bool isRunning(std::uint64_t run) const VO_REQUIRES(mutex_)
     {
         return run_ && run_->number == run;
     }
+    vo::Duration uptime() const VO_REQUIRES(mutex_) { return broker_->clock()->uptime(); }
     void postWork() VO_REQUIRES(mutex_);
+    void postDue(Run& run) VO_REQUIRES(mutex_);
     void enqueueAdded(unsigned id) VO_REQUIRES(mutex_);
     std::shared_ptr<Run> endRun() VO_REQUIRES(mutex_);
     std::shared_ptr<Run> endRunOfOneMoment() VO_REQUIRES(mutex_);
     void catchUp() VO_REQUIRES(mutex_);
     std::vector<KRMemory::Snapshot> readMemory(const std::vector<PrefetchingWatch>& watches) const
         VO_REQUIRES(mutex_);
-    const std::vector<unsigned>& follow(KeyTag tag, const KRValue& value, vo::TimePoint time)
-        VO_REQUIRES(mutex_);
+    void stampAdded(const std::vector<PrefetchingWatch>& added) VO_REQUIRES(mutex_);
+    void forget(const std::vector<PrefetchingWatch>& removed) VO_REQUIRES(mutex_);
+    void turn(const std::vector<unsigned>& changed) VO_REQUIRES(mutex_);
     void setAll(const std::vector<PrefetchingWatch>& watches,
                 const std::vector<KRMemory::Snapshot>& snapshots) VO_REQUIRES(mutex_);
 
     void takeChanges(Run& run) VO_REQUIRES(mutex_);
+    /// Whether the next moment is of something due, and not of the queue.
+    bool isDueNext(const Run& run) const VO_REQUIRES(mutex_);
+    bool hasMoment(const Run& run) const VO_REQUIRES(mutex_)
+    {
+        return run.next < run.queue.size() || isDueNext(run);
+    }
     bool hasMore(const Run& run) const VO_REQUIRES(mutex_)
     {
-        return run.next < run.queue.size() || !outbox_.empty();
+        return hasMoment(run) || !outbox_.empty();
     }
     bool takeWaiting(Report& report) VO_REQUIRES(mutex_);
     void handleNext(Run& run, Report& report) VO_REQUIRES(mutex_);
@@ -155,6 +179,7 @@ private:
     void keepValues() VO_REQUIRES(mutex_);
     void addHit(unsigned id, const Condition& condition, Report& report) VO_REQUIRES(mutex_);
     void forgetTruths() VO_REQUIRES(mutex_);
+    void reportTrue(Report& report) VO_REQUIRES(mutex_);
     void evaluateAll(bool repeats, Report& report) VO_REQUIRES(mutex_);
     void evaluate(unsigned id, Report& report) VO_REQUIRES(mutex_);
     bool note(unsigned id, Condition& condition, bool repeats) VO_REQUIRES(mutex_);

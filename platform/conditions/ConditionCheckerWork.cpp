@@ -60,6 +60,8 @@ void ConditionChecker::Impl::work(std::uint64_t run)
                 more = hasMore(*run_);
                 if (run_->once && run_->begun)
                     ended = endRun();
+                else if (!more)
+                    postDue(*run_);
             } else if (!run_) {
                 takeWaiting(report);
             }
@@ -86,7 +88,7 @@ void ConditionChecker::Impl::nextReport(Run& run, Report& report)
 {
     if (takeWaiting(report))
         return;
-    for (int i = 0; i < kMomentsAtOnce && run.next < run.queue.size(); ++i) {
+    for (int i = 0; i < kMomentsAtOnce && hasMoment(run); ++i) {
         handleNext(run, report);
         if (!report.empty())
             return address(report);
@@ -98,28 +100,99 @@ void ConditionChecker::Impl::nextReport(Run& run, Report& report)
 /// One period: reports what is true and is to be reported while it is.
 void ConditionChecker::Impl::repeat(std::uint64_t run)
 {
+    bool isDue = false;
     {
         const vo::Lock lock(mutex_);
         if (!isRunning(run))
             return;
         run_->tick = executor_->post([this, run] { repeat(run); }, run_->period);
-        Report report;
-        conditions_.forEach([&](unsigned id, const Condition& condition) VO_REQUIRES(mutex_) {
-            if (condition.mode == ReportWhileTrue && condition.truth)
-                addHit(id, condition, report);
-        });
-        enqueue(std::move(report));
+        const auto due = network_.nextDue();
+        isDue = due && *due <= uptime();
+        if (!isDue) {
+            Report report;
+            reportTrue(report);
+            enqueue(std::move(report));
+        }
+    }
+    if (isDue)
+        yield(run, true);
+    else
+        work(run);
+}
+
+void ConditionChecker::Impl::reportTrue(Report& report)
+{
+    conditions_.forEach([&](unsigned id, const Condition& condition) VO_REQUIRES(mutex_) {
+        if (condition.mode == ReportWhileTrue && condition.truth)
+            addHit(id, condition, report);
+    });
+}
+
+/// Something is due: those whose tasks are due as well may write before it comes about, and only
+/// once, so that nobody can keep it from coming about.
+void ConditionChecker::Impl::yield(std::uint64_t run, bool periodOver)
+{
+    const vo::Lock lock(mutex_);
+    if (isRunning(run))
+        executor_->post([this, run, periodOver, now = uptime()] { settle(run, now, periodOver); });
+}
+
+void ConditionChecker::Impl::settle(std::uint64_t run, vo::Duration now, bool periodOver)
+{
+    {
+        const vo::Lock lock(mutex_);
+        if (!isRunning(run))
+            return;
+        run_->yielded = std::max(run_->yielded, now);
+        takeChanges(*run_);
+        if (periodOver)
+            run_->queue.push_back({kPeriodOver, {}, {}, {}, now});
     }
     work(run);
+}
+
+/// Has somebody see to what is due next, once it is.
+void ConditionChecker::Impl::postDue(Run& run)
+{
+    const auto due = network_.nextDue();
+    if (due == run.dueFor)
+        return;
+    executor_->cancel(run.dueTask);
+    run.dueFor = due;
+    if (due)
+        run.dueTask = executor_->post(
+            [this, number = run.number] {
+                {
+                    const vo::Lock lock(mutex_);
+                    if (isRunning(number))
+                        run_->dueFor.reset();
+                }
+                yield(number, false);
+            },
+            *due - uptime());
+}
+
+/// What waits was written before what will be taken, so nothing that is due before a change that
+/// waits has a write to wait for.
+bool ConditionChecker::Impl::isDueNext(const Run& run) const
+{
+    const auto due = network_.nextDue();
+    if (!due)
+        return false;
+    if (run.next == run.queue.size())
+        return *due <= run.yielded;
+    const MemoryChange& change = run.queue[run.next];
+    return *due < change.uptime || (change.tag == kPeriodOver && *due == change.uptime);
 }
 
 /// Conditions that are added with no change between them share an entry.
 void ConditionChecker::Impl::enqueueAdded(unsigned id)
 {
+    const vo::Duration now = network_.nextDue() ? uptime() : kNotStamped;
     takeChanges(*run_);
     std::vector<MemoryChange>& queue = run_->queue;
     if (queue.empty() || !isOfAdded(queue.back()))
-        queue.push_back({kEvaluate, {}, {}, {}});
+        queue.push_back({kEvaluate, {}, {}, {}, now});
     queue.back().value = KRValue(id);
     postWork();
 }
@@ -137,9 +210,11 @@ void ConditionChecker::Impl::takeChanges(Run& run)
     std::move(changes.begin(), changes.end(), std::back_inserter(run.queue));
 }
 
-/// Handles the next moment of the queue, which is not empty.
+/// Handles the next moment, which there is.
 void ConditionChecker::Impl::handleNext(Run& run, Report& report)
 {
+    if (isDueNext(run))
+        return noteChanged(network_.elapse(), report);
     const MemoryChange& change = run.queue[run.next];
     run.begun = true;
     if (isOfAdded(change)) {
@@ -150,10 +225,13 @@ void ConditionChecker::Impl::handleNext(Run& run, Report& report)
         if (change.value.isTrue())
             forgetTruths();
         evaluateAll(false, report);
+    } else if (change.tag == kPeriodOver) {
+        reportTrue(report);
     } else {
         if (run.next + 1 < run.queue.size())
             network_.expect(run.queue[run.next + 1].tag);
-        noteChanged(follow(change.tag, change.value, change.time), report);
+        snapshots_.noteChange(change.tag);
+        noteChanged(network_.set(change.tag, change.value, change.time, change.uptime), report);
     }
     ++run.next;
 }
@@ -165,15 +243,6 @@ void ConditionChecker::Impl::handleAhead(Run& run)
     Report report;
     handleNext(run, report);
     enqueue(std::move(report));
-}
-
-/// Brings the network up to date with one change. Returns the conditions whose truth it changed
-/// there.
-const std::vector<unsigned>& ConditionChecker::Impl::follow(KeyTag tag, const KRValue& value,
-                                                            vo::TimePoint time)
-{
-    snapshots_.noteChange(tag);
-    return network_.set(tag, value, time);
 }
 
 /// Says to whom a report goes, and as of when.

@@ -53,6 +53,7 @@ ConditionCompiler::ConditionCompiler(ConditionNetwork& network)
 ConditionCompiler::Watches ConditionCompiler::add(unsigned id, const std::string& text)
 {
     Watches added;
+    newlyStamped_.clear();
     Root* root = texts_.find(text);
     if (!root)
         root = &makeRoot(text, added);
@@ -76,13 +77,33 @@ ConditionCompiler::Root& ConditionCompiler::makeRoot(const std::string& text, Wa
     root.text = text;
     texts_.insert(root);
     collectKeys(expression, root, added);
+    root.timed = isTimed(expression);
+    if (root.timed)
+        stampKeys(root, added);
     root.edge = compile(expression);
     return root;
 }
 
+/// The order of writes and of what is due is that of their uptimes, so all keys of a condition that
+/// speaks of time have them.
+void ConditionCompiler::stampKeys(const Root& root, Watches& added)
+{
+    for (const KeyTag tag : root.tags) {
+        KeySlot& slot = network_.slotOf(tag);
+        if (slot.timedReaders++ > 0)
+            continue;
+        const auto known = std::find_if(added.begin(), added.end(),
+                                        [tag](const PrefetchingWatch& w) { return w.tag == tag; });
+        if (known == added.end())
+            newlyStamped_.push_back({{*slot.key, tag, true}, &slot});
+        else
+            known->stamped = true;
+    }
+}
+
 void ConditionCompiler::collectKeys(const Expression& expression, Root& root, Watches& added)
 {
-    if (expression.kind == Expression::Kind::key) {
+    if (expression.kind == Expression::Kind::key || expression.kind == Expression::Kind::age) {
         KeySlot& slot = readKey(expression.key, added);
         if (std::find(root.tags.begin(), root.tags.end(), slot.tag) == root.tags.end()) {
             ++slot.readers;
@@ -98,7 +119,7 @@ KeySlot& ConditionCompiler::readKey(const std::string& key, Watches& added)
     if (KeySlot* const known = network_.findKey(key))
         return *known;
     KeySlot& slot = network_.addKey(key);
-    added.push_back({{key, slot.tag}, &slot});
+    added.push_back({{key, slot.tag, false}, &slot});
     return slot;
 }
 
@@ -108,8 +129,28 @@ ConditionCompiler::Watches ConditionCompiler::remove(unsigned id)
     Root& root = **roots_.find(id);
     roots_.erase(id);
     network_.detach(id, root.edge);
-    if (--root.conditions == 0)
+    if (--root.conditions > 0)
+        return removed;
+    if (root.timed && keeping_ > 0)
+        kept_.push_back(&root);
+    else
         releaseRoot(root, removed);
+    return removed;
+}
+
+ConditionCompiler::Watches ConditionCompiler::releaseTimed()
+{
+    Watches removed;
+    if (--keeping_ > 0)
+        return removed;
+    // One may have been put there more than once.
+    std::sort(kept_.begin(), kept_.end());
+    kept_.erase(std::unique(kept_.begin(), kept_.end()), kept_.end());
+    for (Root* const root : kept_) {
+        if (root->conditions == 0)
+            releaseRoot(*root, removed);
+    }
+    kept_.clear();
     return removed;
 }
 
@@ -118,9 +159,10 @@ void ConditionCompiler::releaseRoot(Root& root, Watches& removed)
     removeIfUnused(root.edge.node());
     for (const KeyTag tag : root.tags) {
         KeySlot& slot = network_.slotOf(tag);
+        slot.timedReaders -= root.timed ? 1 : 0;
         if (--slot.readers > 0)
             continue;
-        removed.push_back({{*slot.key, tag}, nullptr});
+        removed.push_back({{*slot.key, tag, false}, nullptr});
         network_.removeKey(slot);
     }
     texts_.erase(root);
@@ -142,6 +184,12 @@ void ConditionCompiler::removeIfUnused(NodeId id)
     if (const auto* conjunction = std::get_if<Conjunction>(&definition))
         for (const Edge fanin : conjunction->fanins)
             removeIfUnused(fanin.node());
+    if (const auto* timed = std::get_if<Timed>(&definition)) {
+        const TimedMeaning& meaning = timed->part->meaning();
+        timed_.erase(keyOf(meaning));
+        removeIfUnused(meaning.first.node());
+        removeIfUnused(meaning.second.node());
+    }
 }
 
 Edge ConditionCompiler::compile(const Expression& expression)
@@ -161,10 +209,92 @@ Edge ConditionCompiler::compile(const Expression& expression)
                        ? conjunction(std::move(fanins))
                        : disjunction(std::move(fanins));
         }
-        default:
-            return comparison(expression.kind, operandOf(expression.operands.front()),
-                              operandOf(expression.operands.back()));
+        case Expression::Kind::hold: {
+            const Edge operand = compile(expression.operands.front());
+            return timed({TimedMeaning::Kind::hold, expression.duration, operand},
+                         textOf(expression));
+        }
+        case Expression::Kind::within: {
+            // Whichever comes first.
+            const auto [first, second] = std::minmax(
+                {compile(expression.operands.front()), compile(expression.operands.back())});
+            return timed({TimedMeaning::Kind::within, expression.duration, first, second},
+                         textOf(expression));
+        }
+        default: {
+            const Expression& left = expression.operands.front();
+            const Expression& right = expression.operands.back();
+            if (left.kind == Expression::Kind::count)
+                return countComparison(expression.kind, left, right.value.toInt());
+            if (left.kind == Expression::Kind::age)
+                return ageComparison(expression.kind, left.key, right.duration);
+            return comparison(expression.kind, operandOf(left), operandOf(right));
+        }
     }
+}
+
+// What is counted is whether there were so many, so each comparison is made of those with one and
+// with the other number.
+Edge ConditionCompiler::countComparison(Expression::Kind kind, const Expression& count,
+                                        std::int64_t times)
+{
+    const Edge operand = compile(count.operands.front());
+    const auto isReached = [&](std::int64_t number) {
+        if (number == 0)
+            return Edge(kConstant, false);
+        return timed(
+            {TimedMeaning::Kind::count, count.duration, operand, {}, static_cast<unsigned>(number)},
+            textOf(count) + " >= " + std::to_string(number));
+    };
+    return reachedComparison(kind, isReached(0), isReached, times, std::int64_t{1});
+}
+
+Edge ConditionCompiler::ageComparison(Expression::Kind kind, const std::string& key,
+                                      vo::Duration duration)
+{
+    KeySlot* const slot = network_.findKey(key);
+    const auto isReached = [&](vo::Duration age) {
+        return timed({TimedMeaning::Kind::age, age, {}, {}, 0, slot}, {});
+    };
+    return reachedComparison(kind, isReached(vo::Duration::zero()), isReached, duration,
+                             vo::Duration(1));
+}
+
+/// Compares a number that is known, or else in no relation to anything, by whether it has reached
+/// `limit` and the one after that.
+template <class Reached, class Limit>
+Edge ConditionCompiler::reachedComparison(Expression::Kind kind, Edge isKnown,
+                                          const Reached& isReached, Limit limit, Limit step)
+{
+    switch (kind) {
+        case Expression::Kind::less:
+            return conjunction({isKnown, !isReached(limit)});
+        case Expression::Kind::lessEqual:
+            return conjunction({isKnown, !isReached(limit + step)});
+        case Expression::Kind::greater:
+            return isReached(limit + step);
+        case Expression::Kind::greaterEqual:
+            return isReached(limit);
+        case Expression::Kind::equal:
+            return conjunction({isReached(limit), !isReached(limit + step)});
+        default:
+            return conjunction(
+                {isKnown, disjunction({!isReached(limit), isReached(limit + step)})});
+    }
+}
+
+Edge ConditionCompiler::timed(const TimedMeaning& meaning, std::string text)
+{
+    NodeId& id = timed_[keyOf(meaning)];
+    if (!id)
+        id = make(Timed{TimedPart::make(meaning, std::move(text))});
+    return Edge(id, false);
+}
+
+ConditionCompiler::TimedKey ConditionCompiler::keyOf(const TimedMeaning& meaning)
+{
+    return {meaning.kind,   meaning.duration, meaning.first,
+            meaning.second, meaning.times,    meaning.key ? meaning.key->tag : 0};
 }
 
 ConditionCompiler::Operand ConditionCompiler::operandOf(const Expression& expression)

@@ -44,8 +44,17 @@ public:
     /// condition has read so far; their values are unknown until they are set. Throws
     /// ConditionSyntaxError, and adds nothing, for a text that does not parse.
     std::vector<PrefetchingWatch> add(unsigned id, const std::string& text);
+    /// Those of the keys of the last add() that conditions have read before, none of which spoke of
+    /// time: from now on their changes are to have their uptime.
+    const std::vector<PrefetchingWatch>& newlyStamped() const { return newlyStamped_; }
     /// Removes a condition that was added. Returns the keys that nobody reads any more.
     std::vector<PrefetchingWatch> remove(unsigned id);
+
+    /// From here on conditions that speak of time and are removed leave what they are made of to
+    /// those that are added, with all that it remembers. Calls nest.
+    void keepTimed() { ++keeping_; }
+    /// Ends that. Returns the keys that nobody reads any more.
+    std::vector<PrefetchingWatch> releaseTimed();
 
     /// The edge whose truth is that of a condition that was added.
     Edge rootOf(unsigned id) const { return (*roots_.find(id))->edge; }
@@ -59,6 +68,7 @@ private:
         std::string text;
         Edge edge;
         std::uint32_t conditions = 0;  ///< how many
+        bool timed = false;            ///< speaks of time
         SmallList<KeyTag> tags;        ///< of its keys
     };
     struct TextOf {
@@ -78,12 +88,14 @@ private:
         bool operator()(const Fanins& fanins, NodeId conjunction) const;
     };
     using Pair = std::tuple<KeyTag, Expression::Kind, KeyTag>;
+    using TimedKey = std::tuple<TimedMeaning::Kind, vo::Duration, Edge, Edge, unsigned, KeyTag>;
 
     /// What one side of a comparison is.
     using Operand = std::variant<KRValue, KeySlot*, Edge>;
 
     Root& makeRoot(const std::string& text, Watches& added);
     void collectKeys(const Expression& expression, Root& root, Watches& added);
+    void stampKeys(const Root& root, Watches& added);
     KeySlot& readKey(const std::string& key, Watches& added);
     void releaseRoot(Root& root, Watches& removed);
     void removeIfUnused(NodeId id);
@@ -94,6 +106,13 @@ private:
     Edge comparison(Expression::Kind kind, const Operand& left, const Operand& right);
     Edge literalComparison(Expression::Kind kind, KeySlot& slot, const KRValue& literal);
     Edge keyComparison(Expression::Kind kind, KeySlot& left, KeySlot& right);
+    Edge countComparison(Expression::Kind kind, const Expression& count, std::int64_t times);
+    Edge ageComparison(Expression::Kind kind, const std::string& key, vo::Duration duration);
+    template <class Reached, class Limit>
+    Edge reachedComparison(Expression::Kind kind, Edge isKnown, const Reached& isReached,
+                           Limit limit, Limit step);
+    Edge timed(const TimedMeaning& meaning, std::string text);
+    static TimedKey keyOf(const TimedMeaning& meaning);
     Edge choice(Edge selector, Edge yes, Edge no);
     Edge conjunction(Fanins fanins);
     Edge disjunction(Fanins fanins);
@@ -105,11 +124,16 @@ private:
     vo::TextIndex<Root, TextOf> texts_;
     IdTable<Root*> roots_;  ///< by condition
 
-    // Leaves that are not found by their key alone, and conjunctions, by what they mean.
+    // Leaves that are not found by their key alone, parts that speak of time, and conjunctions, by
+    // what they mean.
     std::map<Pair, NodeId> pairs_;
+    std::map<TimedKey, NodeId> timed_;
     tsl::robin_set<NodeId, FaninsHash, SameFanins, std::allocator<NodeId>, true> conjunctions_;
 
     std::vector<NodeId> made_;  ///< by this add; empty between the calls
+    Watches newlyStamped_;
+    int keeping_ = 0;          ///< calls of keepTimed() that have not ended
+    std::vector<Root*> kept_;  ///< roots that had no condition any more when they were put here
 };
 
 }  // namespace KR

@@ -141,7 +141,7 @@ std::optional<TokenKind> ConditionLexer::symbol()
         {"<=", TokenKind::lessEqual},   {">=", TokenKind::greaterEqual},
         {"<", TokenKind::less},         {">", TokenKind::greater},
         {"!", TokenKind::negation},     {"(", TokenKind::open},
-        {")", TokenKind::close}};
+        {")", TokenKind::close},        {",", TokenKind::comma}};
     for (const Symbol& symbol : kSymbols) {
         if (text_.compare(at_, symbol.text.size(), symbol.text) == 0) {
             at_ += symbol.text.size();
@@ -202,13 +202,14 @@ void ConditionLexer::readWord(Token& token)
 {
     while (isWord(peek()))
         ++at_;
-    const std::string word = text_.substr(token.begin, at_ - token.begin);
-    token.kind = TokenKind::unknown;
-    if (word.empty()) {
+    token.text = text_.substr(token.begin, at_ - token.begin);
+    token.kind = TokenKind::word;
+    if (token.text.empty()) {
+        token.kind = TokenKind::unknown;
         at_ = endOfCharacter(at_);
-    } else if (word == "true" || word == "false") {
+    } else if (token.text == "true" || token.text == "false") {
         token.kind = TokenKind::literal;
-        token.value = word == "true";
+        token.value = token.text == "true";
     }
 }
 
@@ -221,9 +222,9 @@ void ConditionLexer::readKey(Token& token)
     if (atEnd())
         fail(token.begin, "a ' that closes this key", "the end");
     token.kind = TokenKind::key;
-    token.key = text_.substr(token.begin + 1, at_ - token.begin - 1);
+    token.text = text_.substr(token.begin + 1, at_ - token.begin - 1);
     ++at_;
-    if (token.key.empty())
+    if (token.text.empty())
         fail(token.begin, "a key", "an empty one");
 }
 

@@ -13,6 +13,7 @@ enum class TokenKind {
     end,
     open,
     close,
+    comma,
     negation,
     conjunction,
     disjunction,
@@ -24,7 +25,8 @@ enum class TokenKind {
     greaterEqual,
     literal,
     key,
-    unknown  ///< a word or a character that means nothing
+    word,    ///< what it means depends on where it stands
+    unknown  ///< a character that means nothing
 };
 
 /// Begin and end are offsets in the text.
@@ -32,8 +34,8 @@ struct Token {
     TokenKind kind = TokenKind::end;
     std::size_t begin = 0;
     std::size_t end = 0;
-    KRValue value;    ///< of a literal
-    std::string key;  ///< of a key
+    KRValue value;     ///< of a literal
+    std::string text;  ///< of a key, or the word
 };
 
 /// Cuts a condition text into tokens. A text that is too long or not in UTF-8, and a token that is

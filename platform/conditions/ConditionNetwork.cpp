@@ -24,6 +24,7 @@ ConditionNetwork::ConditionNetwork()
 {
     nodes_.emplace_back().truth = true;
     definitions_.emplace_back();
+    reserveLevel(0);
 }
 
 std::vector<PrefetchingWatch> ConditionNetwork::watches() const
@@ -31,7 +32,7 @@ std::vector<PrefetchingWatch> ConditionNetwork::watches() const
     std::vector<PrefetchingWatch> watches;
     watches.reserve(slots_.size());
     slots_.forEach([&](KeyTag tag, const KeySlot& slot) {
-        watches.push_back({{*slot.key, tag}, &slot});
+        watches.push_back({{*slot.key, tag, slot.timedReaders > 0}, &slot});
     });
     return watches;
 }
@@ -115,16 +116,26 @@ void ConditionNetwork::unlink(NodeId id, const KeyComparison& leaf)
 
 void ConditionNetwork::link(NodeId id, const Conjunction& conjunction)
 {
+    for (const Edge fanin : conjunction.fanins)
+        linkFanin(id, fanin);
+    nodes_[id].truth = nodes_[id].falseFanins == 0;
+}
+
+void ConditionNetwork::linkFanin(NodeId id, Edge fanin)
+{
     NetworkNode& node = nodes_[id];
-    for (const Edge fanin : conjunction.fanins) {
-        NetworkNode& below = nodes_[fanin.node()];
-        node.falseFanins += isTrue(fanin) ? 0 : 1;
-        node.level = std::max(node.level, static_cast<std::uint16_t>(below.level + 1));
-        below.fanouts.push_back(Fanout::to(Edge(id, fanin.negated())));
-    }
-    node.truth = node.falseFanins == 0;
-    if (pending_.size() <= node.level)
-        pending_.resize(node.level + std::size_t{1});
+    NetworkNode& below = nodes_[fanin.node()];
+    node.falseFanins += isTrue(fanin) ? 0 : 1;
+    node.level =
+        static_cast<std::uint16_t>(std::max<unsigned>(node.level, below.level + 1U)) & 0x7fff;
+    below.fanouts.push_back(Fanout::to(Edge(id, fanin.negated())));
+    reserveLevel(node.level);
+}
+
+void ConditionNetwork::reserveLevel(std::size_t level)
+{
+    if (pending_.size() <= level)
+        pending_.resize(level + 1);
 }
 
 void ConditionNetwork::unlink(NodeId id, const Conjunction& conjunction)
@@ -144,7 +155,7 @@ void ConditionNetwork::detach(unsigned condition, Edge root)
 }
 
 const std::vector<unsigned>& ConditionNetwork::set(KeyTag tag, const KRValue& value,
-                                                   vo::TimePoint time)
+                                                   vo::TimePoint time, vo::Duration uptime)
 {
     changed_.clear();
     KeySlot* const slot = slots_.find(tag);
@@ -154,12 +165,26 @@ const std::vector<unsigned>& ConditionNetwork::set(KeyTag tag, const KRValue& va
         flipIndexed(*slot, value);
     slot->now.value = value;
     slot->now.time = time;
+    if (uptime != kNotStamped)
+        noteUptime(*slot, uptime);
 
     if (slot->truth && nodes_[slot->truth].truth != value.isTrue())
         flip(slot->truth);
     slot->literals.flipUnindexed(value, [this](NodeId leaf) { flip(leaf); });
     if (slot->pairs)
         flipPairs(*slot);
+    return endMoment();
+}
+
+const std::vector<unsigned>& ConditionNetwork::load(KeyTag tag, const KRMemory::Snapshot& snapshot)
+{
+    if (KeySlot* const slot = slots_.find(tag))
+        slot->now.uptime = snapshot.uptime;
+    return set(tag, snapshot.value, snapshot.time);
+}
+
+const std::vector<unsigned>& ConditionNetwork::endMoment()
+{
     if (pendingCount_ > 0)
         propagate();
     sorter_.sort(changed_);
@@ -199,12 +224,20 @@ void ConditionNetwork::flip(NodeId id)
             ++above.falseFanins;
         else
             --above.falseFanins;
-        if (!above.pending && (above.falseFanins == 0) != above.truth) {
-            above.pending = true;
-            pending_[above.level].push_back(output.node());
-            ++pendingCount_;
-        }
+        if (above.timed || (above.falseFanins == 0) != above.truth)
+            postpone(output.node());
     }
+}
+
+/// Until the turn of its level.
+void ConditionNetwork::postpone(NodeId id)
+{
+    NetworkNode& node = nodes_[id];
+    if (node.pending)
+        return;
+    node.pending = true;
+    pending_[node.level].push_back(id);
+    ++pendingCount_;
 }
 
 // Every fanin of a node has a lower level, so it has its final truth when the node's turn comes. A
@@ -215,7 +248,7 @@ void ConditionNetwork::propagate()
         for (const NodeId id : *level) {
             NetworkNode& node = nodes_[id];
             node.pending = false;
-            if ((node.falseFanins == 0) != node.truth)
+            if ((node.timed ? updatePart(id) : node.falseFanins == 0) != node.truth)
                 flip(id);
         }
         pendingCount_ -= level->size();

@@ -1,7 +1,11 @@
 #pragma once
 
 #include <cstddef>
+#include <map>
+#include <optional>
+#include <set>
 #include <string>
+#include <unordered_set>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -13,6 +17,7 @@
 #include "platform/conditions/NodeDefinition.h"
 #include "platform/kr/KRMemory.h"
 #include "platform/kr/KRValue.h"
+#include "platform/kr/MemoryFeed.h"
 #include "platform/kr/PrefetchingWatch.h"
 #include "platform/vo/Cache.h"
 #include "platform/vo/Clock.h"
@@ -39,6 +44,11 @@ namespace KR {
 /// in their turn, level by level, so each node flips at most once a change. What does not flip
 /// costs nothing.
 ///
+/// A part that speaks of time is a node, too: it is looked at when a fanin of it flips, when the
+/// key whose age it tells is written, and at the instant that it says it is due. Instants are
+/// uptimes; whoever owns the network says when they have come. Time goes from begin() to end():
+/// before and after, nothing happens to these parts and nothing of them is due.
+///
 /// Not synchronised: a part of ConditionChecker.
 class ConditionNetwork {
 public:
@@ -49,8 +59,12 @@ public:
     // The keys' values, and what comes of them.
 
     /// Handles one change of a key; that of a tag which is gone is nothing. Returns the conditions
-    /// whose truth it changed, in ascending id order, valid until the next call.
-    const std::vector<unsigned>& set(KeyTag tag, const KRValue& value, vo::TimePoint time);
+    /// whose truth it changed, in ascending id order, valid until the next call. Changes of a key
+    /// that parts of time read have their uptime; whatever was due before that has been handled.
+    const std::vector<unsigned>& set(KeyTag tag, const KRValue& value, vo::TimePoint time,
+                                     vo::Duration uptime = kNotStamped);
+    /// The same for what memory says that the key holds, which is no moment of its own.
+    const std::vector<unsigned>& load(KeyTag tag, const KRMemory::Snapshot& snapshot);
     /// As of the latest change of a key.
     bool isTrue(Edge edge) const { return nodes_[edge.node()].truth != edge.negated(); }
     /// Has what a change of this key touches first fetched meanwhile.
@@ -74,6 +88,28 @@ public:
         const KeySlot* const slot = slots_.find(tag);
         return slot ? std::pair(slot->key.get(), &slot->now) : std::pair(nullptr, nullptr);
     }
+
+    // Time.
+
+    /// Has time go on for the parts for which it does not yet; as one moment. Returns the
+    /// conditions whose truth it changed, as set() does.
+    const std::vector<unsigned>& begin(vo::Duration now);
+    /// Whether there are parts that begin() is for.
+    bool hasFresh() const { return !fresh_.empty(); }
+    /// Has time stand still for all parts, whose truth stays as it is.
+    void end();
+    /// The next instant at which something may change by itself.
+    std::optional<vo::Duration> nextDue() const
+    {
+        return dues_.empty() ? std::nullopt : std::optional(dues_.begin()->first);
+    }
+    /// Handles what is due at nextDue(), which there is, as one moment. Returns what set() does.
+    const std::vector<unsigned>& elapse();
+    /// What the parts that have begun have to go on with, by their texts.
+    std::map<std::string, TimedHistory> histories() const;
+    /// Until that instant, a part that begins or whose operand becomes true goes on with the
+    /// history of its text.
+    void resume(std::map<std::string, TimedHistory> histories, vo::Duration until);
 
     // The nodes, for the compiler.
 
@@ -112,16 +148,30 @@ private:
     void link(NodeId id, const LiteralComparison& leaf);
     void link(NodeId id, const KeyComparison& leaf);
     void link(NodeId id, const Conjunction& conjunction);
+    void link(NodeId id, const Timed& timed);
     void unlink(NodeId, const std::monostate&) {}
     void unlink(NodeId id, const KeyTruth& leaf);
     void unlink(NodeId id, const LiteralComparison& leaf);
     void unlink(NodeId id, const KeyComparison& leaf);
     void unlink(NodeId id, const Conjunction& conjunction);
+    void unlink(NodeId id, const Timed& timed);
+    void linkFanin(NodeId id, Edge fanin);
+    void reserveLevel(std::size_t level);
 
     void flipIndexed(const KeySlot& slot, const KRValue& after);
     void flipPairs(const KeySlot& slot);
     void flip(NodeId id);
+    void postpone(NodeId id);
     void propagate();
+    const std::vector<unsigned>& endMoment();
+
+    void noteUptime(KeySlot& slot, vo::Duration uptime);
+    TimedPart& partOf(NodeId id) const { return *std::get<Timed>(definitions_[id]).part; }
+    TimedInputs inputsOf(const TimedMeaning& meaning) const;
+    bool updatePart(NodeId id);
+    void resumePart(TimedPart& part, const TimedInputs& inputs, vo::Duration now);
+    void schedule(NodeId id, TimedPart& part);
+    void unschedule(NodeId id, TimedPart& part);
 
     IdTable<KeySlot> slots_;
     vo::TextIndex<KeySlot, KeyOf> keys_;
@@ -130,6 +180,14 @@ private:
     std::vector<NetworkNode> nodes_;           ///< the first one is the constant
     std::vector<NodeDefinition> definitions_;  ///< of the nodes
     std::vector<NodeId> free_;
+
+    TimedMoment moment_;  ///< the latest of those that have their uptime
+    std::set<std::pair<vo::Duration, NodeId>> dues_;  ///< when to look at which part
+    std::unordered_set<NodeId> fresh_;                ///< parts that have not begun
+    std::size_t parts_ = 0;                           ///< parts that speak of time
+    std::optional<TimedMoment> beginning_;  ///< while parts begin; may be ahead of moment_
+    std::map<std::string, TimedHistory> resumable_;
+    vo::Duration resumableUntil_{};
 
     // Empty between the calls; kept for their storage.
     std::vector<NodeId> leafFlips_;             ///< of this change, found by an index

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include "platform/kr/KRValue.h"
+#include "platform/vo/Clock.h"
 
 namespace KR {
 
@@ -35,12 +37,23 @@ constexpr std::size_t kMaxConditionBytes = std::size_t{64} * 1024;
 /// use.
 constexpr std::size_t kMaxConditionDepth = 200;
 
-/// A parsed condition.
+/// Longest duration that a condition can name, some eleven years.
+constexpr vo::Duration kMaxConditionDuration = std::chrono::hours(100'000);
+/// Most instants that one count has to remember.
+constexpr unsigned kMaxConditionCount = 1000;
+
+/// A parsed condition. Of a comparison with `age` or `count` that stands left, and what it is
+/// compared with, a duration or a whole number, stands right.
 struct Expression {
     enum class Kind : std::uint8_t {
         literal,
         key,
+        duration,
+        age,          // of a key
+        count,        // one operand, within a duration
         negation,     // one operand
+        hold,         // one operand, for a duration
+        within,       // two operands, a duration apart
         conjunction,  // two or more
         disjunction,  // two or more
         equal,        // the rest: two operands
@@ -53,8 +66,12 @@ struct Expression {
 
     Kind kind;
     KRValue value;    ///< of a literal
-    std::string key;  ///< of a key
+    std::string key;  ///< of a key, and of an age
     std::vector<Expression> operands;
+    vo::Duration duration{};  ///< of what has one
+
+    /// Whether it is a number of its own kind, which is compared with literals only.
+    bool isMeasure() const { return kind == Kind::age || kind == Kind::count; }
 };
 
 /// Parses a condition; ConditionSyntaxError when it does not parse.
@@ -62,5 +79,11 @@ Expression parseCondition(const std::string& text);
 
 /// The keys that a condition reads, each once, in order of first appearance.
 std::vector<std::string> keysOf(const Expression& expression);
+
+/// Whether it speaks of time.
+bool isTimed(const Expression& expression);
+
+/// A condition that says the same, in one way of writing: equal expressions have equal texts.
+std::string textOf(const Expression& expression);
 
 }  // namespace KR

@@ -55,9 +55,12 @@ private:
 
 /// What a change of a node touches.
 struct alignas(vo::kCacheLine / 2) NetworkNode {
+    NetworkNode() : timed(false), level(0) {}
+
     bool truth = false;
     bool pending = false;           ///< waits for its turn in this change
-    std::uint16_t level = 0;        ///< 0 of a leaf; of a conjunction, above that of every fanin
+    bool timed : 1;                 ///< is a Timed, whose truth is not that of its fanins alone
+    std::uint16_t level : 15;       ///< 0 of a leaf; otherwise above that of every fanin
     std::uint32_t falseFanins = 0;  ///< of a conjunction
     SmallList<Fanout> fanouts;      ///< in the order in which they were added
 };

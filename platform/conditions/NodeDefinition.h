@@ -1,11 +1,13 @@
 #pragma once
 
+#include <memory>
 #include <variant>
 
 #include "platform/conditions/ConditionParser.h"
 #include "platform/conditions/KeySlot.h"
 #include "platform/conditions/NetworkNode.h"
 #include "platform/conditions/SmallList.h"
+#include "platform/conditions/TimedPart.h"
 #include "platform/kr/KRValue.h"
 
 namespace KR {
@@ -35,8 +37,13 @@ struct Conjunction {
     SmallList<Edge> fanins;
 };
 
+/// A part of a condition that speaks of time.
+struct Timed {
+    std::unique_ptr<TimedPart> part;
+};
+
 /// What a node means; nothing of the constant and of one that is gone.
 using NodeDefinition =
-    std::variant<std::monostate, KeyTruth, LiteralComparison, KeyComparison, Conjunction>;
+    std::variant<std::monostate, KeyTruth, LiteralComparison, KeyComparison, Conjunction, Timed>;
 
 }  // namespace KR

@@ -56,14 +56,14 @@ KRMemory::~KRMemory()
     impl_->service->close();
 }
 
-std::int64_t KRMemory::Impl::lifeTime() const
+std::int64_t KRMemory::Impl::lifeTimeAt(vo::Duration uptime) const
 {
-    return std::chrono::duration_cast<std::chrono::seconds>(clock->roughUptime() - start).count();
+    return std::chrono::duration_cast<std::chrono::seconds>(uptime - start).count();
 }
 
 std::int64_t KRMemory::lifeTime() const
 {
-    return impl_->lifeTime();
+    return impl_->lifeTimeAt(impl_->clock->roughUptime());
 }
 
 KRValue KRMemory::getData(const std::string& key) const
@@ -162,14 +162,19 @@ void KRMemory::Impl::write(const std::string& key, const KRValue& value, MemoryW
                            Recipients& recipients)
 {
     MemorySlot& slot = slots.at(key);
-    for (const MemorySlot::Watcher& watcher : slot.watchers)
+    bool stamped = false;
+    for (const MemorySlot::Watcher& watcher : slot.watchers) {
         vo::prefetch(watcher.expected, PrefetchingWatch::kBytes);
+        stamped = stamped || watcher.stamped;
+    }
     const vo::TimePoint time = clock->now();
-    slots.write(slot, value, time, lifeTime());
+    const vo::Duration uptime = stamped ? clock->uptime() : clock->roughUptime();
+    slots.write(slot, value, time, uptime);
     bool expired = false;
     for (const MemorySlot::Watcher& watcher : slot.watchers) {
         if (auto feed = watcher.feed.lock()) {
-            const bool wake = feed->append({watcher.tag, writer, time, value});
+            const bool wake = feed->append(
+                {watcher.tag, writer, time, value, watcher.stamped ? uptime : kNotStamped});
             recipients.push_back({std::move(feed), wake});
         } else {
             expired = true;
@@ -190,7 +195,8 @@ KRValue KRMemory::getEventHistory(const std::string& key) const
     KRValue::Array history;
     history.reserve(entries.size());
     for (MemorySlot::Entry& entry : entries)
-        history.emplace_back(KRValue::Array{std::move(entry.value), entry.lifeTime});
+        history.emplace_back(
+            KRValue::Array{std::move(entry.value), impl_->lifeTimeAt(entry.uptime)});
     return history;
 }
 
@@ -206,13 +212,17 @@ std::vector<KRMemory::Snapshot> KRMemory::Impl::watch(const std::shared_ptr<Memo
     for (const W& watch : keys) {
         MemorySlot& slot = slots.at(watch.key);
         dropExpiredWatchers(slot);
-        const bool known = std::any_of(slot.watchers.begin(), slot.watchers.end(),
-                                       [&](const MemorySlot::Watcher& w) {
-                                           return w.tag == watch.tag && isSame(w.feed, feed);
-                                       });
-        if (!known)
-            slot.watchers.push_back({feed, watch.tag, expectedOf(watch)});
+        const auto known = std::find_if(slot.watchers.begin(), slot.watchers.end(),
+                                        [&](const MemorySlot::Watcher& w) {
+                                            return w.tag == watch.tag && isSame(w.feed, feed);
+                                        });
+        if (known == slot.watchers.end())
+            slot.watchers.push_back({feed, watch.tag, watch.stamped, expectedOf(watch)});
+        else
+            known->stamped = known->stamped || watch.stamped;
         snapshots.push_back(slot.snapshot());
+        if (watch.stamped && slot.isWritten())
+            snapshots.back().uptime = slots.uptimeOf(slot);
     }
     return snapshots;
 }

@@ -73,17 +73,22 @@ public:
     struct Snapshot {
         KRValue value;
         vo::TimePoint time;
+        /// Of the latest write, where it is asked for: that of a write that was not stamped with it
+        /// may be some milliseconds too early (see vo::Clock::roughUptime). kNotStamped for an
+        /// unwritten key.
+        vo::Duration uptime = kNotStamped;
     };
     /// A key to watch, and the number that comes back with its changes.
     struct Watch {
         std::string key;
         std::uint32_t tag;
+        bool stamped = false;  ///< asks for the uptime of the writes
     };
 
     /// From now on delivers the changes of these keys to `feed`, and returns what they hold now,
     /// in the order asked. Both happen at one moment: no change is missed or seen twice. A feed
-    /// may watch a key under several tags; the same tag twice counts once. Memory does not keep
-    /// the feed alive, and forgets one that is gone.
+    /// may watch a key under several tags; the same tag twice counts once, and as stamped if one of
+    /// them is. Memory does not keep the feed alive, and forgets one that is gone.
     std::vector<Snapshot> watch(const std::shared_ptr<MemoryFeed>& feed,
                                 const std::vector<Watch>& keys);
     /// Moves everything that is queued for a feed to `changes` (whose old content is discarded, its

@@ -34,7 +34,7 @@ public:
     template <class W>
     std::vector<Snapshot> watch(const std::shared_ptr<MemoryFeed>& feed, const std::vector<W>& keys)
         VO_EXCLUDES(mutex);
-    std::int64_t lifeTime() const;
+    std::int64_t lifeTimeAt(vo::Duration uptime) const;
     /// The subscriber of a module that is registered under its name now.
     ModuleSubscriber& subscriberOf(const std::shared_ptr<vo::ServiceObject>& module,
                                    std::unique_ptr<ModuleSubscriber>& replaced)

@@ -18,12 +18,18 @@ struct MemoryWriter {
     std::uint32_t id = 0;
 };
 
+/// The uptime of a write that nobody asked the uptime of.
+constexpr vo::Duration kNotStamped = vo::Duration::min();
+
 /// One change of a watched key, as it stood in memory at that moment.
 struct MemoryChange {
     std::uint32_t tag;  ///< what the watcher gave to KRMemory::watch for this key
     MemoryWriter writer;
     vo::TimePoint time;
     KRValue value;
+    /// The clock's uptime at the write, where KRMemory::Watch asked for it; in the order of the
+    /// writes, as `time` is while the wall clock does not jump.
+    vo::Duration uptime = kNotStamped;
 };
 
 /// The queue between shared memory and one subscriber.

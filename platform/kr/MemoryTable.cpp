@@ -35,10 +35,10 @@ void MemorySlot::growHistory()
 }
 
 void MemoryTable::write(MemorySlot& slot, const KRValue& value, vo::TimePoint time,
-                        std::int64_t lifeTime)
+                        vo::Duration uptime)
 {
     slot.set(value, time);
-    pending_.push_back({&slot, {value, lifeTime}});
+    pending_.push_back({&slot, {value, uptime}});
     if (pending_.size() == kMaxPending)
         writeHistories();
 }
@@ -51,6 +51,13 @@ void MemoryTable::writeHistories()
     for (Pending& pending : pending_)
         pending.slot->addEntry(std::move(pending.entry));
     pending_.clear();
+}
+
+vo::Duration MemoryTable::uptimeOf(const MemorySlot& slot) const
+{
+    const auto pending = std::find_if(pending_.rbegin(), pending_.rend(),
+                                      [&slot](const Pending& p) { return p.slot == &slot; });
+    return pending == pending_.rend() ? slot.latestEntry().uptime : pending->entry.uptime;
 }
 
 std::vector<MemorySlot::Entry> MemoryTable::historyOf(const MemorySlot& slot) const

@@ -22,11 +22,12 @@ class alignas(2 * vo::kCacheLine) MemorySlot {
 public:
     struct Entry {
         KRValue value;
-        std::int64_t lifeTime;
+        vo::Duration uptime;  ///< of the write
     };
     struct Watcher {
         std::weak_ptr<MemoryFeed> feed;
         std::uint32_t tag;
+        bool stamped;
         const void* expected;
     };
 
@@ -36,7 +37,7 @@ public:
     bool isWritten() const { return isWritten_; }
     /// Of the latest write; the invalid value and the epoch when there was none.
     const KRValue& value() const { return value_; }
-    KRMemory::Snapshot snapshot() const { return {value_, time_}; }
+    KRMemory::Snapshot snapshot() const { return {value_, time_, kNotStamped}; }
 
     // Of MemoryTable.
     void set(const KRValue& value, vo::TimePoint time)
@@ -50,6 +51,8 @@ public:
     void addEntry(Entry entry);
     /// Oldest first.
     std::vector<Entry> entries() const;
+    /// Of one that has entries.
+    const Entry& latestEntry() const { return entries_[(next_ == 0 ? size_ : next_) - 1]; }
 
 private:
     void growHistory();
@@ -96,7 +99,9 @@ public:
 
     /// Notes a write: at once what the key holds now, and its history later, together with that of
     /// others, since it lies far apart and is rarely asked for.
-    void write(MemorySlot& slot, const KRValue& value, vo::TimePoint time, std::int64_t lifeTime);
+    void write(MemorySlot& slot, const KRValue& value, vo::TimePoint time, vo::Duration uptime);
+    /// Of the latest write of a slot that was written.
+    vo::Duration uptimeOf(const MemorySlot& slot) const;
     /// Oldest first.
     std::vector<MemorySlot::Entry> historyOf(const MemorySlot& slot) const;
 

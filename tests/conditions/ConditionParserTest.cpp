@@ -17,12 +17,19 @@ std::string repeated(const std::string& piece, std::size_t times)
 std::string structureOf(const Expression& e)
 {
     static constexpr const char* kNames[] = {
-        "", "", "!", "&&", "||", "==", "!=", "<", "<=", ">", ">="};
+        "",   "",   "",   "age", "count", "!",  "for", "within",
+        "&&", "||", "==", "!=",  "<",     "<=", ">",   ">="};
     if (e.kind == Expression::Kind::literal)
         return e.value.toDisplayString();
     if (e.kind == Expression::Kind::key)
         return e.key;
+    if (e.kind == Expression::Kind::duration)
+        return std::to_string(e.duration.count());
     std::string text = std::string("[") + kNames[static_cast<int>(e.kind)];
+    if (e.kind == Expression::Kind::age)
+        text += " " + e.key;
+    if (e.duration != vo::Duration::zero())
+        text += " " + std::to_string(e.duration.count());
     for (const Expression& operand : e.operands)
         text += " " + structureOf(operand);
     return text + "]";
@@ -42,6 +49,15 @@ TEST(ConditionParser, BindsLikeC)
         {"!'A' == true", "[== [! A] true]"},
         {"\t'A'\r\n<='B'>2 ", "[> [<= A B] 2]"},
         {"'A'&&!'B'||'C'!=\"x\"", "[|| [&& A [! B]] [!= C \"x\"]]"},
+        // What speaks of time lies between equality and conjunction.
+        {"'A' == 1 for 10 s && 'B'", "[&& [for 10000000 [== A 1]] B]"},
+        {"!'A' for 1.5min for 2ms", "[for 2000 [for 90000000 [! A]]]"},
+        {"'A' within 1 h of 'B' == 1 within 0.001 ms of 'C'",
+         "[within 1 [within 3600000000 A [== B 1]] C]"},
+        {"age('A') < 2 s == true", "[== [< [age A] 2000000] true]"},
+        {"2.5 ms >= age( 'A' )", "[<= [age A] 2500]"},
+        {"count('A' || 'B', 60 s) >= 3 && 1000 > count('A', 1 s)",
+         "[&& [>= [count 60000000 [|| A B]] 3] [< [count 1000000 A] 1000]]"},
     };
     for (const auto& [text, structure] : rows)
         EXPECT_EQ(structureOf(parseCondition(text)), structure) << text;
@@ -78,6 +94,29 @@ TEST(ConditionParser, RefusedTextsNameThePlaceAndWhatWasExpected)
         {"\"b\\\"", "1:1: expected a \" that closes this text, found the end"},
         {R"("\q")", "1:3: expected \", \\, n or t after a \\, found 'q'"},
         {"\"b\\", "1:4: expected \", \\, n or t after a \\, found the end"},
+        {"'A' for 10", "1:11: expected a unit: ms, s, min or h, found the end"},
+        {"'A' for 10 sec", "1:12: expected a unit: ms, s, min or h, found 'sec'"},
+        {"'A' for ten s", "1:9: expected a duration such as 10 s, found 'ten'"},
+        {"'A' for -1 s", "1:9: expected a duration of 0.001 ms or more, found '-1'"},
+        {"'A' for 0 h", "1:9: expected a duration of 0.001 ms or more, found '0'"},
+        {"'A' for 100000.1 h", "1:9: expected a duration of at most 100000 h, found '100000.1'"},
+        {"'A' for 9223372036854775807 h",
+         "1:9: expected a duration of at most 100000 h, found '9223372036854775807'"},
+        {"'A' within 5 s 'B'", "1:16: expected 'of', found a key"},
+        {"age('A')", "1:9: expected a comparison, found the end"},
+        {"(count('A', 1 s)) > 1", "1:17: expected a comparison, found ')'"},
+        {"!age('A') < 2 s",
+         "1:1: expected parentheses around the comparison that is negated, found '!'"},
+        {"age('A') < 2", "1:12: expected a duration such as 2 s, found '2'"},
+        {"age('A') < 'B'", "1:12: expected a duration such as 2 s, found a key"},
+        {"age(1) < 2 s", "1:5: expected a key, found '1'"},
+        {"'A' < age('B')", "1:7: expected a key, a literal, '!' or '(', found 'age'"},
+        {"'A' < 2 s", "1:7: expected a value: only an age is compared with a duration, found '2'"},
+        {"count('A') > 1", "1:10: expected an operator or ',', found ')'"},
+        {"count('A', 1 s) > 1000", "1:19: expected a whole number from 0 to 999, found '1000'"},
+        {"1001 <= count('A', 1 s)", "1:1: expected a whole number from 0 to 1000, found '1001'"},
+        {"count('A', 1 s) >= 1.5", "1:20: expected a whole number from 0 to 1000, found '1.5'"},
+        {"count('A', 1 s) == -1", "1:20: expected a whole number from 0 to 999, found '-1'"},
         {"1e+", "1:4: expected the digits of an exponent, found the end"},
         {"1.e5", "1:3: expected a digit after '.', found 'e'"},
         {"9223372036854775808", "1:1: expected an integer of 64 bits, found 9223372036854775808"},

@@ -82,9 +82,10 @@ struct SenseTest : testing::Test {
         std::vector<MemoryChange> changes;
         platform.memory().take(*feed, changes);
         std::string text;
-        for (const auto& [tag, writer, time, value] : changes)
-            text += (text.empty() ? "" : " ") + names[tag] + "=" +
-                    (value.isString() ? "'" + value.toString() + "'" : value.toDisplayString());
+        for (const MemoryChange& change : changes)
+            text += (text.empty() ? "" : " ") + names[change.tag] + "=" +
+                    (change.value.isString() ? "'" + change.value.toString() + "'"
+                                             : change.value.toDisplayString());
         return text;
     }
     std::string after(vo::Duration time)

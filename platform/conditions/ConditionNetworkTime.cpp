@@ -1,0 +1,175 @@
+// What comes of time: parts that begin, are looked at and are due.
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/conditions/ConditionNetwork.h"
+
+namespace KR {
+
+void ConditionNetwork::link(NodeId id, const Timed& timed)
+{
+    const TimedMeaning& meaning = timed.part->meaning();
+    nodes_[id].timed = true;
+    if (KeySlot* const key = meaning.key) {
+        if (!key->ages)
+            key->ages = std::make_unique<SmallList<NodeId>>();
+        key->ages->push_back(id);
+    } else {
+        linkFanin(id, meaning.first);
+        if (meaning.kind == TimedMeaning::Kind::within)
+            linkFanin(id, meaning.second);
+    }
+    fresh_.insert(id);
+    ++parts_;
+}
+
+void ConditionNetwork::unlink(NodeId id, const Timed& timed)
+{
+    const TimedMeaning& meaning = timed.part->meaning();
+    if (meaning.key) {
+        meaning.key->ages->erase(id);
+    } else {
+        const auto erase = [&](Edge fanin) {
+            nodes_[fanin.node()].fanouts.erase(Fanout::to(Edge(id, fanin.negated())));
+        };
+        erase(meaning.first);
+        if (meaning.kind == TimedMeaning::Kind::within)
+            erase(meaning.second);
+    }
+    fresh_.erase(id);
+    --parts_;
+    unschedule(id, *timed.part);
+}
+
+const std::vector<unsigned>& ConditionNetwork::begin(vo::Duration now)
+{
+    changed_.clear();
+    beginning_ = TimedMoment{now, now};
+    for (const NodeId id : fresh_)
+        postpone(id);
+    fresh_.clear();
+    endMoment();
+    beginning_.reset();
+    return changed_;
+}
+
+void ConditionNetwork::end()
+{
+    for (NodeId id = 0; id < definitions_.size() && fresh_.size() < parts_; ++id) {
+        const auto* const timed = std::get_if<Timed>(&definitions_[id]);
+        if (!timed)
+            continue;
+        timed->part->end();
+        timed->part->scheduled.reset();
+        fresh_.insert(id);
+    }
+    dues_.clear();
+}
+
+// What is looked at before it is due says anew when it will be.
+const std::vector<unsigned>& ConditionNetwork::elapse()
+{
+    changed_.clear();
+    moment_.now = std::max(moment_.now, dues_.begin()->first);
+    moment_.elapsed = moment_.now;
+    while (!dues_.empty() && moment_.isPast(dues_.begin()->first)) {
+        const NodeId id = dues_.begin()->second;
+        unschedule(id, partOf(id));
+        postpone(id);
+    }
+    return endMoment();
+}
+
+/// Of a write: what is due at the same instant comes after it.
+void ConditionNetwork::noteUptime(KeySlot& slot, vo::Duration uptime)
+{
+    moment_.now = std::max(moment_.now, uptime);
+    moment_.elapsed = std::max(moment_.elapsed, moment_.now - vo::Duration(1));
+    slot.now.uptime = uptime;
+    if (!slot.ages)
+        return;
+    for (const NodeId age : *slot.ages)
+        postpone(age);
+}
+
+TimedInputs ConditionNetwork::inputsOf(const TimedMeaning& meaning) const
+{
+    TimedInputs inputs;
+    if (meaning.key && meaning.key->now.uptime != kNotStamped)
+        inputs.written = meaning.key->now.uptime;
+    inputs.first = isTrue(meaning.first);
+    inputs.second = isTrue(meaning.second);
+    return inputs;
+}
+
+/// Returns the part's truth; as it was while time stands still for it.
+bool ConditionNetwork::updatePart(NodeId id)
+{
+    TimedPart& part = partOf(id);
+    const TimedInputs inputs = inputsOf(part.meaning());
+    const TimedMoment& moment = beginning_ ? *beginning_ : moment_;
+    if (!part.hasBegun()) {
+        if (!beginning_)
+            return nodes_[id].truth;
+        part.begin(inputs);
+    }
+    if (!resumable_.empty())
+        resumePart(part, inputs, moment.now);
+    const bool truth = part.update(inputs, moment);
+    schedule(id, part);
+    return truth;
+}
+
+void ConditionNetwork::resumePart(TimedPart& part, const TimedInputs& inputs, vo::Duration now)
+{
+    if (now > resumableUntil_)
+        return resumable_.clear();
+    const auto found = inputs.first ? resumable_.find(part.text()) : resumable_.end();
+    if (found == resumable_.end())
+        return;
+    part.resume(found->second);
+    resumable_.erase(found);
+}
+
+/// Parts are looked at no later than they are due. Where that has moved to later, the look that was
+/// planned stays: it costs less than moving it at each of many writes.
+void ConditionNetwork::schedule(NodeId id, TimedPart& part)
+{
+    const auto due = part.due();
+    if (due && part.scheduled && *part.scheduled <= *due)
+        return;
+    unschedule(id, part);
+    if (!due)
+        return;
+    dues_.emplace(*due, id);
+    part.scheduled = due;
+}
+
+void ConditionNetwork::unschedule(NodeId id, TimedPart& part)
+{
+    if (!part.scheduled)
+        return;
+    dues_.erase({*part.scheduled, id});
+    part.scheduled.reset();
+}
+
+std::map<std::string, TimedHistory> ConditionNetwork::histories() const
+{
+    std::map<std::string, TimedHistory> histories;
+    for (const NodeDefinition& definition : definitions_) {
+        const auto* const timed = std::get_if<Timed>(&definition);
+        auto history = timed ? timed->part->history() : std::nullopt;
+        if (history)
+            histories.emplace(timed->part->text(), *std::move(history));
+    }
+    return histories;
+}
+
+void ConditionNetwork::resume(std::map<std::string, TimedHistory> histories, vo::Duration until)
+{
+    resumable_ = std::move(histories);
+    resumableUntil_ = until;
+}
+
+}  // namespace KR
