@@ -5,6 +5,7 @@
 #include <set>
 
 #include "host/Nearest.h"
+#include "platform/conditions/Comparison.h"
 
 namespace KR {
 
@@ -21,22 +22,6 @@ std::vector<std::string> publishedKeys(const KeyCatalogue& keys)
             published.push_back(entry.description.key);
     }
     return published;
-}
-
-Kind mirrored(Kind kind)
-{
-    switch (kind) {
-        case Kind::less:
-            return Kind::greater;
-        case Kind::lessEqual:
-            return Kind::greaterEqual;
-        case Kind::greater:
-            return Kind::less;
-        case Kind::greaterEqual:
-            return Kind::lessEqual;
-        default:
-            return kind;
-    }
 }
 
 bool isNumeric(const KRValue& value)
@@ -83,9 +68,9 @@ bool canMatter(const KeyDescription& key, Kind kind, const KRValue& literal)
     }
 }
 
-class Doubts {
+class KeyDoubts {
 public:
-    explicit Doubts(const KeyCatalogue& keys) : keys_(keys) {}
+    explicit KeyDoubts(const KeyCatalogue& keys) : keys_(keys) {}
 
     void inspect(const Expression& expression)
     {
@@ -155,7 +140,7 @@ private:
 
 std::vector<KeyDoubt> keyDoubts(const Expression& condition, const KeyCatalogue& keys)
 {
-    Doubts doubts(keys);
+    KeyDoubts doubts(keys);
     doubts.inspect(condition);
     return doubts.take();
 }

@@ -3,13 +3,11 @@
 #include <exception>
 #include <stdexcept>
 
+#include "launchpad/LaunchpadLog.h"
 #include "launchpad/LaunchpadNews.h"
-#include "platform/vo/Log.h"
 
 namespace KR {
 namespace {
-
-const vo::Logger kLog("NimbraLaunchpad");
 
 ConditionChecker::ReportMode reportModeOf(std::uint32_t synchronicity)
 {
@@ -56,9 +54,9 @@ void ActionTable::registerCondition(std::uint32_t id)
     constexpr const char* kLabel = "_registerActionCondition";
     AutonomousAction& action = actions_[id];
     if (action.condition.empty()) {
-        kLog.warning(kLabel, "_registerActionCondition called with invalid action id: " +
-                                 std::to_string(id) +
-                                 ", or empty condition.  Will remove action id");
+        launchpadLog.warning(kLabel, "_registerActionCondition called with invalid action id: " +
+                                         std::to_string(id) +
+                                         ", or empty condition.  Will remove action id");
         actions_.erase(id);
         return;
     }
@@ -73,17 +71,18 @@ void ActionTable::registerCondition(std::uint32_t id)
             return;
         }
         if (isMapped) {
-            kLog.warning(kLabel,
-                         "_registerActionCondition found existing condition map but no actual "
-                         "condition, will replace map value for action: " +
-                             action.description);
+            launchpadLog.warning(
+                kLabel,
+                "_registerActionCondition found existing condition map but no actual "
+                "condition, will replace map value for action: " +
+                    action.description);
             conditionToAction_.erase(oldId);
         }
         if (isRegistered) {
-            kLog.warning(kLabel,
-                         "_registerActionCondition found actual condition but no map, will "
-                         "replace condition for action: " +
-                             action.description);
+            launchpadLog.warning(kLabel,
+                                 "_registerActionCondition found actual condition but no map, will "
+                                 "replace condition for action: " +
+                                     action.description);
             checker_.removeCondition(oldId);
         }
         action.conditionId =
@@ -100,9 +99,9 @@ bool ActionTable::unregisterCondition(std::uint32_t id)
     constexpr const char* kLabel = "_unregisterActionCondition";
     AutonomousAction& action = actions_[id];
     if (action.condition.empty()) {
-        kLog.warning(kLabel, "_unregisterActionCondition called with invalid action id: " +
-                                 std::to_string(id) +
-                                 ", or empty condition.  Will remove action id");
+        launchpadLog.warning(kLabel, "_unregisterActionCondition called with invalid action id: " +
+                                         std::to_string(id) +
+                                         ", or empty condition.  Will remove action id");
         actions_.erase(id);
         return false;
     }
@@ -133,8 +132,8 @@ void ActionTable::removeActivity(const std::string& key)
 {
     const auto found = activities_.find(key);
     if (found == activities_.end()) {
-        kLog.warning("_removeBehaviorAction",
-                     "Tried to remove a non mapped behavior action for: " + key);
+        launchpadLog.warning("_removeBehaviorAction",
+                             "Tried to remove a non mapped behavior action for: " + key);
         return;
     }
     unregisterCondition(found->second);

@@ -5,16 +5,14 @@
 #include <utility>
 #include <yaml-cpp/yaml.h>
 
+#include "launchpad/LaunchpadLog.h"
 #include "platform/config/ApiWrapper.h"
 #include "platform/config/YamlFile.h"
-#include "platform/vo/Log.h"
 
 namespace KR {
 namespace {
 
 using Keys = std::vector<std::string>;
-
-const vo::Logger kLog("NimbraLaunchpad");
 
 constexpr const char* kDescription = "Description";
 constexpr const char* kCondition = "Condition";
@@ -386,7 +384,7 @@ void readYamlStringOrListOfStrings(std::vector<std::string>& out, const YAML::No
                                    const std::string& key, const std::string& context)
 {
     readTexts(out, node, key, context, [](const ConfigurationProblem& problem) {
-        kLog.warning(problem.label, problem.text);
+        launchpadLog.warning(problem.label, problem.text);
     });
 }
 

@@ -3,6 +3,7 @@
 #include <exception>
 #include <string>
 
+#include "launchpad/LaunchpadLog.h"
 #include "platform/kr/KRError.h"
 
 namespace KR {
@@ -31,7 +32,7 @@ public:
     void raise() const
     {
         if (!text_.empty())
-            throw KRError("NimbraLaunchpad", method_, text_);
+            throw KRError(kLaunchpadCategory, method_, text_);
     }
 
 private:

@@ -1,16 +1,10 @@
 #include "launchpad/LaunchpadNews.h"
 
+#include "launchpad/LaunchpadLog.h"
 #include "platform/vo/Application.h"
 #include "platform/vo/EventLoop.h"
-#include "platform/vo/Log.h"
 
 namespace KR {
-namespace {
-
-const vo::Logger kLog("NimbraLaunchpad");
-
-}  // namespace
-
 LaunchpadNews::Round::~Round()
 {
     pass_.reset();
@@ -20,7 +14,7 @@ LaunchpadNews::Round::~Round()
 
 void LaunchpadNews::error(const std::string& label, const std::string& text)
 {
-    kLog.error(label, text);
+    launchpadLog.error(label, text);
     if (const vo::CallbackGate::Pass pass(observing_); pass && observer_.error)
         observer_.error(label, text);
     notifications_.add([this, label, text] { errorReported(label, text); });

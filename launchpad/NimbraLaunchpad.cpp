@@ -4,8 +4,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "launchpad/LaunchpadLog.h"
 #include "launchpad/LaunchpadNews.h"
-#include "platform/vo/Log.h"
 #include "platform/vo/PackageInfo.h"
 #include "platform/vo/Path.h"
 #include "platform/vo/Session.h"
@@ -14,8 +14,6 @@
 
 namespace KR {
 namespace {
-
-const vo::Logger kLog("NimbraLaunchpad");
 
 constexpr const char* kInteractiveActivityModule = "applauncher_module";
 
@@ -116,8 +114,8 @@ void NimbraLaunchpad::_addModuleActions(const std::string& name,
         action.conditionId = 0;
         _addAction(action);
     }
-    kLog.info("loadModule",
-              std::to_string(actions.size()) + " autonomous actions loaded from " + name);
+    launchpadLog.info("loadModule",
+                      std::to_string(actions.size()) + " autonomous actions loaded from " + name);
 }
 
 PersistentValues NimbraLaunchpad::getPersistentValues() const

@@ -2,15 +2,14 @@
 #include <yaml-cpp/yaml.h>
 
 #include "launchpad/ConfigurationReader.h"
+#include "launchpad/LaunchpadLog.h"
 #include "launchpad/LaunchpadNews.h"
 #include "launchpad/NimbraLaunchpad.h"
 #include "platform/config/Configurator.h"
-#include "platform/vo/Log.h"
 
 namespace KR {
 namespace {
 
-const vo::Logger kLog("NimbraLaunchpad");
 constexpr const char* kLabel = "loadConfigFile";
 
 /// The major version of configuration files that this reads.
@@ -55,12 +54,12 @@ void NimbraLaunchpad::_loadConfiguration(const YAML::Node& document, const std::
     Configurator::verifyConfigFileVersionCompatible(broker_, document, kSupportedVersion);
     const std::string description = configurationText(document, "ConfigurationDescription");
     const std::string version = configurationText(document, "ConfigurationVersion");
-    kLog.info(kLabel, "Using configuration file: \"" + description + "\" version: \"" + version +
-                          "\" from: " + path);
+    launchpadLog.info(kLabel, "Using configuration file: \"" + description + "\" version: \"" +
+                                  version + "\" from: " + path);
 
     const YAML::Node actions = document["AutonomousActions"];
     if (!actions.IsDefined()) {
-        kLog.warning(kLabel, "No AutonomousActions found in config file, skipping.");
+        launchpadLog.warning(kLabel, "No AutonomousActions found in config file, skipping.");
         return;
     }
     if (document["DialogFocusPolicy"]) {
@@ -68,11 +67,13 @@ void NimbraLaunchpad::_loadConfiguration(const YAML::Node& document, const std::
         configControlsDialog_ = policy == "focus_topics" || policy == "no_focus";
     }
 
-    const ConfigurationReader reader(
-        [](const ConfigurationProblem& problem) { kLog.warning(problem.label, problem.text); });
+    const ConfigurationReader reader([](const ConfigurationProblem& problem) {
+        launchpadLog.warning(problem.label, problem.text);
+    });
     const vo::Lock lock(actions_.mutex());
     if (_removeActions("LifeConfig"))
-        kLog.info(kLabel, "Deleted all configuration sets derived from previous config file");
+        launchpadLog.info(kLabel,
+                          "Deleted all configuration sets derived from previous config file");
     // What is no sequence has no elements to find, and looking for them in a large mapping would
     // take its size squared.
     const YAML::Node nothing(YAML::NodeType::Undefined);

@@ -2,16 +2,14 @@
 #include <utility>
 
 #include "launchpad/GatheredErrors.h"
+#include "launchpad/LaunchpadLog.h"
 #include "launchpad/LaunchpadNews.h"
 #include "launchpad/NimbraLaunchpad.h"
 #include "platform/kr/KRError.h"
 #include "platform/vo/EventLoop.h"
-#include "platform/vo/Log.h"
 
 namespace KR {
 namespace {
-
-const vo::Logger kLog("NimbraLaunchpad");
 
 /// How often conditions that stay true are reported anew.
 constexpr unsigned kReportPeriodInMicroseconds = 6'000'000;
@@ -36,7 +34,7 @@ void NimbraLaunchpad::_stopConditionChecker()
     const vo::Lock lock(conditionCheckerMutex_);
     if (!conditionCheckerRunning_)
         return;
-    kLog.verbose("_stopConditionChecker", "NimbraLaunchpad conditions will be ignored.");
+    launchpadLog.verbose("_stopConditionChecker", "NimbraLaunchpad conditions will be ignored.");
     conditionChecker_.stop();
     conditionCheckerRunning_ = false;
     shared_->conditionsStartPlugins = false;
@@ -56,7 +54,7 @@ bool NimbraLaunchpad::isMonitoringConditions() const
 void NimbraLaunchpad::_refuseAfterExit() const
 {
     if (exited_)
-        throw KRError("NimbraLaunchpad", "startMonitoringConditions", "exit() was called before");
+        throw KRError(kLaunchpadCategory, "startMonitoringConditions", "exit() was called before");
 }
 
 void NimbraLaunchpad::startMonitoringConditions()

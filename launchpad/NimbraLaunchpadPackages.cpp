@@ -2,17 +2,15 @@
 #include <string>
 #include <vector>
 
+#include "launchpad/LaunchpadLog.h"
 #include "launchpad/LaunchpadNews.h"
 #include "launchpad/NimbraLaunchpad.h"
 #include "permission/ContextPermission.h"
-#include "platform/vo/Log.h"
 #include "platform/vo/PackageInfo.h"
 #include "plugins/NimbraLaunchpadPluginBehavior.h"
 
 namespace KR {
 namespace {
-
-const vo::Logger kLog("NimbraLaunchpad");
 
 constexpr const char* kPackageOrigin = "Package";
 constexpr const char* kLaunchTrigger = "launchTrigger";
@@ -86,7 +84,7 @@ std::vector<vo::PackageInfo> NimbraLaunchpad::_initPackageData()
     {
         const vo::Lock lock(actions_.mutex());
         if (_removeActions(kPackageOrigin))
-            kLog.info(kLabel, "Deleted all actions from packages.");
+            launchpadLog.info(kLabel, "Deleted all actions from packages.");
         actions_.clearActivities();
     }
     auto packages = packageManager_.call<std::vector<vo::PackageInfo>>("packages");
@@ -97,9 +95,10 @@ std::vector<vo::PackageInfo> NimbraLaunchpad::_initPackageData()
             continue;
         _checkReflexTags(package);
         if (configControlsDialog_ && isRunDialog(package)) {
-            kLog.warning(kLabel,
-                         "Ignoring conditions for run_dialog*, life configuration now controls "
-                         "collaborative dialog and when to enter interactive state");
+            launchpadLog.warning(
+                kLabel,
+                "Ignoring conditions for run_dialog*, life configuration now controls "
+                "collaborative dialog and when to enter interactive state");
             continue;
         }
         for (const vo::BehaviorInfo& behavior : package.behaviors()) {
@@ -170,7 +169,7 @@ void NimbraLaunchpad::_removeDeprecatedPackage(const std::string& uuid)
         if (!packageManager_.call<bool>("hasPackage", uuid))
             return;
         packageManager_.call("removePkg", uuid);
-        kLog.info(kLabel, "Removed deprecated package " + uuid);
+        launchpadLog.info(kLabel, "Removed deprecated package " + uuid);
     } catch (const std::exception& e) {
         news_->error(kLabel, "Can't remove deprecated package: " + uuid + ": " + e.what());
     }

@@ -2,6 +2,7 @@
 #include <exception>
 
 #include "launchpad/GatheredErrors.h"
+#include "launchpad/LaunchpadLog.h"
 #include "launchpad/LaunchpadNews.h"
 #include "launchpad/NimbraLaunchpad.h"
 #include "platform/kr/KRError.h"
@@ -27,7 +28,7 @@ void NimbraLaunchpad::addModulePlugin(const std::string& name)
         return plugin.isOnDemand && plugin.name == name;
     });
     if (found == all.end())
-        throw KRError("NimbraLaunchpad", "addModulePlugin",
+        throw KRError(kLaunchpadCategory, "addModulePlugin",
                       "there is no plugin '" + name + "' to add");
     const LaunchpadNews::Round round(*news_);
     _initAddModulePlugin(*found);

@@ -4,16 +4,14 @@
 #include <utility>
 
 #include "launchpad/GatheredErrors.h"
+#include "launchpad/LaunchpadLog.h"
 #include "launchpad/LaunchpadNews.h"
 #include "platform/kr/KRError.h"
-#include "platform/vo/Log.h"
 #include "plugins/NimbraLaunchpadPlugin.h"
 #include "plugins/NimbraLaunchpadPluginModule.h"
 
 namespace KR {
 namespace {
-
-const vo::Logger kLog("NimbraLaunchpad");
 
 /// Does something to a plugin; a failure is logged as `text`, the plugin's name and why, and kept.
 template <class Step>
@@ -85,12 +83,12 @@ void PluginRegistry::unload(Plugins::iterator& position)
     try {
         plugin.stopPlugin();
     } catch (const std::exception& e) {
-        kLog.warning(kLabel, "Error stopping removed plugin: " + name + ": " + e.what());
+        launchpadLog.warning(kLabel, "Error stopping removed plugin: " + name + ": " + e.what());
     }
     try {
         plugin.exit();
     } catch (const std::exception& e) {
-        kLog.warning(kLabel, "Error exiting removed plugin: " + name + ": " + e.what());
+        launchpadLog.warning(kLabel, "Error exiting removed plugin: " + name + ": " + e.what());
     }
     position = plugins_.erase(position);
 }
@@ -108,7 +106,7 @@ void PluginRegistry::setEnabled(const std::string& name, bool enabled)
     const vo::Lock lock(mutex_);
     const auto found = plugins_.find(name);
     if (found == plugins_.end())
-        throw KRError("NimbraLaunchpad", "setPluginEnabled", "Plugin not found");
+        throw KRError(kLaunchpadCategory, "setPluginEnabled", "Plugin not found");
     found->second->setEnabled(enabled);
 }
 
@@ -134,7 +132,7 @@ void PluginRegistry::startEnabledStopDisabled()
 void PluginRegistry::stopAll()
 {
     constexpr const char* kMethod = "_stopPlugins";
-    kLog.verbose(kMethod, "NimbraLaunchpad Plugins will be stopped.");
+    launchpadLog.verbose(kMethod, "NimbraLaunchpad Plugins will be stopped.");
     GatheredErrors errors(kMethod);
     const LaunchpadNews::Round round(news_);
     const vo::SharedLock lock(mutex_);

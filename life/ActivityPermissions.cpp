@@ -8,7 +8,7 @@ namespace KR {
 
 namespace {
 
-const vo::Logger logger("Nimbra.Permissions");
+const vo::Logger activityPermissionsLog("Nimbra.Permissions");
 
 constexpr const char* kService = "ContextPermission";
 constexpr const char* kSpeech = "KRTextToSpeech";
@@ -57,7 +57,7 @@ void ActivityPermissions::followSpeech()
                                                [this](const std::string&) { postRefresh(); });
         speech_ = speech;
     } catch (const std::exception& e) {
-        logger.verbose("followSpeech", e.what());
+        activityPermissionsLog.verbose("followSpeech", e.what());
     }
 }
 

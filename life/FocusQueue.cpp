@@ -10,7 +10,7 @@ namespace KR {
 
 namespace {
 
-const vo::Logger logger("Nimbra.Life");
+const vo::Logger focusQueueLog("Nimbra.Life");
 
 constexpr const char* kModule = "KRNimbra";
 constexpr const char* kSwitchFocus = "switchFocus";
@@ -422,7 +422,7 @@ void FocusQueue::stopThen(const std::function<void()>& next)
     }
     stopped.then([next](const vo::Future<void>& ended) {
         if (ended.hasError())
-            logger.error("stopRunning", ended.error());
+            focusQueueLog.error("stopRunning", ended.error());
         next();
     });
 }

@@ -8,7 +8,7 @@ namespace KR {
 
 namespace {
 
-constexpr const char* kModule = "KRNimbra";
+constexpr const char* kMotionModule = "KRNimbra";
 
 }  // namespace
 
@@ -17,7 +17,7 @@ FrozenChains::FrozenChains(const std::shared_ptr<vo::Clock>& clock, std::set<std
     : chains_(std::move(chains)),
       clock_(clock),
       tell_(std::move(tell)),
-      timer_(clock->makeExecutor(kModule, vo::Clock::Threading::shared))
+      timer_(clock->makeExecutor(kMotionModule, vo::Clock::Threading::shared))
 {
 }
 
@@ -29,7 +29,7 @@ FrozenChains::~FrozenChains()
 void FrozenChains::check(const std::string& chain, const char* method) const
 {
     if (chains_.count(chain) == 0)
-        throw KRError(kModule, method, "there is no chain '" + chain + "'");
+        throw KRError(kMotionModule, method, "there is no chain '" + chain + "'");
 }
 
 void FrozenChains::freeze(const std::string& chain, std::optional<std::int32_t> seconds,
@@ -38,7 +38,7 @@ void FrozenChains::freeze(const std::string& chain, std::optional<std::int32_t> 
     constexpr const char* kMethod = "freezeChain";
     check(chain, kMethod);
     if (seconds && *seconds < 1)
-        throw KRError(kModule, kMethod, "the duration must be 1 second or more");
+        throw KRError(kMotionModule, kMethod, "the duration must be 1 second or more");
     const vo::Duration length = std::chrono::seconds(seconds.value_or(0));
     {
         const vo::Lock lock(mutex_);

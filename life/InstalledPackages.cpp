@@ -6,7 +6,7 @@ namespace KR {
 
 namespace {
 
-constexpr const char* kService = "PackageManager";
+constexpr const char* kPackageService = "PackageManager";
 
 }  // namespace
 
@@ -27,18 +27,19 @@ InstalledPackages::InstalledPackages(const boost::shared_ptr<KRBroker>& broker,
 InstalledPackages::~InstalledPackages()
 {
     if (none_)
-        broker_->session().unregisterService(kService);
+        broker_->session().unregisterService(kPackageService);
 }
 
 /// The launchpad asks for packages in any case; here the answer is always that there are none.
 void InstalledPackages::registerNone()
 {
-    none_ = std::make_shared<vo::ServiceObject>(kService);
+    none_ = std::make_shared<vo::ServiceObject>(kPackageService);
     none_->method("packages", [] { return std::vector<vo::PackageInfo>(); })
         .method("hasPackage", [](const std::string&) { return false; })
         .method("removePkg",
                 [](const std::string& uuid) {
-                    throw KRError(kService, "removePkg", "there is no package '" + uuid + "'");
+                    throw KRError(kPackageService, "removePkg",
+                                  "there is no package '" + uuid + "'");
                 })
         .signal("onPackageInstalled", never_)
         .signal("onPackageRemoved", never_);

@@ -23,7 +23,7 @@ namespace KR {
 
 namespace {
 
-const vo::Logger logger("Nimbra.Life");
+const vo::Logger lifeLog("Nimbra.Life");
 
 /// Keys that change every minute or more often, whatever happens.
 const std::set<std::string> kTimes{"Launchpad/LifeTime", "Launchpad/Minute",
@@ -109,7 +109,7 @@ void Life::start(const std::vector<std::string>& moreKeys)
     try {
         parts_->launchpad.startMonitoringConditions();
     } catch (const std::exception& e) {
-        logger.error("start", e.what());
+        lifeLog.error("start", e.what());
     }
 }
 
@@ -122,7 +122,7 @@ void Life::stop()
     try {
         parts_->launchpad.stopMonitoringConditions();
     } catch (const std::exception& e) {
-        logger.error("stop", e.what());
+        lifeLog.error("stop", e.what());
     }
     parts_->launchpad.exit();
     parts_->responder.exit();

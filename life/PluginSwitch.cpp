@@ -8,7 +8,7 @@ namespace KR {
 
 namespace {
 
-const vo::Logger logger("Nimbra.PluginSwitch");
+const vo::Logger pluginSwitchLog("Nimbra.PluginSwitch");
 
 bool isConditional(const NimbraLaunchpad::PluginState& plugin)
 {
@@ -61,7 +61,7 @@ void PluginSwitch::enable(const std::string& plugin, bool enabled)
     try {
         launchpad_.setPluginEnabled(plugin, enabled);
     } catch (const std::exception& e) {
-        logger.error("enable", e.what());
+        pluginSwitchLog.error("enable", e.what());
     }
 }
 

@@ -11,7 +11,7 @@ namespace KR {
 
 namespace {
 
-const vo::Logger logger("Nimbra.Responder");
+const vo::Logger responderLog("Nimbra.Responder");
 
 constexpr int kAnyTime = ExecuteAnyTimeConditionTrue | ExecuteAnyTimeConditionEdgeTrue |
                          ExecuteBeforeActivityIfConditionTrue;
@@ -124,9 +124,9 @@ void Responder::warnOfCycles(const std::vector<std::vector<std::string>>& cycles
             if (!knownCycles_.insert(cycle).second)
                 continue;
         }
-        logger.warning("processActions",
-                       "Rules are to run after one another in a circle, which is broken: " +
-                           joined(cycle, " after ") + " after " + cycle.front());
+        responderLog.warning("processActions",
+                             "Rules are to run after one another in a circle, which is broken: " +
+                                 joined(cycle, " after ") + " after " + cycle.front());
     }
 }
 

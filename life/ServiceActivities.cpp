@@ -14,7 +14,7 @@ namespace KR {
 
 namespace {
 
-const vo::Logger logger("Nimbra.Activities");
+const vo::Logger serviceActivitiesLog("Nimbra.Activities");
 
 constexpr const char* kCheck = "check";
 
@@ -179,7 +179,8 @@ void ServiceActivities::onStarted(const Running& running, bool hasFailed)
     else if (!isWanted)
         callStop(running).then([activity = running.activity](const vo::Future<void>& stopped) {
             if (stopped.hasError())
-                logger.error("start", activity + " was given up, but: " + stopped.error());
+                serviceActivitiesLog.error("start",
+                                           activity + " was given up, but: " + stopped.error());
         });
 }
 
@@ -194,7 +195,8 @@ void ServiceActivities::followEnd(Running& running)
                     postEnd(stay, endText(news));
             });
     } catch (const std::exception& e) {
-        logger.verbose("start", std::string("Nobody tells when it ends: ") + e.what());
+        serviceActivitiesLog.verbose("start",
+                                     std::string("Nobody tells when it ends: ") + e.what());
     }
 }
 

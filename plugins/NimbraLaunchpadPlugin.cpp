@@ -10,7 +10,7 @@
 namespace KR {
 
 namespace {
-const vo::Logger logger("NimbraLaunchpadPlugin");
+const vo::Logger pluginLog("NimbraLaunchpadPlugin");
 }
 
 bool NimbraLaunchpadPlugin::_isPluginRunning()
@@ -99,8 +99,8 @@ void NimbraLaunchpadPlugin::post(void (NimbraLaunchpadPlugin::*operation)())
             plugin->runPosted(operation);
         } catch (const std::exception& e) {
             // Nobody waits for this, so the log is the only place that can tell.
-            logger.error("post", "Error starting/stopping plugin: " + plugin->getPluginName() +
-                                     ": " + e.what());
+            pluginLog.error("post", "Error starting/stopping plugin: " + plugin->getPluginName() +
+                                        ": " + e.what());
         }
     });
 }
@@ -144,9 +144,9 @@ void NimbraLaunchpadPlugin::start()
 {
     if (_isPluginRunning())
         return;
-    logger.info("startPlugin", "Starting: " + name_);
+    pluginLog.info("startPlugin", "Starting: " + name_);
     _startPlugin();
-    logger.info("startPlugin", "Started: " + name_);
+    pluginLog.info("startPlugin", "Started: " + name_);
     notifications_.add(true);
     running_ = true;
 }
@@ -155,9 +155,9 @@ void NimbraLaunchpadPlugin::stop()
 {
     if (!_isPluginRunning())
         return;
-    logger.info("stopPlugin", "Stopping: " + name_);
+    pluginLog.info("stopPlugin", "Stopping: " + name_);
     _stopPlugin();
-    logger.info("stopPlugin", "Stopped: " + name_);
+    pluginLog.info("stopPlugin", "Stopped: " + name_);
     notifications_.add(false);
     running_ = false;
 }

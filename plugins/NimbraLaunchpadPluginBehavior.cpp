@@ -14,7 +14,7 @@ namespace KR {
 
 namespace {
 
-const vo::Logger logger("NimbraLaunchpadPluginBehavior");
+const vo::Logger pluginBehaviorLog("NimbraLaunchpadPluginBehavior");
 
 constexpr const char* kDescriptorFile = "nimbraLaunchpadPlugin.xml";
 constexpr const char* kLaunchTrigger = "launchTrigger";
@@ -81,8 +81,8 @@ bool NimbraLaunchpadPluginBehavior::isPlugin(const vo::PackageInfo& package,
     if (!std::filesystem::exists(path, error))
         return false;
     if (id == "." || package.path().empty()) {
-        logger.error("isPlugin",
-                     "Found bad plugin path: '" + id + "' In package UUID: " + package.uuid());
+        pluginBehaviorLog.error(
+            "isPlugin", "Found bad plugin path: '" + id + "' In package UUID: " + package.uuid());
         return false;
     }
     return true;
@@ -101,8 +101,8 @@ void NimbraLaunchpadPluginBehavior::_loadInfo()
     try {
         descriptor = readPluginDescriptor(path);
     } catch (const PluginDescriptorError& e) {
-        logger.error("_loadInfo", "Syntax error " + std::to_string(e.line()) + ":" +
-                                      std::to_string(e.column()) + ": " + e.what());
+        pluginBehaviorLog.error("_loadInfo", "Syntax error " + std::to_string(e.line()) + ":" +
+                                                 std::to_string(e.column()) + ": " + e.what());
         throw KRError("NimbraLaunchpadPlugin", "_loadInfo", "parse error");
     }
 
@@ -141,8 +141,8 @@ bool NimbraLaunchpadPluginBehavior::_isPluginRunning()
     try {
         return behaviorManager_.call<bool>("isBehaviorRunning", name_);
     } catch (const std::exception& e) {
-        logger.error("_isPluginRunning",
-                     std::string("Could not check behavior status: ") + e.what());
+        pluginBehaviorLog.error("_isPluginRunning",
+                                std::string("Could not check behavior status: ") + e.what());
         return false;
     }
 }

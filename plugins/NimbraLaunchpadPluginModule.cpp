@@ -9,7 +9,7 @@
 namespace KR {
 
 namespace {
-const vo::Logger logger("LaunchpadPluginModule");
+const vo::Logger pluginModuleLog("LaunchpadPluginModule");
 }
 
 const std::string NimbraLaunchpadPluginModule::fLaunchPadPrefix = "Launchpad";
@@ -22,8 +22,8 @@ NimbraLaunchpadPluginModule::NimbraLaunchpadPluginModule(boost::shared_ptr<KRBro
     try {
         memoryProxy_ = boost::make_shared<KRMemoryProxy>(getParentBroker(), getName());
     } catch (const KRError& e) {
-        logger.warning("NimbraLaunchpadPluginModule",
-                       std::string("error at initialisation. Got: ") + e.what());
+        pluginModuleLog.warning("NimbraLaunchpadPluginModule",
+                                std::string("error at initialisation. Got: ") + e.what());
         throw;
     }
 }

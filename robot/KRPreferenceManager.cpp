@@ -7,7 +7,7 @@ namespace KR {
 
 namespace {
 
-const vo::Logger logger(KRPreferenceManager::kName);
+const vo::Logger preferenceManagerLog(KRPreferenceManager::kName);
 
 /// What a new robot comes with: how far it sees people, in metres, where the first two engagement
 /// zones end, in metres, and how wide they are, in degrees.
@@ -39,8 +39,9 @@ KRPreferenceManager::KRPreferenceManager(const boost::shared_ptr<KRBroker>& brok
         values_ = PreferenceFile(path).read();
         file_.emplace(path);
     } catch (const std::exception& e) {
-        logger.error("KRPreferenceManager",
-                     std::string("preferences are neither read nor kept: ") + e.what());
+        preferenceManagerLog.error(
+            "KRPreferenceManager",
+            std::string("preferences are neither read nor kept: ") + e.what());
     }
 }
 

@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const vo::Logger logger("KRBattery");
+const vo::Logger machineBatteryLog("KRBattery");
 
 /// The first line of a small file; "" when it cannot be read.
 std::string lineOf(const fs::path& file)
@@ -134,7 +134,8 @@ void MachineBattery::poll()
     const auto reading = read(folder_);
     const vo::Lock lock(mutex_);
     if (!reading && !fails_)
-        logger.warning("poll", "no battery can be read in " + folder_ + "; the last reading holds");
+        machineBatteryLog.warning(
+            "poll", "no battery can be read in " + folder_ + "; the last reading holds");
     fails_ = !reading;
     if (reading) {
         const bool changed = reading->connected != last_.connected;

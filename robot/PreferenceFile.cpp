@@ -18,7 +18,7 @@ using Json = nlohmann::json;
 
 namespace {
 
-const vo::Logger logger("KRPreferenceManager");
+const vo::Logger preferenceFileLog("KRPreferenceManager");
 
 Json toJson(const KRValue& value, int depth)
 {
@@ -115,7 +115,8 @@ Preferences PreferenceFile::read() const
     } catch (const std::exception& e) {
         const std::string aside = path_ + ".damaged";
         fs::rename(path_, aside);
-        logger.error("read", path_ + " is damaged, and is now " + aside + ": " + e.what());
+        preferenceFileLog.error("read",
+                                path_ + " is damaged, and is now " + aside + ": " + e.what());
         return {};
     }
 }

@@ -24,11 +24,6 @@ constexpr vo::Duration kWavePeriod = std::chrono::seconds(1);
 constexpr double kRadians = 3.14159265358979323846 / 180;
 constexpr int kZones = 3;
 
-vo::Duration fromSeconds(double seconds)
-{
-    return vo::Duration(std::llround(seconds * 1e6));
-}
-
 std::string personKey(const std::string& id, const char* datum)
 {
     return "PeoplePerception/Person/" + id + "/" + datum;

@@ -27,12 +27,12 @@ void checkRange(double value, double above, double max, const char* method, cons
                          " and at most " + std::to_string(int(max)));
 }
 
+}  // namespace
+
 vo::Duration fromSeconds(double seconds)
 {
     return vo::Duration(std::llround(seconds * 1e6));
 }
-
-}  // namespace
 
 void World::checkName(const std::string& name, const char* method)
 {

@@ -9,6 +9,9 @@
 
 namespace KR {
 
+/// Rounded to the microsecond.
+vo::Duration fromSeconds(double seconds);
+
 /// Where somebody's eyes go: where they walk, to the robot, or to a place.
 struct Gaze {
     enum class Target { ahead, robot, place };

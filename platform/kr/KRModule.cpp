@@ -9,7 +9,7 @@ namespace KR {
 
 namespace {
 
-const vo::Logger logger("KRModule");
+const vo::Logger moduleLog("KRModule");
 
 }  // namespace
 
@@ -76,9 +76,9 @@ void KRModule::Retire::operator()(KRModule* module) const
         if (module->isRegistered())
             module->exit();
     } catch (const std::exception& e) {
-        logger.error("exit", module->name_ + ": " + e.what());
+        moduleLog.error("exit", module->name_ + ": " + e.what());
     } catch (...) {
-        logger.error("exit", module->name_ + ": unknown error");
+        moduleLog.error("exit", module->name_ + ": unknown error");
     }
     module->KRModule::exit();
     delete module;

@@ -10,7 +10,7 @@ namespace KR {
 
 namespace {
 
-const vo::Logger logger("KRMemory");
+const vo::Logger moduleSubscriberLog("KRMemory");
 
 struct Subscription {
     std::string key;
@@ -97,8 +97,8 @@ void ModuleSubscriber::Table::deliver(const MemoryChange& change)
     }
     // A module that was closed meanwhile refuses the call, which is no fault of its own.
     if (!module->isClosed())
-        logger.error("deliver", module->name() + "::" + to->method + " failed for key '" + to->key +
-                                    "': " + error);
+        moduleSubscriberLog.error("deliver", module->name() + "::" + to->method +
+                                                 " failed for key '" + to->key + "': " + error);
 }
 
 }  // namespace KR

@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const vo::Logger logger("KRBehaviorManager");
+const vo::Logger behaviorManagerLog("KRBehaviorManager");
 const vo::Logger outputLogger(KRBehaviorManager::kOutputCategory);
 
 constexpr const char* kServiceName = "KRBehaviorManager";
@@ -199,7 +199,7 @@ void KRBehaviorManager::run(const std::string& key)
         entries_[key].process = process;
         changed_.notifyAll();
     }
-    logger.info(kMethod, "Behaviour '" + key + "' runs");
+    behaviorManagerLog.info(kMethod, "Behaviour '" + key + "' runs");
     const auto lines = std::make_shared<LineLog>(key, clock_);
     process->watch({[lines](const std::string& line) { lines->add(line); },
                     [this, key, lines](int status) {
@@ -280,9 +280,9 @@ void KRBehaviorManager::onEnded(const std::string& key, int status)
     }
     const std::string text = "Behaviour '" + key + "' " + describe(status);
     if (status == 0 || stopping)
-        logger.info("onEnded", text);
+        behaviorManagerLog.info("onEnded", text);
     else
-        logger.warning("onEnded", text);
+        behaviorManagerLog.warning("onEnded", text);
     ended_(key, status);
     vo::Lock lock(mutex_);
     telling_.clear();

@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const vo::Logger logger("PackageManager");
+const vo::Logger packageManagerLog("PackageManager");
 
 constexpr const char* kServiceName = "PackageManager";
 
@@ -56,7 +56,8 @@ PackageManager::PackageManager(vo::Session& session, const std::shared_ptr<vo::C
     try {
         store_.clearLeftovers();
     } catch (const std::exception& e) {
-        logger.warning("PackageManager", std::string("Leftovers are not cleared: ") + e.what());
+        packageManagerLog.warning("PackageManager",
+                                  std::string("Leftovers are not cleared: ") + e.what());
     }
     startWatching();
     rescan();
@@ -156,8 +157,8 @@ void PackageManager::startWatching()
         watch_ = std::make_unique<FolderWatch>(
             [this](const std::string& entry) { onFolderChanged(entry); });
     } catch (const std::exception& e) {
-        logger.warning("startWatching",
-                       std::string("Changes by hand are not noticed: ") + e.what());
+        packageManagerLog.warning("startWatching",
+                                  std::string("Changes by hand are not noticed: ") + e.what());
     }
 }
 
@@ -176,7 +177,7 @@ void PackageManager::watch(const std::string& folder) const
     try {
         watch_->watch(folder);
     } catch (const std::exception& e) {
-        logger.verbose("watch", std::string("Changes are not noticed: ") + e.what());
+        packageManagerLog.verbose("watch", std::string("Changes are not noticed: ") + e.what());
     }
 }
 
@@ -224,7 +225,7 @@ void PackageManager::rescan()
         }
     }
     for (const std::string& note : notes)
-        logger.warning("rescan", note);
+        packageManagerLog.warning("rescan", note);
     deliver();
 }
 
@@ -272,8 +273,8 @@ void PackageManager::noteChanges(const Entries& found)
 void PackageManager::deliver()
 {
     notifications_.deliver([this](const Change& change) {
-        logger.info("deliver", describe(change.package) +
-                                   (change.installed ? " is installed" : " is removed"));
+        packageManagerLog.info("deliver", describe(change.package) +
+                                              (change.installed ? " is installed" : " is removed"));
         if (change.installed)
             installed_(change.package);
         else

@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const vo::Logger logger("PackageManager");
+const vo::Logger packageStoreLog("PackageManager");
 
 // Uuids do not hold a tilde.
 constexpr char kLeftoverMark = '~';
@@ -67,7 +67,7 @@ public:
     {
         const std::error_code error = removeTree(path_);
         if (error)
-            logger.warning("clear", path_ + " cannot be removed: " + error.message());
+            packageStoreLog.warning("clear", path_ + " cannot be removed: " + error.message());
     }
     StagingFolder(const StagingFolder&) = delete;
     StagingFolder& operator=(const StagingFolder&) = delete;
@@ -253,7 +253,8 @@ void PackageStore::finish(const FileDescriptor& packages, const std::string& uui
         }
         options_.beforeStep("remove what is left");
     } catch (const std::exception& e) {
-        logger.warning("finish", "After a change of package " + inQuotes(uuid) + ": " + e.what());
+        packageStoreLog.warning("finish",
+                                "After a change of package " + inQuotes(uuid) + ": " + e.what());
     }
 }
 
@@ -269,10 +270,11 @@ void PackageStore::clearLeftovers() const
     for (const auto& leftover : leftovers) {
         const std::error_code error = removeTree(leftover);
         if (error)
-            logger.warning("clearLeftovers",
-                           leftover.string() + " cannot be removed: " + error.message());
+            packageStoreLog.warning("clearLeftovers",
+                                    leftover.string() + " cannot be removed: " + error.message());
         else
-            logger.info("clearLeftovers", leftover.string() + " was left over and is removed");
+            packageStoreLog.info("clearLeftovers",
+                                 leftover.string() + " was left over and is removed");
     }
 }
 

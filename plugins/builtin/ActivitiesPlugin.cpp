@@ -9,7 +9,7 @@ namespace KR {
 
 namespace {
 
-const vo::Logger logger("LaunchpadPluginActivities");
+const vo::Logger activitiesPluginLog("LaunchpadPluginActivities");
 /// Reports are the life service's matter, and their failures are logged under its name.
 const vo::Logger nimbraLogger("Nimbra");
 
@@ -107,7 +107,7 @@ void ActivitiesPlugin::_onReady(const std::string&, const KRValue&, const std::s
         xSubscribeMicroEvent(keys::kState, "_onActivityStatusChange");
         ready_ = true;
     } catch (const std::exception& e) {
-        logger.error(
+        activitiesPluginLog.error(
             "_onReady",
             std::string("Cannot initiate, data will not be updated properly: ") + e.what());
     }

@@ -8,7 +8,7 @@ namespace KR {
 
 namespace {
 
-const vo::Logger logger("LaunchpadPluginBattery");
+const vo::Logger batteryPluginLog("LaunchpadPluginBattery");
 
 /// The battery board's status word, and its bit that says that the charger is charging.
 constexpr int kChargingMask = 128;
@@ -100,7 +100,8 @@ int BatteryPlugin::xGetBatteryLevel()
             return 4;
         return 5;
     } catch (const std::exception& e) {
-        logger.warning("xGetBatteryLevel", std::string("Can't get battery level: ") + e.what());
+        batteryPluginLog.warning("xGetBatteryLevel",
+                                 std::string("Can't get battery level: ") + e.what());
         return 1;
     }
 }

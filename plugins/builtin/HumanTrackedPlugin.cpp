@@ -10,7 +10,7 @@ namespace KR {
 
 namespace {
 
-const vo::Logger logger("LaunchpadPluginHumanTracked");
+const vo::Logger humanTrackedPluginLog("LaunchpadPluginHumanTracked");
 
 const std::string kPopulationKey = "PeoplePerception/PopulationUpdated";
 const std::string kTrackedKey = "KRBasicAwareness/HumanTracked";
@@ -107,7 +107,8 @@ void HumanTrackedPlugin::_stopPlugin()
         engagementZonesProxy_->call("unsubscribe", getName());
     } catch (const KRError& e) {
         // A service that died is no reason to leave stale data behind.
-        logger.warning("_stopPlugin", std::string("Cannot unsubscribe: ") + e.what());
+        humanTrackedPluginLog.warning("_stopPlugin",
+                                      std::string("Cannot unsubscribe: ") + e.what());
     }
     xUnsubscribeMicroEvent(kPopulationKey);
     xUnsubscribeMicroEvent(kTrackedKey);
@@ -164,7 +165,8 @@ std::int32_t HumanTrackedPlugin::xGetTrackedId()
     try {
         return memoryProxy_->getData(kTrackedKey).toInt32();
     } catch (const KRError& e) {
-        logger.warning("xCheckForTrackedHuman", std::string("Cannot get data: ") + e.what());
+        humanTrackedPluginLog.warning("xCheckForTrackedHuman",
+                                      std::string("Cannot get data: ") + e.what());
         return noPersonId_;
     }
 }
@@ -202,7 +204,8 @@ bool HumanTrackedPlugin::xIsProcessing(const KRProxy& service)
     try {
         return service.call<bool>("isProcessing");
     } catch (const KRError& e) {
-        logger.warning("xCheckForTrackedHuman", std::string("Cannot get data: ") + e.what());
+        humanTrackedPluginLog.warning("xCheckForTrackedHuman",
+                                      std::string("Cannot get data: ") + e.what());
         return false;
     }
 }

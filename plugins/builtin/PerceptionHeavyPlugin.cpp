@@ -12,12 +12,12 @@ namespace KR {
 
 namespace {
 
-const vo::Logger logger("LaunchpadPluginPerceptionHeavy");
+const vo::Logger perceptionHeavyPluginLog("LaunchpadPluginPerceptionHeavy");
 
 const std::string kPreferenceDomain = "com.halvex.nimbra.PerceptionHeavyPlugin";
 
 const std::string kWavingKey = "WavingDetection/PersonWaving";
-const std::string kPopulationKey = "PeoplePerception/PopulationUpdated";
+const std::string kPopulationUpdatedKey = "PeoplePerception/PopulationUpdated";
 const std::string kPeopleZonesKey = "EngagementZones/PeopleInZonesUpdated";
 const std::string kMovementZonesKey = "EngagementZones/MovementsInZonesUpdated";
 const std::string kVisiblePeopleKey = "PeoplePerception/VisiblePeopleList";
@@ -57,7 +57,8 @@ PerceptionHeavyPlugin::PerceptionHeavyPlugin(boost::shared_ptr<KRBroker> broker)
     try {
         wavingProxy_ = getParentBroker()->getProxy("KRWavingDetection");
     } catch (const KRError& e) {
-        logger.info("PerceptionHeavyPlugin", std::string("nobody will wave: ") + e.what());
+        perceptionHeavyPluginLog.info("PerceptionHeavyPlugin",
+                                      std::string("nobody will wave: ") + e.what());
     }
     xDeclareLaunchpadEvent(fEventRaisedWavingDetection);
     xDeclareLaunchpadEvent(fEventRaisedPeopleNotSeen);
@@ -91,7 +92,7 @@ void PerceptionHeavyPlugin::describeKeys()
             KeyDescription::boolean(zones->none, "no " + what + " in any zone").emptyAs(KRValue()));
     }
     for (const auto& key :
-         {kWavingKey, kPopulationKey, kPeopleZonesKey, kMovementZonesKey, kVisiblePeopleKey})
+         {kWavingKey, kPopulationUpdatedKey, kPeopleZonesKey, kMovementZonesKey, kVisiblePeopleKey})
         xReads(key);
 }
 
@@ -130,8 +131,8 @@ void PerceptionHeavyPlugin::_startPlugin()
     try {
         xPushPreferences();
     } catch (const std::exception& e) {
-        logger.error("_startPlugin",
-                     std::string("Fail to update parameters with error: ") + e.what());
+        perceptionHeavyPluginLog.error(
+            "_startPlugin", std::string("Fail to update parameters with error: ") + e.what());
     }
     xsetStateOnStart();
     xSubscribeEvents();
@@ -166,7 +167,7 @@ void PerceptionHeavyPlugin::xSubscribeEvents()
     started_ = true;  // an event may come at once
     try {
         xSubscribeMicroEvent(kWavingKey, "_onPersonWaving");
-        xSubscribeMicroEvent(kPopulationKey, "_onPopulationUpdated");
+        xSubscribeMicroEvent(kPopulationUpdatedKey, "_onPopulationUpdated");
         xSubscribeMicroEvent(kPeopleZonesKey, "_onPeopleInZonesUpdated");
         xSubscribeMicroEvent(kMovementZonesKey, "_onMovementsInZonesUpdated");
     } catch (...) {
@@ -184,7 +185,7 @@ void PerceptionHeavyPlugin::_stopPlugin()
         xTryCancelFuture(wavingTimeout_);
         started_ = false;
     }
-    for (const auto& key : {kWavingKey, kPopulationKey, kPeopleZonesKey, kMovementZonesKey})
+    for (const auto& key : {kWavingKey, kPopulationUpdatedKey, kPeopleZonesKey, kMovementZonesKey})
         xUnsubscribeMicroEvent(key);
     // A check in progress ends before the empty values; a later one finds the plugin stopped.
     for (auto* mutex : {&peopleNotSeenMutex_, &people_.mutex, &movements_.mutex})
@@ -200,8 +201,8 @@ float PerceptionHeavyPlugin::xGetKRPreferenceValue(const std::string& key, float
             return vo::fromValue<float>(vo::toValue(value));  // refuses what no float can hold
         return boost::lexical_cast<float>(value.toString());
     } catch (const std::exception& e) {
-        logger.error("xGetKRPreferenceValue",
-                     std::string("Error when getting preferences: ") + e.what());
+        perceptionHeavyPluginLog.error("xGetKRPreferenceValue",
+                                       std::string("Error when getting preferences: ") + e.what());
         return defaultValue;
     }
 }
@@ -259,10 +260,11 @@ float PerceptionHeavyPlugin::xGetSecondsUntilDisappearance()
         const auto seconds = peopleProxy_->call<float>("getTimeBeforePersonDisappears");
         if (seconds >= 0.0F && seconds <= kMaxDisappearance)
             return seconds;
-        logger.warning("xCheckForWaving",
-                       "No time of disappearance: " + std::to_string(seconds) + " s");
+        perceptionHeavyPluginLog.warning(
+            "xCheckForWaving", "No time of disappearance: " + std::to_string(seconds) + " s");
     } catch (const KRError& e) {
-        logger.warning("xCheckForWaving", std::string("No time of disappearance: ") + e.what());
+        perceptionHeavyPluginLog.warning("xCheckForWaving",
+                                         std::string("No time of disappearance: ") + e.what());
     }
     return 0.0F;
 }
@@ -334,7 +336,8 @@ int PerceptionHeavyPlugin::xCountInZone(const Zones& zones, int zone)
         return (this->*zones.counter)(memoryProxy_->getData(zones.key + std::to_string(zone)));
     } catch (const KRError& e) {
         // Usual before the first update.
-        logger.verbose("xCountInZone", std::string("Cannot get data: ") + e.what());
+        perceptionHeavyPluginLog.verbose("xCountInZone",
+                                         std::string("Cannot get data: ") + e.what());
         return 0;
     }
 }
@@ -371,8 +374,8 @@ bool PerceptionHeavyPlugin::xFilterMovementBlob(const KRValue& blob)
             return !isLow(1, 2) && !isLow(1, 3);
         return true;
     } catch (const KRError& e) {
-        logger.error("xFilterMovementBlob",
-                     std::string("Error filtering movement blob: ") + e.what());
+        perceptionHeavyPluginLog.error("xFilterMovementBlob",
+                                       std::string("Error filtering movement blob: ") + e.what());
         return false;
     }
 }

@@ -15,7 +15,7 @@ namespace KR {
 
 namespace {
 
-const vo::Logger logger("LaunchpadPluginPosture");
+const vo::Logger posturePluginLog("LaunchpadPluginPosture");
 
 const std::string kFamilyKey = "PostureFamilyChanged";
 const std::string kPostureKey = "PostureChanged";
@@ -189,7 +189,8 @@ void PosturePlugin::onTesselReady(const std::string&, const KRValue&, const std:
         lifeProxy_ = life;
         ready_ = true;
     } catch (const KRError& e) {
-        logger.warning("onTesselReady", std::string("error at initialisation. Got: ") + e.what());
+        posturePluginLog.warning("onTesselReady",
+                                 std::string("error at initialisation. Got: ") + e.what());
     }
 }
 
@@ -213,7 +214,8 @@ void PosturePlugin::onPush(const std::string&, const KRValue&, const std::string
 void PosturePlugin::_startPlugin()
 {
     if (!ready_) {
-        logger.warning("_startPlugin", "The plugin can't be started before Tessel is ready");
+        posturePluginLog.warning("_startPlugin",
+                                 "The plugin can't be started before Tessel is ready");
         return;
     }
     if (started_)
@@ -269,7 +271,8 @@ void PosturePlugin::notifyPostureChange(bool force)
             xRaiseLaunchpadEvent(fEventRaisedPostureFamily, family);
         }
     } catch (const KRError& e) {
-        logger.warning("xNotifyPostureChange", std::string("error NotifyPostureChange") + e.what());
+        posturePluginLog.warning("xNotifyPostureChange",
+                                 std::string("error NotifyPostureChange") + e.what());
     }
 }
 
@@ -319,8 +322,8 @@ bool PosturePlugin::xIsStillInRecentPushRecovery()
     try {
         return isRecent(push_);
     } catch (const KRError& e) {
-        logger.warning("xIsStillInRecentPushRecovery",
-                       std::string("error IsStillInRecentPushRecovery") + e.what());
+        posturePluginLog.warning("xIsStillInRecentPushRecovery",
+                                 std::string("error IsStillInRecentPushRecovery") + e.what());
         return false;
     }
 }
@@ -367,7 +370,7 @@ void PosturePlugin::xIsLifted(bool reset)
     try {
         detectLifted(reset);
     } catch (const std::exception& e) {
-        logger.warning("xIsLifted", std::string("Cannot get data: ") + e.what());
+        posturePluginLog.warning("xIsLifted", std::string("Cannot get data: ") + e.what());
     }
 }
 
@@ -386,7 +389,7 @@ void PosturePlugin::detectLifted(bool reset)
     }
     const KRValue previous = memory.readings();
     if (!holdsReadings(previous)) {
-        logger.warning("xIsLifted", "Previous values were not initialized");
+        posturePluginLog.warning("xIsLifted", "Previous values were not initialized");
         memory.setReadings(current);
         return;
     }

@@ -10,7 +10,7 @@ namespace KR {
 
 namespace {
 
-const vo::Logger logger("LaunchpadPluginTemperature");
+const vo::Logger temperaturePluginLog("LaunchpadPluginTemperature");
 
 /// The one joint that is left out of every scan.
 constexpr const char* kUnreadJoint = "RHipYawPitch";
@@ -53,7 +53,8 @@ TemperaturePlugin::TemperaturePlugin(boost::shared_ptr<KRBroker> broker)
         xDeclareLaunchpadEvent(fEventRaisedTemperatureStatus);
         xReadJointNames();
     } catch (const std::exception& e) {
-        logger.error("TemperaturePlugin", std::string("error at initialisation. Got: ") + e.what());
+        temperaturePluginLog.error("TemperaturePlugin",
+                                   std::string("error at initialisation. Got: ") + e.what());
     }
     checkTask_.setName("Temperature Check");
     checkTask_.setCallback([this] { xCheckAllJointsTemperature(); });
@@ -96,7 +97,8 @@ void TemperaturePlugin::xReadJointNames()
     try {
         joints_ = motionProxy_->call<std::vector<std::string>>("getBodyNames", std::string("Body"));
     } catch (const std::exception& e) {
-        logger.error("TemperaturePlugin", std::string("can't get body names: ") + e.what());
+        temperaturePluginLog.error("TemperaturePlugin",
+                                   std::string("can't get body names: ") + e.what());
     }
 }
 

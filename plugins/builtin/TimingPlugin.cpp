@@ -13,7 +13,7 @@ namespace KR {
 
 namespace {
 
-const vo::Logger logger("LaunchpadPluginTiming");
+const vo::Logger timingPluginLog("LaunchpadPluginTiming");
 
 /// Weeks of the year from its first Monday on; see xTimePeriodToSpecifier.
 constexpr const char* kWeekSpecifier = "%W";
@@ -85,7 +85,8 @@ TimingPlugin::TimingPlugin(boost::shared_ptr<KRBroker> broker)
         for (const auto period : fAllTimePeriods)
             xDeclareLaunchpadEvent(xTimePeriodToString(period));
     } catch (const KRError& e) {
-        logger.warning("TimingPlugin", std::string("error at initialisation. Got: ") + e.what());
+        timingPluginLog.warning("TimingPlugin",
+                                std::string("error at initialisation. Got: ") + e.what());
     }
     task_.setName("Timing Check");
     task_.setCallback([this] { xNotifyTimingData(); });
@@ -169,8 +170,9 @@ KRValue TimingPlugin::xToValue(TimePeriod period, const std::string& text) const
     std::int32_t number = 0;
     if (boost::conversion::try_lexical_convert(text, number))
         return number;
-    logger.warning("xGetAllTimingData", "Error when getting timing data " +
-                                            xTimePeriodToString(period) + ", got: " + text);
+    timingPluginLog.warning(
+        "xGetAllTimingData",
+        "Error when getting timing data " + xTimePeriodToString(period) + ", got: " + text);
     return {};
 }
 

@@ -4,7 +4,7 @@
 #include "tests/plugins/SenseTest.h"
 
 namespace KR {
-const std::string kTag = "warning LaunchpadPluginPosture/";
+const std::string kWarning = "warning LaunchpadPluginPosture/";
 
 struct PosturePluginTest : SenseTest<PosturePlugin> {
     FakeService posture{platform, "KRRobotPosture", "getPosture getPostureFamily"};
@@ -53,7 +53,7 @@ TEST_F(PosturePluginTest, starts_once_the_platform_is_ready_and_blanks_when_made
         "Lifted=none";
     EXPECT_EQ(raised(), empty);
     plugin->startPlugin();
-    expectComplaint(kTag + "_startPlugin: The plugin can't be started before Tessel is ready");
+    expectComplaint(kWarning + "_startPlugin: The plugin can't be started before Tessel is ready");
     EXPECT_EQ(inTurn({write("robotHasFallen"), stop()}), "");
     startLongAfter();
     EXPECT_EQ(inTurn({stop(), after(seconds(5))}), empty);
@@ -61,7 +61,7 @@ TEST_F(PosturePluginTest, starts_once_the_platform_is_ready_and_blanks_when_made
     EXPECT_EQ(start(), "Posture='Stand' PostureFamily='Standing' Lifted=false");
     life.die();
     write("TesselReady");
-    expectComplaint(kTag + "onTesselReady: error at initialisation. Got: ");
+    expectComplaint(kWarning + "onTesselReady: error at initialisation. Got: ");
 }
 
 TEST_F(PosturePluginTest, posture_is_polled_every_two_seconds_and_on_events_and_raised_on_change)
@@ -77,7 +77,7 @@ TEST_F(PosturePluginTest, posture_is_polled_every_two_seconds_and_on_events_and_
     }
     posture.die();
     write("PostureChanged");
-    expectComplaint(kTag + "xNotifyPostureChange: error NotifyPostureChangeKRRobotPosture::");
+    expectComplaint(kWarning + "xNotifyPostureChange: error NotifyPostureChangeKRRobotPosture::");
 }
 
 TEST_F(PosturePluginTest, push_and_fall_are_recent_for_thirteen_seconds_after_the_last)
@@ -89,7 +89,7 @@ TEST_F(PosturePluginTest, push_and_fall_are_recent_for_thirteen_seconds_after_th
         std::string complaint;
     } rows[] = {{"KRMotion/Safety/PushRecovery", "RobotPushedRecently",
                  &PosturePlugin::xIsStillInRecentPushRecovery,
-                 kTag + "xIsStillInRecentPushRecovery: error IsStillInRecentPushRecoveryKRN"},
+                 kWarning + "xIsStillInRecentPushRecovery: error IsStillInRecentPushRecoveryKRN"},
                 {"robotHasFallen", "RobotFellRecently",
                  &PosturePlugin::xIsStillInRecentFallRecovery, "none"}};
     for (const auto& [event, datum, isRecent, complaint] : rows) {
@@ -141,7 +141,7 @@ TEST_F(PosturePluginTest, lifted_begins_with_one_step_of_motion_and_ends_four_se
 
 TEST_F(PosturePluginTest, lifting_takes_motion_and_both_feet_off_the_ground)
 {
-    const std::string kCannot = kTag + "xIsLifted: Cannot get data: ";
+    const std::string kCannot = kWarning + "xIsLifted: Cannot get data: ";
     struct Row {
         const char* what;
         std::vector<KRValue> values;
