@@ -1,19 +1,14 @@
 #include "robot/PreferenceFile.h"
 
 #include <cmath>
-#include <fcntl.h>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "platform/packages/FileDescriptor.h"
+#include "platform/packages/DurableFile.h"
 #include "platform/vo/Log.h"
 
 namespace KR {
 
-namespace fs = std::filesystem;
 using Json = nlohmann::json;
 
 namespace {
@@ -82,43 +77,14 @@ Preferences parse(const std::string& text)
     return preferences;
 }
 
-void writeAll(const FileDescriptor& file, const std::string& text, const std::string& path)
-{
-    std::size_t written = 0;
-    while (written < text.size()) {
-        const auto size = ::write(file.get(), text.data() + written, text.size() - written);
-        if (size < 0 && errno == EINTR)
-            continue;
-        if (size < 0)
-            failWithErrno(path);
-        written += static_cast<std::size_t>(size);
-    }
-    syncToDisk(file, path);
-}
-
 }  // namespace
 
 Preferences PreferenceFile::read() const
 {
-    if (!fs::exists(path_))
-        return {};
-    // Opening a pipe would wait for its writer.
-    if (!fs::is_regular_file(path_))
-        throw std::runtime_error(path_ + " is no regular file");
-    std::ifstream file(path_, std::ios::binary);
-    if (!file)
-        failWithErrno(path_);
-    try {
-        if (fs::file_size(path_) > kMaxBytes)
-            throw std::runtime_error("it is larger than " + std::to_string(kMaxBytes) + " bytes");
-        return parse(std::string(std::istreambuf_iterator<char>(file), {}));
-    } catch (const std::exception& e) {
-        const std::string aside = path_ + ".damaged";
-        fs::rename(path_, aside);
-        preferenceFileLog.error("read",
-                                path_ + " is damaged, and is now " + aside + ": " + e.what());
-        return {};
-    }
+    Preferences preferences;
+    readDurableFile(path_, kMaxBytes, preferenceFileLog,
+                    [&preferences](const std::string& text) { preferences = parse(text); });
+    return preferences;
 }
 
 std::string PreferenceFile::text(const Preferences& preferences)
@@ -137,18 +103,7 @@ std::string PreferenceFile::text(const Preferences& preferences)
 
 void PreferenceFile::write(const Preferences& preferences) const
 {
-    const std::string content = text(preferences);
-    const std::string temporary = path_ + ".new";
-    {
-        const FileDescriptor file(
-            ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644),
-            temporary);
-        writeAll(file, content, temporary);
-    }
-    fs::rename(temporary, path_);
-    const fs::path folder = fs::absolute(path_).parent_path();
-    syncToDisk(FileDescriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC), folder),
-               folder);
+    writeDurableFile(path_, text(preferences));
 }
 
 }  // namespace KR

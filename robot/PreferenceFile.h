@@ -14,8 +14,7 @@ using Preferences = std::map<std::string, std::map<std::string, KRValue>>;
 /// A file of preferences, in JSON: {"domain": {"key": value}}. Values are bools, ints, finite
 /// floats, texts and arrays of them. A value is used by one thread at a time.
 ///
-/// A write is whole or not at all, whenever the process or the machine dies: the new content is
-/// written beside the file, made to last, and then takes the file's place.
+/// A write is whole or not at all (see DurableFile.h).
 class PreferenceFile {
 public:
     /// Largest file that is read or written. A preference is a word or a number.

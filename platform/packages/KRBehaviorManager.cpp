@@ -20,13 +20,13 @@ namespace {
 const vo::Logger behaviorManagerLog("KRBehaviorManager");
 const vo::Logger outputLogger(KRBehaviorManager::kOutputCategory);
 
-constexpr const char* kServiceName = "KRBehaviorManager";
+constexpr const char* kBehaviorService = "KRBehaviorManager";
 constexpr const char* kProgram = "run";
 constexpr const char* kGuardFile = "libexec/nimbralaunchpad/nimbra-behavior-guard";
 
 [[noreturn]] void fail(const char* method, const std::string& text)
 {
-    throw KRError(kServiceName, method, text);
+    throw KRError(kBehaviorService, method, text);
 }
 
 /// Logs what a behaviour prints, and of each second that has too much of it how much is left out.
@@ -100,7 +100,7 @@ KRBehaviorManager::KRBehaviorManager(vo::Session& session, std::shared_ptr<vo::C
 
 KRBehaviorManager::~KRBehaviorManager()
 {
-    session_.unregisterService(kServiceName);
+    session_.unregisterService(kBehaviorService);
     stopAndWait(getRunningBehaviors());
     graceTimer_->close();
     io_->call([] {});  // the news of the last end have been passed on
@@ -108,7 +108,7 @@ KRBehaviorManager::~KRBehaviorManager()
 
 void KRBehaviorManager::registerService(vo::Session& session)
 {
-    auto object = std::make_shared<vo::ServiceObject>(kServiceName);
+    auto object = std::make_shared<vo::ServiceObject>(kBehaviorService);
     object->method("preloadBehavior", [this](const std::string& key) { preloadBehavior(key); })
         .method("startBehavior", [this](const std::string& key) { startBehavior(key); })
         .method("stopBehavior", [this](const std::string& key) { stopBehavior(key); })

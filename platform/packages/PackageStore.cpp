@@ -28,7 +28,7 @@ constexpr char kLeftoverMark = '~';
 constexpr const char* kNewPrefix = "~new-";
 constexpr const char* kOldPrefix = "~old-";
 
-constexpr std::size_t kBlockBytes = std::size_t{64} * 1024;
+constexpr std::size_t kReadBytes = std::size_t{64} * 1024;
 
 bool beginsWith(const std::string& text, const char* prefix)
 {
@@ -90,7 +90,7 @@ void copyFile(const std::string& source, const std::string& path, PackageWriter&
         throw std::runtime_error("the path " + inQuotes(path) + " is no regular file");
 
     writer.beginFile(path, (status.st_mode & S_IXUSR) != 0);
-    std::array<char, kBlockBytes> block;
+    std::array<char, kReadBytes> block;
     while (true) {
         const auto size = ::read(file.get(), block.data(), block.size());
         if (size < 0 && errno == EINTR)
