@@ -84,7 +84,22 @@ private:
                 add(yamlPlace(policy), text);
         }
         inspectPlugins(document["Plugins"]);
+        inspectSeconds(document, "ResumeWithin", report_.resume.within);
+        inspectSeconds(document, "ResumeGap", report_.resume.gap);
         inspectActions(document);
+    }
+
+    void inspectSeconds(const YAML::Node& document, const char* key, vo::Duration& duration)
+    {
+        const YAML::Node node = document[key];
+        std::uint32_t seconds = 0;
+        if (!node)
+            return;
+        if (node.IsScalar() && node.Scalar().front() != '-' &&
+            YAML::convert<std::uint32_t>::decode(node, seconds))
+            duration = std::chrono::seconds(seconds);
+        else
+            add(yamlPlace(node), std::string(key) + " must be a whole number of seconds");
     }
 
     void inspectPlugins(const YAML::Node& plugins)

@@ -7,6 +7,7 @@
 #include "host/CommandLine.h"
 #include "launchpad/AutonomousAction.h"
 #include "launchpad/ConfigurationReader.h"
+#include "life/ResumeLimits.h"
 #include "platform/kr/KeyCatalogue.h"
 
 namespace KR {
@@ -31,6 +32,7 @@ struct ConfigurationReport {
     bool isCut = false;                   ///< there is more to tell, too much of it
     std::vector<AutonomousAction> rules;  ///< those that loading would keep, in file order
     std::vector<std::string> plugins;     ///< built-in ones to add to those of every robot
+    ResumeLimits resume;                  ///< of what conditions remember across restarts
 
     std::vector<std::string> ruleNames() const;
 };

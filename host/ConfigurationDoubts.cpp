@@ -27,7 +27,7 @@ public:
     void inspect(const YAML::Node& document)
     {
         Names known = configurationKeys();
-        known.emplace_back("Plugins");
+        known.insert(known.end(), {"Plugins", "ResumeWithin", "ResumeGap"});
         inspectKeys(document, known, "a configuration file");
         const YAML::Node rules = document["AutonomousActions"];
         if (!rules || !rules.IsSequence())

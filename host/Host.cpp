@@ -19,7 +19,9 @@ Host::Host(const std::shared_ptr<vo::Clock>& clock, EventStream& events, const O
       application_(clock),
       broker_(KRBroker::create(application_)),
       robot_(broker_, options.robot),
-      life_(broker_, events, {options.config, options.packages, options.plugins, robotChains()})
+      life_(broker_, events,
+            {options.config, options.packages, options.plugins, robotChains(), options.state,
+             options.resume})
 {
     // The robot outlives the life service.
     chainChanges_ = life().changed.connect([this](const LifeChange& change) {

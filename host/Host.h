@@ -29,6 +29,8 @@ public:
         std::string packages;                   ///< the packages folder; empty for none
         std::vector<std::string> plugins = {};  ///< built-in ones to add to the usual ones
         Robot::Options robot = {};
+        std::string state = {};  ///< see Life::Options
+        ResumeLimits resume = {};
     };
 
     /// Errors in the log are published from here on. The stream outlives the host.

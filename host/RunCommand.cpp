@@ -49,6 +49,7 @@ struct RunOptions {
     std::string packages;              ///< the packages folder; empty for none
     std::vector<std::string> plugins;  ///< built-in ones to add, beside those of the file
     std::string preferences;           ///< file that preferences are kept in; empty for none
+    std::string state;                 ///< folder of what conditions remember; empty for none
     std::string scenario;              ///< empty for a live run
     double speed = 1;                  ///< of a scenario
     bool fast = false;                 ///< a scenario without any waiting
@@ -140,7 +141,8 @@ private:
         bool hasEnded = false;
         std::string failure;
         {
-            Host host(clock, events, {config, options_.packages, plugins, robot});
+            Host host(clock, events,
+                      {config, options_.packages, plugins, robot, options_.state, report.resume});
             settle(host);
             host.start(subject.keys);
             try {
@@ -296,6 +298,8 @@ void addRunCommand(const Command& program)
         .oneOf(NimbraLaunchpad::addableModulePlugins());
     run.text("--preferences", options->preferences, "FILE",
              "File that the robot's preferences are kept in (default: not kept)");
+    run.text("--state", options->state, "DIR",
+             "Folder in which the rules' holds and counts survive a restart (default: none do)");
     run.flag("--json", options->json, "Print one JSON object a line");
     run.text("--log-level", options->logLevel, "L",
              "What to log on stderr; from warning on, what behaviours print, too")

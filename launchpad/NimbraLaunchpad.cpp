@@ -123,6 +123,17 @@ PersistentValues NimbraLaunchpad::getPersistentValues() const
     return conditionChecker_.getPersistentValues();
 }
 
+ConditionChecker::Histories NimbraLaunchpad::getConditionHistories() const
+{
+    return conditionChecker_.histories();
+}
+
+void NimbraLaunchpad::resumeConditionHistories(const ConditionChecker::Histories& histories,
+                                               vo::Duration limit)
+{
+    conditionChecker_.resumeHistories(histories, limit);
+}
+
 std::list<AutonomousAction> NimbraLaunchpad::getActionSuggestions(const int& mask) const
 {
     return actions_.suggestions(static_cast<std::uint32_t>(mask));

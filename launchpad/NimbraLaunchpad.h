@@ -128,6 +128,11 @@ public:
 
     /// See PersistentValues.
     PersistentValues getPersistentValues() const;
+    /// What the holds and counts of the conditions remember, while monitoring; see
+    /// ConditionChecker::histories().
+    ConditionChecker::Histories getConditionHistories() const;
+    /// See ConditionChecker::resumeHistories(); before monitoring starts.
+    void resumeConditionHistories(const ConditionChecker::Histories& histories, vo::Duration limit);
 
     /// Copies of the actions that have a bit of `mask` (see ExecutionSynchronicity) and whose
     /// condition was true when it was last evaluated, in ascending id order.

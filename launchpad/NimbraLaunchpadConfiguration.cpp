@@ -71,6 +71,7 @@ void NimbraLaunchpad::_loadConfiguration(const YAML::Node& document, const std::
         launchpadLog.warning(problem.label, problem.text);
     });
     const vo::Lock lock(actions_.mutex());
+    const ConditionChecker::Replacement replacement(conditionChecker_);
     if (_removeActions("LifeConfig"))
         launchpadLog.info(kLabel,
                           "Deleted all configuration sets derived from previous config file");

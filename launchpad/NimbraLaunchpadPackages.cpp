@@ -81,6 +81,7 @@ void NimbraLaunchpad::_removeBehaviorAction(const std::string& key)
 std::vector<vo::PackageInfo> NimbraLaunchpad::_initPackageData()
 {
     constexpr const char* kLabel = "_initPackageData";
+    const ConditionChecker::Replacement replacement(conditionChecker_);
     {
         const vo::Lock lock(actions_.mutex());
         if (_removeActions(kPackageOrigin))

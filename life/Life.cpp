@@ -8,6 +8,7 @@
 #include "life/EventStream.h"
 #include "life/FocusQueue.h"
 #include "life/FrozenChains.h"
+#include "life/HistoryKeeper.h"
 #include "life/InstalledPackages.h"
 #include "life/LifeService.h"
 #include "life/LifeStatus.h"
@@ -69,6 +70,8 @@ struct Life::Parts {
         pluginSwitch.emplace(status, launchpad);
         responder.setPluginsChanged([this] { pluginSwitch->apply(); });
         pluginSwitch->apply();  // to plugins that came in between
+        if (!options.state.empty())
+            histories.emplace(broker->clock(), launchpad, options.state, options.resume);
     }
 
     const boost::shared_ptr<KRBroker> broker;
@@ -85,6 +88,7 @@ struct Life::Parts {
     const boost::shared_ptr<LifeService> service;
     NimbraLaunchpad launchpad;
     std::optional<PluginSwitch> pluginSwitch;
+    std::optional<HistoryKeeper> histories;
     bool stopped = false;
 };
 
@@ -106,6 +110,8 @@ void Life::start(const std::vector<std::string>& moreKeys)
             keys.insert(value.first);
     }
     parts_->events.follow(parts_->broker, {keys.begin(), keys.end()});
+    if (parts_->histories)
+        parts_->histories->start();
     try {
         parts_->launchpad.startMonitoringConditions();
     } catch (const std::exception& e) {
@@ -119,6 +125,8 @@ void Life::stop()
         return;
     parts_->responder.setPluginsChanged({});
     parts_->pluginSwitch.reset();
+    if (parts_->histories)
+        parts_->histories->stop();
     try {
         parts_->launchpad.stopMonitoringConditions();
     } catch (const std::exception& e) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "life/ResumeLimits.h"
 #include "platform/kr/KRBroker.h"
 
 namespace KR {
@@ -32,10 +33,15 @@ public:
         std::string packages = {};              ///< the packages folder; empty for none
         std::vector<std::string> plugins = {};  ///< built-in ones to add to the usual ones
         std::set<std::string> chains = {};      ///< parts of the robot that can be held still
+        /// The folder in which the holds and counts of the rules survive a restart; it is made if
+        /// need be. Empty for none.
+        std::string state = {};
+        ResumeLimits resume = {};
     };
 
     /// What fails of the configuration is published as an error, and left out. KRError for a
-    /// packages folder that cannot be used. The stream outlives it.
+    /// packages folder that cannot be used, std::runtime_error for such a state folder. The stream
+    /// outlives it.
     Life(const boost::shared_ptr<KRBroker>& broker, EventStream& events, const Options& options);
     /// Stops.
     ~Life();
