@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <malloc.h>
 #include <sched.h>
 #include <system_error>
 #include <time.h>
@@ -94,6 +95,12 @@ void Table::print(const std::string& row, const std::string& measured, const std
                 measured.c_str(), peer.c_str(), result.c_str(), required.c_str(), reached.c_str(),
                 spread.c_str());
     std::fflush(stdout);
+}
+
+double heapBytes()
+{
+    const struct mallinfo2 info = ::mallinfo2();
+    return static_cast<double>(info.uordblks) + static_cast<double>(info.hblkhd);
 }
 
 void pinToCore(unsigned core)

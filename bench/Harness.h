@@ -91,6 +91,9 @@ private:
 /// "12.3 ns"; picks the digits.
 std::string text(double value, const std::string& unit);
 
+/// Bytes that this process has of the heap, the allocator's own share included.
+double heapBytes();
+
 /// Keeps the calling thread, and the threads that it creates from now on, on one core.
 void pinToCore(unsigned core);
 /// The cores that this process may use.

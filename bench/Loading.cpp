@@ -56,12 +56,6 @@ void loading(Table& table)
         "as many instructions a condition; the memory that they touch is fresh, or in no cache");
 }
 
-double heapBytes()
-{
-    const struct mallinfo2 info = ::mallinfo2();
-    return static_cast<double>(info.uordblks) + static_cast<double>(info.hblkhd);
-}
-
 /// What 10,000 conditions take of a checker, the allocator's own share included, when it has run
 /// and every key has changed.
 double bytesPerCondition()

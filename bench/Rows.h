@@ -11,6 +11,7 @@ void measureWideKeys(Table& table);
 void measureHandOver(Table& table);
 void measureBursts(Table& table);
 void measureLoading(Table& table);
+void measureTime(Table& table);
 void measureHost(Table& table);
 
 }  // namespace bench

@@ -30,7 +30,7 @@ int main(int argc, char** argv)
     table.printHead();
     for (const auto measure :
          {bench::measureOneChange, bench::measureWideKeys, bench::measureHandOver,
-          bench::measureBursts, bench::measureLoading, bench::measureHost})
+          bench::measureBursts, bench::measureLoading, bench::measureTime, bench::measureHost})
         measure(table);
 
     if (table.rows() == 0) {

@@ -7,6 +7,7 @@
 #include "launchpad/NimbraLaunchpad.h"
 #include "platform/kr/KRError.h"
 #include "platform/vo/EventLoop.h"
+#include "platform/vo/TaskHint.h"
 
 namespace KR {
 namespace {
@@ -107,8 +108,12 @@ std::list<AutonomousAction> NimbraLaunchpad::_actionsOfHits(const ConditionCheck
     for (const auto& [conditionId, value] : hits) {
         if (!value.isTrue())
             continue;
-        if (const AutonomousAction* const action = actions_.ofCondition(conditionId))
-            shared_->copies.append(*action, actions);
+        const AutonomousAction* const action = actions_.ofCondition(conditionId);
+        if (!action)
+            continue;
+        if (actions.empty() && responder_)
+            vo::TaskHint::give(*vo::getEventLoop());
+        shared_->copies.append(*action, actions);
     }
     return actions;
 }

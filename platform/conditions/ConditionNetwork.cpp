@@ -187,6 +187,8 @@ const std::vector<unsigned>& ConditionNetwork::endMoment()
 {
     if (pendingCount_ > 0)
         propagate();
+    if (isFirstIdle_)
+        dropIdleLooks();
     sorter_.sort(changed_);
     return changed_;
 }

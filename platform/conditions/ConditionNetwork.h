@@ -172,6 +172,7 @@ private:
     void resumePart(TimedPart& part, const TimedInputs& inputs, vo::Duration now);
     void schedule(NodeId id, TimedPart& part);
     void unschedule(NodeId id, TimedPart& part);
+    void dropIdleLooks();
 
     IdTable<KeySlot> slots_;
     vo::TextIndex<KeySlot, KeyOf> keys_;
@@ -183,8 +184,9 @@ private:
 
     TimedMoment moment_;  ///< the latest of those that have their uptime
     std::set<std::pair<vo::Duration, NodeId>> dues_;  ///< when to look at which part
-    std::unordered_set<NodeId> fresh_;                ///< parts that have not begun
-    std::size_t parts_ = 0;                           ///< parts that speak of time
+    bool isFirstIdle_ = false;              ///< the first of them may be at a part that is not due
+    std::unordered_set<NodeId> fresh_;      ///< parts that have not begun
+    std::size_t parts_ = 0;                 ///< parts that speak of time
     std::optional<TimedMoment> beginning_;  ///< while parts begin; may be ahead of moment_
     std::map<std::string, TimedHistory> resumable_;
     vo::Duration resumableUntil_{};

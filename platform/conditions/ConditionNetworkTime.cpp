@@ -40,6 +40,7 @@ void ConditionNetwork::unlink(NodeId id, const Timed& timed)
     fresh_.erase(id);
     --parts_;
     unschedule(id, *timed.part);
+    dropIdleLooks();
 }
 
 const std::vector<unsigned>& ConditionNetwork::begin(vo::Duration now)
@@ -132,18 +133,27 @@ void ConditionNetwork::resumePart(TimedPart& part, const TimedInputs& inputs, vo
     resumable_.erase(found);
 }
 
-/// Parts are looked at no later than they are due. Where that has moved to later, the look that was
-/// planned stays: it costs less than moving it at each of many writes.
+/// Parts are looked at no later than they are due. A look that is planned stays where the part is
+/// due later by now, or not any more: most holds end before they are fulfilled and start again, and
+/// to take a look out and put it in each time makes such a change take half as long again. The
+/// first of all looks, which the clock is asked for, is one at a part that is due.
 void ConditionNetwork::schedule(NodeId id, TimedPart& part)
 {
     const auto due = part.due();
-    if (due && part.scheduled && *part.scheduled <= *due)
+    if (!due)
+        isFirstIdle_ = isFirstIdle_ || part.scheduled == nextDue();
+    if (!due || (part.scheduled && *part.scheduled <= *due))
         return;
     unschedule(id, part);
-    if (!due)
-        return;
     dues_.emplace(*due, id);
     part.scheduled = due;
+}
+
+void ConditionNetwork::dropIdleLooks()
+{
+    isFirstIdle_ = false;
+    while (!dues_.empty() && !partOf(dues_.begin()->second).due())
+        unschedule(dues_.begin()->second, partOf(dues_.begin()->second));
 }
 
 void ConditionNetwork::unschedule(NodeId id, TimedPart& part)
@@ -152,6 +162,7 @@ void ConditionNetwork::unschedule(NodeId id, TimedPart& part)
         return;
     dues_.erase({*part.scheduled, id});
     part.scheduled.reset();
+    isFirstIdle_ = true;
 }
 
 std::map<std::string, TimedHistory> ConditionNetwork::histories() const

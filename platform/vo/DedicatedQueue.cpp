@@ -28,6 +28,7 @@ std::optional<Executor::Task> DedicatedQueue::nextTask()
     while (!closed_) {
         if (isDue())
             return beginTask();
+        asleepSince_ = uptime();
         if (queue_.empty()) {
             asleepUntil_ = Duration::max();
             woken_.wait(mutex_);
@@ -38,6 +39,17 @@ std::optional<Executor::Task> DedicatedQueue::nextTask()
         asleepUntil_ = kAwake;
     }
     return std::nullopt;
+}
+
+void DedicatedQueue::expectTask()
+{
+    {
+        const Lock<Mutex> lock(mutex_);
+        if (asleepUntil_ == kAwake || uptime() - asleepSince_ < kSleepsSoundly)
+            return;
+        asleepUntil_ = kAwake;
+    }
+    woken_.notifyOne();
 }
 
 bool DedicatedQueue::needsWake(Duration due)

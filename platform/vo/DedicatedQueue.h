@@ -14,6 +14,8 @@ public:
 
     /// The thread's work: ends when it is closed.
     void work();
+    /// See TaskHint.
+    void expectTask() VO_EXCLUDES(mutex_);
 
 private:
     bool needsWake(Duration due) override VO_REQUIRES(mutex_);
@@ -23,10 +25,13 @@ private:
     std::optional<Executor::Task> nextTask();
 
     static constexpr Duration kAwake = Duration::min();
+    /// Some times what it takes a thread to come to.
+    static constexpr Duration kSleepsSoundly = std::chrono::microseconds(200);
 
     Condition woken_;
     /// What is due before wakes it; kAwake also when it was woken and has not come to yet.
     Duration asleepUntil_ VO_GUARDED_BY(mutex_) = kAwake;
+    Duration asleepSince_ VO_GUARDED_BY(mutex_) = Duration::zero();
 };
 
 }  // namespace vo

@@ -32,6 +32,8 @@ public:
     void close() { executor_->close(); }
 
 private:
+    friend struct TaskHint;
+
     std::shared_ptr<Executor> executor_;
 };
 

@@ -35,6 +35,11 @@ public:
     /// Refuses new tasks, drops those that have not begun, and waits for the one that is running
     /// (which it does not when called from that very task). Idempotent.
     virtual void close() = 0;
+
+private:
+    friend struct TaskHint;
+    /// See TaskHint.
+    virtual void expectTask() {}
 };
 
 }  // namespace vo

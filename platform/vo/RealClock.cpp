@@ -181,7 +181,7 @@ private:
 class DedicatedExecutor final : public RealExecutor {
 public:
     DedicatedExecutor(const std::shared_ptr<DedicatedQueue>& queue, RetiredThreads& retired)
-        : RealExecutor(queue), retired_(retired), thread_([queue] { queue->work(); })
+        : RealExecutor(queue), queue_(queue), retired_(retired), thread_([queue] { queue->work(); })
     {
     }
     ~DedicatedExecutor() override
@@ -194,6 +194,9 @@ public:
     }
 
 private:
+    void expectTask() override { queue_->expectTask(); }
+
+    const std::shared_ptr<DedicatedQueue> queue_;
     RetiredThreads& retired_;
     std::thread thread_;
 };
