@@ -133,5 +133,18 @@ TEST_F(LaunchpadTest, laterFile_replacesTheActionsOfEarlierFilesOnly)
                                               "file: /none: /none: No such file"));
 }
 
+TEST_F(LaunchpadTest, reload_leavesAHoldAsItIs)
+{
+    const std::string rule = kList + "- {Description: d, ExecuteAnyTimeConditionEdgeTrue: true, " +
+                             "Condition: \"'K' == 1 for 10 s\", Action: ";
+    load(rule + "StopAll}");
+    launchpad->startMonitoringConditions();
+    raiseK(1);
+    platform.advance(std::chrono::seconds(6));
+    load(rule + "UnblockAutonomousFocus}");
+    platform.advance(std::chrono::seconds(4));
+    EXPECT_THAT(responder.calls, ElementsAre(ElementsAre("d")));
+}
+
 }  // namespace
 }  // namespace KR
