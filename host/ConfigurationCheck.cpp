@@ -7,6 +7,7 @@
 #include <yaml-cpp/yaml.h>
 
 #include "host/ConfigurationDoubts.h"
+#include "host/DurationCheck.h"
 #include "host/KeyCheck.h"
 #include "host/KnownRobot.h"
 #include "launchpad/NimbraLaunchpad.h"
@@ -169,8 +170,10 @@ private:
         }
         try {
             const Expression condition = parseCondition(action.condition);
-            if (keys_)
-                warnOfKeys(action, condition, node);
+            if (keys_) {
+                warn(action, keyDoubts(condition, *keys_), node);
+                warn(action, durationDoubts(condition, *keys_), node);
+            }
         } catch (const ConditionSyntaxError& e) {
             const auto [line, column] = e.line() == 1
                                             ? placeInFile(node.Mark(), action.condition, e.column())
@@ -195,10 +198,10 @@ private:
                                    end.line, end.column});
     }
 
-    void warnOfKeys(const AutonomousAction& action, const Expression& condition,
-                    const YAML::Node& node)
+    void warn(const AutonomousAction& action, const std::vector<KeyDoubt>& doubts,
+              const YAML::Node& node)
     {
-        for (const KeyDoubt& doubt : keyDoubts(condition, *keys_)) {
+        for (const KeyDoubt& doubt : doubts) {
             const std::size_t at = action.condition.find("'" + doubt.key + "'");
             auto [line, column] = placeInFile(node.Mark(), action.condition, at + 1);
             if (line == 0)

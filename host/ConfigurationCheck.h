@@ -23,9 +23,10 @@ struct ConfigurationReport {
     /// Everything that loading it warns about or stops at, and every condition that does not
     /// parse; by line, column and text.
     std::vector<ConfigurationProblem> problems;
-    /// What its author can hardly mean, though it loads: conditions on keys that nobody publishes
-    /// and on values that a key never has, what findConfigurationDoubts() finds, and what stands
-    /// behind the document. In the same order; made only where keys are judged.
+    /// What its author can hardly mean, though it loads: conditions on keys that nobody publishes,
+    /// on values that a key never has and on durations that are never reached, what
+    /// findConfigurationDoubts() finds, and what stands behind the document. In the same order;
+    /// made only where keys are judged.
     std::vector<ConfigurationProblem> warnings;
     /// Why loading it fails, with its place as in "file:line:column: text"; empty when it does not.
     std::string failure;

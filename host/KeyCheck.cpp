@@ -74,9 +74,9 @@ public:
 
     void inspect(const Expression& expression)
     {
-        if (expression.kind == Kind::key)
+        if (expression.kind == Kind::key || expression.kind == Kind::age)
             inspectKey(expression.key);
-        if (expression.operands.size() == 2) {
+        if (expression.kind >= Kind::equal) {
             const auto& [left, right] = std::tie(expression.operands[0], expression.operands[1]);
             if (left.kind == Kind::key && right.kind == Kind::literal)
                 inspectComparison(left.key, expression.kind, right.value);
@@ -100,8 +100,6 @@ private:
 
     void inspectComparison(const std::string& key, Kind kind, const KRValue& literal)
     {
-        if (kind == Kind::conjunction || kind == Kind::disjunction)
-            return;
         const auto entry = keys_.find(key);
         if (!entry || entry->publishers.empty() || canMatter(entry->description, kind, literal))
             return;

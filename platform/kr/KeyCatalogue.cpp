@@ -120,6 +120,12 @@ KeyDescription& KeyDescription::between(double least, double most)
     return atLeast(least);
 }
 
+KeyDescription& KeyDescription::stepping(vo::Duration longest)
+{
+    step = longest;
+    return *this;
+}
+
 KeyDescription& KeyDescription::emptyAs(const KRValue& value)
 {
     empty = value;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/kr/KRValue.h"
+#include "platform/vo/Clock.h"
 #include "platform/vo/Mutex.h"
 
 namespace KR {
@@ -27,6 +28,9 @@ struct KeyDescription {
     std::optional<double> max = {};
     /// What it holds while there is nothing to tell; invalid is a value like others here.
     std::optional<KRValue> empty = {};
+    /// Of one that goes through all its values in their order, again and again: how long each
+    /// lasts, the longest where they differ.
+    std::optional<vo::Duration> step = {};
 
     static KeyDescription boolean(const std::string& key, const std::string& meaning);
     static KeyDescription integer(const std::string& key, const std::string& meaning);
@@ -37,6 +41,7 @@ struct KeyDescription {
     KeyDescription& atLeast(double least);
     KeyDescription& between(double least, double most);
     KeyDescription& emptyAs(const KRValue& value);
+    KeyDescription& stepping(vo::Duration longest);
 
     /// Whether `value` is one that the key can hold, as `==` in a condition sees it: an int equals
     /// a float, and a bool 0 or 1.

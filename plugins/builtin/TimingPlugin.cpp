@@ -38,20 +38,27 @@ std::tm localTime(vo::TimePoint now)
 std::vector<KeyDescription> keyDescriptions()
 {
     using Key = KeyDescription;
+    using std::chrono::hours;
+    using std::chrono::minutes;
+    constexpr hours kDay(24);
+    constexpr hours kLongestMonth = 31 * kDay;
+    // Days when the clocks change are none to reckon with.
     return {
         Key::integer("Year", "").atLeast(1970),
-        Key::integer("Month", "").between(1, 12),
+        Key::integer("Month", "").between(1, 12).stepping(kLongestMonth),
         Key::text("MonthName", "")
             .oneOf({"January", "February", "March", "April", "May", "June", "July", "August",
-                    "September", "October", "November", "December"}),
+                    "September", "October", "November", "December"})
+            .stepping(kLongestMonth),
         Key::integer("Day", "day of the year").between(1, 366),
         Key::text("DayName", "day of the week")
-            .oneOf({"Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday", "Sunday"}),
+            .oneOf({"Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday", "Sunday"})
+            .stepping(kDay),
         Key::integer("Date", "day of the month").between(1, 31),
-        Key::integer("Hour", "").between(0, 23),
-        Key::integer("Minute", "").between(0, 59),
+        Key::integer("Hour", "").between(0, 23).stepping(hours(1)),
+        Key::integer("Minute", "").between(0, 59).stepping(minutes(1)),
         Key::integer("Week", "of the year, from its first Monday on").between(0, 53),
-        Key::integer("MinuteOfDay", "").between(0, 1439)};
+        Key::integer("MinuteOfDay", "").between(0, 1439).stepping(minutes(1))};
 }
 
 }  // namespace

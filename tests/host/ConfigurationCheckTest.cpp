@@ -1,4 +1,5 @@
 #include "host/ConfigurationCheck.h"
+#include "host/DurationCheck.h"
 #include "host/KeyCheck.h"
 #include "host/KnownRobot.h"
 #include "host/Nearest.h"
@@ -125,6 +126,11 @@ TEST_F(ConfigurationCheckTest, FaultsOfTheWholeFileStandWhereTheyAre)
 5:17 the rule of line 4 is called 'a', too
 5:31 the condition of 'a': nobody publishes 'None'
 )");
+    const std::string held = "AutonomousActions:\n" + begin +
+                             "'TesselReady' && 'Launchpad/Hour' == 3 for 2 h\"" + kStopAll;
+    EXPECT_EQ(texts(inspect(held + "}", &robot.keys()).warnings),
+              "4:49 the condition of 'a': 'for 2 h' is never reached: ('Launchpad/Hour' == 3) is"
+              " true for at most 1 h\n");
 
     // Names in every text could make a report as large as the file squared.
     std::string large = "AutonomousActions:\n- {Description: " + std::string(1'000'000, 'x') +
@@ -134,6 +140,24 @@ TEST_F(ConfigurationCheckTest, FaultsOfTheWholeFileStandWhereTheyAre)
     const ConfigurationReport cut = inspect(large + "]}\n", nullptr);
     EXPECT_TRUE(cut.isCut);
     EXPECT_EQ(cut.problems.size(), 16U);
+}
+
+using Check = std::vector<KeyDoubt> (*)(const Expression&, const KeyCatalogue&);
+
+/// Conditions, and below each the doubts about it; of a table that has the doubts that are
+/// expected.
+std::string withDoubts(const std::string& table, Check check, const KeyCatalogue& keys)
+{
+    std::string told;
+    std::istringstream lines(table);
+    for (std::string line; std::getline(lines, line);) {
+        if (line[0] == ' ')
+            continue;
+        told += line + "\n";
+        for (const KeyDoubt& doubt : check(parseCondition(line), keys))
+            told += "  " + doubt.text + "\n";
+    }
+    return told;
 }
 
 TEST(KeyCheckTest, doubtsWhatNobodyPublishesAndWhatAKeyNeverHolds)
@@ -148,7 +172,6 @@ TEST(KeyCheckTest, doubtsWhatNobodyPublishesAndWhatAKeyNeverHolds)
     keys.addPublished({"Any"}, "p");
     keys.addPublished(KeyDescription::boolean("Flag", "").emptyAs(-1), "p");
     keys.addRead("Read", "p");
-    // Conditions, and below each the doubts about it.
     const std::string expected = R"('Level' == 5 || 'Level' == -1 || 'Level' > 4 || 'Level' < 0
 5 <= 'Level' && -1 >= 'Level' && 4 < 'Level' && 0 > 'Level'
 'Status' == "None" && 'Status' != "Low" || 'Count/a/x' == "b"
@@ -178,17 +201,50 @@ TEST(KeyCheckTest, doubtsWhatNobodyPublishesAndWhatAKeyNeverHolds)
 !('Levl' == 9) && 'Read'
   nobody publishes 'Levl'; did you mean 'Level'?
   nobody publishes 'Read'
+'Level' within 1 s of "a" && age('Levl') < 2 s && count('Status' == "low", 1 s) > 6
+  nobody publishes 'Levl'; did you mean 'Level'?
+  'Status' is never "low": it is text, "Low" or "Full"
 )";
-    std::string told;
-    std::istringstream lines(expected);
-    for (std::string line; std::getline(lines, line);) {
-        if (line[0] == ' ')
-            continue;
-        told += line + "\n";
-        for (const KeyDoubt& doubt : keyDoubts(parseCondition(line), keys))
-            told += "  " + doubt.text + "\n";
-    }
-    EXPECT_EQ(told, expected);
+    EXPECT_EQ(withDoubts(expected, keyDoubts, keys), expected);
+}
+
+TEST(KeyCheckTest, doubtsDurationsThatAreLongerThanWhatTheyHoldStaysTrue)
+{
+    // Up to the last duration that is reached, in each way in which a bound comes about.
+    const std::string expected =
+        R"('Launchpad/Hour' == 3 for 59.99 min && 'Launchpad/Minute' >= 58 for 119999 ms
+'Launchpad/Hour' == 3 for 1 h
+  'for 1 h' is never reached: ('Launchpad/Hour' == 3) is true for at most 1 h
+('Launchpad/Hour' >= 21 || 'Launchpad/Hour' < 6) for 8.9 h
+('Launchpad/Hour' >= 21 || 6 > 'Launchpad/Hour') for 9 h
+  'for 9 h' is never reached: (('Launchpad/Hour' >= 21) || (6 > 'Launchpad/Hour')) is true for at most 9 h
+'Launchpad/Hour' for 22 h && !'Launchpad/Hour' for 1 h && 'Launchpad/Hour' >= 0 for 48 h
+  'for 1 h' is never reached: !'Launchpad/Hour' is true for at most 1 h
+!('Launchpad/Hour' < 3 || 'Launchpad/Lifted' || !('Launchpad/Hour' != 9)) for 14 h
+  'for 14 h' is never reached: !(('Launchpad/Hour' < 3) || 'Launchpad/Lifted' || !('Launchpad/Hour' != 9)) is true for at most 14 h
+('Launchpad/Hour' < 9 && 'Launchpad/Lifted' && 'Launchpad/Hour' > 6 && 'Launchpad/MinuteOfDay' < 30) for 1 h
+  'for 1 h' is never reached: (('Launchpad/Hour' < 9) && 'Launchpad/Lifted' && ('Launchpad/Hour' > 6) && ('Launchpad/MinuteOfDay' < 30)) is true for at most 30 min
+('Launchpad/Hour' == 3 || 'Launchpad/Lifted') for 2 h && ('Launchpad/Hour' == 3 || 'Launchpad/Minute' == 3) for 2 h
+('Launchpad/Hour' < 3) == ('Launchpad/Hour' < 5) for 22 h
+  'for 22 h' is never reached: (('Launchpad/Hour' < 3) == ('Launchpad/Hour' < 5)) is true for at most 22 h
+('Launchpad/Hour' == 'Launchpad/Month' || 'Launchpad/Date' < 3) for 2000 h
+('Launchpad/DayName' == "Sunday" || 'Launchpad/DayName' == "Monday") for 2 h for 46 h for 30 s
+  'for 46 h' is never reached: ((('Launchpad/DayName' == "Sunday") || ('Launchpad/DayName' == "Monday")) for 2 h) is true for at most 46 h
+'Launchpad/Month' == 2 for 743 h && ('Launchpad/Hour' < 3 && 'Launchpad/Hour' > 5) for 1 ms
+  'for 1 ms' is never reached: (('Launchpad/Hour' < 3) && ('Launchpad/Hour' > 5)) is never true
+count('Launchpad/Minute' == 3 for 2 min, 1 s) > 0 || 'Launchpad/Lifted' within 1 s of !('Launchpad/Minute' == 4 for 3 min)
+  'for 2 min' is never reached: ('Launchpad/Minute' == 3) is true for at most 1 min
+  'for 3 min' is never reached: ('Launchpad/Minute' == 4) is true for at most 1 min
+'Launchpad/Hour' within 1 s of 'Launchpad/Lifted' for 2 s && age('A') < 2 s for 3 s && age('A') != 2 s for 3 s
+age('A') == 5 s for 0.001 ms
+  'for 0.001 ms' is never reached: (age('A') == 5 s) is true for at most 0.001 ms
+(age('A') >= 5 s && age('A') < 8 s) for 2999.999 ms && (age('A') > 5 s && age('B') <= 8 s) for 9 s
+(age('A') > 5 s && 'Launchpad/Lifted' && 8 s > age('A')) for 3 s
+  'for 3 s' is never reached: ((age('A') > 5 s) && 'Launchpad/Lifted' && (age('A') < 8 s)) is true for at most 2999.999 ms
+age('A') > 5 s && age('A') <= 5 s || age('A') > 5 s && age('B') < 3 s || age('A') <= 5 s && age('A') == 5 s
+  (age('A') > 5 s) && (age('A') <= 5 s) is never true
+)";
+    EXPECT_EQ(withDoubts(expected, durationDoubts, KnownRobot().keys()), expected);
 }
 
 TEST(NearestTest, NearIsWhatAFewSlipsMakeOfAText)
