@@ -43,6 +43,38 @@ TEST_F(DemoDayTest, robotStaysOnItsChargerAfterItsBatteryPluginWasStopped)
     host->stop();
 }
 
+TEST_F(DemoDayTest, robotMindsTheSecondPushAndBelievesAnAbsenceAfterAMinute)
+{
+    const std::string config = NIMBRA_TEST_DATA "/autonomy.cfg";
+    host.emplace(clock, stream, Host::Options{config, {}, inspectConfiguration(config).plugins});
+    clock->runPending();
+    host->start();
+    clock->advance(seconds(10));
+    const vo::AnyObject world = vo::import("KRWorld");
+    const auto hitsIn = [this](int time, const std::string& rule) {
+        clock->advance(seconds(time));
+        const std::vector<std::string> all = told();
+        return std::count(all.begin(), all.end(), "hit " + rule);
+    };
+    // So many seconds after the push before; the second one is taken for the same.
+    const std::pair<int, int> pushes[] = {{61, 0}, {5, 0}, {40, 1}, {30, 1}, {20, 0}, {61, 0}};
+    for (const auto& [pause, isMinded] : pushes) {
+        clock->advance(seconds(pause - 1));
+        world.call<void>("push", "left");
+        EXPECT_EQ(hitsIn(1, "Ask for peace when pushed again"), isMinded) << pause;
+    }
+
+    // Who is out of sight counts for some seconds more.
+    const std::pair<int, int> absences[] = {{60, 0}, {60, 0}, {70, 1}};
+    for (const auto& [absence, isBelieved] : absences) {
+        world.call<void>("enter", "Anna", 2.0, 0.0);
+        clock->advance(seconds(5));
+        world.call<void>("leave", "Anna");
+        EXPECT_EQ(hitsIn(absence, "Be alone again"), isBelieved) << absence;
+    }
+    host->stop();
+}
+
 TEST_F(DemoDayTest, everyKeyOfTheRobotIsSeenPublishedAndTakesMoreThanOneValue)
 {
     const std::filesystem::path data = NIMBRA_TEST_DATA;
