@@ -378,7 +378,7 @@ ConditionChecker::Histories ConditionChecker::Impl::histories() const
     if (!run_)
         return histories;
     const vo::TimePoint start = wallStart(*broker_->clock());
-    for (const auto& [text, timed] : network_.histories()) {
+    for (const auto& [text, timed] : network_.histories(uptime())) {
         History& history = histories[text];
         history.isTrue = timed.isTrue;
         for (const vo::Duration instant : timed.instants)

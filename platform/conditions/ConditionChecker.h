@@ -153,8 +153,8 @@ public:
     /// handed out again.
     std::shared_ptr<const PersistentValues> sharePersistentValues() const;
 
-    /// What the holds and counts of a running checker remember; of those that have something to
-    /// remember. Nothing of an idle one's.
+    /// What the holds and counts of a running checker remember, of those that have something to
+    /// remember, and what still waits to be taken up. Nothing of an idle one's.
     Histories histories() const;
     /// From now on for `limit`, a hold or count begins with the history of an equal part as soon as
     /// its condition is true. A history that was not taken up by then is forgotten. Before run(),

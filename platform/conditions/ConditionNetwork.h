@@ -105,8 +105,8 @@ public:
     }
     /// Handles what is due at nextDue(), which there is, as one moment. Returns what set() does.
     const std::vector<unsigned>& elapse();
-    /// What the parts that have begun have to go on with, by their texts.
-    std::map<std::string, TimedHistory> histories() const;
+    /// What the parts have to go on with, by their texts, and what still waits to be gone on with.
+    std::map<std::string, TimedHistory> histories(vo::Duration now) const;
     /// Until that instant, a part that begins or whose operand becomes true goes on with the
     /// history of its text.
     void resume(std::map<std::string, TimedHistory> histories, vo::Duration until);

@@ -165,14 +165,16 @@ void ConditionNetwork::unschedule(NodeId id, TimedPart& part)
     isFirstIdle_ = true;
 }
 
-std::map<std::string, TimedHistory> ConditionNetwork::histories() const
+std::map<std::string, TimedHistory> ConditionNetwork::histories(vo::Duration now) const
 {
     std::map<std::string, TimedHistory> histories;
+    if (now <= resumableUntil_)
+        histories = resumable_;
     for (const NodeDefinition& definition : definitions_) {
         const auto* const timed = std::get_if<Timed>(&definition);
         auto history = timed ? timed->part->history() : std::nullopt;
         if (history)
-            histories.emplace(timed->part->text(), *std::move(history));
+            histories[timed->part->text()] = *std::move(history);
     }
     return histories;
 }

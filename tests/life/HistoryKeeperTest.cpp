@@ -23,8 +23,8 @@ const std::string kRules = R"({ConfigurationDescription: d, ConfigurationVersion
 
 class HistoryKeeperTest : public testing::Test {
 protected:
-    /// One life of a program: it starts at that time, K becomes true after `idle`, and it ends
-    /// `length` after that. Returns which rules were hit.
+    /// One life of a program: it starts at that time, K becomes true after `idle` and stays so for
+    /// `length`, if that is any, and it ends. Returns which rules were hit.
     std::string live(vo::Duration start, vo::Duration idle, vo::Duration length)
     {
         VirtualPlatform platform;
@@ -39,7 +39,8 @@ protected:
                   {folder.write("rules.cfg", kRules), "", {}, {}, folder.path() + "/state"});
         life.start();
         platform.advance(idle);
-        platform.memory().raiseEvent("K", 1);
+        if (length > 0s)
+            platform.memory().raiseEvent("K", 1);
         platform.advance(length);
         life.stop();
         for (const vo::LogRecord& record : platform.log.records()) {
@@ -78,6 +79,16 @@ TEST_F(HistoryKeeperTest, HoldsAndCountsGoOnAfterAShortAbsence)
     }
     EXPECT_THAT(log, HasSubstr("Holds and counts begin anew: they were kept 601 s ago\n"));
     EXPECT_THAT(log, HasSubstr("Holds and counts begin anew: they were kept -1 s ago\n"));
+}
+
+TEST_F(HistoryKeeperTest, WhatWaitsToGoOnOutlivesTheNextRestartToo)
+{
+    live(0s, 0s, 70s);
+    EXPECT_EQ(live(70s, 30s, 0s), "");
+    EXPECT_EQ(live(100s, 20s, 1s), "held ");
+    live(200s, 0s, 70s);
+    EXPECT_EQ(live(270s, 61s, 0s), "");
+    EXPECT_EQ(live(331s, 0s, 1s), "") << "its time was over";
 }
 
 TEST_F(HistoryKeeperTest, ADamagedFileIsSetAsideAndAllBeginsAnew)
