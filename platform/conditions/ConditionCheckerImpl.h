@@ -146,7 +146,13 @@ private:
     }
     vo::Duration uptime() const VO_REQUIRES(mutex_) { return broker_->clock()->uptime(); }
     void postWork() VO_REQUIRES(mutex_);
-    void postDue(Run& run) VO_REQUIRES(mutex_);
+    /// Has somebody see to what is due next, once it is.
+    void postDue(Run& run) VO_REQUIRES(mutex_)
+    {
+        if (network_.hasDue() || run.dueFor)
+            moveDueTask(run);
+    }
+    void moveDueTask(Run& run) VO_REQUIRES(mutex_);
     void enqueueAdded(unsigned id) VO_REQUIRES(mutex_);
     std::shared_ptr<Run> endRun() VO_REQUIRES(mutex_);
     std::shared_ptr<Run> endRunOfOneMoment() VO_REQUIRES(mutex_);
@@ -161,7 +167,11 @@ private:
 
     void takeChanges(Run& run) VO_REQUIRES(mutex_);
     /// Whether the next moment is of something due, and not of the queue.
-    bool isDueNext(const Run& run) const VO_REQUIRES(mutex_);
+    bool isDueNext(const Run& run) const VO_REQUIRES(mutex_)
+    {
+        return network_.hasDue() && isDueBeforeQueue(run);
+    }
+    bool isDueBeforeQueue(const Run& run) const VO_REQUIRES(mutex_);
     bool hasMoment(const Run& run) const VO_REQUIRES(mutex_)
     {
         return run.next < run.queue.size() || isDueNext(run);

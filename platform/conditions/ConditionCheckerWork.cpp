@@ -151,8 +151,7 @@ void ConditionChecker::Impl::settle(std::uint64_t run, vo::Duration now, bool pe
     work(run);
 }
 
-/// Has somebody see to what is due next, once it is.
-void ConditionChecker::Impl::postDue(Run& run)
+void ConditionChecker::Impl::moveDueTask(Run& run)
 {
     const auto due = network_.nextDue();
     if (due == run.dueFor)
@@ -174,11 +173,9 @@ void ConditionChecker::Impl::postDue(Run& run)
 
 /// What waits was written before what will be taken, so nothing that is due before a change that
 /// waits has a write to wait for.
-bool ConditionChecker::Impl::isDueNext(const Run& run) const
+bool ConditionChecker::Impl::isDueBeforeQueue(const Run& run) const
 {
     const auto due = network_.nextDue();
-    if (!due)
-        return false;
     if (run.next == run.queue.size())
         return *due <= run.yielded;
     const MemoryChange& change = run.queue[run.next];

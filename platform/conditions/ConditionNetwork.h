@@ -98,7 +98,9 @@ public:
     bool hasFresh() const { return !fresh_.empty(); }
     /// Has time stand still for all parts, whose truth stays as it is.
     void end();
-    /// The next instant at which something may change by itself.
+    /// Whether something may change by itself.
+    bool hasDue() const { return !dues_.empty(); }
+    /// The next instant at which it may.
     std::optional<vo::Duration> nextDue() const
     {
         return dues_.empty() ? std::nullopt : std::optional(dues_.begin()->first);
