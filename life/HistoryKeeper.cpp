@@ -94,6 +94,7 @@ HistoryKeeper::~HistoryKeeper()
 
 void HistoryKeeper::start()
 {
+    isStarted_ = true;
     try {
         resume();
     } catch (const std::exception& e) {
@@ -128,7 +129,8 @@ void HistoryKeeper::keepOn()
 void HistoryKeeper::stop()
 {
     executor_->close();
-    save();
+    if (isStarted_)
+        save();
 }
 
 void HistoryKeeper::save()
@@ -139,7 +141,10 @@ void HistoryKeeper::save()
         for (auto& [part, history] : saved.histories)
             for (vo::TimePoint& instant : history.instants)
                 instant = std::min(instant, saved.time);
+        if (saved.histories.empty() && isEmpty_)
+            return;
         writeDurableFile(path_, textOf(saved));
+        isEmpty_ = saved.histories.empty();
         hasFailed_ = false;
     } catch (const std::exception& e) {
         if (!std::exchange(hasFailed_, true))

@@ -36,7 +36,7 @@ public:
 
     /// Goes on with what the file says; before monitoring starts. What fails is logged.
     void start();
-    /// Writes for the last time; while the launchpad still monitors.
+    /// Writes for the last time, if it was started; while the launchpad still monitors.
     void stop();
 
 private:
@@ -50,7 +50,10 @@ private:
     const ResumeLimits limits_;
     const std::shared_ptr<vo::Executor> executor_;
 
-    bool hasFailed_ = false;  ///< of the executor's tasks, and of stop() once it is closed
+    bool isStarted_ = false;
+    // Of the executor's tasks, and of stop() once it is closed.
+    bool hasFailed_ = false;
+    bool isEmpty_ = false;  ///< nothing is remembered, and the file says so
 };
 
 }  // namespace KR

@@ -146,6 +146,17 @@ bool ConditionChecker::Impl::isConditionTrue(unsigned id) const
     return condition && condition->truth;
 }
 
+std::optional<ConditionPart> ConditionChecker::Impl::inspect(unsigned id)
+{
+    const vo::Lock lock(mutex_);
+    if (!conditions_.find(id))
+        return std::nullopt;
+    ConditionCompiler::InspectionTime time{};
+    if (broker_)
+        time = {broker_->clock()->now(), uptime()};
+    return compiler_.inspect(id, time);
+}
+
 void ConditionChecker::Impl::resetChecks()
 {
     std::shared_ptr<Run> ended;  // destroyed without the lock
@@ -375,7 +386,7 @@ ConditionChecker::Histories ConditionChecker::Impl::histories() const
 {
     Histories histories;
     const vo::Lock lock(mutex_);
-    if (!run_)
+    if (!broker_)
         return histories;
     const vo::TimePoint start = wallStart(*broker_->clock());
     for (const auto& [text, timed] : network_.histories(uptime())) {
@@ -440,6 +451,11 @@ bool ConditionChecker::hasCondition(unsigned id) const
 bool ConditionChecker::isConditionTrue(unsigned id) const
 {
     return impl_->isConditionTrue(id);
+}
+
+std::optional<ConditionPart> ConditionChecker::inspect(unsigned id) const
+{
+    return impl_->inspect(id);
 }
 
 void ConditionChecker::resetChecks()

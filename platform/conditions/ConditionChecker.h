@@ -5,10 +5,12 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "platform/conditions/ConditionPart.h"
 #include "platform/kr/KRBroker.h"
 #include "platform/kr/KRValue.h"
 #include "platform/vo/Clock.h"
@@ -121,6 +123,12 @@ public:
     /// False for an unknown id, and before the first evaluation. Nothing is evaluated.
     bool isConditionTrue(unsigned id) const;
 
+    /// A condition part by part: the truth of each, and why; nothing for an unknown id. As of the
+    /// latest change that the checker has handled, so it may be ahead of what a callback is told
+    /// of; an idle checker's keys are as they were when it was last evaluated. What a part is that
+    /// cannot change the whole's truth is not followed: a hold or count among it counts as false.
+    std::optional<ConditionPart> inspect(unsigned id) const;
+
     /// Forgets every cached truth, so that what is true at the next evaluation counts as having
     /// become true. A running checker first handles the changes that are queued, each as the moment
     /// that it is, and then forgets and evaluates every condition anew.
@@ -154,7 +162,7 @@ public:
     std::shared_ptr<const PersistentValues> sharePersistentValues() const;
 
     /// What the holds and counts of a running checker remember, of those that have something to
-    /// remember, and what still waits to be taken up. Nothing of an idle one's.
+    /// remember, and what still waits to be taken up. On an idle one no hold goes on.
     Histories histories() const;
     /// From now on for `limit`, a hold or count begins with the history of an equal part as soon as
     /// its condition is true. A history that was not taken up by then is forgotten. Before run(),

@@ -44,6 +44,7 @@ public:
     bool removeCondition(unsigned id);
     bool hasCondition(unsigned id) const;
     bool isConditionTrue(unsigned id) const;
+    std::optional<ConditionPart> inspect(unsigned id);
     void resetChecks();
     void run(vo::Duration period, bool once);
     void stop();

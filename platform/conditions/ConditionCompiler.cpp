@@ -60,11 +60,16 @@ ConditionCompiler::Watches ConditionCompiler::add(unsigned id, const std::string
     ++root->conditions;
     network_.attach(id, root->edge);
     roots_.add(id) = root;
-    // What was simplified away goes again; the rest is by now needed by what is above it.
+    removeUnusedMade();
+    return added;
+}
+
+/// What was simplified away goes again; the rest is by now needed by what is above it.
+void ConditionCompiler::removeUnusedMade()
+{
     for (const NodeId made : made_)
         removeIfUnused(made);
     made_.clear();
-    return added;
 }
 
 ConditionCompiler::Root& ConditionCompiler::makeRoot(const std::string& text, Watches& added)

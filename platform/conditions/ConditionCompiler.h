@@ -13,6 +13,7 @@
 
 #include "platform/conditions/ConditionNetwork.h"
 #include "platform/conditions/ConditionParser.h"
+#include "platform/conditions/ConditionPart.h"
 #include "platform/conditions/IdTable.h"
 #include "platform/conditions/KeySlot.h"
 #include "platform/conditions/NetworkNode.h"
@@ -55,6 +56,14 @@ public:
     void keepTimed() { ++keeping_; }
     /// Ends that. Returns the keys that nobody reads any more.
     std::vector<PrefetchingWatch> releaseTimed();
+
+    /// When an inspection is: uptimes are told by the wall clock.
+    struct InspectionTime {
+        vo::TimePoint now;
+        vo::Duration uptime;
+    };
+    /// A condition that was added, part by part, as of the latest change of a key.
+    ConditionPart inspect(unsigned id, const InspectionTime& time);
 
     /// The edge whose truth is that of a condition that was added.
     Edge rootOf(unsigned id) const { return (*roots_.find(id))->edge; }
@@ -99,6 +108,10 @@ private:
     KeySlot& readKey(const std::string& key, Watches& added);
     void releaseRoot(Root& root, Watches& removed);
     void removeIfUnused(NodeId id);
+    void removeUnusedMade();
+    ConditionPart inspect(const Expression& expression, const InspectionTime& time);
+    void inspectKey(ConditionPart& part, const std::string& key, const InspectionTime& time) const;
+    void inspectTime(ConditionPart& part, NodeId id, const InspectionTime& time) const;
 
     Edge compile(const Expression& expression);
     Operand operandOf(const Expression& expression);

@@ -172,8 +172,12 @@ std::map<std::string, TimedHistory> ConditionNetwork::histories(vo::Duration now
         histories = resumable_;
     for (const NodeDefinition& definition : definitions_) {
         const auto* const timed = std::get_if<Timed>(&definition);
-        auto history = timed ? timed->part->history() : std::nullopt;
-        if (history)
+        if (!timed)
+            continue;
+        const bool isOver =
+            timed->part->meaning().kind == TimedMeaning::Kind::hold && !timed->part->hasBegun();
+        auto history = timed->part->history();
+        if (history && !isOver)
             histories[timed->part->text()] = *std::move(history);
     }
     return histories;

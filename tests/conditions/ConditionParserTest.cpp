@@ -148,10 +148,10 @@ TEST(ConditionParser, SizeAndDepthAreBoundedButFlatChainsMayBeLong)
               "1:1: expected at most 65536 bytes, found 65537");
 
     const std::string held = "'A'" + repeated(" for 1 s", 200);
-    EXPECT_EQ(problemOf(held + repeated(" within 1 s of 'A'", 10000)),
+    EXPECT_EQ(problemOf(held + repeated(" within 1 s of 'A'", 1000)),
               "1:1605: expected at most 200 'for' and 'within' chained in one another, found more");
-    EXPECT_EQ(problemOf("'A' within 1 s of (" + held + ")"),
-              "none") << "the chain is no longer by what it is within";
+    EXPECT_EQ(problemOf("'A' within 1 s of (" + held + ")"), "none")
+        << "the chain is no longer by what it is within";
     EXPECT_EQ(problemOf(repeated("count(", 10000) + "'A'"), "1:1206: " + tooDeep.substr(7));
 
     EXPECT_EQ(problemOf(repeated("(", 200) + "'A'" + repeated(")", 200)), "none");
