@@ -37,8 +37,12 @@ std::string fileIn(const std::string& folder)
     return folder + "/histories.json";
 }
 
+/// Between the epoch and the year 3000.
 vo::TimePoint timeOf(const Json& json)
 {
+    constexpr std::int64_t kMost = 32'503'680'000'000'000;
+    if (!json.is_number_integer() || json < 0 || json > kMost)
+        throw std::runtime_error(json.dump() + " is no time");
     return vo::TimePoint(vo::Duration(json.get<std::int64_t>()));
 }
 
@@ -94,12 +98,13 @@ HistoryKeeper::~HistoryKeeper()
 
 void HistoryKeeper::start()
 {
-    isStarted_ = true;
     try {
         resume();
     } catch (const std::exception& e) {
-        historyKeeperLog.error("start", std::string("Holds and counts begin anew: ") + e.what());
+        historyKeeperLog.error("start", std::string("Holds and counts are not kept: ") + e.what());
+        return;
     }
+    isStarted_ = true;
     if (clock_->hasThreads())
         executor_->post([this] { keepOn(); }, kPeriod);
 }

@@ -34,7 +34,8 @@ public:
     HistoryKeeper(const HistoryKeeper&) = delete;
     HistoryKeeper& operator=(const HistoryKeeper&) = delete;
 
-    /// Goes on with what the file says; before monitoring starts. What fails is logged.
+    /// Goes on with what the file says; before monitoring starts. A file that cannot be read is
+    /// reported and left as it is: nothing is kept then.
     void start();
     /// Writes for the last time, if it was started; while the launchpad still monitors.
     void stop();

@@ -67,27 +67,21 @@ unsigned ConditionChecker::Impl::addCondition(const std::string& text, ReportMod
         return id;
     if (!compiler_.newlyStamped().empty())
         stampAdded(compiler_.newlyStamped());
-    if (network_.hasFresh())
-        turn(network_.begin(uptime()));
-    // It is evaluated in its place in the queue.
+    // It is evaluated in its place in the queue, and its parts begin there.
     enqueueAdded(id);
     return id;
 }
 
-/// Of keys that are watched already: has their changes stamped from here on.
+/// Of keys that are watched already: has their changes stamped exactly from here on.
 void ConditionChecker::Impl::stampAdded(const std::vector<PrefetchingWatch>& added)
 {
-    // Read first, so that what is stamped later is not stamped earlier.
-    const vo::Duration now = uptime();
     const std::vector<KRMemory::Snapshot> snapshots =
         PrefetchingWatch::watch(memory(), run_->feed, added);
-    takeChanges(*run_);
+    // Where changes of a key wait, they bring their own.
     for (std::size_t i = 0; i < added.size(); ++i) {
-        network_.slotOf(added[i].tag).now.uptime = snapshots[i].uptime;
-        for (MemoryChange& change : run_->queue) {
-            if (change.tag == added[i].tag && change.uptime == kNotStamped)
-                change.uptime = now;
-        }
+        vo::Duration& uptime = network_.slotOf(added[i].tag).now.uptime;
+        if (uptime == kNotStamped)
+            uptime = snapshots[i].uptime;
     }
 }
 
@@ -189,8 +183,8 @@ void ConditionChecker::Impl::run(vo::Duration period, bool once)
     keepValues();
     const std::vector<PrefetchingWatch> watches = network_.watches();
     setAll(watches, PrefetchingWatch::watch(data, run_->feed, watches));
-    if (network_.hasFresh())
-        turn(network_.begin(uptime()));
+    if (network_.hasFresh(lastId_))
+        turn(network_.begin(uptime(), lastId_, !once));
     run_->followed = lastId_;
     // Ahead of the changes that are raised from here on.
     run_->queue.push_back({kEvaluate, {}, {}, {}});
@@ -244,9 +238,9 @@ void ConditionChecker::Impl::catchUp()
         keepValues();
         const std::vector<PrefetchingWatch> watches = network_.watches();
         setAll(watches, readMemory(watches));
-        if (!network_.hasFresh())
+        if (!network_.hasFresh(lastId_))
             return;
-        turn(network_.begin(uptime()));
+        turn(network_.begin(uptime(), lastId_, false));
         return network_.end();
     }
     run_->yielded = uptime();

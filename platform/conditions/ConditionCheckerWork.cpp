@@ -172,7 +172,8 @@ void ConditionChecker::Impl::moveDueTask(Run& run)
 }
 
 /// What waits was written before what will be taken, so nothing that is due before a change that
-/// waits has a write to wait for.
+/// waits has a write to wait for. That of a key that no condition with time reads has the uptime of
+/// the timer tick before it, so of what is due after that tick it comes first.
 bool ConditionChecker::Impl::isDueBeforeQueue(const Run& run) const
 {
     const auto due = network_.nextDue();
@@ -185,10 +186,12 @@ bool ConditionChecker::Impl::isDueBeforeQueue(const Run& run) const
 /// Conditions that are added with no change between them share an entry.
 void ConditionChecker::Impl::enqueueAdded(unsigned id)
 {
-    const vo::Duration now = network_.nextDue() ? uptime() : kNotStamped;
+    const vo::Duration now = uptime();
     takeChanges(*run_);
     std::vector<MemoryChange>& queue = run_->queue;
-    if (queue.empty() || !isOfAdded(queue.back()))
+    // What speaks of time begins, and is due, at an instant of its own.
+    const bool isShared = !network_.hasDue() && !network_.hasFresh(id);
+    if (queue.empty() || !isOfAdded(queue.back()) || !isShared)
         queue.push_back({kEvaluate, {}, {}, {}, now});
     queue.back().value = KRValue(id);
     postWork();
@@ -215,7 +218,10 @@ void ConditionChecker::Impl::handleNext(Run& run, Report& report)
     const MemoryChange& change = run.queue[run.next];
     run.begun = true;
     if (isOfAdded(change)) {
-        evaluate(++run.followed, report);
+        ++run.followed;
+        if (network_.hasFresh(run.followed))
+            turn(network_.begin(change.uptime, run.followed, true));
+        evaluate(run.followed, report);
         if (run.followed < change.value.toInt())
             return;
     } else if (change.tag == kEvaluate) {

@@ -54,6 +54,7 @@ ConditionCompiler::Watches ConditionCompiler::add(unsigned id, const std::string
 {
     Watches added;
     newlyStamped_.clear();
+    adding_ = id;
     Root* root = texts_.find(text);
     if (!root)
         root = &makeRoot(text, added);
@@ -136,10 +137,12 @@ ConditionCompiler::Watches ConditionCompiler::remove(unsigned id)
     network_.detach(id, root.edge);
     if (--root.conditions > 0)
         return removed;
-    if (root.timed && keeping_ > 0)
+    if (root.timed && keeping_ > 0) {
         kept_.push_back(&root);
-    else
+        pinned_.insert(root.edge.node());
+    } else {
         releaseRoot(root, removed);
+    }
     return removed;
 }
 
@@ -151,6 +154,7 @@ ConditionCompiler::Watches ConditionCompiler::releaseTimed()
     // One may have been put there more than once.
     std::sort(kept_.begin(), kept_.end());
     kept_.erase(std::unique(kept_.begin(), kept_.end()), kept_.end());
+    pinned_.clear();
     for (Root* const root : kept_) {
         if (root->conditions == 0)
             releaseRoot(*root, removed);
@@ -179,7 +183,8 @@ void ConditionCompiler::releaseRoot(Root& root, Watches& removed)
 void ConditionCompiler::removeIfUnused(NodeId id)
 {
     const NodeDefinition& known = network_.definitionOf(id);
-    if (std::holds_alternative<std::monostate>(known) || network_.hasFanouts(id))
+    if (std::holds_alternative<std::monostate>(known) || network_.hasFanouts(id) ||
+        pinned_.count(id) > 0)
         return;
     if (std::holds_alternative<Conjunction>(known))
         conjunctions_.erase(id);
@@ -217,14 +222,14 @@ Edge ConditionCompiler::compile(const Expression& expression)
         case Expression::Kind::hold: {
             const Edge operand = compile(expression.operands.front());
             return timed({TimedMeaning::Kind::hold, expression.duration, operand},
-                         textOf(expression));
+                         canonicalTextOf(expression));
         }
         case Expression::Kind::within: {
             // Whichever comes first.
             const auto [first, second] = std::minmax(
                 {compile(expression.operands.front()), compile(expression.operands.back())});
             return timed({TimedMeaning::Kind::within, expression.duration, first, second},
-                         textOf(expression));
+                         canonicalTextOf(expression));
         }
         default: {
             const Expression& left = expression.operands.front();
@@ -249,7 +254,7 @@ Edge ConditionCompiler::countComparison(Expression::Kind kind, const Expression&
             return Edge(kConstant, false);
         return timed(
             {TimedMeaning::Kind::count, count.duration, operand, {}, static_cast<unsigned>(number)},
-            textOf(count) + " >= " + std::to_string(number));
+            canonicalTextOf(count) + " >= " + std::to_string(number));
     };
     return reachedComparison(kind, isReached(0), isReached, times, std::int64_t{1});
 }
@@ -292,7 +297,7 @@ Edge ConditionCompiler::timed(const TimedMeaning& meaning, std::string text)
 {
     NodeId& id = timed_[keyOf(meaning)];
     if (!id)
-        id = make(Timed{TimedPart::make(meaning, std::move(text))});
+        id = make(Timed{TimedPart::make(meaning, std::move(text), adding_)});
     return Edge(id, false);
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <tsl/robin_set.h>
 #include <tuple>
+#include <unordered_set>
 #include <variant>
 #include <vector>
 
@@ -144,8 +145,10 @@ private:
     tsl::robin_set<NodeId, FaninsHash, SameFanins, std::allocator<NodeId>, true> conjunctions_;
 
     std::vector<NodeId> made_;  ///< by this add; empty between the calls
+    unsigned adding_ = 0;       ///< the condition of the latest add
     Watches newlyStamped_;
-    int keeping_ = 0;          ///< calls of keepTimed() that have not ended
+    int keeping_ = 0;                    ///< calls of keepTimed() that have not ended
+    std::unordered_set<NodeId> pinned_;  ///< nodes of those that are kept
     std::vector<Root*> kept_;  ///< roots that had no condition any more when they were put here
 };
 

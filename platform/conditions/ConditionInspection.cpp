@@ -102,7 +102,7 @@ void ConditionCompiler::inspectTime(ConditionPart& part, NodeId id,
         return;
     }
     const auto* timed = std::get_if<Timed>(&definition);
-    if (!timed)
+    if (!timed || !timed->part->hasBegun())
         return;
     const auto wall = [&time](vo::Duration uptime) { return time.now + (uptime - time.uptime); };
     if (const auto due = timed->part->due())

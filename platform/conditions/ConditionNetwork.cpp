@@ -157,6 +157,13 @@ void ConditionNetwork::detach(unsigned condition, Edge root)
 const std::vector<unsigned>& ConditionNetwork::set(KeyTag tag, const KRValue& value,
                                                    vo::TimePoint time, vo::Duration uptime)
 {
+    return change(tag, value, time, uptime, true);
+}
+
+const std::vector<unsigned>& ConditionNetwork::change(KeyTag tag, const KRValue& value,
+                                                      vo::TimePoint time, vo::Duration uptime,
+                                                      bool isMoment)
+{
     changed_.clear();
     KeySlot* const slot = slots_.find(tag);
     if (!slot)
@@ -165,7 +172,8 @@ const std::vector<unsigned>& ConditionNetwork::set(KeyTag tag, const KRValue& va
         flipIndexed(*slot, value);
     slot->now.value = value;
     slot->now.time = time;
-    if (uptime != kNotStamped)
+    slot->now.uptime = uptime;
+    if (isMoment && slot->timedReaders > 0)
         noteUptime(*slot, uptime);
 
     if (slot->truth && nodes_[slot->truth].truth != value.isTrue())
@@ -178,9 +186,8 @@ const std::vector<unsigned>& ConditionNetwork::set(KeyTag tag, const KRValue& va
 
 const std::vector<unsigned>& ConditionNetwork::load(KeyTag tag, const KRMemory::Snapshot& snapshot)
 {
-    if (KeySlot* const slot = slots_.find(tag))
-        slot->now.uptime = snapshot.uptime;
-    return set(tag, snapshot.value, snapshot.time);
+    const vo::TimePoint time = snapshot.time;
+    return change(tag, snapshot.value, time, snapshot.uptime, false);
 }
 
 const std::vector<unsigned>& ConditionNetwork::endMoment()

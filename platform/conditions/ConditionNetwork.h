@@ -5,7 +5,6 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <unordered_set>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -60,7 +59,7 @@ public:
 
     /// Handles one change of a key; that of a tag which is gone is nothing. Returns the conditions
     /// whose truth it changed, in ascending id order, valid until the next call. Changes of a key
-    /// that parts of time read have their uptime; whatever was due before that has been handled.
+    /// that parts of time read have their exact uptime; whatever was due before has been handled.
     const std::vector<unsigned>& set(KeyTag tag, const KRValue& value, vo::TimePoint time,
                                      vo::Duration uptime = kNotStamped);
     /// The same for what memory says that the key holds, which is no moment of its own.
@@ -91,11 +90,12 @@ public:
 
     // Time.
 
-    /// Has time go on for the parts for which it does not yet; as one moment. Returns the
-    /// conditions whose truth it changed, as set() does.
-    const std::vector<unsigned>& begin(vo::Duration now);
+    /// Has time go on for the parts of conditions up to this one for which it does not yet; as one
+    /// moment. Where it does not go on after that, no history is taken up. Returns the conditions
+    /// whose truth it changed, as set() does.
+    const std::vector<unsigned>& begin(vo::Duration now, unsigned last, bool goesOn);
     /// Whether there are parts that begin() is for.
-    bool hasFresh() const { return !fresh_.empty(); }
+    bool hasFresh(unsigned last) const { return !fresh_.empty() && fresh_.begin()->first <= last; }
     /// Has time stand still for all parts, whose truth stays as it is.
     void end();
     /// Whether something may change by itself.
@@ -160,6 +160,8 @@ private:
     void linkFanin(NodeId id, Edge fanin);
     void reserveLevel(std::size_t level);
 
+    const std::vector<unsigned>& change(KeyTag tag, const KRValue& value, vo::TimePoint time,
+                                        vo::Duration uptime, bool isMoment);
     void flipIndexed(const KeySlot& slot, const KRValue& after);
     void flipPairs(const KeySlot& slot);
     void flip(NodeId id);
@@ -167,11 +169,11 @@ private:
     void propagate();
     const std::vector<unsigned>& endMoment();
 
-    void noteUptime(KeySlot& slot, vo::Duration uptime);
+    void noteUptime(const KeySlot& slot, vo::Duration uptime);
     TimedPart& partOf(NodeId id) const { return *std::get<Timed>(definitions_[id]).part; }
     TimedInputs inputsOf(const TimedMeaning& meaning) const;
     bool updatePart(NodeId id);
-    void resumePart(TimedPart& part, const TimedInputs& inputs, vo::Duration now);
+    void resumePart(TimedPart& part, vo::Duration now, bool begins);
     void schedule(NodeId id, TimedPart& part);
     void unschedule(NodeId id, TimedPart& part);
     void dropIdleLooks();
@@ -186,10 +188,11 @@ private:
 
     TimedMoment moment_;  ///< the latest of those that have their uptime
     std::set<std::pair<vo::Duration, NodeId>> dues_;  ///< when to look at which part
-    bool isFirstIdle_ = false;              ///< the first of them may be at a part that is not due
-    std::unordered_set<NodeId> fresh_;      ///< parts that have not begun
-    std::size_t parts_ = 0;                 ///< parts that speak of time
-    std::optional<TimedMoment> beginning_;  ///< while parts begin; may be ahead of moment_
+    bool isFirstIdle_ = false;  ///< the first of them may be at a part that is not due
+    std::set<std::pair<unsigned, NodeId>> fresh_;  ///< parts that have not begun, by condition
+    bool goesOn_ = true;                           ///< whether histories are taken up
+    std::size_t parts_ = 0;                        ///< parts that speak of time
+    std::optional<TimedMoment> beginning_;         ///< while parts begin; may be ahead of moment_
     std::map<std::string, TimedHistory> resumable_;
     vo::Duration resumableUntil_{};
 

@@ -20,7 +20,7 @@ void ConditionNetwork::link(NodeId id, const Timed& timed)
         if (meaning.kind == TimedMeaning::Kind::within)
             linkFanin(id, meaning.second);
     }
-    fresh_.insert(id);
+    fresh_.emplace(timed.part->condition(), id);
     ++parts_;
 }
 
@@ -37,20 +37,23 @@ void ConditionNetwork::unlink(NodeId id, const Timed& timed)
         if (meaning.kind == TimedMeaning::Kind::within)
             erase(meaning.second);
     }
-    fresh_.erase(id);
+    fresh_.erase({timed.part->condition(), id});
     --parts_;
     unschedule(id, *timed.part);
     dropIdleLooks();
 }
 
-const std::vector<unsigned>& ConditionNetwork::begin(vo::Duration now)
+const std::vector<unsigned>& ConditionNetwork::begin(vo::Duration now, unsigned last, bool goesOn)
 {
     changed_.clear();
     beginning_ = TimedMoment{now, now};
-    for (const NodeId id : fresh_)
-        postpone(id);
-    fresh_.clear();
+    goesOn_ = goesOn;
+    while (hasFresh(last)) {
+        postpone(fresh_.begin()->second);
+        fresh_.erase(fresh_.begin());
+    }
     endMoment();
+    goesOn_ = true;
     beginning_.reset();
     return changed_;
 }
@@ -63,7 +66,7 @@ void ConditionNetwork::end()
             continue;
         timed->part->end();
         timed->part->scheduled.reset();
-        fresh_.insert(id);
+        fresh_.emplace(timed->part->condition(), id);
     }
     dues_.clear();
 }
@@ -83,11 +86,10 @@ const std::vector<unsigned>& ConditionNetwork::elapse()
 }
 
 /// Of a write: what is due at the same instant comes after it.
-void ConditionNetwork::noteUptime(KeySlot& slot, vo::Duration uptime)
+void ConditionNetwork::noteUptime(const KeySlot& slot, vo::Duration uptime)
 {
     moment_.now = std::max(moment_.now, uptime);
     moment_.elapsed = std::max(moment_.elapsed, moment_.now - vo::Duration(1));
-    slot.now.uptime = uptime;
     if (!slot.ages)
         return;
     for (const NodeId age : *slot.ages)
@@ -110,27 +112,31 @@ bool ConditionNetwork::updatePart(NodeId id)
     TimedPart& part = partOf(id);
     const TimedInputs inputs = inputsOf(part.meaning());
     const TimedMoment& moment = beginning_ ? *beginning_ : moment_;
-    if (!part.hasBegun()) {
-        if (!beginning_)
-            return nodes_[id].truth;
+    const bool begins = !part.hasBegun();
+    if (begins && !beginning_)
+        return nodes_[id].truth;
+    if (begins)
         part.begin(inputs);
-    }
-    if (!resumable_.empty())
-        resumePart(part, inputs, moment.now);
+    if (!resumable_.empty() && goesOn_ && inputs.first)
+        resumePart(part, moment.now, begins);
     const bool truth = part.update(inputs, moment);
     schedule(id, part);
     return truth;
 }
 
-void ConditionNetwork::resumePart(TimedPart& part, const TimedInputs& inputs, vo::Duration now)
+/// One whose operand is true.
+void ConditionNetwork::resumePart(TimedPart& part, vo::Duration now, bool begins)
 {
     if (now > resumableUntil_)
         return resumable_.clear();
-    const auto found = inputs.first ? resumable_.find(part.text()) : resumable_.end();
+    const auto found = resumable_.find(part.text());
     if (found == resumable_.end())
         return;
-    part.resume(found->second);
+    TimedHistory history = std::move(found->second);
     resumable_.erase(found);
+    // What is true as the part begins has not become true now.
+    history.isTrue = history.isTrue || begins;
+    part.resume(history);
 }
 
 /// Parts are looked at no later than they are due. A look that is planned stays where the part is

@@ -85,5 +85,7 @@ bool isTimed(const Expression& expression);
 
 /// A condition that says the same, in one way of writing: equal expressions have equal texts.
 std::string textOf(const Expression& expression);
+/// The same with the operands of what is symmetric in one order, too.
+std::string canonicalTextOf(const Expression& expression);
 
 }  // namespace KR

@@ -2,6 +2,7 @@
 #include <array>
 #include <cstdio>
 
+#include "platform/conditions/Comparison.h"
 #include "platform/conditions/ConditionParser.h"
 
 namespace KR {
@@ -67,37 +68,74 @@ const char* operatorOf(Kind kind)
     }
 }
 
+bool isComparison(Kind kind)
+{
+    return kind >= Kind::equal;
+}
+
+class Writer {
+public:
+    explicit Writer(bool isCanonical) : isCanonical_(isCanonical) {}
+
+    std::string write(const Expression& expression) const
+    {
+        const std::vector<Expression>& operands = expression.operands;
+        switch (expression.kind) {
+            case Kind::literal:
+                return expression.value.isString() ? quoted(expression.value.toString())
+                                                   : expression.value.toDisplayString();
+            case Kind::key:
+                return "'" + expression.key + "'";
+            case Kind::duration:
+                return textOf(expression.duration);
+            case Kind::age:
+                return "age('" + expression.key + "')";
+            case Kind::count:
+                return "count(" + write(operands[0]) + ", " + textOf(expression.duration) + ")";
+            case Kind::negation:
+                return "!" + write(operands[0]);
+            case Kind::hold:
+                return "(" + write(operands[0]) + " for " + textOf(expression.duration) + ")";
+            default:
+                return several(expression);
+        }
+    }
+
+private:
+    std::string several(const Expression& expression) const
+    {
+        Kind kind = expression.kind;
+        std::vector<std::string> texts;
+        for (const Expression& operand : expression.operands)
+            texts.push_back(write(operand));
+        // A measure stands left.
+        if (isCanonical_ && !expression.operands[0].isMeasure()) {
+            if (isComparison(kind) && texts[1] < texts[0])
+                kind = mirrored(kind);
+            std::sort(texts.begin(), texts.end());
+        }
+        const std::string between = kind == Kind::within
+                                        ? " within " + textOf(expression.duration) + " of "
+                                        : operatorOf(kind);
+        std::string text = "(" + texts[0];
+        for (std::size_t i = 1; i < texts.size(); ++i)
+            text += between + texts[i];
+        return text + ")";
+    }
+
+    const bool isCanonical_;
+};
+
 }  // namespace
 
 std::string textOf(const Expression& expression)
 {
-    const std::vector<Expression>& operands = expression.operands;
-    switch (expression.kind) {
-        case Kind::literal:
-            return expression.value.isString() ? quoted(expression.value.toString())
-                                               : expression.value.toDisplayString();
-        case Kind::key:
-            return "'" + expression.key + "'";
-        case Kind::duration:
-            return textOf(expression.duration);
-        case Kind::age:
-            return "age('" + expression.key + "')";
-        case Kind::count:
-            return "count(" + textOf(operands[0]) + ", " + textOf(expression.duration) + ")";
-        case Kind::negation:
-            return "!" + textOf(operands[0]);
-        case Kind::hold:
-            return "(" + textOf(operands[0]) + " for " + textOf(expression.duration) + ")";
-        case Kind::within:
-            return "(" + textOf(operands[0]) + " within " + textOf(expression.duration) + " of " +
-                   textOf(operands[1]) + ")";
-        default: {
-            std::string text = "(" + textOf(operands[0]);
-            for (std::size_t i = 1; i < operands.size(); ++i)
-                text += operatorOf(expression.kind) + textOf(operands[i]);
-            return text + ")";
-        }
-    }
+    return Writer(false).write(expression);
+}
+
+std::string canonicalTextOf(const Expression& expression)
+{
+    return Writer(true).write(expression);
 }
 
 bool isTimed(const Expression& expression)

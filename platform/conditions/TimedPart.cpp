@@ -1,6 +1,7 @@
 #include "platform/conditions/TimedPart.h"
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 namespace KR {
@@ -69,8 +70,10 @@ public:
     }
     void resume(const TimedHistory& history) override
     {
+        std::multiset<vo::Duration> all(instants_.begin(), instants_.end());
+        all.insert(history.instants.begin(), history.instants.end());
         instants_.clear();
-        for (const vo::Duration instant : history.instants)
+        for (const vo::Duration instant : all)
             add(instant);
         wasTrue_ = history.isTrue;
     }
@@ -156,18 +159,26 @@ private:
 
 }  // namespace
 
-std::unique_ptr<TimedPart> TimedPart::make(const TimedMeaning& meaning, std::string text)
+std::unique_ptr<TimedPart> TimedPart::make(const TimedMeaning& meaning, std::string text,
+                                           unsigned condition)
 {
+    std::unique_ptr<TimedPart> part;
     switch (meaning.kind) {
         case TimedMeaning::Kind::hold:
-            return std::make_unique<Hold>(meaning, std::move(text));
+            part = std::make_unique<Hold>(meaning, std::move(text));
+            break;
         case TimedMeaning::Kind::count:
-            return std::make_unique<Count>(meaning, std::move(text));
+            part = std::make_unique<Count>(meaning, std::move(text));
+            break;
         case TimedMeaning::Kind::within:
-            return std::make_unique<Within>(meaning, std::move(text));
-        default:
-            return std::make_unique<Age>(meaning, std::move(text));
+            part = std::make_unique<Within>(meaning, std::move(text));
+            break;
+        case TimedMeaning::Kind::age:
+            part = std::make_unique<Age>(meaning, std::move(text));
+            break;
     }
+    part->condition_ = condition;
+    return part;
 }
 
 void TimedPart::begin(const TimedInputs& inputs)

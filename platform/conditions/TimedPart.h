@@ -60,14 +60,16 @@ struct TimedHistory {
 /// While it is ended nothing happens to it. Not synchronised: a part of ConditionNetwork.
 class TimedPart {
 public:
-    /// `text` is what it is called in a history.
-    static std::unique_ptr<TimedPart> make(const TimedMeaning& meaning, std::string text);
+    /// `text` is what it is called in a history, `condition` the first one that it is a part of.
+    static std::unique_ptr<TimedPart> make(const TimedMeaning& meaning, std::string text,
+                                           unsigned condition);
     virtual ~TimedPart() = default;
     TimedPart(const TimedPart&) = delete;
     TimedPart& operator=(const TimedPart&) = delete;
 
     const TimedMeaning& meaning() const { return meaning_; }
     const std::string& text() const { return text_; }
+    unsigned condition() const { return condition_; }
 
     bool hasBegun() const { return begun_; }
     /// From here on it is brought up to date. What is true already has not become true now, but
@@ -99,6 +101,7 @@ private:
 
     const TimedMeaning meaning_;
     const std::string text_;
+    unsigned condition_ = 0;
     bool begun_ = false;
 };
 

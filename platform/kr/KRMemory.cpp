@@ -173,8 +173,7 @@ void KRMemory::Impl::write(const std::string& key, const KRValue& value, MemoryW
     bool expired = false;
     for (const MemorySlot::Watcher& watcher : slot.watchers) {
         if (auto feed = watcher.feed.lock()) {
-            const bool wake = feed->append(
-                {watcher.tag, writer, time, value, watcher.stamped ? uptime : kNotStamped});
+            const bool wake = feed->append({watcher.tag, writer, time, value, uptime});
             recipients.push_back({std::move(feed), wake});
         } else {
             expired = true;

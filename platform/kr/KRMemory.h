@@ -73,16 +73,15 @@ public:
     struct Snapshot {
         KRValue value;
         vo::TimePoint time;
-        /// Of the latest write, where it is asked for: that of a write that was not stamped with it
-        /// may be some milliseconds too early (see vo::Clock::roughUptime). kNotStamped for an
-        /// unwritten key.
+        /// Of the latest write, where it is asked for; of one before that, as of the timer tick
+        /// before it. kNotStamped for an unwritten key.
         vo::Duration uptime = kNotStamped;
     };
     /// A key to watch, and the number that comes back with its changes.
     struct Watch {
         std::string key;
         std::uint32_t tag;
-        bool stamped = false;  ///< asks for the uptime of the writes
+        bool stamped = false;  ///< asks for the exact uptime of the writes
     };
 
     /// From now on delivers the changes of these keys to `feed`, and returns what they hold now,

@@ -18,7 +18,7 @@ struct MemoryWriter {
     std::uint32_t id = 0;
 };
 
-/// The uptime of a write that nobody asked the uptime of.
+/// The uptime of what was never written.
 constexpr vo::Duration kNotStamped = vo::Duration::min();
 
 /// One change of a watched key, as it stood in memory at that moment.
@@ -27,8 +27,8 @@ struct MemoryChange {
     MemoryWriter writer;
     vo::TimePoint time;
     KRValue value;
-    /// The clock's uptime at the write, where KRMemory::Watch asked for it; in the order of the
-    /// writes, as `time` is while the wall clock does not jump.
+    /// The clock's uptime at the write; where KRMemory::Watch did not ask for it exactly, as of the
+    /// timer tick before (see vo::Clock::roughUptime). Exact ones are in the order of the writes.
     vo::Duration uptime = kNotStamped;
 };
 

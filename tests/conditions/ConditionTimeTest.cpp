@@ -464,10 +464,65 @@ TEST_F(TimedCheckerTest, AnotherCheckerGoesOnWithWhatThisOneRemembers)
     makeChecker();
     add("'A' for 1 min");
     checker->resumeHistories(histories, 60s);
+    checker->checkConditions(false);
     EXPECT_EQ(start(), "1 |") << "long fulfilled, and still true";
     EXPECT_EQ(checker->histories().size(), 4U) << "the others wait";
     checker->stop();
     EXPECT_EQ(checker->histories().size(), 3U) << "no hold goes on while monitoring is stopped";
+}
+
+TEST_F(TimedCheckerTest, WhatIsKeptWhileConditionsAreReplacedStaysWhole)
+{
+    raise("B", 1);
+    const std::string held = "'A' for 10 s";
+    // The same as 'B', but for its text.
+    const std::string simplified = "count('A', 1 min) >= 0 && 'B'";
+    std::vector<unsigned> old{add(held), add(simplified), add("'B'")};
+    EXPECT_EQ(start(), "2 3 |");
+    raise("A", 1);
+    platform.advance(6s);
+    {
+        const ConditionChecker::Replacement replacement(*checker);
+        for (const unsigned id : old)
+            checker->removeCondition(id);
+        add("((" + held + ") && 'B') && false");
+        EXPECT_FALSE(checker->inspect(4)->isTrue());
+        add("'C'");
+        add(simplified);
+        add("'B'");
+        add("1 == 1 && 'A' for 10 s");
+    }
+    EXPECT_EQ(after(4s), "6 |7 |8 |");
+    raise("B", 0);
+    raise("C", 1);
+    EXPECT_EQ(after(0s), "6! 7! |5 |");
+}
+
+TEST_F(TimedCheckerTest, ARuleThatIsAddedCountsNothingFromBeforeThat)
+{
+    add("'A'");
+    add("'B' for 4 s");
+    start();
+    raise("A", 1);
+    add("count('A', 1 min) >= 1");
+    add("'A' for 3 s");
+    EXPECT_EQ(after(0s), "1 |");
+    raise("A", 0);
+    raise("A", 1);
+    EXPECT_EQ(after(0s), "1! |1 3 |");
+    raise("B", 1);
+    platform.advance(4s);
+    told.clear();
+    // Written before the rule came that needs to know when, handled after.
+    raise("C", 1);
+    add("'C'");
+    raise("C", 0);
+    raise("C", 1);
+    raise("B", 0);
+    add("age('C') < 2 s");
+    EXPECT_EQ(after(0s), "5 |5! |5 |2! |6 |");
+    EXPECT_EQ(after(1999ms), "");
+    EXPECT_EQ(after(1ms), "6! |");
 }
 
 /// "text = value" of a part and below it those of its parts; in the order in which they stand.
