@@ -93,9 +93,10 @@ function(nimbra_warnings target)
         $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
 endfunction()
 
-# Tests wait for the compiler more than for themselves.
+# Tests wait for the compiler more than for themselves. What fails names its line without the
+# debugger's help; what a sanitizer finds does not.
 function(nimbra_test_flags target)
-    target_compile_options(${target} PRIVATE -fPIC -O0)
+    target_compile_options(${target} PRIVATE -fPIC -O0 $<$<NOT:$<BOOL:${NIMBRA_SANITIZE}>>:-g0>)
 endfunction()
 
 # nimbra_test(<name> SOURCES <files> LINKS <targets>): a GoogleTest program, each test known to

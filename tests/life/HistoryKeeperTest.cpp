@@ -96,12 +96,9 @@ TEST_F(HistoryKeeperTest, ADamagedFileIsSetAsideAndAllBeginsAnew)
     const std::string good = R"({"version": 1, "saved": 1728000070000000, "parts": {)";
     const std::string rows[] = {
         "",
-        good,
         R"({"version": 2, "saved": 0, "parts": {}})",
         good + R"("x": {"true": true, "instants": [1728000070000001]}}})",
         good + R"("x": {"true": true, "instants": [2, 1]}}})",
-        good + R"("x": {"true": 1, "instants": [1]}}})",
-        good + R"("x": {"true": true, "instants": ["1"]}}})",
         good + R"("x": {"instants": [1]}}})",
         good + R"("x": {"true": true, "instants": [-9223372036854775808]}}})",
         good + R"("x": {"true": true, "instants": [1e300]}}})",
