@@ -186,8 +186,7 @@ const std::vector<unsigned>& ConditionNetwork::change(KeyTag tag, const KRValue&
 
 const std::vector<unsigned>& ConditionNetwork::load(KeyTag tag, const KRMemory::Snapshot& snapshot)
 {
-    const vo::TimePoint time = snapshot.time;
-    return change(tag, snapshot.value, time, snapshot.uptime, false);
+    return change(tag, snapshot.value, snapshot.time, snapshot.uptime, false);
 }
 
 const std::vector<unsigned>& ConditionNetwork::endMoment()
