@@ -57,7 +57,8 @@ void startUp(Table& table)
         const auto clock = std::make_shared<vo::VirtualClock>(vo::TimePoint());
         std::size_t rendered = 0;
         KR::EventStream events(clock);
-        KR::Timeline timeline(clock, events, noReader(rendered));
+        KR::Timeline timeline(noReader(rendered));
+        timeline.follow(events);
         std::unique_ptr<KR::Host> host;
         const double seconds = secondsOf([&] {
             host = std::make_unique<KR::Host>(
@@ -90,13 +91,14 @@ void dayOfLife(Table& table)
             std::size_t rendered = 0;
             KR::StopRequest stop;
             KR::EventStream events(clock);
-            KR::Timeline timeline(clock, events, noReader(rendered));
+            KR::Timeline timeline(noReader(rendered));
+            timeline.follow(events);
             KR::Host::Options options{NIMBRA_DATA_FOLDER "/autonomy.cfg", {}};
             options.plugins = {"HumanTracked", "PerceptionHeavy"};
             KR::Host host(clock, events, options);
-            timeline.begin({scenario.title, {}, {}, clock->now()});
+            events.publish(KR::RunBegan{scenario.title, {}, {}, {}, scenario.keys()});
             clock->runPending();
-            host.start(scenario.keys());
+            host.start();
             plugins = host.launchpad().getPluginStates().size();
             for (const KR::NimbraLaunchpad::PluginState& plugin :
                  host.launchpad().getPluginStates())
@@ -104,7 +106,7 @@ void dayOfLife(Table& table)
             KR::Player(host, *clock, events, stop, {})
                 .play(scenario, scenario.start + std::chrono::hours(24));
             host.stop();
-            timeline.end(false);
+            events.publish(KR::RunEnded{});
             if (rendered == 0)
                 throw std::logic_error("nothing happened all day");
         });

@@ -47,9 +47,9 @@ Host::~Host()
     stop();
 }
 
-void Host::start(const std::vector<std::string>& moreKeys)
+void Host::start()
 {
-    life_.start(moreKeys);
+    life_.start();
 }
 
 void Host::stop()

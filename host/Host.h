@@ -44,9 +44,8 @@ public:
     /// for: wait for it before start(), or under a virtual clock run what is pending.
     const vo::Future<void>& ready() const { return ready_; }
 
-    /// Publishes the changes of the keys that the rules read and of these from now on, and starts
-    /// monitoring.
-    void start(const std::vector<std::string>& moreKeys = {});
+    /// Starts monitoring.
+    void start();
     /// Ends its life (see Life::stop()). Idempotent.
     void stop();
 

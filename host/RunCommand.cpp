@@ -5,6 +5,8 @@
 #include <charconv>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <system_error>
 
 #include "host/ConfigurationCheck.h"
@@ -34,6 +36,13 @@ std::unique_ptr<TimelineRenderer> makeRenderer(Output& output, bool json)
     if (json)
         return std::make_unique<JsonTimeline>(sink);
     return std::make_unique<HumanTimeline>(sink, output.wantsColours());
+}
+
+/// Of a file that was read before.
+std::string contentOf(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 /// Rules that make one another true without end would keep a scenario at one moment for ever. An
@@ -128,7 +137,8 @@ private:
         const std::string config = configPath(options_.config);
         requirePackagesFolder(options_.packages);
         EventStream events(clock);
-        Timeline timeline(clock, events, makeRenderer(output_, options_.json));
+        Timeline timeline(makeRenderer(output_, options_.json));
+        timeline.follow(events);
         const ConfigurationReport report = inspectConfiguration(config);
         if (!report.failure.empty())
             throw std::runtime_error(report.failure);
@@ -137,14 +147,15 @@ private:
             if (std::find(plugins.begin(), plugins.end(), plugin) == plugins.end())
                 plugins.push_back(plugin);
         }
-        timeline.begin({subject.title, config, report.ruleNames(), clock->now()});
+        events.publish(
+            RunBegan{subject.title, config, contentOf(config), report.ruleNames(), subject.keys});
         bool hasEnded = false;
         std::string failure;
         {
             Host host(clock, events,
                       {config, options_.packages, plugins, robot, options_.state, report.resume});
             settle(host);
-            host.start(subject.keys);
+            host.start();
             try {
                 hasEnded = course(host, events);
             } catch (const std::exception& e) {
@@ -152,7 +163,8 @@ private:
             }
             host.stop();
         }
-        timeline.end(!hasEnded);
+        events.publish(RunEnded{!hasEnded});
+        events.flush();
         if (!failure.empty()) {
             output_.flush();
             throw std::runtime_error(failure);

@@ -2,13 +2,16 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "life/ActivityRunner.h"
 #include "life/StepResult.h"
 #include "platform/kr/KRValue.h"
 #include "platform/vo/Clock.h"
+#include "platform/vo/PackageInfo.h"
 
 namespace KR {
 
@@ -18,13 +21,128 @@ struct EventRule {
     bool periodic = false;  ///< proposed again and again while its condition holds
 };
 
-/// A memory key has another value.
-struct KeyChanged {
+/// A run has begun: what comes after it is of this robot, under these rules.
+struct RunBegan {
+    std::string title;       ///< of the scenario; empty for a live run
+    std::string config;      ///< path of the configuration; empty for none
+    std::string configText;  ///< what it held, to the byte
+    std::vector<std::string> rules;
+    std::vector<std::string> keys;  ///< that are worth seeing, besides those that the rules read
+};
+
+/// A run has ended; nothing comes after it.
+struct RunEnded {
+    bool interrupted = false;
+};
+
+/// A memory key was written.
+struct KeyWritten {
     std::string key;
     KRValue value;
     /// Who wrote it: as it said itself, else the only one that publishes the key; "" when that is
     /// not known.
     std::string writer = {};
+    std::uint64_t number = 0;  ///< see MemoryChange::number
+    vo::Duration uptime = {};  ///< see MemoryChange::uptime
+    bool isChange = true;      ///< the key has another value than before
+    bool isEarlier = false;    ///< it was written before the stream followed memory
+};
+
+/// Conditions are monitored from now on, and the rules read these keys; or no longer, and the keys
+/// are none.
+struct MonitoringSwitched {
+    bool on = false;
+    std::vector<std::string> keys;
+};
+
+/// A package was there at the beginning, came or went.
+struct PackageChanged {
+    vo::PackageInfo package;
+    bool installed = true;
+};
+
+/// The condition checker did something that no write of memory brought about. Its place is after
+/// all that the writes up to `after` brought about, and before what later ones do.
+struct CheckerMoved {
+    enum class Kind {
+        started,   ///< every condition was evaluated, and is followed from here on
+        stopped,   ///< no condition is followed any more
+        period,    ///< what is true, and to be reported while it is, was reported
+        settled,   ///< what was due by then came about
+        reported,  ///< a period was over at an instant at which something was due: both
+    };
+    Kind kind = Kind::period;
+    std::uint64_t after = 0;  ///< the number of the last write that it had seen
+    vo::Duration uptime{};    ///< when
+};
+
+/// One of a hit list.
+struct FoundHit {
+    std::uint32_t condition = 0;  ///< its id with the checker
+    std::string rule;             ///< "" for a condition that is none of a rule
+    bool truth = true;
+};
+
+/// The checker found these hits, all of one moment, and in their order.
+struct HitsFound {
+    std::uint64_t number = 0;  ///< grows by one with every list
+    std::uint64_t after = 0;   ///< the number of the last write that they rest on
+    std::vector<FoundHit> hits;
+};
+
+// What life/ does, it does in turns, one at a time. These tell what a turn begins with.
+
+/// Life comes to a hit list.
+struct HitsTaken {
+    std::uint64_t number = 0;  ///< that of HitsFound
+};
+
+/// One of its timers has fired.
+struct TimerFired {
+    std::uint64_t timer = 0;  ///< timers are numbered in the order in which they were set
+};
+
+/// It looks at the actions that wait.
+struct WaitingSeen {};
+
+/// The activity that has the focus has ended by itself, or has to.
+struct ActivityEnded {
+    FocusId stay = 0;
+    std::string reason;
+};
+
+/// Somebody outside asks life for something.
+struct LifeAsked {
+    std::string method;  ///< of the service "KRNimbra"
+    KRValue::Array arguments;
+};
+
+/// What a request of life to the outside came to.
+struct Answer {
+    enum class Kind { value, refusal, failure };
+    Kind kind = Kind::value;
+    KRValue value;     ///< invalid for none
+    std::string text;  ///< of a refusal or failure, the reason
+};
+
+/// Life has asked the outside for something: a service's method, or an activity's check, start or
+/// stop. Told when the asking is over, so after what it brought about meanwhile.
+struct RequestMade {
+    std::uint64_t number = 0;      ///< grows by one with every request
+    std::string text;              ///< the request for people
+    std::optional<Answer> answer;  ///< where it came at once
+};
+
+/// A turn: the answer to a request came.
+struct RequestAnswered {
+    std::uint64_t number = 0;
+    Answer answer;
+};
+
+/// Life has read which conditions of rules are true. Told at that moment, of those that it asked
+/// for.
+struct TruthsRead {
+    std::vector<std::string> rules;  ///< of true ones, in the order of their ids
 };
 
 /// A rule was hit; what becomes of it follows.
@@ -133,10 +251,13 @@ struct CallMade {
 };
 
 /// What can happen. Texts are as they came, from outside; who prints them makes them fit for it.
-using Happening = std::variant<KeyChanged, RuleProposed, RuleResumed, RuleSkipped, RuleWaits,
-                               RuleDropped, StepEnded, FocusChanged, StateChanged, SleepChanged,
-                               FocusBlockChanged, ChainChanged, EverythingStopped, PluginSwitched,
-                               ErrorReported, RemarkMade, CallMade>;
+using Happening =
+    std::variant<RunBegan, RunEnded, KeyWritten, MonitoringSwitched, PackageChanged, CheckerMoved,
+                 HitsFound, HitsTaken, TimerFired, WaitingSeen, ActivityEnded, LifeAsked,
+                 RequestMade, RequestAnswered, TruthsRead, RuleProposed, RuleResumed, RuleSkipped,
+                 RuleWaits, RuleDropped, StepEnded, FocusChanged, StateChanged, SleepChanged,
+                 FocusBlockChanged, ChainChanged, EverythingStopped, PluginSwitched, ErrorReported,
+                 RemarkMade, CallMade>;
 
 /// Something that has happened.
 struct Event {

@@ -58,26 +58,20 @@ void EventStream::flush()
     notifications_.waitUntilDelivered();
 }
 
-void EventStream::follow(const boost::shared_ptr<KRBroker>& broker,
-                         const std::vector<std::string>& keys)
+void EventStream::follow(const boost::shared_ptr<KRBroker>& broker)
 {
     unfollow();
     broker_ = broker;
     // A wake may come after this has gone: the executor, closed then, drops what it posts.
     const auto feed = std::make_shared<MemoryFeed>(
         [this, executor = executor_] { executor->post([this] { flush(); }); });
-    std::vector<KRMemory::Watch> watches;
-    watches.reserve(keys.size());
-    for (const std::string& key : keys)
-        watches.push_back({key, static_cast<std::uint32_t>(watches.size())});
-    const std::vector<KRMemory::Snapshot> snapshots = broker->memory().watch(feed, watches);
     {
+        // Held meanwhile, so that nobody takes changes before what was known.
         const vo::Lock lock(mutex_);
+        keys_.clear();
+        for (const KRMemory::Known& known : broker->memory().watchAll(feed))
+            appendWrite({known.key, {}, known.now.time, known.now.value, known.now.uptime}, true);
         feed_ = feed;
-        keys_ = keys;
-        values_.clear();
-        for (const KRMemory::Snapshot& snapshot : snapshots)
-            values_.push_back(snapshot.value);
     }
     flush();  // a change that came meanwhile has had its wake already
 }
@@ -100,17 +94,24 @@ void EventStream::takeMemory()
 {
     if (!feed_ || !broker_->memory().take(*feed_, changes_))
         return;
-    for (const MemoryChange& change : changes_) {
-        KRValue& last = values_[change.tag];
-        if (change.value == last)
-            continue;
-        last = change.value;
-        const std::string& key = keys_[change.tag];
-        std::string writer = broker_->memory().writerName(change.writer);
-        if (writer.empty())
-            writer = broker_->keys().onlyPublisher(key);
-        append(change.time, KeyChanged{key, change.value, std::move(writer)});
-    }
+    for (const MemoryChange& change : changes_)
+        appendWrite(change, false);
+}
+
+void EventStream::appendWrite(const MemoryChange& write, bool isEarlier)
+{
+    if (write.tag >= keys_.size())
+        keys_.resize(write.tag + std::size_t{1});
+    Key& key = keys_[write.tag];
+    if (key.name.empty())
+        key.name = broker_->memory().keyName(write.tag);
+    const bool isChange = key.value != write.value;
+    key.value = write.value;
+    std::string writer = broker_->memory().writerName(write.writer);
+    if (writer.empty())
+        writer = broker_->keys().onlyPublisher(key.name);
+    append(write.time, KeyWritten{key.name, write.value, std::move(writer), write.number,
+                                  write.uptime, isChange, isEarlier});
 }
 
 }  // namespace KR

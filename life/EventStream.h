@@ -38,9 +38,9 @@ public:
     /// The same, but has it told later, on a thread of the platform: for who holds locks that a
     /// receiver might want.
     void note(Happening what);
-    /// Publishes the changes of these keys from now on, until unfollow(), which comes before the
-    /// broker goes. A write of the value that a key has already is none.
-    void follow(const boost::shared_ptr<KRBroker>& broker, const std::vector<std::string>& keys);
+    /// Publishes what memory holds, and every write of a key from now on, until unfollow(), which
+    /// comes before the broker goes.
+    void follow(const boost::shared_ptr<KRBroker>& broker);
     void unfollow();
     /// Returns when everything that has happened so far is told; at once inside of a receiver.
     void flush();
@@ -48,6 +48,7 @@ public:
 private:
     void takeMemory() VO_REQUIRES(mutex_);
     void append(vo::TimePoint time, Happening what) VO_REQUIRES(mutex_);
+    void appendWrite(const MemoryChange& write, bool isEarlier) VO_REQUIRES(mutex_);
     void deliver();
 
     // Constant after construction.
@@ -61,8 +62,11 @@ private:
     vo::Mutex mutex_;
     std::uint64_t last_ VO_GUARDED_BY(mutex_) = 0;
     std::shared_ptr<MemoryFeed> feed_ VO_GUARDED_BY(mutex_);
-    std::vector<std::string> keys_ VO_GUARDED_BY(mutex_);  ///< by tag
-    std::vector<KRValue> values_ VO_GUARDED_BY(mutex_);    ///< by tag, as last published
+    struct Key {
+        std::string name = {};  ///< empty for one that was not met yet
+        KRValue value = {};     ///< as last published
+    };
+    std::vector<Key> keys_ VO_GUARDED_BY(mutex_);  ///< by number
     std::vector<MemoryChange> changes_ VO_GUARDED_BY(mutex_);
 };
 

@@ -26,15 +26,18 @@ namespace {
 
 const vo::Logger lifeLog("Nimbra.Life");
 
-/// Keys that change every minute or more often, whatever happens.
-const std::set<std::string> kTimes{"Launchpad/LifeTime", "Launchpad/Minute",
-                                   "Launchpad/MinuteOfDay"};
+/// Has the stream follow memory while it is there.
+struct Following {
+    Following(const boost::shared_ptr<KRBroker>& broker, EventStream& theEvents) : events(theEvents)
+    {
+        events.follow(broker);
+    }
+    ~Following() { events.unfollow(); }
+    Following(const Following&) = delete;
+    Following& operator=(const Following&) = delete;
 
-/// Keys of the first kind change as what they stand for changes, which is an event of its own.
-bool isWorthFollowing(const std::string& key)
-{
-    return key.rfind("Nimbra/", 0) != 0 && kTimes.count(key) == 0;
-}
+    EventStream& events;
+};
 
 }  // namespace
 
@@ -44,6 +47,7 @@ struct Life::Parts {
           const Options& options)
         : broker(theBroker),
           events(theEvents),
+          following(broker, events),
           status(broker),
           chains(broker->clock(), options.chains,
                  [this](const ChainChanged& change) { status.changed(change); }),
@@ -76,6 +80,7 @@ struct Life::Parts {
 
     const boost::shared_ptr<KRBroker> broker;
     EventStream& events;
+    const Following following;
     LifeStatus status;
     FrozenChains chains;
     const boost::shared_ptr<AppLauncher> launcher;
@@ -102,14 +107,12 @@ Life::~Life()
     stop();
 }
 
-void Life::start(const std::vector<std::string>& moreKeys)
+void Life::start()
 {
-    std::set<std::string> keys(moreKeys.begin(), moreKeys.end());
-    for (const auto& value : parts_->launchpad.getPersistentValues()) {
-        if (isWorthFollowing(value.first))
-            keys.insert(value.first);
-    }
-    parts_->events.follow(parts_->broker, {keys.begin(), keys.end()});
+    std::vector<std::string> keys;
+    for (const auto& value : parts_->launchpad.getPersistentValues())
+        keys.push_back(value.first);
+    parts_->events.publish(MonitoringSwitched{true, std::move(keys)});
     if (parts_->histories)
         parts_->histories->start();
     try {
@@ -132,6 +135,7 @@ void Life::stop()
     } catch (const std::exception& e) {
         lifeLog.error("stop", e.what());
     }
+    parts_->events.publish(MonitoringSwitched{false, {}});
     parts_->launchpad.exit();
     parts_->responder.exit();
     parts_->focus.exit();

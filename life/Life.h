@@ -48,9 +48,8 @@ public:
     Life(const Life&) = delete;
     Life& operator=(const Life&) = delete;
 
-    /// Publishes the changes of the keys that the rules read and of these from now on, and starts
-    /// monitoring. What fails is logged, and leaves the rest of the robot alive.
-    void start(const std::vector<std::string>& moreKeys = {});
+    /// Starts monitoring. What fails is logged, and leaves the rest of the robot alive.
+    void start();
     /// Ends monitoring, then the launchpad, then the activity that has the focus (or leaves it
     /// after FocusQueue::kLongestExit), then the application's event loop. What waits, was posted
     /// or is in progress is dropped. Idempotent; not on the event loop.

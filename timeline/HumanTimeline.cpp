@@ -154,7 +154,7 @@ void HumanTimeline::line(vo::TimePoint time, Paint paint, const std::string& mar
           (reason.empty() ? "" : painted(Paint::dim, "  (" + shown(reason) + ")")) + "\n");
 }
 
-void HumanTimeline::show(vo::TimePoint time, const KeyChanged& change)
+void HumanTimeline::show(vo::TimePoint time, const KeyWritten& change)
 {
     line(time, Paint::none, "  ",
          padded(shown(change.key), kKeyWidth) + "  " + shown(change.value.toDisplayString()));

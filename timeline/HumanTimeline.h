@@ -37,7 +37,7 @@ private:
     bool isRepetition(const Happening& what);
     void flushHit();
 
-    void show(vo::TimePoint time, const KeyChanged& change);
+    void show(vo::TimePoint time, const KeyWritten& change);
     void show(vo::TimePoint time, const RuleProposed& hit);
     void show(vo::TimePoint time, const RuleResumed& resumed);
     void show(vo::TimePoint time, const RuleSkipped& skipped);
@@ -56,6 +56,11 @@ private:
     void show(vo::TimePoint, const ErrorReported&) {}
     void show(vo::TimePoint time, const RemarkMade& remark);
     void show(vo::TimePoint time, const CallMade& call);
+    /// What decisions are made of.
+    template <class Other>
+    void show(vo::TimePoint /*time*/, const Other& /*other*/)
+    {
+    }
 
     void lifeLine(vo::TimePoint time, const std::string& rule, const std::string& text,
                   const std::string& reason = {});

@@ -51,7 +51,7 @@ class EventWriter {
 public:
     explicit EventWriter(vo::TimePoint time) : time_(time) {}
 
-    Json operator()(const KeyChanged& change) const
+    Json operator()(const KeyWritten& change) const
     {
         Json json = object("key");
         json["key"] = change.key;
@@ -119,6 +119,12 @@ public:
         return json;
     }
     Json operator()(const EverythingStopped&) const { return nullptr; }
+    /// What decisions are made of.
+    template <class Other>
+    Json operator()(const Other& /*other*/) const
+    {
+        return nullptr;
+    }
     Json operator()(const PluginSwitched& plugin) const
     {
         Json json = object("plugin");

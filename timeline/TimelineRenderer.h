@@ -46,6 +46,7 @@ class TimelineRenderer {
 public:
     virtual ~TimelineRenderer() = default;
     virtual void begin(const RunHeader& header) = 0;
+    /// One that is to be shown.
     virtual void event(const Event& event) = 0;
     virtual void end(const RunSummary& summary) = 0;
 };

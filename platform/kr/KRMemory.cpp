@@ -170,13 +170,20 @@ void KRMemory::Impl::write(const std::string& key, const KRValue& value, MemoryW
     const vo::TimePoint time = clock->now();
     const vo::Duration uptime = stamped ? clock->uptime() : clock->roughUptime();
     slots.write(slot, value, time, uptime);
+    ++lastWrite;
     bool expired = false;
     for (const MemorySlot::Watcher& watcher : slot.watchers) {
         if (auto feed = watcher.feed.lock()) {
-            const bool wake = feed->append({watcher.tag, writer, time, value, uptime});
+            const bool wake = feed->append({watcher.tag, writer, time, value, uptime, lastWrite});
             recipients.push_back({std::move(feed), wake});
         } else {
             expired = true;
+        }
+    }
+    for (const std::weak_ptr<MemoryFeed>& observer : observers) {
+        if (auto feed = observer.lock()) {
+            const bool wake = feed->append({slot.number(), writer, time, value, uptime, lastWrite});
+            recipients.push_back({std::move(feed), wake});
         }
     }
     if (expired)
@@ -239,6 +246,30 @@ std::vector<KRMemory::Snapshot> PrefetchingWatch::watch(KRMemory& memory,
     return memory.impl_->watch(feed, keys);
 }
 
+std::vector<KRMemory::Known> KRMemory::watchAll(const std::shared_ptr<MemoryFeed>& feed)
+{
+    std::vector<Known> known;
+    const vo::Lock lock(impl_->mutex);
+    std::vector<std::weak_ptr<MemoryFeed>>& observers = impl_->observers;
+    observers.erase(std::remove_if(observers.begin(), observers.end(),
+                                   [](const auto& each) { return each.expired(); }),
+                    observers.end());
+    observers.push_back(feed);
+    for (const MemorySlot& slot : impl_->slots) {
+        if (!slot.isWritten())
+            continue;
+        known.push_back({slot.number(), slot.snapshot()});
+        known.back().now.uptime = impl_->slots.uptimeOf(slot);
+    }
+    return known;
+}
+
+std::string KRMemory::keyName(std::uint32_t number) const
+{
+    const vo::SharedLock lock(impl_->mutex);
+    return impl_->slots[number].key();
+}
+
 bool KRMemory::take(MemoryFeed& feed, std::vector<MemoryChange>& changes)
 {
     changes.clear();
@@ -262,6 +293,10 @@ void KRMemory::unwatchAll(const std::shared_ptr<MemoryFeed>& feed)
     const vo::Lock lock(impl_->mutex);
     for (MemorySlot& slot : impl_->slots)
         eraseWatchers(slot, [&](const MemorySlot::Watcher& w) { return isSame(w.feed, feed); });
+    std::vector<std::weak_ptr<MemoryFeed>>& observers = impl_->observers;
+    observers.erase(std::remove_if(observers.begin(), observers.end(),
+                                   [&](const auto& each) { return isSame(each, feed); }),
+                    observers.end());
 }
 
 }  // namespace KR

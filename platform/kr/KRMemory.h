@@ -90,10 +90,20 @@ public:
     /// them is. Memory does not keep the feed alive, and forgets one that is gone.
     std::vector<Snapshot> watch(const std::shared_ptr<MemoryFeed>& feed,
                                 const std::vector<Watch>& keys);
+    /// A key that was written, by its number: keys are numbered from 0 as they come up.
+    struct Known {
+        std::uint32_t key;
+        Snapshot now;
+    };
+    /// The same for all keys, also those that come up later; the tags are the keys' numbers. To be
+    /// called once for a feed, which watches nothing else.
+    std::vector<Known> watchAll(const std::shared_ptr<MemoryFeed>& feed);
+    /// Of a number that came with a change.
+    std::string keyName(std::uint32_t number) const;
     /// Moves everything that is queued for a feed to `changes` (whose old content is discarded, its
     /// storage reused). False when there was nothing.
     bool take(MemoryFeed& feed, std::vector<MemoryChange>& changes);
-    /// Ends the delivery of one key's changes to `feed`, or of all keys'. What is queued stays.
+    /// Ends the delivery of one key's changes to `feed`, or of everything. What is queued stays.
     void unwatch(const std::shared_ptr<MemoryFeed>& feed, const std::string& key,
                  std::uint32_t tag);
     void unwatchAll(const std::shared_ptr<MemoryFeed>& feed);

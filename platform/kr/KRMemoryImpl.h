@@ -52,6 +52,8 @@ public:
     /// Who declared a key, in the order of declaration.
     std::unordered_map<std::string, std::vector<std::string>> declarers VO_GUARDED_BY(mutex);
     std::vector<std::string> writers VO_GUARDED_BY(mutex){""};  ///< by id
+    std::uint64_t lastWrite VO_GUARDED_BY(mutex) = 0;
+    std::vector<std::weak_ptr<MemoryFeed>> observers VO_GUARDED_BY(mutex);  ///< of all keys
 
     // Comes before `mutex`: a subscription and its watch change together.
     vo::Mutex subscribersMutex VO_ACQUIRED_BEFORE(mutex);

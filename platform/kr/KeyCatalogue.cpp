@@ -197,18 +197,24 @@ std::vector<KeyCatalogue::Entry> KeyCatalogue::entries() const
 std::optional<KeyCatalogue::Entry> KeyCatalogue::find(const std::string& key) const
 {
     const vo::Lock lock(mutex_);
+    const Entry* const entry = entryOf(key);
+    return entry ? std::optional(*entry) : std::nullopt;
+}
+
+/// Of a key, or of the pattern that it is one of.
+const KeyCatalogue::Entry* KeyCatalogue::entryOf(const std::string& key) const
+{
     if (const auto place = entries_.find(key); place != entries_.end())
-        return place->second;
-    for (const auto& [pattern, entry] : entries_) {
-        if (matches(pattern, key))
-            return entry;
-    }
-    return std::nullopt;
+        return &place->second;
+    const auto place = std::find_if(entries_.begin(), entries_.end(),
+                                    [&key](const auto& each) { return matches(each.first, key); });
+    return place == entries_.end() ? nullptr : &place->second;
 }
 
 std::string KeyCatalogue::onlyPublisher(const std::string& key) const
 {
-    const std::optional<Entry> entry = find(key);
+    const vo::Lock lock(mutex_);
+    const Entry* const entry = entryOf(key);
     return entry && entry->publishers.size() == 1 ? *entry->publishers.begin() : std::string();
 }
 

@@ -75,6 +75,8 @@ public:
     std::string onlyPublisher(const std::string& key) const;
 
 private:
+    const Entry* entryOf(const std::string& key) const VO_REQUIRES(mutex_);
+
     mutable vo::Mutex mutex_;
     std::map<std::string, Entry> entries_ VO_GUARDED_BY(mutex_);
 };

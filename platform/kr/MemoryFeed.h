@@ -30,6 +30,8 @@ struct MemoryChange {
     /// The clock's uptime at the write; where KRMemory::Watch did not ask for it exactly, as of the
     /// timer tick before (see vo::Clock::roughUptime). Exact ones are in the order of the writes.
     vo::Duration uptime = kNotStamped;
+    /// Its place in the order of all writes of the memory; 1 is the first.
+    std::uint64_t number = 0;
 };
 
 /// The queue between shared memory and one subscriber.

@@ -31,9 +31,11 @@ public:
         const void* expected;
     };
 
-    explicit MemorySlot(std::string key) : key_(std::move(key)) {}
+    MemorySlot(std::string key, std::uint32_t number) : key_(std::move(key)), number_(number) {}
 
     const std::string& key() const { return key_; }
+    /// Slots are numbered from 0 as they come up.
+    std::uint32_t number() const { return number_; }
     bool isWritten() const { return isWritten_; }
     /// Of the latest write; the invalid value and the epoch when there was none.
     const KRValue& value() const { return value_; }
@@ -71,7 +73,9 @@ private:
     std::uint8_t capacity_ = 0;
     std::uint8_t next_ = 0;  ///< where the next entry goes
     bool isWritten_ = false;
+    const std::uint32_t number_;
 };
+static_assert(sizeof(MemorySlot) == 2 * vo::kCacheLine);
 
 /// The slots by their keys. A slot stays where it is, and is never taken out.
 ///
@@ -87,10 +91,12 @@ public:
     {
         if (MemorySlot* const slot = find(key))
             return *slot;
-        MemorySlot& slot = slots_.emplace_back(key);
+        MemorySlot& slot = slots_.emplace_back(key, static_cast<std::uint32_t>(slots_.size()));
         index_.insert(slot);
         return slot;
     }
+
+    const MemorySlot& operator[](std::uint32_t number) const { return slots_[number]; }
 
     auto begin() { return slots_.begin(); }
     auto end() { return slots_.end(); }

@@ -24,6 +24,7 @@ bool canVary(const KeyDescription& key)
 /// A fall, among others, stops the battery's plugin, which then forgets that the charger charges.
 TEST_F(DemoDayTest, robotStaysOnItsChargerAfterItsBatteryPluginWasStopped)
 {
+    timeline.follow(stream);
     host.emplace(clock, stream, Host::Options{NIMBRA_TEST_DATA "/autonomy.cfg", {}});
     clock->runPending();
     host->start();
@@ -46,6 +47,7 @@ TEST_F(DemoDayTest, robotStaysOnItsChargerAfterItsBatteryPluginWasStopped)
 TEST_F(DemoDayTest, robotMindsTheSecondPushAndBelievesAnAbsenceAfterAMinute)
 {
     const std::string config = NIMBRA_TEST_DATA "/autonomy.cfg";
+    timeline.follow(stream);
     host.emplace(clock, stream, Host::Options{config, {}, inspectConfiguration(config).plugins});
     clock->runPending();
     host->start();
@@ -88,18 +90,16 @@ TEST_F(DemoDayTest, everyKeyOfTheRobotIsSeenPublishedAndTakesMoreThanOneValue)
     const std::string config = data / "autonomy.cfg";
     host.emplace(clock, stream,
                  Host::Options{config, packages, inspectConfiguration(config).plugins});
-    std::vector<std::string> keys;
-    for (const KeyCatalogue::Entry& entry : host->keys().entries())
-        keys.push_back(entry.description.key);
+    std::map<std::string, std::set<std::string>> values;
+    const vo::Connection writes = stream.happened.connect([&](const Event& event) {
+        if (const auto* const write = std::get_if<KeyWritten>(&event.what))
+            values[write->key].insert(write->value.toDisplayString());
+    });
     clock->runPending();
-    host->start(keys);
+    host->start();
     StopRequest stop;
     ASSERT_TRUE(Player(*host, *clock, stream, stop, {}).play(scenario, Player::endOf(scenario)));
-    std::map<std::string, std::set<std::string>> values;
-    for (const nlohmann::json& event : events)
-        if (event["event"] == "key")
-            values[event["key"]].insert(event["value"].dump());
-
+    stream.flush();
     for (const KeyCatalogue::Entry& entry : host->keys().entries()) {
         const KeyDescription& key = entry.description;
         const std::string beginning = key.key.substr(0, key.key.find('*'));

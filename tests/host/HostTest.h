@@ -25,12 +25,17 @@ protected:
                          "ConfigurationDescription: d\nConfigurationVersion: \"2.0\"\n"
                          "AutonomousActions:\n" +
                              rules);
+        timeline.follow(stream);
+        stream.publish(RunBegan{{}, config, {}, {}, moreKeys});
         host.emplace(clock, stream, Host::Options{config, packages, robotPlugins});
         clock->runPending();
-        host->start(moreKeys);
+        host->start();
         clock->runPending();
         events.erase(std::remove_if(events.begin(), events.end(),
-                                    [](const auto& event) { return event["event"] == "plugin"; }),
+                                    [](const auto& event) {
+                                        return event["event"] == "plugin" ||
+                                               event["event"] == "start";
+                                    }),
                      events.end());
     }
     void raise(const std::string& key, const KRValue& value)
@@ -85,10 +90,8 @@ protected:
         std::make_shared<vo::VirtualClock>(vo::TimePoint(std::chrono::hours(24 * 20000)));
     std::vector<nlohmann::json> events;
     EventStream stream{clock};
-    Timeline timeline{clock, stream,
-                      std::make_unique<JsonTimeline>([this](const std::string& line) {
-                          events.push_back(nlohmann::json::parse(line));
-                      })};
+    Timeline timeline{std::make_unique<JsonTimeline>(
+        [this](const std::string& line) { events.push_back(nlohmann::json::parse(line)); })};
     std::optional<Host> host;
 };
 

@@ -90,7 +90,7 @@ TEST_F(HumanTimelineTest, EachKindOfEventIsShownInItsWayToPeopleAndMachines)
         std::string json;
     } rows[] = {
         {RemarkMade{"a \x1b[2J"}, "» a \\x1b[2J", R"("say","text":"a \u001b[2J")"},
-        {KeyChanged{"bad\xff\n", KRValue::Array{NAN, "\xc3", 1, {}, true, 0.5}},
+        {KeyWritten{"bad\xff\n", KRValue::Array{NAN, "\xc3", 1, {}, true, 0.5}},
          "  bad\\xff\\n" + std::string(31, ' ') + "[nan, \"\ufffd\", 1, none, true, 0.5]",
          "\"key\",\"key\":\"bad\ufffd\\n\",\"value\":[null,\"\ufffd\",1,null,true,0.5]"},
         {RuleProposed{r, ""}, "● R", R"("hit","rule":"R")"},
