@@ -318,6 +318,9 @@ void Replay::Impl::handle(const Event& event, const HitsFound& hits)
     moveTime(event);
     makeWrites(hits.after);
     settle();
+    // Before a write that came later, what was due before it came about.
+    while (hits_.empty() && script_.elapse(event.uptime))
+        settle();
     if (hits_.empty()) {
         depart(event, {}, "these rules were hit, and are not any more");
         return;
