@@ -144,6 +144,8 @@ public:
     /// Names of the activities that launch themselves, in ascending order.
     std::vector<std::string> getAutonomousActivityNames() const;
 
+    /// Copies of all actions, in ascending id order.
+    std::list<AutonomousAction> getActions() const { return actions_.all(); }
     /// The first action, by id, of exactly that description; std::runtime_error if there is none.
     AutonomousAction getAction(const std::string& description) const;
 
@@ -202,6 +204,7 @@ private:
     void _conditionHit(ConditionChecker::Hits hits) VO_EXCLUDES(actions_.mutex());
     std::list<AutonomousAction> _actionsOfHits(const ConditionChecker::Hits& hits)
         VO_REQUIRES_SHARED(actions_.mutex());
+    void _tellHits(const std::list<AutonomousAction>& actions) const;
     void _postActions(std::list<AutonomousAction> actions);
 
     void _refuseAfterExit() const;

@@ -363,7 +363,8 @@ std::string encodeEvent(const Event& event)
         [&](const auto& record) {
             const Json head{{"event", kRecordFields<std::decay_t<decltype(record)>>.kind},
                             {"number", event.number},
-                            {"time", event.time.time_since_epoch().count()}};
+                            {"time", event.time.time_since_epoch().count()},
+                            {"uptime", event.uptime.count()}};
             return EventEncoder::structure(record, head).dump();
         },
         event.what);
@@ -382,6 +383,7 @@ Event decodeEvent(const simdjson::dom::object& json)
     vo::Duration time{};
     EventDecoder::field(json, "number", event.number);
     EventDecoder::field(json, "time", time);
+    EventDecoder::field(json, "uptime", event.uptime);
     event.time = vo::TimePoint(time);
     event.what = decoder->second(json);
     return event;

@@ -25,8 +25,8 @@ struct Words<StepOutcome> {
     static constexpr std::array names{"done", "refused", "failed"};
 };
 template <>
-struct Words<CheckerMoved::Kind> {
-    static constexpr std::array names{"started", "stopped", "period", "settled", "reported"};
+struct Words<CheckerMove::Kind> {
+    static constexpr std::array names{"started", "stopped", "period", "settled", "both", "checked"};
 };
 template <>
 struct Words<Answer::Kind> {
@@ -85,7 +85,7 @@ template <>
 inline constexpr auto kRecordFields<RunBegan> = record_fields::record(
     "start", vo::field("title", &RunBegan::title), vo::field("config", &RunBegan::config),
     vo::field("configText", &RunBegan::configText), vo::field("rules", &RunBegan::rules),
-    vo::field("keys", &RunBegan::keys));
+    vo::field("keys", &RunBegan::keys), vo::field("chains", &RunBegan::chains));
 template <>
 inline constexpr auto kRecordFields<RunEnded> =
     record_fields::record("end", vo::field("interrupted", &RunEnded::interrupted));
@@ -93,8 +93,7 @@ template <>
 inline constexpr auto kRecordFields<KeyWritten> = record_fields::record(
     "key", vo::field("key", &KeyWritten::key), vo::field("value", &KeyWritten::value),
     vo::field("writer", &KeyWritten::writer), vo::field("write", &KeyWritten::number),
-    vo::field("uptime", &KeyWritten::uptime), vo::field("change", &KeyWritten::isChange),
-    vo::field("earlier", &KeyWritten::isEarlier));
+    vo::field("change", &KeyWritten::isChange), vo::field("earlier", &KeyWritten::isEarlier));
 template <>
 inline constexpr auto kRecordFields<MonitoringSwitched> =
     record_fields::record("monitoring", vo::field("on", &MonitoringSwitched::on),
@@ -106,11 +105,10 @@ inline constexpr auto kRecordFields<PackageChanged> =
 template <>
 inline constexpr auto kRecordFields<CheckerMoved> = record_fields::record(
     "checker", vo::field("did", &CheckerMoved::kind), vo::field("after", &CheckerMoved::after),
-    vo::field("uptime", &CheckerMoved::uptime));
+    vo::field("instant", &CheckerMoved::uptime));
 template <>
-inline constexpr auto kRecordFields<FoundHit> =
-    record_fields::record("found", vo::field("condition", &FoundHit::condition),
-                          vo::field("rule", &FoundHit::rule), vo::field("truth", &FoundHit::truth));
+inline constexpr auto kRecordFields<FoundHit> = record_fields::record(
+    "found", vo::field("condition", &FoundHit::condition), vo::field("rule", &FoundHit::rule));
 template <>
 inline constexpr auto kRecordFields<HitsFound> = record_fields::record(
     "hits", vo::field("list", &HitsFound::number), vo::field("after", &HitsFound::after),

@@ -46,11 +46,11 @@ TEST(EventCodecTest, FieldsAreThoseThatTheirNamesSay)
         decodeEvent(R"({"event":"hits","list":1,"after":2,"hits":[{"condition":3}]})").what);
     EXPECT_EQ(std::pair(hits.number, hits.after), std::pair(std::uint64_t{1}, std::uint64_t{2}));
     EXPECT_EQ(hits.hits.at(0).condition, 3U);
-    EXPECT_FALSE(hits.hits.at(0).truth)
+    EXPECT_FALSE(std::get<KeyWritten>(decodeEvent(R"({"event":"key","key":"K"})").what).isChange)
         << "what is left out is false, also where it begins as true";
     EXPECT_EQ(
         std::get<CheckerMoved>(decodeEvent(R"({"event":"checker","did":"settled"})").what).kind,
-        CheckerMoved::Kind::settled);
+        CheckerMove::Kind::settled);
 }
 
 TEST(EventCodecTest, ValuesKeepTheirTypeAndEveryBit)

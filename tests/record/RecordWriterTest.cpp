@@ -119,7 +119,7 @@ TEST_F(RecordWriterTest, ARingKeepsToItsLimitsAndEachFileCanBeReadAlone)
         for (int run = 0; run < 2; ++run) {
             RecordWriter writer(clock, ring);
             Event first = event();
-            first.what = RunBegan{"run", {}, {}, {}, {}};
+            first.what = RunBegan();
             writer.take(first);
             for (int i = 0; i < 1500; ++i) {
                 writer.take(event(randomText(3000)));
