@@ -2,7 +2,6 @@
 
 #include <deque>
 #include <map>
-#include <set>
 #include <utility>
 
 #include "launchpad/NimbraLaunchpad.h"
@@ -22,6 +21,44 @@ namespace {
 /// Proposals that are less than this apart are the same: what a thread took its time for.
 constexpr vo::Duration kTolerance = std::chrono::milliseconds(200);
 
+std::string heldKeys(const ConditionPart& part)
+{
+    if (part.kind == ConditionPart::Kind::key)
+        return part.text + " is " +
+               (part.value.isValid() ? part.value.toDisplayString() : "unknown");
+    std::string text;
+    for (const ConditionPart& operand : part.parts) {
+        const std::string held = heldKeys(operand);
+        text += text.empty() || held.empty() ? held : ", " + held;
+    }
+    return text;
+}
+
+/// The smallest parts that keep a condition from being true, each with what its keys hold.
+std::vector<std::string> falseParts(const ConditionPart& part)
+{
+    std::vector<std::string> texts;
+    const bool isJunction =
+        part.kind == ConditionPart::Kind::all || part.kind == ConditionPart::Kind::any;
+    for (const ConditionPart& operand : part.parts) {
+        if (!isJunction || operand.isTrue())
+            continue;
+        const std::vector<std::string> more = falseParts(operand);
+        texts.insert(texts.end(), more.begin(), more.end());
+    }
+    if (!isJunction)
+        texts.push_back(part.text + " (" + heldKeys(part) + ")");
+    return texts;
+}
+
+std::string joined(const std::vector<std::string>& texts)
+{
+    std::string joined;
+    for (const std::string& text : texts)
+        joined += (joined.empty() ? "" : "; ") + text;
+    return joined;
+}
+
 }  // namespace
 
 class Rerun::Impl : private LifeDriver {
@@ -37,6 +74,7 @@ private:
     void begin(ReplayBeginning beginning);
     void process(const Event& event);
     void write(const Event& event, const KeyWritten& write);
+    void noteWhyNot(const std::string& rule, vo::TimePoint time);
     void endActivity(const ActivityEnded& ended);
     void happened(const Event& event);
 
@@ -60,7 +98,8 @@ private:
     FocusId stays_ = 0;                                   ///< that there were in the new life
     bool isStarted_ = false;
     bool hasEnded_ = false;
-    std::set<std::string> loaded_;
+    /// By rule and time of a recorded proposal: why there is none now.
+    std::map<std::pair<std::string, vo::TimePoint>, std::string> whyNot_;
     std::optional<ReplayStage> stage_;
 };
 
@@ -77,13 +116,13 @@ Rerun::Result Rerun::Impl::run()
             break;
         process(*event);
     }
-    for (const AutonomousAction& action : stage_->life().launchpad().getActions())
-        loaded_.insert(action.description);
     hasEnded_ = true;
     sink_({0, stage_->clock().now(), RunEnded{}, stage_->clock().uptime()});
     stage_.reset();
     return {compareRules(before_, now_, kTolerance,
-                         [this](const std::string& rule) { return loaded_.count(rule) != 0; }),
+                         [this](const std::string& rule, vo::TimePoint time) {
+                             return whyNot_[{rule, time}];
+                         }),
             answers_.assumed()};
 }
 
@@ -119,6 +158,7 @@ void Rerun::Impl::process(const Event& event)
                   stage_->moveTime(event);
                   stage_->life().start();
               },
+              [&](const RuleProposed& hit) { noteWhyNot(hit.rule.name, event.time); },
               [&](const FocusChanged& focus) { recordedFocus_ = focus.activity; },
               [&](const ActivityEnded& ended) {
                   stage_->moveTime(event);
@@ -141,6 +181,20 @@ void Rerun::Impl::process(const Event& event)
               [&](const CallMade&) { sink_(event); }, [](const auto&) {}},
         event.what);
     stage_->settle();
+}
+
+void Rerun::Impl::noteWhyNot(const std::string& rule, vo::TimePoint time)
+{
+    std::string& why = whyNot_[{rule, time}];
+    why = "there is no such rule";
+    for (const AutonomousAction& action : stage_->life().launchpad().getActions()) {
+        if (action.description != rule)
+            continue;
+        const auto part = stage_->life().launchpad().inspectCondition(action.conditionId);
+        why = !part            ? "its condition could not be registered"
+              : part->isTrue() ? "its condition was true already, or the moment has gone"
+                               : "its condition is false: " + joined(falseParts(*part));
+    }
 }
 
 void Rerun::Impl::write(const Event& event, const KeyWritten& write)

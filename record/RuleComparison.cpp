@@ -20,8 +20,8 @@ vo::TimePoint timeOf(const RuleChange& change)
 class Aligner {
 public:
     Aligner(const Occurrences& before, const Occurrences& now, vo::Duration tolerance,
-            bool isLoaded)
-        : before_(before), now_(now), tolerance_(tolerance), isLoaded_(isLoaded)
+            std::function<std::string(vo::TimePoint)> whyNot)
+        : before_(before), now_(now), tolerance_(tolerance), whyNot_(std::move(whyNot))
     {
     }
 
@@ -59,10 +59,7 @@ private:
         }
         for (; runBefore_ < i; ++runBefore_)
             changes_.push_back(
-                {Kind::less,
-                 before_[runBefore_],
-                 {},
-                 isLoaded_ ? "its condition is not reported there" : "there is no such rule"});
+                {Kind::less, before_[runBefore_], {}, whyNot_(before_[runBefore_].time)});
         for (; runNow_ < j; ++runNow_)
             changes_.push_back({Kind::more, {}, now_[runNow_], "its condition is reported there"});
     }
@@ -81,7 +78,7 @@ private:
     const Occurrences& before_;
     const Occurrences& now_;
     const vo::Duration tolerance_;
-    const bool isLoaded_;
+    const std::function<std::string(vo::TimePoint)> whyNot_;
     std::size_t runBefore_ = 0;
     std::size_t runNow_ = 0;
     std::vector<RuleChange> changes_;
@@ -146,8 +143,19 @@ bool RuleComparison::isSame() const
                        [](const ComparedRule& rule) { return rule.changes.empty(); });
 }
 
-RuleComparison compareRules(const RuleLog& before, const RuleLog& now, vo::Duration tolerance,
-                            const std::function<bool(const std::string& rule)>& isLoaded)
+void RuleComparison::cutBefore(vo::TimePoint time)
+{
+    for (ComparedRule& rule : rules) {
+        auto& changes = rule.changes;
+        changes.erase(std::remove_if(changes.begin(), changes.end(),
+                                     [time](const auto& each) { return timeOf(each) < time; }),
+                      changes.end());
+    }
+}
+
+RuleComparison compareRules(
+    const RuleLog& before, const RuleLog& now, vo::Duration tolerance,
+    const std::function<std::string(const std::string& rule, vo::TimePoint time)>& whyNot)
 {
     std::set<std::string> names;
     for (const RuleLog* log : {&before, &now}) {
@@ -159,7 +167,9 @@ RuleComparison compareRules(const RuleLog& before, const RuleLog& now, vo::Durat
         const Occurrences& was = of(before, name);
         const Occurrences& is = of(now, name);
         ComparedRule rule{name, was.size(), is.size(),
-                          Aligner(was, is, tolerance, isLoaded(name)).run()};
+                          Aligner(was, is, tolerance, [&](vo::TimePoint time) {
+                              return whyNot(name, time);
+                          }).run()};
         std::stable_sort(
             rule.changes.begin(), rule.changes.end(),
             [](const RuleChange& a, const RuleChange& b) { return timeOf(a) < timeOf(b); });

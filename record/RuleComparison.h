@@ -49,11 +49,14 @@ struct RuleComparison {
     std::optional<Felt> firstFelt;
 
     bool isSame() const;
+    /// Forgets the changes before a time.
+    void cutBefore(vo::TimePoint time);
 };
 
-/// Proposals of one rule are taken for the same one that are less than `tolerance` apart.
-/// `isLoaded` tells whether a rule is there now.
-RuleComparison compareRules(const RuleLog& before, const RuleLog& now, vo::Duration tolerance,
-                            const std::function<bool(const std::string& rule)>& isLoaded);
+/// Proposals of one rule are taken for the same one that are less than `tolerance` apart. `whyNot`
+/// tells for people why a rule was not proposed now at a time at which it was before.
+RuleComparison compareRules(
+    const RuleLog& before, const RuleLog& now, vo::Duration tolerance,
+    const std::function<std::string(const std::string& rule, vo::TimePoint time)>& whyNot);
 
 }  // namespace KR
