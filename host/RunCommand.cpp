@@ -31,13 +31,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Of a file that was read before.
-std::string contentOf(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 /// Rules that make one another true without end would keep a scenario at one moment for ever. An
 /// entry of a scenario causes some hundred tasks at most.
 constexpr std::size_t kMaxTasksAtOneMoment = 100'000;
@@ -227,6 +220,12 @@ int perform(const RunOptions& options)
 }
 
 }  // namespace
+
+std::string contentOf(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
 
 std::string configPath(const std::string& given)
 {

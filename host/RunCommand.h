@@ -24,6 +24,9 @@ void addPackages(const Command& command, std::string& packages);
 /// std::runtime_error when there is none.
 std::string configPath(const std::string& given);
 
+/// What a file holds that was read before; "" when it cannot be read any more.
+std::string contentOf(const std::string& path);
+
 /// A packages folder that is given has to be there: one that was misspelt is not to become a new
 /// one. std::runtime_error.
 void requirePackagesFolder(const std::string& folder);

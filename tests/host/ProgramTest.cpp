@@ -294,12 +294,12 @@ TEST_F(ProgramTest, CommandsEndWithTheirExitCode)
         0 package install $data/packages/power --packages $folder/new => Made the packages folder $folder/new|
         0 plugins => _LaunchpadPluginHumanTracked     solitary,    yes      yes
         1 plugins --packages $config => nimbra:
-        2 chekc $config => no command 'chekc'; did you mean 'check'?|  there are: run, timeline, check
+        2 chekc $config => no command 'chekc'; did you mean 'check'?|  there are: run, timeline, replay
         2 package lits --packages x => no command 'lits'; did you mean 'list'?
         2 package => a command is missing|  there are: install, remove, list, info
         2 --versoin => '--versoin' is not expected; did you mean '--version'?
         0 --version => nimbra 0.
-        2  => a command is missing|  there are: run, timeline, check
+        2  => a command is missing|  there are: run, timeline, replay
 )");
     int exitCode = 0;
     for (std::string row; rows >> exitCode && std::getline(rows, row);) {
