@@ -81,22 +81,22 @@ void raiseToResponder(Table& table)
     constexpr int kEvents = 200;
     constexpr auto kPace = std::chrono::milliseconds(1);
     Recorded life;
-    std::atomic<std::promise<Steady::time_point>*> arrived{nullptr};
+    std::atomic<std::promise<std::chrono::steady_clock::time_point>*> arrived{nullptr};
     life.launchpad().onDispatch = [&](const auto&, const auto&) {
-        arrived.load()->set_value(Steady::now());
+        arrived.load()->set_value(std::chrono::steady_clock::now());
     };
     bool low = false;
     const auto measure = [&](bool recorded) {
         life.record(recorded);
         std::vector<double> latencies;
-        auto next = Steady::now();
+        auto next = std::chrono::steady_clock::now();
         for (int i = 0; i < kEvents; ++i) {
             next += kPace;
             std::this_thread::sleep_until(next);
-            std::promise<Steady::time_point> promise;
+            std::promise<std::chrono::steady_clock::time_point> promise;
             arrived = &promise;
             low = !low;
-            const auto start = Steady::now();
+            const auto start = std::chrono::steady_clock::now();
             life.launchpad().memory().raiseEvent(LiveLaunchpad::trigger(0), low ? "Low" : "High");
             latencies.push_back(
                 std::chrono::duration<double, std::micro>(promise.get_future().get() - start)
