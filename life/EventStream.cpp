@@ -1,5 +1,7 @@
 #include "life/EventStream.h"
 
+#include <atomic>
+
 #include "platform/kr/KRMemory.h"
 #include "platform/kr/KeyCatalogue.h"
 #include "platform/vo/Executor.h"
@@ -63,12 +65,22 @@ void EventStream::follow(const boost::shared_ptr<KRBroker>& broker)
     broker_ = broker;
     // A wake may come after this has gone: the executor, closed then, drops what it posts.
     const vo::Duration delay = clock_->hasThreads() ? kWriteDelay : vo::Duration::zero();
-    const auto feed = std::make_shared<MemoryFeed>(
-        [this, executor = executor_, delay] { executor->post([this] { flush(); }, delay); });
+    const auto isPosted = std::make_shared<std::atomic<bool>>(false);
+    const auto feed = std::make_shared<MemoryFeed>([this, executor = executor_, delay, isPosted] {
+        if (isPosted->exchange(true))
+            return;
+        executor->post(
+            [this, isPosted] {
+                *isPosted = false;
+                flush();
+            },
+            delay);
+    });
     {
         // Held meanwhile, so that nobody takes changes before what was known.
         const vo::Lock lock(mutex_);
         keys_.clear();
+        writers_.clear();
         for (const KRMemory::Known& known : broker->memory().watchAll(feed))
             appendWrite({known.key, {}, known.now.time, known.now.value, known.now.uptime}, true);
         feed_ = feed;
@@ -98,6 +110,26 @@ void EventStream::takeMemory()
         appendWrite(change, false);
 }
 
+/// Asked for once: there are many writes of few keys by few writers.
+const std::string& EventStream::writerOf(const MemoryChange& write, Key& key)
+{
+    if (write.writer.id != 0) {
+        if (write.writer.id >= writers_.size())
+            writers_.resize(write.writer.id + std::size_t{1});
+        std::string& name = writers_[write.writer.id];
+        if (name.empty())
+            name = broker_->memory().writerName(write.writer);
+        if (!name.empty())
+            return name;
+    }
+    const std::uint64_t version = broker_->keys().version();
+    if (key.version != version) {
+        key.publisher = broker_->keys().onlyPublisher(key.name);
+        key.version = version;
+    }
+    return key.publisher;
+}
+
 void EventStream::appendWrite(const MemoryChange& write, bool isEarlier)
 {
     if (write.tag >= keys_.size())
@@ -107,11 +139,9 @@ void EventStream::appendWrite(const MemoryChange& write, bool isEarlier)
         key.name = broker_->memory().keyName(write.tag);
     const bool isChange = key.value != write.value;
     key.value = write.value;
-    std::string writer = broker_->memory().writerName(write.writer);
-    if (writer.empty())
-        writer = broker_->keys().onlyPublisher(key.name);
-    append(write.time, write.uptime,
-           KeyWritten{key.name, write.value, std::move(writer), write.number, isChange, isEarlier});
+    append(
+        write.time, write.uptime,
+        KeyWritten{key.name, write.value, writerOf(write, key), write.number, isChange, isEarlier});
 }
 
 }  // namespace KR

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -69,10 +70,15 @@ private:
     std::uint64_t last_ VO_GUARDED_BY(mutex_) = 0;
     std::shared_ptr<MemoryFeed> feed_ VO_GUARDED_BY(mutex_);
     struct Key {
-        std::string name = {};  ///< empty for one that was not met yet
-        KRValue value = {};     ///< as last published
+        std::string name = {};                      ///< empty for one that was not met yet
+        KRValue value = {};                         ///< as last published
+        std::string publisher = {};                 ///< the only one, as of that version
+        std::optional<std::uint64_t> version = {};  ///< of the catalogue
     };
-    std::vector<Key> keys_ VO_GUARDED_BY(mutex_);  ///< by number
+    const std::string& writerOf(const MemoryChange& write, Key& key) VO_REQUIRES(mutex_);
+
+    std::vector<Key> keys_ VO_GUARDED_BY(mutex_);             ///< by number
+    std::vector<std::string> writers_ VO_GUARDED_BY(mutex_);  ///< names by id; "" for not asked
     std::vector<MemoryChange> changes_ VO_GUARDED_BY(mutex_);
 };
 

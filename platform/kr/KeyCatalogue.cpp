@@ -174,6 +174,7 @@ void KeyCatalogue::addPublished(const KeyDescription& description, const std::st
     if (entry.publishers.empty())
         entry.description = description;
     entry.publishers.insert(publisher);
+    ++version_;
 }
 
 void KeyCatalogue::addRead(const std::string& key, const std::string& reader)

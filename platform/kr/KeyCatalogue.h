@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <set>
@@ -73,10 +75,13 @@ public:
     std::optional<Entry> find(const std::string& key) const;
     /// Who publishes a key, where only one does; "" where nobody or several do.
     std::string onlyPublisher(const std::string& key) const;
+    /// Grows whenever a publisher is added: what onlyPublisher() said before may not hold any more.
+    std::uint64_t version() const { return version_; }
 
 private:
     const Entry* entryOf(const std::string& key) const VO_REQUIRES(mutex_);
 
+    std::atomic<std::uint64_t> version_{0};
     mutable vo::Mutex mutex_;
     std::map<std::string, Entry> entries_ VO_GUARDED_BY(mutex_);
 };
