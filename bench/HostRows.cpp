@@ -96,7 +96,7 @@ void dayOfLife(Table& table)
             KR::Host::Options options{NIMBRA_DATA_FOLDER "/autonomy.cfg", {}};
             options.plugins = {"HumanTracked", "PerceptionHeavy"};
             KR::Host host(clock, events, options);
-            events.publish(KR::RunBegan{scenario.title, {}, {}, {}, scenario.keys()});
+            events.publish(KR::RunBegan{scenario.title, {}, {}, {}, scenario.keys(), {}});
             clock->runPending();
             host.start();
             plugins = host.launchpad().getPluginStates().size();

@@ -18,6 +18,7 @@
 #include "platform/packages/KRBehaviorManager.h"
 #include "platform/vo/Path.h"
 #include "robot/MachineBattery.h"
+#include "robot/RobotBody.h"
 #include "robot/Scenario.h"
 #include "timeline/HumanTimeline.h"
 #include "timeline/JsonTimeline.h"
@@ -147,8 +148,13 @@ private:
             if (std::find(plugins.begin(), plugins.end(), plugin) == plugins.end())
                 plugins.push_back(plugin);
         }
-        events.publish(
-            RunBegan{subject.title, config, contentOf(config), report.ruleNames(), subject.keys});
+        const std::set<std::string>& chains = robotChains();
+        events.publish(RunBegan{subject.title,
+                                config,
+                                contentOf(config),
+                                report.ruleNames(),
+                                subject.keys,
+                                {chains.begin(), chains.end()}});
         bool hasEnded = false;
         std::string failure;
         {

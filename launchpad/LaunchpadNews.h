@@ -44,6 +44,8 @@ public:
     void error(const std::string& label, const std::string& text);
     /// Tells of a plugin: in the round of this thread, or else at once, and so needs no lock held.
     void switched(const std::string& name, bool running);
+    const LaunchpadObserver& observer() const { return observer_; }
+
     /// Nobody is told anything any more. Waits for who is just being told, except when called by
     /// them.
     void end()

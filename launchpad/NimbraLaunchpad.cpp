@@ -6,6 +6,7 @@
 
 #include "launchpad/LaunchpadLog.h"
 #include "launchpad/LaunchpadNews.h"
+#include "platform/conditions/CheckerScript.h"
 #include "platform/vo/PackageInfo.h"
 #include "platform/vo/Path.h"
 #include "platform/vo/Session.h"
@@ -57,6 +58,9 @@ NimbraLaunchpad::NimbraLaunchpad(const boost::shared_ptr<KRBroker>& broker,
     conditionChecker_.connect(broker_);
     conditionChecker_.setCallback(
         [this](ConditionChecker::Hits hits) { _conditionHit(std::move(hits)); });
+    conditionChecker_.setMoveObserver(news_->observer().checkerMoved);
+    if (news_->observer().script)
+        news_->observer().script->take(conditionChecker_);
 
     if (!configuration)
         _loadFirstConfiguration(vo::path::findConf("tessel", "autonomy.cfg", false));

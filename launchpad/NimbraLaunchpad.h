@@ -202,6 +202,7 @@ private:
     void _conditionHit(ConditionChecker::Hits hits) VO_EXCLUDES(actions_.mutex());
     std::list<AutonomousAction> _actionsOfHits(const ConditionChecker::Hits& hits)
         VO_REQUIRES_SHARED(actions_.mutex());
+    void _tellHits(const std::list<AutonomousAction>& actions) const;
     void _postActions(std::list<AutonomousAction> actions);
 
     void _refuseAfterExit() const;

@@ -118,10 +118,23 @@ std::list<AutonomousAction> NimbraLaunchpad::_actionsOfHits(const ConditionCheck
     return actions;
 }
 
+/// Told before the responder can have them.
+void NimbraLaunchpad::_tellHits(const std::list<AutonomousAction>& actions) const
+{
+    if (!news_->observer().hits)
+        return;
+    LaunchpadHits hits{{}, conditionChecker_.lastWrite()};
+    hits.hits.reserve(actions.size());
+    for (const AutonomousAction& action : actions)
+        hits.hits.push_back({action.conditionId, action.description});
+    news_->observer().hits(hits);
+}
+
 /// Hands actions over to the event loop. The responder runs there, with copies and no lock, so the
 /// checker never waits for the host; it may destroy the launchpad, so this is not captured.
 void NimbraLaunchpad::_postActions(std::list<AutonomousAction> actions)
 {
+    _tellHits(actions);
     vo::getEventLoop()->async(
         [responder = responder_, shared = shared_, news = news_, actions = std::move(actions),
          values = conditionChecker_.sharePersistentValues()]() mutable {

@@ -168,15 +168,7 @@ vo::Future<StepResult> ActionRunner::begin(const AutonomousActionItem& item,
                                              force && force->toBool(), cause));
         }
         case ActionItemSetConfiguration:
-            return resultOf(
-                calls_.call(ApiWrapper::importModule(required(item, "Module").toString()),
-                            "setConfigurationSet",
-                            {vo::toValue(required(item, "ConfigurationSet").toString())},
-                            cause.deadline),
-                [](const vo::Future<vo::Value>& end) {
-                    end.value();
-                    return StepResult();
-                });
+            return configure(item, cause);
         case ActionItemApiCall:
             return call(item, cause);
         default:
@@ -203,11 +195,27 @@ void ActionRunner::change(const AutonomousActionItem& item, const std::string& r
     }
 }
 
+vo::Future<StepResult> ActionRunner::configure(const AutonomousActionItem& item,
+                                               const Cause& cause) const
+{
+    const std::string module = required(item, "Module").toString();
+    const std::string set = required(item, "ConfigurationSet").toString();
+    return resultOf(requests_.make(describeStep(item),
+                                   [&] {
+                                       return calls_.call(ApiWrapper::importModule(module),
+                                                          "setConfigurationSet", {vo::toValue(set)},
+                                                          cause.deadline);
+                                   }),
+                    [](const vo::Future<vo::Value>& end) {
+                        end.value();
+                        return StepResult();
+                    });
+}
+
 vo::Future<StepResult> ActionRunner::call(const AutonomousActionItem& item,
                                           const Cause& cause) const
 {
     const ApiWrapper call = callOf(item);
-    const vo::AnyObject service = ApiWrapper::importModule(call.module());
     const std::vector<KRValue>& arguments = call.arguments();
     // Sleep has no step of its own. Asked for here, its change is told as this rule's.
     if (call.module() == "KRNimbra" && call.method() == "setAsleep" && arguments.size() == 1 &&
@@ -215,7 +223,12 @@ vo::Future<StepResult> ActionRunner::call(const AutonomousActionItem& item,
         status_.setAsleep(arguments[0].toBool(), cause.rule);
         return ended({});
     }
-    return resultOf(calls_.call(service, call.method(), argumentsOf(call), cause.deadline),
+    return resultOf(requests_.make(describeCall(call),
+                                   [&] {
+                                       return calls_.call(ApiWrapper::importModule(call.module()),
+                                                          call.method(), argumentsOf(call),
+                                                          cause.deadline);
+                                   }),
                     callResult);
 }
 

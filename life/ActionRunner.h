@@ -8,6 +8,7 @@
 #include "life/FocusQueue.h"
 #include "life/FrozenChains.h"
 #include "life/LifeStatus.h"
+#include "life/Requests.h"
 #include "life/ServiceCalls.h"
 #include "life/StepResult.h"
 #include "platform/vo/Future.h"
@@ -43,8 +44,9 @@ FocusRequest focusRequestOf(const AutonomousActionItem& item, const Cause& cause
 /// Thread-safe; what it is made of outlives it.
 class ActionRunner {
 public:
-    ActionRunner(LifeStatus& status, FrozenChains& chains, FocusQueue& focus, ServiceCalls& calls)
-        : status_(status), chains_(chains), focus_(focus), calls_(calls)
+    ActionRunner(LifeStatus& status, FrozenChains& chains, FocusQueue& focus, ServiceCalls& calls,
+                 Requests& requests)
+        : status_(status), chains_(chains), focus_(focus), calls_(calls), requests_(requests)
     {
     }
 
@@ -54,12 +56,14 @@ public:
 private:
     vo::Future<StepResult> begin(const AutonomousActionItem& item, const Cause& cause) const;
     void change(const AutonomousActionItem& item, const std::string& rule) const;
+    vo::Future<StepResult> configure(const AutonomousActionItem& item, const Cause& cause) const;
     vo::Future<StepResult> call(const AutonomousActionItem& item, const Cause& cause) const;
 
     LifeStatus& status_;
     FrozenChains& chains_;
     FocusQueue& focus_;
     ServiceCalls& calls_;
+    Requests& requests_;
 };
 
 /// A step for people, on one line: "SwitchFocus companion/greet", `ApiCall KRLeds.fade("eyes", 1)`.

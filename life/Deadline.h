@@ -4,7 +4,6 @@
 #include <functional>
 #include <string>
 
-#include "platform/kr/KRError.h"
 #include "platform/vo/Clock.h"
 #include "platform/vo/EventLoop.h"
 #include "platform/vo/Future.h"
@@ -13,6 +12,9 @@ namespace KR {
 
 /// "it has not ended within 30 s".
 std::string overdueText(vo::Duration deadline);
+/// The same as the KRError of a method.
+std::exception_ptr overdueError(vo::Duration deadline, const std::string& module,
+                                const std::string& method);
 
 /// Calls `expire` on the event loop when the future runs for longer than that. What has ended
 /// already, or ends at the very deadline before the loop comes to it, is in time.
@@ -32,20 +34,8 @@ void failAfter(const vo::Promise<T>& promise, vo::Duration deadline, const std::
                const std::string& method)
 {
     expireAfter(promise.future(), deadline, [promise, deadline, module, method] {
-        promise.setError(std::make_exception_ptr(KRError(module, method, overdueText(deadline))));
+        promise.setError(overdueError(deadline, module, method));
     });
-}
-
-/// Why a future has ended without a value.
-template <class T>
-std::exception_ptr errorOf(const vo::Future<T>& ended)
-{
-    try {
-        ended.value();
-        return nullptr;
-    } catch (...) {
-        return std::current_exception();
-    }
 }
 
 }  // namespace KR

@@ -9,6 +9,7 @@
 
 #include "life/ActivityRunner.h"
 #include "life/StepResult.h"
+#include "platform/conditions/CheckerScript.h"
 #include "platform/kr/KRValue.h"
 #include "platform/vo/Clock.h"
 #include "platform/vo/PackageInfo.h"
@@ -27,7 +28,8 @@ struct RunBegan {
     std::string config;      ///< path of the configuration; empty for none
     std::string configText;  ///< what it held, to the byte
     std::vector<std::string> rules;
-    std::vector<std::string> keys;  ///< that are worth seeing, besides those that the rules read
+    std::vector<std::string> keys;    ///< worth seeing, besides those that the rules read
+    std::vector<std::string> chains;  ///< parts of the robot that can be held still
 };
 
 /// A run has ended; nothing comes after it.
@@ -43,7 +45,6 @@ struct KeyWritten {
     /// not known.
     std::string writer = {};
     std::uint64_t number = 0;  ///< see MemoryChange::number
-    vo::Duration uptime = {};  ///< see MemoryChange::uptime
     bool isChange = true;      ///< the key has another value than before
     bool isEarlier = false;    ///< it was written before the stream followed memory
 };
@@ -64,26 +65,17 @@ struct PackageChanged {
 /// The condition checker did something that no write of memory brought about. Its place is after
 /// all that the writes up to `after` brought about, and before what later ones do.
 struct CheckerMoved {
-    enum class Kind {
-        started,   ///< every condition was evaluated, and is followed from here on
-        stopped,   ///< no condition is followed any more
-        period,    ///< what is true, and to be reported while it is, was reported
-        settled,   ///< what was due by then came about
-        reported,  ///< a period was over at an instant at which something was due: both
-    };
-    Kind kind = Kind::period;
+    CheckerMove::Kind kind = CheckerMove::Kind::period;
     std::uint64_t after = 0;  ///< the number of the last write that it had seen
-    vo::Duration uptime{};    ///< when
 };
 
 /// One of a hit list.
 struct FoundHit {
     std::uint32_t condition = 0;  ///< its id with the checker
-    std::string rule;             ///< "" for a condition that is none of a rule
-    bool truth = true;
+    std::string rule;
 };
 
-/// The checker found these hits, all of one moment, and in their order.
+/// The checker found these conditions of rules to be reported, all of one moment, in their order.
 struct HitsFound {
     std::uint64_t number = 0;  ///< grows by one with every list
     std::uint64_t after = 0;   ///< the number of the last write that they rest on
@@ -139,10 +131,9 @@ struct RequestAnswered {
     Answer answer;
 };
 
-/// Life has read which conditions of rules are true. Told at that moment, of those that it asked
-/// for.
+/// Life has read which conditions of rules are true, of those that it asked for.
 struct TruthsRead {
-    std::vector<std::string> rules;  ///< of true ones, in the order of their ids
+    std::vector<std::string> rules;  ///< the true ones, in the order of the table
 };
 
 /// A rule was hit; what becomes of it follows.
@@ -264,6 +255,7 @@ struct Event {
     std::uint64_t number = 0;  ///< its place in the order of all events of a life; 1 is the first
     vo::TimePoint time{};
     Happening what;
+    vo::Duration uptime{};  ///< the clock's; of a write as in MemoryChange::uptime
 };
 
 /// Functions for the records of a variant, as one visitor: `std::visit(Cases{...}, event.what)`.

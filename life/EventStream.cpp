@@ -18,29 +18,28 @@ EventStream::~EventStream()
     executor_->close();
 }
 
+void EventStream::leave(Happening what)
+{
+    const vo::Lock lock(mutex_);
+    takeMemory();
+    append(clock_->now(), clock_->uptime(), std::move(what));
+}
+
 void EventStream::note(Happening what)
 {
-    {
-        const vo::Lock lock(mutex_);
-        takeMemory();
-        append(clock_->now(), std::move(what));
-    }
+    leave(std::move(what));
     executor_->post([this] { deliver(); });
 }
 
 void EventStream::publish(Happening what)
 {
-    {
-        const vo::Lock lock(mutex_);
-        takeMemory();
-        append(clock_->now(), std::move(what));
-    }
+    leave(std::move(what));
     deliver();
 }
 
-void EventStream::append(vo::TimePoint time, Happening what)
+void EventStream::append(vo::TimePoint time, vo::Duration uptime, Happening what)
 {
-    notifications_.add({++last_, time, std::move(what)});
+    notifications_.add({++last_, time, std::move(what), uptime});
 }
 
 void EventStream::deliver()
@@ -110,8 +109,8 @@ void EventStream::appendWrite(const MemoryChange& write, bool isEarlier)
     std::string writer = broker_->memory().writerName(write.writer);
     if (writer.empty())
         writer = broker_->keys().onlyPublisher(key.name);
-    append(write.time, KeyWritten{key.name, write.value, std::move(writer), write.number,
-                                  write.uptime, isChange, isEarlier});
+    append(write.time, write.uptime,
+           KeyWritten{key.name, write.value, std::move(writer), write.number, isChange, isEarlier});
 }
 
 }  // namespace KR

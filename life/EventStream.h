@@ -38,6 +38,8 @@ public:
     /// The same, but has it told later, on a thread of the platform: for who holds locks that a
     /// receiver might want.
     void note(Happening what);
+    /// The same, but has it told no earlier than the next one that is published.
+    void leave(Happening what);
     /// Publishes what memory holds, and every write of a key from now on, until unfollow(), which
     /// comes before the broker goes.
     void follow(const boost::shared_ptr<KRBroker>& broker);
@@ -47,7 +49,7 @@ public:
 
 private:
     void takeMemory() VO_REQUIRES(mutex_);
-    void append(vo::TimePoint time, Happening what) VO_REQUIRES(mutex_);
+    void append(vo::TimePoint time, vo::Duration uptime, Happening what) VO_REQUIRES(mutex_);
     void appendWrite(const MemoryChange& write, bool isEarlier) VO_REQUIRES(mutex_);
     void deliver();
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "life/Deadline.h"
 #include "platform/vo/Log.h"
 
 namespace KR {
@@ -21,6 +20,17 @@ constexpr const char* kHasEnded = "the life service has ended";
 std::exception_ptr refusal(const char* method, const std::string& reason)
 {
     return std::make_exception_ptr(LifeRefusal(kModule, method, reason));
+}
+
+/// Why a future has ended without a value.
+std::exception_ptr errorOf(const vo::Future<void>& ended)
+{
+    try {
+        ended.value();
+        return nullptr;
+    } catch (...) {
+        return std::current_exception();
+    }
 }
 
 vo::Future<void> done()
@@ -75,13 +85,15 @@ struct FocusQueue::Change {
     }
 };
 
-FocusQueue::FocusQueue(const std::shared_ptr<vo::Clock>& clock, LifeStatus& status,
+FocusQueue::FocusQueue(const std::shared_ptr<vo::Clock>& clock, Turns& turns, LifeStatus& status,
                        ActivityRunner* runner)
-    : clock_(clock), status_(status), runner_(runner)
+    : clock_(clock), turns_(turns), status_(status), runner_(runner)
 {
     if (runner_)
-        ends_ = runner_->ended.connect(
-            [this](FocusId stay, const std::string& reason) { onActivityEnded(stay, reason); });
+        ends_ = runner_->ended.connect([this](FocusId stay, const std::string& reason) {
+            turns_.take(ActivityEnded{stay, reason},
+                        [this, stay, reason] { onActivityEnded(stay, reason); });
+        });
 }
 
 FocusQueue::~FocusQueue()
@@ -142,7 +154,7 @@ vo::Future<bool> FocusQueue::mayStart(const FocusRequest& request)
     } catch (...) {
         promise.setError(std::current_exception());
     }
-    failAfter(promise, request.cause.deadline, kModule, kSwitchFocus);
+    failAfter(turns_, promise, request.cause.deadline, kModule, kSwitchFocus);
     return promise.future();
 }
 
@@ -221,9 +233,8 @@ vo::Future<void> FocusQueue::add(const ChangePtr& change)
         cancelled(refusal(kSwitchFocus, change->cancelText()));
     pump();
     const vo::Duration deadline = change->cause.deadline;
-    expireAfter(change->promise.future(), deadline, [this, change, deadline] {
-        cancel(change,
-               std::make_exception_ptr(KRError(kModule, change->method, overdueText(deadline))));
+    expireAfter(turns_, change->promise.future(), deadline, [this, change, deadline] {
+        cancel(change, overdueError(deadline, kModule, change->method));
     });
     return change->promise.future();
 }

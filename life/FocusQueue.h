@@ -12,6 +12,7 @@
 #include "life/ActivityRunner.h"
 #include "life/FocusRequest.h"
 #include "life/LifeStatus.h"
+#include "life/Turns.h"
 #include "platform/vo/Clock.h"
 #include "platform/vo/Future.h"
 #include "platform/vo/Mutex.h"
@@ -51,8 +52,9 @@ public:
     /// How long exit() waits for the last activity to stop. Above the grace time of a behaviour.
     static constexpr vo::Duration kLongestExit = std::chrono::seconds(5);
 
-    /// `runner` may be null: activities are names only then. Both outlive this.
-    FocusQueue(const std::shared_ptr<vo::Clock>& clock, LifeStatus& status, ActivityRunner* runner);
+    /// `runner` may be null: activities are names only then. All outlive this.
+    FocusQueue(const std::shared_ptr<vo::Clock>& clock, Turns& turns, LifeStatus& status,
+               ActivityRunner* runner);
     ~FocusQueue();
     FocusQueue(const FocusQueue&) = delete;
     FocusQueue& operator=(const FocusQueue&) = delete;
@@ -111,6 +113,7 @@ private:
 
     // Constant after construction.
     const std::shared_ptr<vo::Clock> clock_;
+    Turns& turns_;
     LifeStatus& status_;
     ActivityRunner* const runner_;
     vo::Connection ends_;

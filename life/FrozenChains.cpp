@@ -10,20 +10,24 @@ namespace {
 
 constexpr const char* kMotionModule = "KRNimbra";
 
+void cancel(const vo::Future<void>& timer)
+{
+    if (timer.isValid())
+        timer.cancel();
+}
+
 }  // namespace
 
-FrozenChains::FrozenChains(const std::shared_ptr<vo::Clock>& clock, std::set<std::string> chains,
-                           Tell tell)
-    : chains_(std::move(chains)),
-      clock_(clock),
-      tell_(std::move(tell)),
-      timer_(clock->makeExecutor(kMotionModule, vo::Clock::Threading::shared))
+FrozenChains::FrozenChains(const std::shared_ptr<vo::Clock>& clock, Turns& turns,
+                           std::set<std::string> chains, Tell tell)
+    : chains_(std::move(chains)), clock_(clock), turns_(turns), tell_(std::move(tell))
 {
 }
 
 FrozenChains::~FrozenChains()
 {
-    timer_->close();
+    for (const auto& [chain, freeze] : frozen_)
+        cancel(freeze.timer);
 }
 
 void FrozenChains::check(const std::string& chain, const char* method) const
@@ -40,6 +44,7 @@ void FrozenChains::freeze(const std::string& chain, std::optional<std::int32_t> 
     if (seconds && *seconds < 1)
         throw KRError(kMotionModule, kMethod, "the duration must be 1 second or more");
     const vo::Duration length = std::chrono::seconds(seconds.value_or(0));
+    std::optional<vo::Future<void>> before;  ///< the timer of the freeze that this one replaces
     {
         const vo::Lock lock(mutex_);
         const vo::Duration until = clock_->uptime() + length;
@@ -47,18 +52,20 @@ void FrozenChains::freeze(const std::string& chain, std::optional<std::int32_t> 
         const bool isFrozen = found != frozen_.end();
         if (isFrozen && (!found->second.until || (seconds && until <= *found->second.until)))
             return;
-        if (isFrozen)
-            timer_->cancel(found->second.timer);
         Freeze freeze{++lastFreeze_, {}};
         if (seconds) {
             freeze.until = until;
-            freeze.timer = timer_->post([this, chain, id = freeze.id] { thaw(chain, id); }, length);
+            freeze.timer = turns_.after(length, [this, chain, id = freeze.id] { thaw(chain, id); });
         }
-        frozen_.insert_or_assign(chain, freeze);
         if (isFrozen)
-            return;
+            before = std::exchange(found->second, freeze).timer;
+        else
+            frozen_.emplace(chain, freeze);
     }
-    tell_(ChainChanged{chain, true, {}, rule});
+    if (before)
+        cancel(*before);
+    else
+        tell_(ChainChanged{chain, true, {}, rule});
 }
 
 /// The end of a freeze's time, which may have been replaced meanwhile.
@@ -77,14 +84,16 @@ void FrozenChains::thaw(const std::string& chain, std::uint64_t id)
 void FrozenChains::unfreeze(const std::string& chain, const std::string& rule)
 {
     check(chain, "unfreezeChain");
+    vo::Future<void> timer;
     {
         const vo::Lock lock(mutex_);
         const auto found = frozen_.find(chain);
         if (found == frozen_.end())
             return;
-        timer_->cancel(found->second.timer);
+        timer = found->second.timer;
         frozen_.erase(found);
     }
+    cancel(timer);
     tell_(ChainChanged{chain, false, {}, rule});
 }
 

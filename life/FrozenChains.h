@@ -10,22 +10,24 @@
 #include <vector>
 
 #include "life/Event.h"
+#include "life/Turns.h"
 #include "platform/vo/Clock.h"
-#include "platform/vo/Executor.h"
+#include "platform/vo/Future.h"
 #include "platform/vo/Mutex.h"
 
 namespace KR {
 
 /// Which parts of the robot are held still, and until when.
 ///
-/// Thread-safe. Tells of every change with no lock held, on the changing thread or, when a time is
-/// over, on one of the clock's. Errors are KRError.
+/// Chains are frozen and unfrozen in turns; the rest is thread-safe. Tells of every change with no
+/// lock held. Errors are KRError. The event loop is closed before this goes.
 class FrozenChains {
 public:
     using Tell = std::function<void(const ChainChanged&)>;
 
     /// `chains` are the parts that can be held still.
-    FrozenChains(const std::shared_ptr<vo::Clock>& clock, std::set<std::string> chains, Tell tell);
+    FrozenChains(const std::shared_ptr<vo::Clock>& clock, Turns& turns,
+                 std::set<std::string> chains, Tell tell);
     ~FrozenChains();
     FrozenChains(const FrozenChains&) = delete;
     FrozenChains& operator=(const FrozenChains&) = delete;
@@ -43,7 +45,7 @@ private:
     struct Freeze {
         std::uint64_t id;
         std::optional<vo::Duration> until;  ///< uptime; nothing for a freeze without end
-        vo::Executor::TaskId timer = 0;
+        vo::Future<void> timer = {};        ///< invalid for a freeze without end
     };
 
     void check(const std::string& chain, const char* method) const;
@@ -52,9 +54,8 @@ private:
     // Constant after construction.
     const std::set<std::string> chains_;
     const std::shared_ptr<vo::Clock> clock_;
+    Turns& turns_;
     const Tell tell_;
-    // Synchronised by itself.
-    const std::shared_ptr<vo::Executor> timer_;
 
     mutable vo::Mutex mutex_;
     std::uint64_t lastFreeze_ VO_GUARDED_BY(mutex_) = 0;

@@ -1,5 +1,6 @@
 #include "life/Life.h"
 
+#include <atomic>
 #include <optional>
 
 #include "launchpad/NimbraLaunchpad.h"
@@ -10,12 +11,15 @@
 #include "life/FrozenChains.h"
 #include "life/HistoryKeeper.h"
 #include "life/InstalledPackages.h"
+#include "life/LifeDriver.h"
 #include "life/LifeService.h"
 #include "life/LifeStatus.h"
 #include "life/PluginSwitch.h"
+#include "life/Requests.h"
 #include "life/Responder.h"
 #include "life/ServiceActivities.h"
 #include "life/ServiceCalls.h"
+#include "life/Turns.h"
 #include "platform/vo/Application.h"
 #include "platform/vo/EventLoop.h"
 #include "platform/vo/Log.h"
@@ -44,33 +48,35 @@ struct Following {
 /// In the order of who needs whom.
 struct Life::Parts {
     Parts(const boost::shared_ptr<KRBroker>& theBroker, EventStream& theEvents,
-          const Options& options)
+          const Options& options, LifeDriver* theDriver)
         : broker(theBroker),
           events(theEvents),
+          driver(theDriver),
           following(broker, events),
-          status(broker),
-          chains(broker->clock(), options.chains,
+          turns(events, *broker->clock(), driver),
+          requests(events, turns),
+          status(broker, driver),
+          chains(broker->clock(), turns, options.chains,
                  [this](const ChainChanged& change) { status.changed(change); }),
           launcher(KRModule::createModule<AppLauncher>(broker)),
           permissions(broker),
-          packages(broker, options.packages),
+          packages(driver ? nullptr
+                          : std::make_unique<InstalledPackages>(broker, options.packages)),
           calls(broker),
           activities(broker, permissions, calls),
-          focus(broker->clock(), status, &activities),
-          responder(status, chains, focus, calls, events),
-          service(KRModule::createModule<LifeService>(broker, status, chains, focus, responder)),
+          requested(requests, activities),
+          focus(broker->clock(), turns, status, &requested),
+          responder(status, chains, focus, calls, requests, turns, events),
+          service(
+              KRModule::createModule<LifeService>(broker, turns, status, chains, focus, responder)),
           launchpad(broker, &permissions.contextPermission(), &responder, options.config,
-                    {[this](const std::string& function, const std::string& text) {
-                         events.note(
-                             ErrorReported{NimbraLaunchpad::kLogCategory, function + ": " + text});
-                     },
-                     [this](const std::string& plugin, bool running) {
-                         events.note(PluginSwitched{plugin, running});
-                     }})
+                    observer())
     {
         for (const std::string& plugin : options.plugins)
             launchpad.addModulePlugin(plugin);
-        responder.setSuggestions([this](int mask) { return launchpad.getActionSuggestions(mask); });
+        responder.setSuggestions([this](int mask) { return suggestions(mask); });
+        if (driver)
+            return;
         pluginSwitch.emplace(status, launchpad);
         responder.setPluginsChanged([this] { pluginSwitch->apply(); });
         pluginSwitch->apply();  // to plugins that came in between
@@ -78,16 +84,59 @@ struct Life::Parts {
             histories.emplace(broker->clock(), launchpad, options.state, options.resume);
     }
 
+    LaunchpadObserver observer()
+    {
+        LaunchpadObserver observer;
+        observer.error = [this](const std::string& function, const std::string& text) {
+            events.note(ErrorReported{NimbraLaunchpad::kLogCategory, function + ": " + text});
+        };
+        observer.switched = [this](const std::string& plugin, bool running) {
+            events.note(PluginSwitched{plugin, running});
+        };
+        // Life takes it up at once, which is the next event.
+        observer.hits = [this](const LaunchpadHits& list) { events.leave(found(list)); };
+        observer.checkerMoved = [this](const CheckerMove& move) {
+            events.note(CheckerMoved{move.kind, move.after});
+        };
+        observer.script = driver ? &driver->checker() : nullptr;
+        return observer;
+    }
+
+    /// Hit lists are delivered one at a time.
+    HitsFound found(const LaunchpadHits& list)
+    {
+        HitsFound event{++lastHits, list.after, {}};
+        for (const LaunchpadHits::Hit& hit : list.hits)
+            event.hits.push_back({hit.condition, hit.rule});
+        return event;
+    }
+
+    std::list<AutonomousAction> suggestions(int mask)
+    {
+        std::list<AutonomousAction> actions =
+            driver ? driver->suggestions(launchpad, mask) : launchpad.getActionSuggestions(mask);
+        TruthsRead read;
+        for (const AutonomousAction& action : actions)
+            read.rules.push_back(action.description);
+        events.publish(std::move(read));
+        return actions;
+    }
+
     const boost::shared_ptr<KRBroker> broker;
     EventStream& events;
+    LifeDriver* const driver;
     const Following following;
+    std::atomic<std::uint64_t> lastHits{0};
+    Turns turns;
+    Requests requests;
     LifeStatus status;
     FrozenChains chains;
     const boost::shared_ptr<AppLauncher> launcher;
     ActivityPermissions permissions;
-    InstalledPackages packages;
+    const std::unique_ptr<InstalledPackages> packages;
     ServiceCalls calls;
     ServiceActivities activities;
+    RequestedActivities requested;
     FocusQueue focus;
     Responder responder;
     const boost::shared_ptr<LifeService> service;
@@ -97,8 +146,9 @@ struct Life::Parts {
     bool stopped = false;
 };
 
-Life::Life(const boost::shared_ptr<KRBroker>& broker, EventStream& events, const Options& options)
-    : parts_(std::make_unique<Parts>(broker, events, options))
+Life::Life(const boost::shared_ptr<KRBroker>& broker, EventStream& events, const Options& options,
+           LifeDriver* driver)
+    : parts_(std::make_unique<Parts>(broker, events, options, driver))
 {
 }
 

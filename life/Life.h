@@ -12,6 +12,7 @@
 namespace KR {
 
 class EventStream;
+class LifeDriver;
 class LifeService;
 class NimbraLaunchpad;
 
@@ -41,8 +42,10 @@ public:
 
     /// What fails of the configuration is published as an error, and left out. KRError for a
     /// packages folder that cannot be used, std::runtime_error for such a state folder. The stream
-    /// outlives it.
-    Life(const boost::shared_ptr<KRBroker>& broker, EventStream& events, const Options& options);
+    /// outlives it, and so does the driver. Under a driver there are no packages but those of a
+    /// service "PackageManager" that is there, no plugin is enabled, and nothing survives.
+    Life(const boost::shared_ptr<KRBroker>& broker, EventStream& events, const Options& options,
+         LifeDriver* driver = nullptr);
     /// Stops.
     ~Life();
     Life(const Life&) = delete;

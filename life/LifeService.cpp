@@ -4,13 +4,16 @@
 #include "life/FrozenChains.h"
 #include "life/LifeStatus.h"
 #include "life/Responder.h"
+#include "life/Turns.h"
 
 namespace KR {
 
-LifeService::LifeService(const boost::shared_ptr<KRBroker>& broker, LifeStatus& status,
-                         FrozenChains& chains, FocusQueue& focus, Responder& responder)
+LifeService::LifeService(const boost::shared_ptr<KRBroker>& broker, Turns& turns,
+                         LifeStatus& status, FrozenChains& chains, FocusQueue& focus,
+                         Responder& responder)
     : KRModule(broker, kName),
       changed(status.changed),
+      turns_(turns),
       status_(status),
       chains_(chains),
       focus_(focus),
@@ -60,6 +63,38 @@ void LifeService::bindService()
     bindMethod("getLifeTime", &LifeService::getLifeTime, this, "Seconds of the robot's life");
 }
 
+template <class T>
+vo::Future<T> LifeService::ask(const char* method, KRValue::Array arguments,
+                               std::function<vo::Future<T>()> change)
+{
+    const vo::Promise<T> promise;
+    const vo::Future<void> turn = turns_.takeAndTell(
+        LifeAsked{method, std::move(arguments)}, [promise, change = std::move(change)] {
+            try {
+                change().then([promise](const vo::Future<T>& ended) { promise.endAs(ended); });
+            } catch (...) {
+                promise.setError(std::current_exception());
+            }
+        });
+    // Who asks when all is over is told so.
+    turn.then([promise, method](const vo::Future<void>& ended) {
+        if (ended.isCanceled())
+            promise.setError(
+                std::make_exception_ptr(LifeRefusal(kName, method, "the life service has ended")));
+    });
+    return promise.future();
+}
+
+vo::Future<void> LifeService::askNow(const char* method, KRValue::Array arguments,
+                                     std::function<void()> change)
+{
+    return ask<void>(method, std::move(arguments), [change = std::move(change)] {
+        const vo::Promise<void> promise;
+        promise.endWith(change);
+        return promise.future();
+    });
+}
+
 std::string LifeService::getState() const
 {
     return status_.state();
@@ -67,7 +102,8 @@ std::string LifeService::getState() const
 
 vo::Future<void> LifeService::setState(const std::string& state, bool force)
 {
-    return focus_.setState(state, force);
+    return ask<void>("setState", {state, force},
+                     [this, state, force] { return focus_.setState(state, force); });
 }
 
 bool LifeService::isAsleep() const
@@ -75,14 +111,16 @@ bool LifeService::isAsleep() const
     return status_.isAsleep();
 }
 
-void LifeService::setAsleep(bool asleep)
+vo::Future<void> LifeService::setAsleep(bool asleep)
 {
-    status_.setAsleep(asleep);
+    return askNow("setAsleep", {asleep}, [this, asleep] { status_.setAsleep(asleep); });
 }
 
 vo::Future<std::optional<FocusId>> LifeService::switchFocus(const FocusRequest& request)
 {
-    return responder_.switchFocus(request);
+    return ask<std::optional<FocusId>>(
+        "switchFocus", {request.activity, request.flags, request.reason, request.autonomous},
+        [this, request] { return responder_.switchFocus(request); });
 }
 
 vo::Future<void> LifeService::serviceSwitchFocus(const std::string& activity)
@@ -92,12 +130,12 @@ vo::Future<void> LifeService::serviceSwitchFocus(const std::string& activity)
 
 vo::Future<void> LifeService::stopFocus(const std::string& reason)
 {
-    return focus_.stopFocus(reason);
+    return ask<void>("stopFocus", {reason}, [this, reason] { return focus_.stopFocus(reason); });
 }
 
 vo::Future<void> LifeService::stopAll(const std::string& reason)
 {
-    return focus_.stopAll(reason);
+    return ask<void>("stopAll", {reason}, [this, reason] { return focus_.stopAll(reason); });
 }
 
 std::string LifeService::focusedActivity() const
@@ -105,14 +143,15 @@ std::string LifeService::focusedActivity() const
     return status_.focus().activity;
 }
 
-void LifeService::blockAutonomousFocus()
+vo::Future<void> LifeService::blockAutonomousFocus()
 {
-    status_.setAutonomousFocusBlocked(true);
+    return askNow("blockAutonomousFocus", {}, [this] { status_.setAutonomousFocusBlocked(true); });
 }
 
-void LifeService::unblockAutonomousFocus()
+vo::Future<void> LifeService::unblockAutonomousFocus()
 {
-    status_.setAutonomousFocusBlocked(false);
+    return askNow("unblockAutonomousFocus", {},
+                  [this] { status_.setAutonomousFocusBlocked(false); });
 }
 
 bool LifeService::isAutonomousFocusBlocked() const
@@ -120,14 +159,16 @@ bool LifeService::isAutonomousFocusBlocked() const
     return status_.isAutonomousFocusBlocked();
 }
 
-void LifeService::freezeChain(const std::string& chain, std::optional<std::int32_t> seconds)
+vo::Future<void> LifeService::freezeChain(const std::string& chain,
+                                          std::optional<std::int32_t> seconds)
 {
-    chains_.freeze(chain, seconds);
+    return askNow("freezeChain", {chain, seconds ? KRValue(*seconds) : KRValue()},
+                  [this, chain, seconds] { chains_.freeze(chain, seconds); });
 }
 
-void LifeService::unfreezeChain(const std::string& chain)
+vo::Future<void> LifeService::unfreezeChain(const std::string& chain)
 {
-    chains_.unfreeze(chain);
+    return askNow("unfreezeChain", {chain}, [this, chain] { chains_.unfreeze(chain); });
 }
 
 std::vector<std::string> LifeService::getFrozenChains() const

@@ -19,6 +19,7 @@ class FocusQueue;
 class FrozenChains;
 class LifeStatus;
 class Responder;
+class Turns;
 
 /// The service "KRNimbra", by which programs and people ask for the robot's life and change it: its
 /// state, whether it sleeps, which activity has the focus, and which chains are held still.
@@ -28,17 +29,18 @@ class Responder;
 ///     solitary      nobody is near (the first state)
 ///     interactive   somebody is
 ///
-/// Changes of focus and state come one after the other (see FocusQueue), which can take seconds:
-/// those methods return a future, which has the errors too. Under a clock without threads it has
-/// ended already, unless a service takes its time by a future of its own.
+/// Changes come one after the other, on the event loop, and those of focus and state can take
+/// seconds (see FocusQueue): the methods return a future, which has the errors too. On the event
+/// loop, and under a clock without threads, it has ended already, unless a service takes its time
+/// by a future of its own.
 ///
 /// Thread-safe; what it is made of outlives it. Errors are KRError, refusals LifeRefusal.
 class LifeService : public KRModule {
 public:
     static constexpr const char* kName = "KRNimbra";
 
-    LifeService(const boost::shared_ptr<KRBroker>& broker, LifeStatus& status, FrozenChains& chains,
-                FocusQueue& focus, Responder& responder);
+    LifeService(const boost::shared_ptr<KRBroker>& broker, Turns& turns, LifeStatus& status,
+                FrozenChains& chains, FocusQueue& focus, Responder& responder);
 
     /// Told of every change, on the changing thread.
     vo::Signal<LifeChange>& changed;
@@ -49,7 +51,7 @@ public:
     /// or are in progress are cancelled.
     vo::Future<void> setState(const std::string& state, bool force = false);
     bool isAsleep() const;
-    void setAsleep(bool asleep);
+    vo::Future<void> setAsleep(bool asleep);
 
     /// Gives an activity the focus, in place of the one that has it. Gives what names its stay;
     /// nothing when it has the focus already. Whether it may and can start is checked before and
@@ -65,15 +67,16 @@ public:
     std::string focusedActivity() const;
 
     /// Whether rules may switch the focus. A block is not counted: one unblock ends it.
-    void blockAutonomousFocus();
-    void unblockAutonomousFocus();
+    vo::Future<void> blockAutonomousFocus();
+    vo::Future<void> unblockAutonomousFocus();
     bool isAutonomousFocusBlocked() const;
 
     /// Holds a chain still, for so many seconds (1 or more) or until it is unfrozen. A chain that
     /// is frozen for longer already stays so.
-    void freezeChain(const std::string& chain, std::optional<std::int32_t> seconds = {});
+    vo::Future<void> freezeChain(const std::string& chain,
+                                 std::optional<std::int32_t> seconds = {});
     /// Does nothing for a chain that is not frozen.
-    void unfreezeChain(const std::string& chain);
+    vo::Future<void> unfreezeChain(const std::string& chain);
     /// In ascending order.
     std::vector<std::string> getFrozenChains() const;
 
@@ -96,13 +99,20 @@ private:
     vo::Future<void> serviceForceState(const std::string& state) { return setState(state, true); }
     vo::Future<void> serviceStopFocus() { return stopFocus(); }
     vo::Future<void> serviceStopAll() { return stopAll(); }
-    void serviceFreezeChain(const std::string& chain) { freezeChain(chain); }
-    void serviceFreezeChainFor(const std::string& chain, int seconds)
+    vo::Future<void> serviceFreezeChain(const std::string& chain) { return freezeChain(chain); }
+    vo::Future<void> serviceFreezeChainFor(const std::string& chain, int seconds)
     {
-        freezeChain(chain, seconds);
+        return freezeChain(chain, seconds);
     }
+    /// What `change` does and returns, as a turn.
+    template <class T>
+    vo::Future<T> ask(const char* method, KRValue::Array arguments,
+                      std::function<vo::Future<T>()> change);
+    vo::Future<void> askNow(const char* method, KRValue::Array arguments,
+                            std::function<void()> change);
 
     // Constant after construction.
+    Turns& turns_;
     LifeStatus& status_;
     FrozenChains& chains_;
     FocusQueue& focus_;

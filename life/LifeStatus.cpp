@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "life/LifeDriver.h"
 #include "platform/kr/KRMemory.h"
 #include "platform/kr/KeyCatalogue.h"
 #include "platform/kr/SharedKeys.h"
@@ -18,7 +19,8 @@ const std::map<std::string, bool> kStates{
 
 }  // namespace
 
-LifeStatus::LifeStatus(const boost::shared_ptr<KRBroker>& broker) : broker_(broker)
+LifeStatus::LifeStatus(const boost::shared_ptr<KRBroker>& broker, LifeDriver* driver)
+    : broker_(broker), driver_(driver)
 {
     std::vector<KRValue> states;
     states.reserve(kStates.size());
@@ -34,9 +36,17 @@ LifeStatus::LifeStatus(const boost::shared_ptr<KRBroker>& broker) : broker_(brok
     }
     const vo::Lock lock(mutex_);
     history_.addState(state_);
-    memory.raiseEvent(keys::kState, state_);
-    memory.raiseEvent(keys::kAsleep, asleep_);
-    memory.raiseEvent(keys::kFocusedActivity, "");
+    write(keys::kState, state_);
+    write(keys::kAsleep, asleep_);
+    write(keys::kFocusedActivity, "");
+}
+
+void LifeStatus::write(const char* key, const KRValue& value)
+{
+    if (driver_)
+        driver_->write(key, value);
+    else
+        broker_->memory().raiseEvent(key, value);
 }
 
 std::string LifeStatus::state() const
@@ -60,7 +70,7 @@ StateChanged LifeStatus::moveState(const std::string& state, const std::string& 
     const vo::Lock lock(mutex_);
     StateChanged event{state, std::exchange(state_, state), rule};
     history_.addState(state);
-    broker_->memory().raiseEvent(keys::kState, state);
+    write(keys::kState, state);
     return event;
 }
 
@@ -77,7 +87,7 @@ void LifeStatus::setAsleep(bool asleep, const std::string& rule)
         if (asleep == asleep_)
             return;
         asleep_ = asleep;
-        broker_->memory().raiseEvent(keys::kAsleep, asleep);
+        write(keys::kAsleep, asleep);
     }
     changed(SleepChanged{asleep, rule});
 }
@@ -112,7 +122,7 @@ FocusChanged LifeStatus::moveFocus(const Focus& focus, const std::string& reason
     FocusChanged event{focus.activity, focus_.activity, reason, focus_.id, rule};
     focus_ = focus;
     history_.addFocus(focus.activity, broker_->clock()->uptime());
-    broker_->memory().raiseEvent(keys::kFocusedActivity, focus.activity);
+    write(keys::kFocusedActivity, focus.activity);
     return event;
 }
 

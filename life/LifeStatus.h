@@ -15,6 +15,8 @@
 
 namespace KR {
 
+class LifeDriver;
+
 /// What is true of the robot's life: its state, whether it sleeps, which activity has the focus,
 /// whether rules may switch it, and what was. It decides nothing; see FocusQueue.
 ///
@@ -25,7 +27,8 @@ namespace KR {
 /// order; it comes before the locks of memory and clock.
 class LifeStatus {
 public:
-    explicit LifeStatus(const boost::shared_ptr<KRBroker>& broker);
+    /// `driver`, which may be null, writes in its place.
+    explicit LifeStatus(const boost::shared_ptr<KRBroker>& broker, LifeDriver* driver = nullptr);
     LifeStatus(const LifeStatus&) = delete;
     LifeStatus& operator=(const LifeStatus&) = delete;
 
@@ -62,8 +65,11 @@ public:
     std::int64_t lifeTime() const;
 
 private:
+    void write(const char* key, const KRValue& value) VO_REQUIRES(mutex_);
+
     // Constant after construction.
     const boost::shared_ptr<KRBroker> broker_;
+    LifeDriver* const driver_;
 
     mutable vo::Mutex mutex_;
     std::string state_ VO_GUARDED_BY(mutex_) = "solitary";

@@ -4,7 +4,6 @@
 #include <deque>
 #include <utility>
 
-#include "platform/vo/EventLoop.h"
 #include "platform/vo/Log.h"
 
 namespace KR {
@@ -58,11 +57,12 @@ struct Responder::Preparing {
 };
 
 Responder::Responder(LifeStatus& status, FrozenChains& chains, FocusQueue& focus,
-                     ServiceCalls& calls, EventStream& events)
+                     ServiceCalls& calls, Requests& requests, Turns& turns, EventStream& events)
     : status_(status),
       focus_(focus),
+      turns_(turns),
       events_(events),
-      runner_(status, chains, focus, calls),
+      runner_(status, chains, focus, calls, requests),
       changes_(status.changed.connect([this](const LifeChange& change) { onLifeChanged(change); }))
 {
 }
@@ -94,6 +94,17 @@ void Responder::processActions(const std::list<AutonomousAction>& actions, const
 {
     if (exited_)
         return;
+    const HitsTaken begin{++hitLists_};
+    if (turns_.driver()) {
+        turns_.take(begin, [this, actions] { decideAll(actions); });
+        return;
+    }
+    turns_.begin(begin);
+    decideAll(actions);
+}
+
+void Responder::decideAll(const std::list<AutonomousAction>& actions)
+{
     for (const PendingAction& pending : inOrder(actions))
         decide(pending, Manner::hit, {});
 }
@@ -330,7 +341,7 @@ void Responder::onLifeChanged(const LifeChange& change)
 void Responder::postReady()
 {
     if (scheduler_.hasReady())
-        vo::getEventLoop()->async([this] { runReady(); });
+        turns_.post(WaitingSeen{}, [this] { runReady(); });
 }
 
 void Responder::runReady()

@@ -15,8 +15,10 @@
 #include "life/FocusQueue.h"
 #include "life/FrozenChains.h"
 #include "life/LifeStatus.h"
+#include "life/Requests.h"
 #include "life/RuleScheduler.h"
 #include "life/ServiceCalls.h"
+#include "life/Turns.h"
 #include "platform/vo/Mutex.h"
 #include "platform/vo/Signal.h"
 
@@ -45,7 +47,7 @@ public:
     using Suggestions = std::function<std::list<AutonomousAction>(int mask)>;
 
     Responder(LifeStatus& status, FrozenChains& chains, FocusQueue& focus, ServiceCalls& calls,
-              EventStream& events);
+              Requests& requests, Turns& turns, EventStream& events);
     ~Responder() override;
     Responder(const Responder&) = delete;
     Responder& operator=(const Responder&) = delete;
@@ -85,6 +87,7 @@ private:
         std::function<void()> ended = [] {};  ///< called when the action has ended
     };
 
+    void decideAll(const std::list<AutonomousAction>& actions);
     std::vector<PendingAction> inOrder(const std::list<AutonomousAction>& actions);
     void warnOfCycles(const std::vector<std::vector<std::string>>& cycles);
     void decide(const PendingAction& pending, Manner manner, const Before& before);
@@ -105,6 +108,7 @@ private:
     // Constant after construction, the suggestions after set-up.
     LifeStatus& status_;
     FocusQueue& focus_;
+    Turns& turns_;
     EventStream& events_;
     const ActionRunner runner_;
     Suggestions suggestions_;
@@ -116,6 +120,8 @@ private:
 
     vo::Mutex pluginsMutex_;
     vo::Connection plugins_ VO_GUARDED_BY(pluginsMutex_);
+
+    std::atomic<std::uint64_t> hitLists_{0};  ///< that have come
 
     vo::Mutex mutex_;
     std::uint64_t lastTurn_ VO_GUARDED_BY(mutex_) = 0;

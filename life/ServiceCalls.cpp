@@ -23,6 +23,12 @@ std::string overdueText(vo::Duration deadline)
            " s";
 }
 
+std::exception_ptr overdueError(vo::Duration deadline, const std::string& module,
+                                const std::string& method)
+{
+    return std::make_exception_ptr(KRError(module, method, overdueText(deadline)));
+}
+
 struct ServiceCalls::Call {
     vo::AnyObject service;
     std::string method;

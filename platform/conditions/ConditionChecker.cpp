@@ -183,13 +183,16 @@ void ConditionChecker::Impl::run(vo::Duration period, bool once)
     keepValues();
     const std::vector<PrefetchingWatch> watches = network_.watches();
     setAll(watches, PrefetchingWatch::watch(data, run_->feed, watches));
+    lastWrite_ = run_->feed->since();
+    const vo::Duration now = uptime();
     if (network_.hasFresh(lastId_))
-        turn(network_.begin(uptime(), lastId_, !once));
+        turn(network_.begin(now, lastId_, !once));
+    tell(CheckerMove::Kind::started, lastWrite_, now);
     run_->followed = lastId_;
     // Ahead of the changes that are raised from here on.
     run_->queue.push_back({kEvaluate, {}, {}, {}});
     postWork();
-    if (!once && period > vo::Duration::zero())
+    if (!once && period > vo::Duration::zero() && !isScripted_)
         run_->tick = executor_->post([this, number = run_->number] { repeat(number); }, period);
 }
 
@@ -214,6 +217,7 @@ std::shared_ptr<ConditionChecker::Impl::Run> ConditionChecker::Impl::endRun()
 {
     if (!run_)
         return nullptr;
+    tell(CheckerMove::Kind::stopped, lastWrite_, uptime());
     executor_->cancel(run_->tick);
     executor_->cancel(run_->dueTask);
     memory().unwatchAll(run_->feed);
@@ -245,6 +249,7 @@ void ConditionChecker::Impl::catchUp()
     }
     run_->yielded = uptime();
     takeChanges(*run_);
+    tell(CheckerMove::Kind::checked, lastTaken(*run_), run_->yielded);
     while (hasMoment(*run_))
         handleAhead(*run_);
 }
@@ -409,6 +414,68 @@ void ConditionChecker::Impl::resumeHistories(const Histories& histories, vo::Dur
     network_.resume(std::move(all), uptime() + limit);
 }
 
+void ConditionChecker::Impl::setMoveObserver(MoveObserver observer)
+{
+    // Swapped, so that what the old one holds is destroyed without the lock.
+    const vo::Lock lock(mutex_);
+    moveObserver_.swap(observer);
+}
+
+std::uint64_t ConditionChecker::Impl::lastWrite() const
+{
+    const vo::Lock lock(mutex_);
+    const Delivery* const here = deliveryHere();
+    return here ? here->after : lastWrite_;
+}
+
+void ConditionChecker::Impl::beScripted()
+{
+    const vo::Lock lock(mutex_);
+    isScripted_ = true;
+}
+
+void ConditionChecker::Impl::movePeriod()
+{
+    std::uint64_t run = kNoRun;
+    {
+        const vo::Lock lock(mutex_);
+        if (!run_)
+            return;
+        run = run_->number;
+        reportPeriod();
+    }
+    work(run);
+}
+
+void ConditionChecker::Impl::moveSettle(vo::Duration uptime, bool periodOver)
+{
+    std::uint64_t run = kNoRun;
+    {
+        const vo::Lock lock(mutex_);
+        if (run_)
+            run = run_->number;
+    }
+    settle(run, uptime, periodOver);
+}
+
+void CheckerScript::take(ConditionChecker& checker)
+{
+    checker_ = &checker;
+    checker.impl_->beScripted();
+}
+
+void CheckerScript::period()
+{
+    if (checker_)
+        checker_->impl_->movePeriod();
+}
+
+void CheckerScript::settle(vo::Duration uptime, bool periodOver)
+{
+    if (checker_)
+        checker_->impl_->moveSettle(uptime, periodOver);
+}
+
 ConditionChecker::ConditionChecker() : impl_(std::make_unique<Impl>()) {}
 
 ConditionChecker::~ConditionChecker()
@@ -419,6 +486,16 @@ ConditionChecker::~ConditionChecker()
 void ConditionChecker::connect(const boost::shared_ptr<KRBroker>& broker)
 {
     impl_->connect(broker);
+}
+
+void ConditionChecker::setMoveObserver(MoveObserver observer)
+{
+    impl_->setMoveObserver(std::move(observer));
+}
+
+std::uint64_t ConditionChecker::lastWrite() const
+{
+    return impl_->lastWrite();
 }
 
 void ConditionChecker::setCallback(Callback callback)

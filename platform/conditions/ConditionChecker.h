@@ -3,6 +3,7 @@
 #include <boost/function.hpp>
 #include <boost/shared_ptr.hpp>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -16,6 +17,8 @@
 #include "platform/vo/Clock.h"
 
 namespace KR {
+
+struct CheckerMove;
 
 /// For every key that a registered condition reads: the stamp of its latest write, in microseconds
 /// since the Unix epoch, and its value.
@@ -103,6 +106,15 @@ public:
     /// them (std::logic_error otherwise).
     void connect(const boost::shared_ptr<KRBroker>& broker);
 
+    /// Told of every move, from the next one on, in their order; with locks held, so it must not
+    /// use the checker.
+    using MoveObserver = std::function<void(const CheckerMove&)>;
+    void setMoveObserver(MoveObserver observer);
+
+    /// The number of the last write of memory (see MemoryChange::number) that a running checker has
+    /// handled; inside of a callback, on its thread, when the hits were found that it is told of.
+    std::uint64_t lastWrite() const;
+
     /// The receiver of hit lists: those of conditions that have no callback of their own.
     void setCallback(Callback callback);
 
@@ -173,6 +185,7 @@ public:
     void exit();
 
 private:
+    friend class CheckerScript;
     class Impl;
     const std::unique_ptr<Impl> impl_;
 };

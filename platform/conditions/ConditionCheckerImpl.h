@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/conditions/CheckerScript.h"
 #include "platform/conditions/ConditionChecker.h"
 #include "platform/conditions/ConditionCompiler.h"
 #include "platform/conditions/ConditionNetwork.h"
@@ -56,6 +57,12 @@ public:
     void beginReplacement();
     void endReplacement();
     void exit();
+    void setMoveObserver(MoveObserver observer);
+    std::uint64_t lastWrite() const;
+    // For a CheckerScript.
+    void beScripted();
+    void movePeriod();
+    void moveSettle(vo::Duration uptime, bool periodOver);
 
 private:
     /// One byte, so that those of thousands of conditions stay in the processor's cache.
@@ -78,6 +85,7 @@ private:
         };
         std::shared_ptr<const Callback> callback;
         std::uint64_t stops = 0;  ///< how many stops there had been
+        std::uint64_t after = 0;  ///< the number of the last write before it
         Values values;            ///< of the moment; null while the network still has them
         Hits hits;
         std::vector<Own> own;
@@ -89,6 +97,7 @@ private:
     struct Delivery {
         std::thread::id thread;
         std::uint64_t stops;  ///< as of the report
+        std::uint64_t after;  ///< as of the report
         Values values;        ///< as of the report
     };
 
@@ -188,6 +197,10 @@ private:
     void address(Report& report) const VO_REQUIRES(mutex_);
     void enqueue(Report report) VO_REQUIRES(mutex_);
     void keepValues() VO_REQUIRES(mutex_);
+    std::uint64_t lastTaken(const Run& run) const VO_REQUIRES(mutex_);
+    void tell(CheckerMove::Kind kind, std::uint64_t after, vo::Duration uptime) const
+        VO_REQUIRES(mutex_);
+    void reportPeriod() VO_REQUIRES(mutex_);
     void addHit(unsigned id, const Condition& condition, Report& report) VO_REQUIRES(mutex_);
     void forgetTruths() VO_REQUIRES(mutex_);
     void reportTrue(Report& report) VO_REQUIRES(mutex_);
@@ -225,6 +238,10 @@ private:
     int awaiting_ VO_GUARDED_BY(mutex_) = 0;  ///< stops that wait for the delivery
     vo::Condition delivered_;
     std::uint64_t stops_ VO_GUARDED_BY(mutex_) = 0;
+
+    MoveObserver moveObserver_ VO_GUARDED_BY(mutex_);
+    bool isScripted_ VO_GUARDED_BY(mutex_) = false;      ///< somebody stands in for the clock
+    std::uint64_t lastWrite_ VO_GUARDED_BY(mutex_) = 0;  ///< handled
 };
 
 }  // namespace KR

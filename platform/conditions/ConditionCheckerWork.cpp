@@ -108,16 +108,22 @@ void ConditionChecker::Impl::repeat(std::uint64_t run)
         run_->tick = executor_->post([this, run] { repeat(run); }, run_->period);
         const auto due = network_.nextDue();
         isDue = due && *due <= uptime();
-        if (!isDue) {
-            Report report;
-            reportTrue(report);
-            enqueue(std::move(report));
-        }
+        if (!isDue)
+            reportPeriod();
     }
     if (isDue)
         yield(run, true);
     else
         work(run);
+}
+
+/// Ahead of what waits in the queue.
+void ConditionChecker::Impl::reportPeriod()
+{
+    Report report;
+    reportTrue(report);
+    enqueue(std::move(report));
+    tell(CheckerMove::Kind::period, lastWrite_, uptime());
 }
 
 void ConditionChecker::Impl::reportTrue(Report& report)
@@ -145,6 +151,8 @@ void ConditionChecker::Impl::settle(std::uint64_t run, vo::Duration now, bool pe
             return;
         run_->yielded = std::max(run_->yielded, now);
         takeChanges(*run_);
+        tell(periodOver ? CheckerMove::Kind::both : CheckerMove::Kind::settled, lastTaken(*run_),
+             now);
         if (periodOver)
             run_->queue.push_back({kPeriodOver, {}, {}, {}, now});
     }
@@ -153,6 +161,8 @@ void ConditionChecker::Impl::settle(std::uint64_t run, vo::Duration now, bool pe
 
 void ConditionChecker::Impl::moveDueTask(Run& run)
 {
+    if (isScripted_)
+        return;
     const auto due = network_.nextDue();
     if (due == run.dueFor)
         return;
@@ -197,6 +207,21 @@ void ConditionChecker::Impl::enqueueAdded(unsigned id)
     postWork();
 }
 
+/// The number of the last write that was taken from the feed.
+std::uint64_t ConditionChecker::Impl::lastTaken(const Run& run) const
+{
+    const auto isWrite = [](const MemoryChange& entry) { return entry.number != 0; };
+    const auto last = std::find_if(run.queue.rbegin(), run.queue.rend(), isWrite);
+    return last == run.queue.rend() ? lastWrite_ : last->number;
+}
+
+void ConditionChecker::Impl::tell(CheckerMove::Kind kind, std::uint64_t after,
+                                  vo::Duration uptime) const
+{
+    if (moveObserver_)
+        moveObserver_({kind, after, uptime});
+}
+
 /// Moves what the feed holds to the end of the queue.
 void ConditionChecker::Impl::takeChanges(Run& run)
 {
@@ -233,6 +258,7 @@ void ConditionChecker::Impl::handleNext(Run& run, Report& report)
     } else {
         if (run.next + 1 < run.queue.size())
             network_.expect(run.queue[run.next + 1].tag);
+        lastWrite_ = change.number;
         snapshots_.noteChange(change.tag);
         noteChanged(network_.set(change.tag, change.value, change.time, change.uptime), report);
     }
@@ -253,6 +279,7 @@ void ConditionChecker::Impl::address(Report& report) const
 {
     report.callback = callback_;
     report.stops = stops_;
+    report.after = lastWrite_;
 }
 
 void ConditionChecker::Impl::enqueue(Report report)
@@ -335,7 +362,7 @@ void ConditionChecker::Impl::noteChanged(const std::vector<unsigned>& changed, R
 /// From here on a stop waits until it is delivered.
 void ConditionChecker::Impl::beginDelivery(const Report& report)
 {
-    delivery_ = Delivery{std::this_thread::get_id(), report.stops, report.values};
+    delivery_ = Delivery{std::this_thread::get_id(), report.stops, report.after, report.values};
 }
 
 /// The one that the calling thread is inside of; null when there is none.

@@ -146,20 +146,33 @@ std::string KRMemory::writerName(MemoryWriter writer) const
 
 void KRMemory::raiseEvent(const std::string& key, const KRValue& value, MemoryWriter writer)
 {
+    impl_->raise(key, value, writer, nullptr);
+}
+
+void KRMemory::raiseEventAgain(const std::string& key, const KRValue& value, MemoryWriter writer,
+                               const Stamp& stamp)
+{
+    impl_->raise(key, value, writer, &stamp);
+}
+
+/// `stamp` is of a write that is made again; null for one of now.
+void KRMemory::Impl::raise(const std::string& key, const KRValue& value, MemoryWriter writer,
+                           const Stamp* stamp)
+{
     checkKey("raiseEvent", key);
-    Impl::Recipients recipients;
+    Recipients recipients;
     {
-        const vo::Lock lock(impl_->mutex);
-        impl_->write(key, value, writer, recipients);
+        const vo::Lock lock(mutex);
+        write(key, value, writer, stamp, recipients);
     }
-    for (const Impl::Recipient& recipient : recipients)
+    for (const Recipient& recipient : recipients)
         if (recipient.wake)
             recipient.feed->wake();
 }
 
 // The stamp is taken under the lock, so that stamps are in the order of the writes.
 void KRMemory::Impl::write(const std::string& key, const KRValue& value, MemoryWriter writer,
-                           Recipients& recipients)
+                           const Stamp* stamp, Recipients& recipients)
 {
     MemorySlot& slot = slots.at(key);
     bool stamped = false;
@@ -167,10 +180,12 @@ void KRMemory::Impl::write(const std::string& key, const KRValue& value, MemoryW
         vo::prefetch(watcher.expected, PrefetchingWatch::kBytes);
         stamped = stamped || watcher.stamped;
     }
-    const vo::TimePoint time = clock->now();
-    const vo::Duration uptime = stamped ? clock->uptime() : clock->roughUptime();
+    const vo::TimePoint time = stamp ? stamp->time : clock->now();
+    const vo::Duration uptime = stamp     ? stamp->uptime
+                                : stamped ? clock->uptime()
+                                          : clock->roughUptime();
     slots.write(slot, value, time, uptime);
-    ++lastWrite;
+    lastWrite = stamp ? std::max(lastWrite, stamp->number) : lastWrite + 1;
     bool expired = false;
     for (const MemorySlot::Watcher& watcher : slot.watchers) {
         if (auto feed = watcher.feed.lock()) {
@@ -215,6 +230,7 @@ std::vector<KRMemory::Snapshot> KRMemory::Impl::watch(const std::shared_ptr<Memo
     std::vector<Snapshot> snapshots;
     snapshots.reserve(keys.size());
     const vo::Lock lock(mutex);
+    feed->noteSince(lastWrite);
     for (const W& watch : keys) {
         MemorySlot& slot = slots.at(watch.key);
         dropExpiredWatchers(slot);
@@ -250,6 +266,7 @@ std::vector<KRMemory::Known> KRMemory::watchAll(const std::shared_ptr<MemoryFeed
 {
     std::vector<Known> known;
     const vo::Lock lock(impl_->mutex);
+    feed->noteSince(impl_->lastWrite);
     std::vector<std::weak_ptr<MemoryFeed>>& observers = impl_->observers;
     observers.erase(std::remove_if(observers.begin(), observers.end(),
                                    [](const auto& each) { return each.expired(); }),

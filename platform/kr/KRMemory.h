@@ -55,6 +55,16 @@ public:
 
     /// Writes a value and delivers it. Who writes may say so.
     void raiseEvent(const std::string& key, const KRValue& value, MemoryWriter writer = {});
+    /// When a write was made, and its place in the order of all writes.
+    struct Stamp {
+        vo::TimePoint time;
+        vo::Duration uptime;
+        std::uint64_t number;
+    };
+    /// Makes a write again that was made in another memory, with the stamp that it had there. For
+    /// who lives a life again; the numbers grow.
+    void raiseEventAgain(const std::string& key, const KRValue& value, MemoryWriter writer,
+                         const Stamp& stamp);
     /// Somebody who writes, by name; the same for the same name, while the memory lives.
     MemoryWriter writer(const std::string& name);
     /// "" for nobody.

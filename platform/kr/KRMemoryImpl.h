@@ -28,8 +28,10 @@ public:
     };
     using Recipients = boost::container::small_vector<Recipient, 4>;
 
+    void raise(const std::string& key, const KRValue& value, MemoryWriter writer,
+               const Stamp* stamp) VO_EXCLUDES(mutex);
     void write(const std::string& key, const KRValue& value, MemoryWriter writer,
-               Recipients& recipients) VO_REQUIRES(mutex);
+               const Stamp* stamp, Recipients& recipients) VO_REQUIRES(mutex);
     /// See KRMemory::watch and PrefetchingWatch.
     template <class W>
     std::vector<Snapshot> watch(const std::shared_ptr<MemoryFeed>& feed, const std::vector<W>& keys)

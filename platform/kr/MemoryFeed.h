@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -53,9 +54,18 @@ class MemoryFeed {
 public:
     explicit MemoryFeed(std::function<void()> wake) : wake_(std::move(wake)) {}
 
+    /// The number of the last write before it watched anything: what comes through it was written
+    /// after that. For who has it watch.
+    std::uint64_t since() const { return since_.value_or(0); }
+
 private:
     friend class KRMemory;
 
+    void noteSince(std::uint64_t number)
+    {
+        if (!since_)
+            since_ = number;
+    }
     /// True when the queue was empty before.
     bool append(MemoryChange change)
     {
@@ -66,6 +76,7 @@ private:
 
     const std::function<void()> wake_;
     std::vector<MemoryChange> queue_;
+    std::optional<std::uint64_t> since_;
 };
 
 }  // namespace KR

@@ -26,7 +26,7 @@ protected:
                          "AutonomousActions:\n" +
                              rules);
         timeline.follow(stream);
-        stream.publish(RunBegan{{}, config, {}, {}, moreKeys});
+        stream.publish(RunBegan{{}, config, {}, {}, moreKeys, {}});
         host.emplace(clock, stream, Host::Options{config, packages, robotPlugins});
         clock->runPending();
         host->start();

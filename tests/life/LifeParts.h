@@ -60,16 +60,19 @@ struct LifeParts {
 
     const boost::shared_ptr<KRBroker> broker;
     FakeRunner runner;
+    EventStream events{broker->clock()};
+    Turns turns{events, *broker->clock()};
+    Requests requests{events, turns};
     LifeStatus status{broker};
     std::optional<FrozenChains> chains{
-        std::in_place, broker->clock(), std::set<std::string>{"Arms", "Head", "Legs"},
+        std::in_place, broker->clock(), turns, std::set<std::string>{"Arms", "Head", "Legs"},
         [this](const ChainChanged& change) { status.changed(change); }};
     ServiceCalls calls{broker};
-    EventStream events{broker->clock()};
-    FocusQueue focus{broker->clock(), status, &runner};
-    Responder responder{status, *chains, focus, calls, events};
+    RequestedActivities requested{requests, runner};
+    FocusQueue focus{broker->clock(), turns, status, &requested};
+    Responder responder{status, *chains, focus, calls, requests, turns, events};
     boost::shared_ptr<LifeService> life =
-        KRModule::createModule<LifeService>(broker, status, *chains, focus, responder);
+        KRModule::createModule<LifeService>(broker, turns, status, *chains, focus, responder);
 };
 
 }  // namespace KR

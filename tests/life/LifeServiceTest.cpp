@@ -375,9 +375,9 @@ TEST_F(LifeServiceTest, TimedFreezeEndsByItselfAndNeverShortensALongerOne)
     EXPECT_THAT(texts(),
                 ElementsAre("chain Legs on", "chain Legs: its time is over", "chain Legs on",
                             "chain Arms on", "chain Arms: its time is over", "chain Legs"));
-    EXPECT_THROW(life->freezeChain("Tail"), KRError);
-    EXPECT_THROW(life->unfreezeChain(""), KRError);
-    EXPECT_THROW(life->freezeChain("Head", 0), KRError);
+    EXPECT_THROW(life->freezeChain("Tail").value(), KRError);
+    EXPECT_THROW(life->unfreezeChain("").value(), KRError);
+    EXPECT_THROW(life->freezeChain("Head", 0).value(), KRError);
 
     // The end of a freeze that was lifted must not end the next one.
     life->freezeChain("Head", 1);
