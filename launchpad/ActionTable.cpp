@@ -175,6 +175,15 @@ std::list<AutonomousAction> ActionTable::suggestions(std::uint32_t mask) const
     return suggestions;
 }
 
+std::list<AutonomousAction> ActionTable::all() const
+{
+    std::list<AutonomousAction> all;
+    const vo::SharedLock lock(mutex_);
+    for (const auto& [id, action] : actions_)
+        all.push_back(action);
+    return all;
+}
+
 AutonomousAction ActionTable::get(const std::string& description) const
 {
     const vo::SharedLock lock(mutex_);

@@ -53,6 +53,8 @@ public:
     /// Copies of the actions that have a bit of `mask` and whose condition was true when it was
     /// last evaluated, in ascending id order.
     std::list<AutonomousAction> suggestions(std::uint32_t mask) const VO_EXCLUDES(mutex_);
+    /// Copies of all actions, in ascending id order.
+    std::list<AutonomousAction> all() const VO_EXCLUDES(mutex_);
     /// The first, by id, of exactly that description; std::runtime_error if there is none.
     AutonomousAction get(const std::string& description) const VO_EXCLUDES(mutex_);
 

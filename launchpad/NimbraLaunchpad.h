@@ -144,6 +144,8 @@ public:
     /// Names of the activities that launch themselves, in ascending order.
     std::vector<std::string> getAutonomousActivityNames() const;
 
+    /// Copies of all actions, in ascending id order.
+    std::list<AutonomousAction> getActions() const { return actions_.all(); }
     /// The first action, by id, of exactly that description; std::runtime_error if there is none.
     AutonomousAction getAction(const std::string& description) const;
 

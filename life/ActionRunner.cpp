@@ -69,6 +69,12 @@ std::vector<vo::Value> argumentsOf(const ApiWrapper& call)
     return arguments;
 }
 
+/// One of memory's kinds; an error for what is none.
+vo::Value memoryValue(const vo::Value& value)
+{
+    return vo::toValue(vo::fromValue<KRValue>(value));
+}
+
 StepResult callResult(const vo::Future<vo::Value>& end)
 {
     const auto result = vo::fromValue<KRValue>(end.value());
@@ -225,9 +231,10 @@ vo::Future<StepResult> ActionRunner::call(const AutonomousActionItem& item,
     }
     return resultOf(requests_.make(describeCall(call),
                                    [&] {
-                                       return calls_.call(ApiWrapper::importModule(call.module()),
-                                                          call.method(), argumentsOf(call),
-                                                          cause.deadline);
+                                       return calls_
+                                           .call(ApiWrapper::importModule(call.module()),
+                                                 call.method(), argumentsOf(call), cause.deadline)
+                                           .map(memoryValue);
                                    }),
                     callResult);
 }

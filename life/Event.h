@@ -67,6 +67,7 @@ struct PackageChanged {
 struct CheckerMoved {
     CheckerMove::Kind kind = CheckerMove::Kind::period;
     std::uint64_t after = 0;  ///< the number of the last write that it had seen
+    vo::Duration uptime{};    ///< the instant that it moved to; a little before it was told
 };
 
 /// One of a hit list.

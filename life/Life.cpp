@@ -23,6 +23,8 @@
 #include "platform/vo/Application.h"
 #include "platform/vo/EventLoop.h"
 #include "platform/vo/Log.h"
+#include "platform/vo/PackageInfo.h"
+#include "platform/vo/Session.h"
 
 namespace KR {
 
@@ -45,6 +47,34 @@ struct Following {
 
 }  // namespace
 
+/// Publishes which packages are there, and which come and go.
+class PackageNews {
+public:
+    /// Needs the service "PackageManager".
+    PackageNews(const boost::shared_ptr<KRBroker>& broker, EventStream& events)
+    {
+        const vo::AnyObject manager = broker->session().service("PackageManager");
+        for (const auto& [signal, installed] :
+             {std::pair("onPackageInstalled", true), {"onPackageRemoved", false}})
+            connections_.push_back(manager.connect(
+                signal, [&events, installed = installed](const vo::PackageInfo& package) {
+                    events.note(PackageChanged{package, installed});
+                }));
+        for (const auto& package : manager.call<std::vector<vo::PackageInfo>>("packages"))
+            events.note(PackageChanged{package, true});
+    }
+    ~PackageNews()
+    {
+        for (vo::Connection& connection : connections_)
+            connection.disconnect();
+    }
+    PackageNews(const PackageNews&) = delete;
+    PackageNews& operator=(const PackageNews&) = delete;
+
+private:
+    std::vector<vo::Connection> connections_;
+};
+
 /// In the order of who needs whom.
 struct Life::Parts {
     Parts(const boost::shared_ptr<KRBroker>& theBroker, EventStream& theEvents,
@@ -62,6 +92,7 @@ struct Life::Parts {
           permissions(broker),
           packages(driver ? nullptr
                           : std::make_unique<InstalledPackages>(broker, options.packages)),
+          packageNews(broker, events),
           calls(broker),
           activities(broker, permissions, calls),
           requested(requests, activities),
@@ -75,8 +106,11 @@ struct Life::Parts {
         for (const std::string& plugin : options.plugins)
             launchpad.addModulePlugin(plugin);
         responder.setSuggestions([this](int mask) { return suggestions(mask); });
-        if (driver)
+        if (driver) {
+            driverEnds = driver->activityEnded.connect(
+                [this](FocusId stay, const std::string& why) { requested.ended(stay, why); });
             return;
+        }
         pluginSwitch.emplace(status, launchpad);
         responder.setPluginsChanged([this] { pluginSwitch->apply(); });
         pluginSwitch->apply();  // to plugins that came in between
@@ -96,9 +130,9 @@ struct Life::Parts {
         // Life takes it up at once, which is the next event.
         observer.hits = [this](const LaunchpadHits& list) { events.leave(found(list)); };
         observer.checkerMoved = [this](const CheckerMove& move) {
-            events.note(CheckerMoved{move.kind, move.after});
+            events.note(CheckerMoved{move.kind, move.after, move.uptime});
         };
-        observer.script = driver ? &driver->checker() : nullptr;
+        observer.script = driver ? driver->checker() : nullptr;
         return observer;
     }
 
@@ -134,6 +168,7 @@ struct Life::Parts {
     const boost::shared_ptr<AppLauncher> launcher;
     ActivityPermissions permissions;
     const std::unique_ptr<InstalledPackages> packages;
+    const PackageNews packageNews;
     ServiceCalls calls;
     ServiceActivities activities;
     RequestedActivities requested;
@@ -141,6 +176,7 @@ struct Life::Parts {
     Responder responder;
     const boost::shared_ptr<LifeService> service;
     NimbraLaunchpad launchpad;
+    vo::Connection driverEnds;
     std::optional<PluginSwitch> pluginSwitch;
     std::optional<HistoryKeeper> histories;
     bool stopped = false;
@@ -176,6 +212,7 @@ void Life::stop()
 {
     if (std::exchange(parts_->stopped, true))
         return;
+    parts_->driverEnds.disconnect();
     parts_->responder.setPluginsChanged({});
     parts_->pluginSwitch.reset();
     if (parts_->histories)

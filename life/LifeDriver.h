@@ -10,6 +10,7 @@
 #include "platform/kr/KRValue.h"
 #include "platform/vo/Clock.h"
 #include "platform/vo/Future.h"
+#include "platform/vo/Signal.h"
 #include "platform/vo/Value.h"
 
 namespace KR {
@@ -40,8 +41,11 @@ public:
     /// What the life service writes to memory.
     virtual void write(const std::string& key, const KRValue& value) = 0;
 
-    /// Has the condition checker move.
-    virtual CheckerScript& checker() = 0;
+    /// What has the condition checker move; null to leave that to the clock.
+    virtual CheckerScript* checker() = 0;
+
+    /// To be told by the driver: an activity has ended by itself; see ActivityRunner.
+    vo::Signal<FocusId, std::string> activityEnded;
 };
 
 }  // namespace KR
