@@ -34,11 +34,12 @@ void ConditionWatch::load(const std::string& key, const KRValue& value, vo::Time
     stage_.load(key, value, written);
 }
 
-void ConditionWatch::write(const std::string& key, const KRValue& value, vo::TimePoint time)
+void ConditionWatch::write(const std::string& key, const KRValue& value, vo::TimePoint time,
+                           const std::string& writer)
 {
     if (!isFollowing_)
         return load(key, value, time);
-    Turn cause{time, key, std::exchange(keys_[key], value), value};
+    const Turn cause{time, key, std::exchange(keys_[key], value), value, writer};
     note(stage_.write(key, value, time), cause);
 }
 
@@ -53,7 +54,7 @@ void ConditionWatch::begin(vo::TimePoint time)
     stage_.begin(time);
     if (!isTrue())
         return;
-    rise_ = Turn{time, {}, {}, {}, true};
+    rise_ = Turn{time, {}, {}, {}, {}, true};
     ++rises_;
 }
 

@@ -24,7 +24,8 @@ public:
 
     bool reads(const std::string& key) const { return keys_.count(key) > 0; }
     /// In ascending order of time. While it does not follow, only the value is taken.
-    void write(const std::string& key, const KRValue& value, vo::TimePoint time);
+    void write(const std::string& key, const KRValue& value, vo::TimePoint time,
+               const std::string& writer = {});
     /// What a key holds from an earlier time on.
     void load(const std::string& key, const KRValue& value, vo::TimePoint written);
     void begin(vo::TimePoint time);
@@ -48,6 +49,7 @@ public:
         std::string key;
         KRValue before;
         KRValue after;
+        std::string writer = {};
         bool isBeginning = false;
     };
     const std::optional<Turn>& rise() const { return rise_; }

@@ -24,7 +24,7 @@ void Explainer::take(const Event& event)
     life_.take(event);
     if (const auto* const write = std::get_if<KeyWritten>(&event.what)) {
         if (watch_ && watch_->reads(write->key))
-            watch_->write(write->key, write->value, event.time);
+            watch_->write(write->key, write->value, event.time, write->writer);
         return onRise(event.time);
     }
     if (std::holds_alternative<RunBegan>(event.what) ||

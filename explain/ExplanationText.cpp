@@ -36,8 +36,8 @@ std::string valueText(const Json& value)
 }
 
 /// Beneath one another, the first behind `begin`.
-std::string block(const std::string& begin, const std::string& text, std::size_t column,
-                  std::size_t width)
+std::string inLines(const std::string& begin, const std::string& text, std::size_t column,
+                    std::size_t width)
 {
     std::string all = column == 0 ? begin : padded(begin, column);
     std::size_t used = displayWidth(all);
@@ -75,8 +75,8 @@ public:
             const std::string begin = std::string(kTreeColumn, ' ') + padded(row.label, label + 2);
             text += begin + row.truth + (row.detail.empty() ? "" : "   " + row.detail) + "\n";
             if (!row.more.empty())
-                text += block(std::string(kTreeColumn, ' ') + row.below, row.more,
-                              kTreeColumn + displayWidth(row.below) + 2, width_);
+                text += inLines(std::string(kTreeColumn, ' ') + row.below, row.more,
+                                kTreeColumn + displayWidth(row.below) + 2, width_);
         }
         return text;
     }
@@ -258,7 +258,7 @@ public:
         writeHits();
         writeRemedies();
         for (const Json& note : json_.value("notes", Json::array()))
-            text_ += block("Note:", printable(note.get<std::string>()), 6, width_);
+            text_ += inLines("Note:", printable(note.get<std::string>()), 6, width_);
         return text_;
     }
 
@@ -281,7 +281,7 @@ private:
             where += ", loaded " + timeText(json_["loaded"], asked_);
         if (json_.contains("manner"))
             where += ", " + textIn(json_, "manner");
-        text_ += block("", where, 0, width_) + "\n";
+        text_ += inLines("", where, 0, width_) + "\n";
     }
 
     std::string placeText() const
@@ -329,11 +329,11 @@ private:
         std::string said = textIn(each, "text");
         if (each.contains("at"))
             said = timeText(each["at"], asked_) + (said.empty() ? "" : ", " + said);
-        text_ += block("  " + label, said, kTextColumn, width_);
+        text_ += inLines("  " + label, said, kTextColumn, width_);
         for (const Json& reason : each.value("reasons", Json::array())) {
             const std::string text = printable(reason.get<std::string>());
             if (!text.empty() && said.find(text) == std::string::npos)
-                text_ += block("", text, kTextColumn, width_);
+                text_ += inLines("", text, kTextColumn, width_);
         }
         if (each.contains("tree"))
             text_ += TreeText(asked_, width_).write(each["tree"]);
@@ -347,11 +347,11 @@ private:
         std::string names;
         for (const Json* each : rest_)
             names += (names.empty() ? "" : ", ") + textIn(*each, "gate");
-        text_ += block("  · not asked any more", names, kTextColumn, width_);
+        text_ += inLines("  · not asked any more", names, kTextColumn, width_);
         for (const Json* each : rest_) {
             if (!textIn(*each, "text").empty())
-                text_ += block("", textIn(*each, "gate") + ": " + textIn(*each, "text"),
-                               kTextColumn, width_);
+                text_ += inLines("", textIn(*each, "gate") + ": " + textIn(*each, "text"),
+                                 kTextColumn, width_);
         }
     }
 
@@ -369,7 +369,7 @@ private:
             }
             for (const Json& step : hit.value("steps", Json::array()))
                 said += "; " + printable(step.get<std::string>());
-            text_ += block("  " + timeText(hit["at"], asked_), said, 16, width_);
+            text_ += inLines("  " + timeText(hit["at"], asked_), said, 16, width_);
         }
     }
 
@@ -391,7 +391,7 @@ private:
             const std::string said =
                 isChecked ? changesText(remedy["changes"]) : "first: " + textIn(remedy, "text");
             text_ +=
-                block("  " + (isChecked ? std::to_string(++number) + "." : "-"), said, 5, width_);
+                inLines("  " + (isChecked ? std::to_string(++number) + "." : "-"), said, 5, width_);
             for (const Json& each : remedy.value("standing", Json::array())) {
                 const std::string text = printable(each.get<std::string>());
                 if (std::find(standing.begin(), standing.end(), text) == standing.end())
@@ -402,7 +402,7 @@ private:
             text_ += number == 1 ? "  (checked: with it, the rule is proposed)\n"
                                  : "  (checked: with any of them, the rule is proposed)\n";
         for (const std::string& each : standing)
-            text_ += block("  Then:", each, 8, width_);
+            text_ += inLines("  Then:", each, 8, width_);
     }
 
     const Json& json_;

@@ -70,7 +70,8 @@ private:
     void addSteps();
     void addHits();
     std::string activeText(const std::vector<std::string>& rules) const;
-    std::string blockText() const;
+    std::string focusText() const;
+    static std::string blockText(const HeldFact& block);
     std::string stepsText() const;
 
     const RuleFacts facts_;

@@ -252,7 +252,7 @@ void LifeState::on(const StepEnded& step)
     const std::string& name = step.rule.name;
     const bool isLast = step.outcome != StepOutcome::done || step.rest == 0;
     if (RuleHit* const hit = openHit(name, RuleHit::Verdict::run)) {
-        hit->steps.push_back({step.type, step.text, step.outcome, step.reason, now_});
+        hit->steps.push_back({step.type, step.text, step.outcome, step.reason, now_, block_});
         hit->isOver = isLast;
         const bool isBlock = step.type == actionItemTypeName(ActionItemBlockAutonomousFocus);
         if (isBlock && block_.is && block_.rule == name && block_.step == 0)

@@ -40,6 +40,7 @@ struct RuleHit {
         StepOutcome outcome = StepOutcome::done;
         std::string reason;
         vo::TimePoint at;
+        HeldFact block = {};  ///< of the focus, then
     };
 
     vo::TimePoint at;        ///< when it was proposed

@@ -8,6 +8,7 @@
 #include "host/PermissionsCommand.h"
 #include "host/PluginsCommand.h"
 #include "host/RunCommand.h"
+#include "host/WhyCommand.h"
 
 int main(int argc, char** argv)
 {
@@ -22,7 +23,7 @@ int main(int argc, char** argv)
         "check) a file that cannot be read; 128 + signal when a signal ended a scenario early.");
     for (const auto addCommand :
          {KR::addRunCommand, KR::addCheckCommand, KR::addPluginsCommand, KR::addKeysCommand,
-          KR::addPackageCommand, KR::addPermissionsCommand})
+          KR::addPackageCommand, KR::addPermissionsCommand, KR::addWhyCommand})
         addCommand(line.root());
     return line.run(argc, argv);
 }

@@ -209,6 +209,15 @@ TEST_F(ProgramTest, CommandsEndWithTheirExitCode)
         2 package lits --packages x => no command 'lits'; did you mean 'list'?
         2 package => a command is missing|  there are: install, remove, list, info
         2 --versoin => '--versoin' is not expected; did you mean '--version'?
+        0 $why r --at 06:00:11 => acted at 06:00:01|
+        0 $why r --at 06:00:11.001 => did not act at 06:00:11.001|
+        0 $why r --between 06:00:10 "2026-11-21 06:00:50" => last true until 06:00:01, for a moment|
+        1 $why s => There is no rule "s".|
+        1 $why --activity x => There is no activity "x".|
+        0 $why --key A => A   2, since 06:01:00, written by scenario|
+        2 $why r --at noon => 'noon' is no time
+        2 $why r --between 06:00 => --between takes two times
+        2 why r --key A --scenario $scenario => ask about one RULE, --activity or --key
         0 --version => nimbra 0.
         2  => a command is missing|  there are: run, check
 )");
@@ -216,6 +225,7 @@ TEST_F(ProgramTest, CommandsEndWithTheirExitCode)
     for (std::string row; rows >> exitCode && std::getline(rows, row);) {
         boost::replace_all(row, "$play", "$run --scenario $scenario");
         boost::replace_all(row, "$run", "run --config $config");
+        boost::replace_all(row, "$why", "why --config $config --scenario $scenario");
         const std::size_t arrow = row.find(" => ");
         const std::string printed =
             boost::replace_all_copy(row.substr(arrow + 4), "$folder", folder.path());
