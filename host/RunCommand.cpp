@@ -13,15 +13,15 @@
 #include "host/Host.h"
 #include "host/Output.h"
 #include "host/Player.h"
+#include "host/RecordingOptions.h"
 #include "host/SignalWatch.h"
 #include "host/StopRequest.h"
+#include "host/TimelineCommand.h"
 #include "platform/packages/KRBehaviorManager.h"
 #include "platform/vo/Path.h"
 #include "robot/MachineBattery.h"
 #include "robot/RobotBody.h"
 #include "robot/Scenario.h"
-#include "timeline/HumanTimeline.h"
-#include "timeline/JsonTimeline.h"
 #include "timeline/Text.h"
 #include "timeline/Timeline.h"
 
@@ -30,21 +30,6 @@ namespace KR {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::unique_ptr<TimelineRenderer> makeRenderer(Output& output, bool json)
-{
-    const auto sink = [&output](const std::string& text) { output.write(text); };
-    if (json)
-        return std::make_unique<JsonTimeline>(sink);
-    return std::make_unique<HumanTimeline>(sink, output.wantsColours());
-}
-
-/// Of a file that was read before.
-std::string contentOf(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 /// Rules that make one another true without end would keep a scenario at one moment for ever. An
 /// entry of a scenario causes some hundred tasks at most.
@@ -66,6 +51,7 @@ struct RunOptions {
     std::string until;                 ///< empty for no limit
     bool json = false;
     std::string logLevel = "warning";
+    RecordingOptions recording;
 };
 
 /// One run, live or of a scenario.
@@ -148,6 +134,10 @@ private:
             if (std::find(plugins.begin(), plugins.end(), plugin) == plugins.end())
                 plugins.push_back(plugin);
         }
+        // On virtual time nobody minds to wait for the disk.
+        const auto recording = makeRecording(options_.recording, !clock->hasThreads());
+        if (recording)
+            recording->follow(events);
         const std::set<std::string>& chains = robotChains();
         events.publish(RunBegan{subject.title,
                                 config,
@@ -171,12 +161,15 @@ private:
         }
         events.publish(RunEnded{!hasEnded});
         events.flush();
+        if (recording)
+            recording->close();
         if (!failure.empty()) {
             output_.flush();
             throw std::runtime_error(failure);
         }
         output_.flush();
-        return exitCode(hasEnded);
+        const int code = exitCode(hasEnded);
+        return code == 0 && recording && !recording->isComplete() ? 1 : code;
     }
 
     int exitCode(bool hasEnded) const
@@ -196,23 +189,6 @@ private:
     Output output_;
     SignalWatch signals_;
 };
-
-/// "90s", "5m", "2h", "1d".
-std::optional<vo::Duration> parseDuration(const std::string& text)
-{
-    static const std::map<std::string, std::chrono::seconds> units{{"s", std::chrono::seconds(1)},
-                                                                   {"m", std::chrono::minutes(1)},
-                                                                   {"h", std::chrono::hours(1)},
-                                                                   {"d", std::chrono::hours(24)}};
-    std::int32_t count = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
-    const auto unit = units.find(std::string(end, text.data() + text.size()));
-    if (error != std::errc() || unit == units.end())
-        return std::nullopt;
-    // Still too long when it is cut, and no longer too long for microseconds.
-    constexpr std::chrono::seconds kCut = std::chrono::hours(24) * (kMaxScenarioDays + 1);
-    return std::clamp(unit->second * std::int64_t{count}, -kCut, kCut);
-}
 
 /// The rules that come with this program, as they lie below an install prefix, and in a build
 /// folder too; "" where they are not there.
@@ -245,6 +221,12 @@ int perform(const RunOptions& options)
 
 }  // namespace
 
+std::string contentOf(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
 std::string configPath(const std::string& given)
 {
     if (!given.empty())
@@ -267,10 +249,26 @@ void requirePackagesFolder(const std::string& folder)
                                  "'; `nimbra package install` makes one");
 }
 
+std::optional<vo::Duration> durationFromText(const std::string& text)
+{
+    static const std::map<std::string, std::chrono::seconds> units{{"s", std::chrono::seconds(1)},
+                                                                   {"m", std::chrono::minutes(1)},
+                                                                   {"h", std::chrono::hours(1)},
+                                                                   {"d", std::chrono::hours(24)}};
+    std::int32_t count = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
+    const auto unit = units.find(std::string(end, text.data() + text.size()));
+    if (error != std::errc() || unit == units.end())
+        return std::nullopt;
+    // Still too long when it is cut, and no longer too long for microseconds.
+    constexpr std::chrono::seconds kCut = std::chrono::hours(24) * (kMaxScenarioDays + 1);
+    return std::clamp(unit->second * std::int64_t{count}, -kCut, kCut);
+}
+
 vo::TimePoint endFromText(const std::string& text, vo::TimePoint start)
 {
     constexpr vo::Duration kLongest = std::chrono::hours(24) * kMaxScenarioDays;
-    std::optional<vo::Duration> length = parseDuration(text);
+    std::optional<vo::Duration> length = durationFromText(text);
     if (const auto time = parseDayTime(text))
         length = midnightOf(start) + time->sinceFirstMidnight(1) - start;
     if (!length) {
@@ -319,6 +317,7 @@ void addRunCommand(const Command& program)
     run.text("--state", options->state, "DIR",
              "Folder in which the rules' holds and counts survive a restart (default: none do)");
     run.flag("--json", options->json, "Print one JSON object a line");
+    addRecording(run, options->recording);
     run.text("--log-level", options->logLevel, "L",
              "What to log on stderr; from warning on, what behaviours print, too")
         .showDefault()

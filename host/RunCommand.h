@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "host/CommandLine.h"
@@ -10,7 +11,7 @@ namespace KR {
 /// Adds the command `nimbra run`. It returns 0 when the run came to its end: that of its scenario
 /// or of its time, of its reader, or of a live run by SIGINT or SIGTERM; 128 + signal for a
 /// scenario that a signal ended early; 1 when its configuration could not be read, which goes to
-/// stderr.
+/// stderr, or it was to be recorded and something is missing in the recording.
 void addRunCommand(const Command& program);
 
 /// Adds the option that configPath() takes.
@@ -23,9 +24,16 @@ void addPackages(const Command& command, std::string& packages);
 /// std::runtime_error when there is none.
 std::string configPath(const std::string& given);
 
+/// What a file holds that was read before; "" when it cannot be read any more.
+std::string contentOf(const std::string& path);
+
 /// A packages folder that is given has to be there: one that was misspelt is not to become a new
 /// one. std::runtime_error.
 void requirePackagesFolder(const std::string& folder);
+
+/// "90s", "5m", "2h", "1d"; none for another text. What is longer than a scenario can be is cut,
+/// and still too long.
+std::optional<vo::Duration> durationFromText(const std::string& text);
 
 /// When a run that begins at `start` is to end: "HH:MM" and so on as in a scenario, counted from
 /// the day of the start, or a time from the start like "90s", "5m", "2h" or "1d". UsageError for

@@ -146,6 +146,12 @@ public:
 
     /// Copies of all actions, in ascending id order.
     std::list<AutonomousAction> getActions() const { return actions_.all(); }
+    /// The condition of an action, part by part, as it stands; nothing for a condition id that no
+    /// action has. See ConditionChecker::inspect().
+    std::optional<ConditionPart> inspectCondition(std::uint32_t conditionId) const
+    {
+        return conditionChecker_.inspect(conditionId);
+    }
     /// The first action, by id, of exactly that description; std::runtime_error if there is none.
     AutonomousAction getAction(const std::string& description) const;
 

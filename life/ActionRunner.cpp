@@ -2,6 +2,8 @@
 
 #include <stdexcept>
 
+#include "life/LifeService.h"
+#include "life/Turns.h"
 #include "platform/config/ApiWrapper.h"
 #include "platform/kr/KRError.h"
 
@@ -218,6 +220,20 @@ vo::Future<StepResult> ActionRunner::configure(const AutonomousActionItem& item,
                     });
 }
 
+/// Of what a rule changes of its own life, nobody outside is asked.
+vo::Future<StepResult> ActionRunner::changeLife(const ApiWrapper& call, const Cause& cause) const
+{
+    const vo::Promise<vo::Value> promise;
+    turns_.inside([&] {
+        ApiWrapper::importModule(call.module())
+            .object()
+            ->start(call.method(), argumentsOf(call))
+            .then([promise](const vo::Future<vo::Value>& ended) { promise.endAs(ended); });
+    });
+    failAfter(turns_, promise, cause.deadline, call.module(), call.method());
+    return resultOf(promise.future(), callResult);
+}
+
 vo::Future<StepResult> ActionRunner::call(const AutonomousActionItem& item,
                                           const Cause& cause) const
 {
@@ -229,6 +245,8 @@ vo::Future<StepResult> ActionRunner::call(const AutonomousActionItem& item,
         status_.setAsleep(arguments[0].toBool(), cause.rule);
         return ended({});
     }
+    if (call.module() == LifeService::kName && LifeService::isChange(call.method()))
+        return changeLife(call, cause);
     return resultOf(requests_.make(describeCall(call),
                                    [&] {
                                        return calls_

@@ -45,8 +45,13 @@ FocusRequest focusRequestOf(const AutonomousActionItem& item, const Cause& cause
 class ActionRunner {
 public:
     ActionRunner(LifeStatus& status, FrozenChains& chains, FocusQueue& focus, ServiceCalls& calls,
-                 Requests& requests)
-        : status_(status), chains_(chains), focus_(focus), calls_(calls), requests_(requests)
+                 Requests& requests, Turns& turns)
+        : status_(status),
+          chains_(chains),
+          focus_(focus),
+          calls_(calls),
+          requests_(requests),
+          turns_(turns)
     {
     }
 
@@ -57,6 +62,7 @@ private:
     vo::Future<StepResult> begin(const AutonomousActionItem& item, const Cause& cause) const;
     void change(const AutonomousActionItem& item, const std::string& rule) const;
     vo::Future<StepResult> configure(const AutonomousActionItem& item, const Cause& cause) const;
+    vo::Future<StepResult> changeLife(const ApiWrapper& call, const Cause& cause) const;
     vo::Future<StepResult> call(const AutonomousActionItem& item, const Cause& cause) const;
 
     LifeStatus& status_;
@@ -64,6 +70,7 @@ private:
     FocusQueue& focus_;
     ServiceCalls& calls_;
     Requests& requests_;
+    Turns& turns_;
 };
 
 /// A step for people, on one line: "SwitchFocus companion/greet", `ApiCall KRLeds.fade("eyes", 1)`.

@@ -1,5 +1,7 @@
 #include "life/LifeService.h"
 
+#include <set>
+
 #include "life/FocusQueue.h"
 #include "life/FrozenChains.h"
 #include "life/LifeStatus.h"
@@ -61,6 +63,22 @@ void LifeService::bindService()
     bindMethod("getAutonomousActivityStatistics", &LifeService::getAutonomousActivityStatistics,
                this, "Per activity, how often and for how long it had the focus");
     bindMethod("getLifeTime", &LifeService::getLifeTime, this, "Seconds of the robot's life");
+}
+
+bool LifeService::isChange(const std::string& method)
+{
+    static const std::set<std::string> kChanges{"setState",
+                                                "forceState",
+                                                "setAsleep",
+                                                "switchFocus",
+                                                "stopFocus",
+                                                "stopAll",
+                                                "blockAutonomousFocus",
+                                                "unblockAutonomousFocus",
+                                                "freezeChain",
+                                                "freezeChainFor",
+                                                "unfreezeChain"};
+    return kChanges.count(method) != 0;
 }
 
 template <class T>

@@ -38,6 +38,8 @@ class Turns;
 class LifeService : public KRModule {
 public:
     static constexpr const char* kName = "KRNimbra";
+    /// Whether one of the service's methods changes something.
+    static bool isChange(const std::string& method);
 
     LifeService(const boost::shared_ptr<KRBroker>& broker, Turns& turns, LifeStatus& status,
                 FrozenChains& chains, FocusQueue& focus, Responder& responder);

@@ -62,7 +62,7 @@ Responder::Responder(LifeStatus& status, FrozenChains& chains, FocusQueue& focus
       focus_(focus),
       turns_(turns),
       events_(events),
-      runner_(status, chains, focus, calls, requests),
+      runner_(status, chains, focus, calls, requests, turns),
       changes_(status.changed.connect([this](const LifeChange& change) { onLifeChanged(change); }))
 {
 }

@@ -31,18 +31,34 @@ void Turns::take(const Happening& begin, std::function<void()> turn)
 
 vo::Future<void> Turns::takeAndTell(const Happening& begin, std::function<void()> turn)
 {
+    const vo::Promise<void> promise;
+    if (isTurn() && isInside_) {
+        promise.endWith(turn);
+        return promise.future();
+    }
     auto whole = [this, begin, turn = std::move(turn)] {
         this->begin(begin);
         turn();
     };
     if (!driver_ && !isTurn())
         return vo::getEventLoop()->async(std::move(whole));
-    const vo::Promise<void> promise;
     if (driver_)
         driver_->hold(begin, {}, [whole, promise] { promise.endWith(whole); });
     else
         promise.endWith(whole);
     return promise.future();
+}
+
+void Turns::inside(const std::function<void()>& part)
+{
+    const bool before = isInside_.exchange(true);
+    try {
+        part();
+    } catch (...) {
+        isInside_ = before;
+        throw;
+    }
+    isInside_ = before;
 }
 
 void Turns::post(const Happening& begin, std::function<void()> turn)

@@ -41,6 +41,9 @@ public:
     vo::Future<void> after(vo::Duration delay, std::function<void()> turn);
     /// Tells that a turn begins here.
     void begin(const Happening& begin);
+    /// Calls something that asks for turns, as a part of the turn in progress: those that it asks
+    /// for here are none of their own.
+    void inside(const std::function<void()>& part);
 
 private:
     bool isTurn() const;
@@ -51,6 +54,7 @@ private:
     LifeDriver* const driver_;
 
     std::atomic<std::uint64_t> lastTimer_{0};
+    std::atomic<bool> isInside_{false};  ///< set and read by turns alone
 };
 
 /// expireAfter(), in a turn.

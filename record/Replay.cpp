@@ -3,25 +3,17 @@
 #include <algorithm>
 #include <deque>
 #include <map>
-#include <stdexcept>
 #include <utility>
 #include <vector>
 
 #include "launchpad/NimbraLaunchpad.h"
-#include "life/EventStream.h"
 #include "life/FocusRequest.h"
-#include "life/Life.h"
 #include "life/LifeDriver.h"
 #include "life/LifeService.h"
 #include "platform/conditions/CheckerScript.h"
-#include "platform/kr/KRMemory.h"
-#include "platform/kr/SharedKeys.h"
-#include "platform/vo/Application.h"
-#include "platform/vo/VirtualClock.h"
 #include "record/EventCodec.h"
 #include "record/LifeCall.h"
-#include "record/ReplayServices.h"
-#include "record/TemporaryFile.h"
+#include "record/ReplayStage.h"
 
 namespace KR {
 
@@ -31,17 +23,6 @@ namespace {
 std::string contentOf(const Event& event)
 {
     return encodeEvent({0, {}, event.what});
-}
-
-bool isOwnKey(const std::string& key)
-{
-    return key == keys::kState || key == keys::kAsleep || key == keys::kFocusedActivity;
-}
-
-bool isMonitoringsEnd(const Event& event)
-{
-    const auto* const monitoring = std::get_if<MonitoringSwitched>(&event.what);
-    return monitoring && !monitoring->on;
 }
 
 /// Of a turn that life/ takes when it is its time: what names it.
@@ -88,7 +69,6 @@ private:
     /// What was read, until life/ was asked to end, or nothing more is there.
     std::optional<Event> next();
     void begin();
-    void makeLife(const Event& start, std::vector<vo::PackageInfo> packages);
     void process(const Event& event);
     void handle(const Event& event, const KeyWritten& write);
     void handle(const Event& event, const PackageChanged& change);
@@ -99,9 +79,7 @@ private:
     template <class What>
     std::optional<What> readOnTo(const std::string& asked);
 
-    void moveTime(const Event& event);
     void makeWrites(std::uint64_t upTo);
-    void settle();
     void compareOwnWrites();
     void expectNothingMore(const Event& event);
     void depart(std::optional<Event> recorded, std::optional<Event> replayed, std::string text);
@@ -133,16 +111,8 @@ private:
     std::map<std::uint64_t, vo::Promise<vo::Value>> promises_;
     const Happening* given_ = nullptr;  ///< what is just given to life/ from outside
 
-    // In the order of who needs whom.
-    std::optional<TemporaryFile> config_;
-    std::shared_ptr<vo::VirtualClock> clock_;
-    std::optional<vo::Application> application_;
-    boost::shared_ptr<KRBroker> broker_;
-    std::optional<ReplayServices> services_;
-    std::optional<EventStream> events_;
     CheckerScript script_;
-    std::optional<Life> life_;
-    vo::Connection connection_;
+    std::optional<ReplayStage> stage_;
 };
 
 ReplayResult Replay::Impl::run()
@@ -156,10 +126,7 @@ ReplayResult Replay::Impl::run()
     }
     const bool isSame = !result_.difference;
     hasEnded_ = true;
-    connection_.disconnect();
-    if (life_)
-        life_->stop();
-    life_.reset();
+    stage_.reset();
     while (isSame) {
         const std::optional<Event> event = next();
         if (!event)
@@ -181,50 +148,18 @@ std::optional<Event> Replay::Impl::next()
 /// What is known before life begins is read ahead.
 void Replay::Impl::begin()
 {
-    std::deque<Event> ahead;
-    const Event* start = nullptr;
-    std::vector<vo::PackageInfo> packages;
-    bool monitors = false;
-    while (!monitors) {
-        std::optional<Event> event = source_();
-        if (!event)
-            break;
-        ahead.push_back(std::move(*event));
-        const Happening& what = ahead.back().what;
-        if (std::holds_alternative<RunBegan>(what))
-            start = &ahead.back();
-        else if (const auto* const package = std::get_if<PackageChanged>(&what))
-            packages.push_back(package->package);
-        monitors = std::holds_alternative<MonitoringSwitched>(what);
-    }
-    if (!start)
-        throw std::runtime_error("the recording does not tell how the run began");
-    makeLife(*start, std::move(packages));
-    ahead_ = std::move(ahead);
-}
-
-void Replay::Impl::makeLife(const Event& start, std::vector<vo::PackageInfo> packages)
-{
-    const auto& run = std::get<RunBegan>(start.what);
-    config_.emplace(run.configText);
-    clock_ = std::make_shared<vo::VirtualClock>(start.time - start.uptime);
-    clock_->advance(start.uptime);
-    application_.emplace(clock_);
-    broker_ = KRBroker::create(*application_);
-    services_.emplace(broker_, std::move(packages));
-    events_.emplace(clock_);
-    connection_ = events_->happened.connect([this](const Event& event) { onHappened(event); });
-    Life::Options options;
-    options.config = config_->path();
-    options.chains = {run.chains.begin(), run.chains.end()};
-    life_.emplace(broker_, *events_, options, static_cast<LifeDriver*>(this));
-    clock_->runPending();
+    ReplayBeginning beginning = readBeginning(source_);
+    const auto& run = std::get<RunBegan>(beginning.start.what);
+    stage_.emplace(beginning.start, run.configText, std::move(beginning.packages),
+                   static_cast<LifeDriver&>(*this),
+                   [this](const Event& event) { onHappened(event); });
+    ahead_ = {beginning.events.begin(), beginning.events.end()};
 }
 
 /// The next thing that was recorded.
 void Replay::Impl::process(const Event& event)
 {
-    if (isMonitoringsEnd(event)) {
+    if (isMonitoringsEnd(event.what)) {
         hasEnded_ = true;
         ahead_.push_front(event);
         return;
@@ -259,13 +194,11 @@ void Replay::Impl::handle(const Event& event, const KeyWritten& write)
 {
     sink_(event);
     if (write.isEarlier) {
-        broker_->memory().raiseEventAgain(write.key, write.value,
-                                          broker_->memory().writer(write.writer),
-                                          {event.time, event.uptime, write.number});
+        stage_->write(event, write);
         return;
     }
     writes_.push_back(event);
-    if (!isOwnKey(write.key))
+    if (!isLifesKey(write.key))
         return;
     ownRecorded_.emplace_back(write.key, write.value);
     compareOwnWrites();
@@ -276,12 +209,12 @@ void Replay::Impl::handle(const Event& event, const PackageChanged& change)
     sink_(event);
     if (!isStarted_)
         return;
-    moveTime(event);
+    stage_->moveTime(event);
     if (!writes_.empty())
         makeWrites(std::get<KeyWritten>(writes_.back().what).number);
-    settle();
-    services_->change(change.package, change.installed);
-    settle();
+    stage_->settle();
+    stage_->services().change(change.package, change.installed);
+    stage_->settle();
 }
 
 void Replay::Impl::handle(const Event& event, const CheckerMoved& move)
@@ -289,17 +222,17 @@ void Replay::Impl::handle(const Event& event, const CheckerMoved& move)
     using Kind = CheckerMove::Kind;
     sink_(event);
     makeWrites(move.after);
-    if (move.uptime > clock_->uptime())
-        clock_->advance(move.uptime - clock_->uptime());
+    if (move.uptime > stage_->clock().uptime())
+        stage_->clock().advance(move.uptime - stage_->clock().uptime());
     switch (move.kind) {
         case Kind::started:
             isStarted_ = true;
-            life_->start();
+            stage_->life().start();
             break;
         case Kind::stopped:
             break;
         case Kind::period:
-            settle();
+            stage_->settle();
             script_.period();
             break;
         case Kind::settled:
@@ -307,17 +240,20 @@ void Replay::Impl::handle(const Event& event, const CheckerMoved& move)
             script_.settle(move.uptime, move.kind == Kind::both);
             break;
         case Kind::checked:
-            life_->launchpad().checkConditions();
+            stage_->life().launchpad().checkConditions();
             break;
     }
-    settle();
+    stage_->settle();
 }
 
 void Replay::Impl::handle(const Event& event, const HitsFound& hits)
 {
-    moveTime(event);
+    stage_->moveTime(event);
     makeWrites(hits.after);
-    settle();
+    stage_->settle();
+    // Before a write that came later, what was due before it came about.
+    while (hits_.empty() && script_.elapse(event.uptime))
+        stage_->settle();
     if (hits_.empty()) {
         depart(event, {}, "these rules were hit, and are not any more");
         return;
@@ -341,7 +277,7 @@ void Replay::Impl::takeTurn(const Event& event)
     expectNothingMore(event);
     if (isOver())
         return;
-    moveTime(event);
+    stage_->moveTime(event);
     sink_(event);
     if (const auto name = heldName(event.what)) {
         const auto held = held_.find(*name);
@@ -368,10 +304,10 @@ void Replay::Impl::takeTurn(const Event& event)
         if (const auto* const ended = std::get_if<ActivityEnded>(&event.what))
             activityEnded(ended->stay, ended->reason);
         else
-            callLife(life_->service(), std::get<LifeAsked>(event.what));
+            callLife(stage_->life().service(), std::get<LifeAsked>(event.what));
         given_ = nullptr;
     }
-    settle();
+    stage_->settle();
 }
 
 /// An outcome that was recorded, with the one that came now.
@@ -409,7 +345,7 @@ std::optional<What> Replay::Impl::readOnTo(const std::string& asked)
         expectNothingMore(*event);
         if (isOver())
             break;
-        moveTime(*event);
+        stage_->moveTime(*event);
         sink_(*event);
         return *place;
     }
@@ -418,32 +354,14 @@ std::optional<What> Replay::Impl::readOnTo(const std::string& asked)
     return {};
 }
 
-void Replay::Impl::moveTime(const Event& event)
-{
-    if (event.uptime > clock_->uptime())
-        clock_->advance(event.uptime - clock_->uptime());
-    if (clock_->now() != event.time)
-        clock_->jumpWallClock(event.time - clock_->now());
-}
-
 void Replay::Impl::makeWrites(std::uint64_t upTo)
 {
-    KRMemory& memory = broker_->memory();
     for (; !writes_.empty(); writes_.pop_front()) {
-        const Event& event = writes_.front();
-        const auto& write = std::get<KeyWritten>(event.what);
+        const auto& write = std::get<KeyWritten>(writes_.front().what);
         if (write.number > upTo)
             break;
-        memory.raiseEventAgain(write.key, write.value, memory.writer(write.writer),
-                               {event.time, event.uptime, write.number});
+        stage_->write(writes_.front(), write);
     }
-}
-
-/// Everything that is on its way arrives.
-void Replay::Impl::settle()
-{
-    clock_->runPending();
-    events_->flush();
 }
 
 void Replay::Impl::compareOwnWrites()

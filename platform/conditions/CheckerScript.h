@@ -37,6 +37,9 @@ public:
     void period();
     /// Time has come to that uptime: CheckerMove::Kind::settled, or `both`.
     void settle(vo::Duration uptime, bool periodOver);
+    /// The next instant at which something is due comes about, if it is not after that uptime:
+    /// what a checker does by itself before the next write. False when there is none.
+    bool elapse(vo::Duration until);
 
 private:
     ConditionChecker* checker_ = nullptr;

@@ -247,9 +247,10 @@ void ConditionChecker::Impl::catchUp()
         turn(network_.begin(uptime(), lastId_, false));
         return network_.end();
     }
-    run_->yielded = uptime();
+    const vo::Duration now = uptime();
     takeChanges(*run_);
-    tell(CheckerMove::Kind::checked, lastTaken(*run_), run_->yielded);
+    tell(CheckerMove::Kind::checked, lastTaken(*run_), now);
+    run_->queue.push_back({kSettled, {}, {}, {}, now});
     while (hasMoment(*run_))
         handleAhead(*run_);
 }
@@ -456,6 +457,27 @@ void ConditionChecker::Impl::moveSettle(vo::Duration uptime, bool periodOver)
             run = run_->number;
     }
     settle(run, uptime, periodOver);
+}
+
+bool ConditionChecker::Impl::moveElapse(vo::Duration until)
+{
+    std::uint64_t run = kNoRun;
+    vo::Duration due{};
+    {
+        const vo::Lock lock(mutex_);
+        const auto next = run_ ? network_.nextDue() : std::nullopt;
+        if (!next || *next > until)
+            return false;
+        run = run_->number;
+        due = *next;
+    }
+    settle(run, due, false);
+    return true;
+}
+
+bool CheckerScript::elapse(vo::Duration until)
+{
+    return checker_ && checker_->impl_->moveElapse(until);
 }
 
 void CheckerScript::take(ConditionChecker& checker)

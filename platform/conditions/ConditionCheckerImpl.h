@@ -63,6 +63,7 @@ public:
     void beScripted();
     void movePeriod();
     void moveSettle(vo::Duration uptime, bool periodOver);
+    bool moveElapse(vo::Duration until);
 
 private:
     /// One byte, so that those of thousands of conditions stay in the processor's cache.
@@ -119,9 +120,6 @@ private:
 
         vo::Executor::TaskId dueTask = 0;    ///< sees to what is due
         std::optional<vo::Duration> dueFor;  ///< the instant for which that was posted
-        /// What was due by then may be handled once no change waits: the writes of that instant
-        /// have had their chance to come first.
-        vo::Duration yielded = vo::Duration::min();
     };
 
     /// The tag of an entry in the queue of changes that is no change, but the place at which
@@ -132,8 +130,11 @@ private:
     {
         return entry.tag == kEvaluate && entry.value.isInt();
     }
-    /// The same for the place at which a period is over.
-    static constexpr KeyTag kPeriodOver = std::numeric_limits<KeyTag>::max();
+    /// The same for the place up to which what is due at the entry's uptime comes about: the writes
+    /// of that instant have had their chance to come first.
+    static constexpr KeyTag kSettled = std::numeric_limits<KeyTag>::max();
+    /// The same, and a period is over.
+    static constexpr KeyTag kPeriodOver = kSettled - 1;
 
     /// Moments that make nothing reportable are handled so many at a time: few enough that whoever
     /// wants the lock meanwhile waits some microseconds, enough that taking it costs next to
@@ -184,7 +185,7 @@ private:
     bool isDueBeforeQueue(const Run& run) const VO_REQUIRES(mutex_);
     bool hasMoment(const Run& run) const VO_REQUIRES(mutex_)
     {
-        return run.next < run.queue.size() || isDueNext(run);
+        return run.next < run.queue.size();
     }
     bool hasMore(const Run& run) const VO_REQUIRES(mutex_)
     {

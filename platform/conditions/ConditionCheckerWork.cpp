@@ -149,12 +149,10 @@ void ConditionChecker::Impl::settle(std::uint64_t run, vo::Duration now, bool pe
         const vo::Lock lock(mutex_);
         if (!isRunning(run))
             return;
-        run_->yielded = std::max(run_->yielded, now);
         takeChanges(*run_);
         tell(periodOver ? CheckerMove::Kind::both : CheckerMove::Kind::settled, lastTaken(*run_),
              now);
-        if (periodOver)
-            run_->queue.push_back({kPeriodOver, {}, {}, {}, now});
+        run_->queue.push_back({periodOver ? kPeriodOver : kSettled, {}, {}, {}, now});
     }
     work(run);
 }
@@ -181,16 +179,15 @@ void ConditionChecker::Impl::moveDueTask(Run& run)
             *due - uptime());
 }
 
-/// What waits was written before what will be taken, so nothing that is due before a change that
-/// waits has a write to wait for. That of a key that no condition with time reads has the uptime of
-/// the timer tick before it, so of what is due after that tick it comes first.
+/// Whether something due comes before the next entry: before a write of a later uptime, and up to
+/// and at the instant of a place that was made for it. A write of a key that no condition with time
+/// reads has the uptime of the timer tick before it, so of what is due after that tick it comes
+/// first.
 bool ConditionChecker::Impl::isDueBeforeQueue(const Run& run) const
 {
     const auto due = network_.nextDue();
-    if (run.next == run.queue.size())
-        return *due <= run.yielded;
-    const MemoryChange& change = run.queue[run.next];
-    return *due < change.uptime || (change.tag == kPeriodOver && *due == change.uptime);
+    const MemoryChange& entry = run.queue[run.next];
+    return *due < entry.uptime || (entry.tag >= kPeriodOver && *due == entry.uptime);
 }
 
 /// Conditions that are added with no change between them share an entry.
@@ -255,7 +252,7 @@ void ConditionChecker::Impl::handleNext(Run& run, Report& report)
         evaluateAll(false, report);
     } else if (change.tag == kPeriodOver) {
         reportTrue(report);
-    } else {
+    } else if (change.tag != kSettled) {
         if (run.next + 1 < run.queue.size())
             network_.expect(run.queue[run.next + 1].tag);
         lastWrite_ = change.number;

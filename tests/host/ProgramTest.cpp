@@ -113,6 +113,85 @@ TEST_F(ProgramTest, DemoDayIsTheSameEveryTimeAndHitsEveryRuleWithAllThatARuleCan
         EXPECT_THAT(first.output, HasSubstr("\"event\":\"" + std::string(event) + "\""));
 }
 
+TEST_F(ProgramTest, ARecordedDemoDayIsShownAsItWasPlayed)
+{
+    for (const std::string file : {"$folder/day", "$folder/day.zst"}) {
+        for (const std::string look : {"", " --json"}) {
+            const Result played = demo("--record " + file + look, "2>/dev/null");
+            EXPECT_EQ(played.exitCode, 0);
+            const Result shown = nimbra("timeline " + file + look);
+            EXPECT_EQ(shown.exitCode, 0);
+            EXPECT_TRUE(shown.output == played.output) << shown.output.substr(0, 1000);
+        }
+    }
+    // A part: the event at its end is the last one, and what came before it counts.
+    const std::string part =
+        nimbra("timeline $folder/day.zst --json --from 08:00 --until 08:00:10").output;
+    EXPECT_THAT(part, StartsWith(R"({"time":"2026-12-31T08:00:00.000000Z","event":"start","scen)"));
+    EXPECT_THAT(part,
+                HasSubstr(R"("2026-12-31T08:00:10.000000Z","event":"key","key":"KRBattery/)"));
+    EXPECT_THAT(part, HasSubstr(R"("2026-12-31T08:00:10.000000Z","event":"summary","inter)"));
+    EXPECT_EQ(std::count(part.begin(), part.end(), '\n'), 7) << part;
+
+    const auto trace =
+        nlohmann::json::parse(nimbra("timeline $folder/day --format chrome").output)["traceEvents"];
+    std::map<std::string, std::map<int, nlohmann::json>> arrows;
+    std::map<std::pair<int, int>, std::int64_t> ends;
+    for (const auto& each : trace) {
+        const std::string phase = each["ph"];
+        if (each.contains("id"))
+            arrows[phase][each["id"]] = each;
+        if (phase != "X" || each["pid"] == 4)
+            continue;
+        std::int64_t& end = ends[{each["pid"], each["tid"]}];
+        EXPECT_GE(each["ts"], end) << each << " lies upon another";
+        end = each["ts"].get<std::int64_t>() + each["dur"].get<std::int64_t>();
+    }
+    EXPECT_GE(arrows["f"].size(), 20U);
+    EXPECT_EQ(arrows["s"].size(), arrows["t"].size());
+    for (const auto& [id, end] : arrows["f"]) {
+        EXPECT_EQ(arrows["s"][id]["pid"], 4);
+        EXPECT_EQ(arrows["t"][id]["tid"], end["tid"]);
+        EXPECT_LE(arrows["s"][id]["ts"], arrows["t"][id]["ts"]);
+        EXPECT_LT(arrows["t"][id]["ts"], end["ts"]);
+    }
+}
+
+TEST_F(ProgramTest, ARecordingThatIsNotWholeIsShownAndItsLossesAreTold)
+{
+    const std::string play =
+        "run --config $config --scenario $scenario --as-fast-as-possible --record ";
+    const std::string output = nimbra(play + "$folder/s").output;
+    EXPECT_EQ(
+        shell("sed -i '/\"Again\"/d' $folder/s; $nimbra timeline $folder/s 2>$folder/told").output,
+        boost::replace_first_copy(output, "              » Again\n", ""));
+    EXPECT_THAT(shell("cat $folder/told").output,
+                testing::MatchesRegex("nimbra: .*/s:[0-9]+: line [0-9]+ is missing before it, at "
+                                      "byte [0-9]+\n"));
+    EXPECT_EQ(nimbra("timeline $folder/s").exitCode, 1);
+    // What the disk refuses is told; the run goes on.
+    const Result full = nimbra(play + "/dev/full");
+    EXPECT_EQ(full.exitCode, 1);
+    EXPECT_THAT(full.output, HasSubstr("the recording ends here: /dev/full: No space left"));
+    EXPECT_THAT(full.output, HasSubstr("2 hits of 1 rule\n"));
+    EXPECT_EQ(shell("ulimit -f 1; $nimbra " + play + "$folder/small 2>&1 >/dev/null").exitCode, 1);
+    EXPECT_THAT(nimbra("timeline $folder/small").output, HasSubstr("not closed"));
+
+    // Killed, when the first line has come out; real time, as nothing else is killed.
+    folder.write("killed", R"(
+mkfifo $folder/pipe
+$nimbra run --config $config --record $folder/pipe >/dev/null &
+exec 3<$folder/pipe
+read -u 3 line && kill -9 $! && (echo "$line"; cat <&3) >$folder/live
+$nimbra timeline $folder/live 2>&1
+)");
+    const Result killed = shell("bash $folder/killed 2>&1");
+    EXPECT_EQ(killed.exitCode, 1);
+    EXPECT_THAT(killed.output, HasSubstr("Live\n1 rule from " + config));
+    EXPECT_THAT(killed.output, HasSubstr("live: it was not closed: "));
+    EXPECT_THAT(killed.output, HasSubstr(" hits of 1 rule, interrupted\n"));
+}
+
 TEST_F(ProgramTest, ScenarioIsPlayedInItsOrderToTheEntryAtItsVeryEnd)
 {
     const std::string play =
@@ -181,6 +260,16 @@ TEST_F(ProgramTest, CommandsEndWithTheirExitCode)
         0 run --until 1s => share/tessel/autonomy.cfg; times are UTC
         2 $run --speed 2 => requires
         2 $run --log-level loud => loud
+        2 $run --record-size 5M => --record-size requires --record
+        2 $play --record $folder/r --record-size 1M => '1M' is too small for a recording: it takes 2M
+        2 $play --record $folder/r --record-size 18446744073709551615K => is no size
+        2 $play --record $folder/r --record-age 367d => '367d' is not from 1m to 366d
+        0 $play --as-fast-as-possible --record $folder/r.zst --record-size 2M --record-age 1m => Summary: 1 min 10
+        1 $play --as-fast-as-possible --record $config => good.cfg is no recording, so it is not overwritten
+        2 timeline $config => good.cfg is no recording
+        2 timeline $folder/r.zst --from 05:59 => '05:59' is not after the start
+        2 timeline $folder/r.zst --format svg => svg
+        2 timeline $folder/none => No such file
         2 $run --scenaro=x y => '--scenaro=x' is not expected; did you mean '--scenario'?|  'y' is
         1 run --config $folder/none --until 1s => No such file
         1 run --config $scenario --until 1s => ConfigurationVersion
@@ -205,7 +294,7 @@ TEST_F(ProgramTest, CommandsEndWithTheirExitCode)
         0 package install $data/packages/power --packages $folder/new => Made the packages folder $folder/new|
         0 plugins => _LaunchpadPluginHumanTracked     solitary,    yes      yes
         1 plugins --packages $config => nimbra:
-        2 chekc $config => no command 'chekc'; did you mean 'check'?|  there are: run, check
+        2 chekc $config => no command 'chekc'; did you mean 'check'?|  there are: run, timeline, check
         2 package lits --packages x => no command 'lits'; did you mean 'list'?
         2 package => a command is missing|  there are: install, remove, list, info
         2 --versoin => '--versoin' is not expected; did you mean '--version'?
@@ -219,7 +308,7 @@ TEST_F(ProgramTest, CommandsEndWithTheirExitCode)
         2 $why r --between 06:00 => --between takes two times
         2 why r --key A --scenario $scenario => ask about one RULE, --activity or --key
         0 --version => nimbra 0.
-        2  => a command is missing|  there are: run, check
+        2  => a command is missing|  there are: run, timeline, check
 )");
     int exitCode = 0;
     for (std::string row; rows >> exitCode && std::getline(rows, row);) {
