@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "explain/ExplanationText.h"
 #include "life/StepResult.h"
 #include "timeline/Text.h"
 
@@ -68,6 +69,12 @@ std::string mannerOf(const AutonomousAction& rule)
     return "proposed before an activity, if its condition is true then";
 }
 
+/// With its date, where that is not the date of what is asked about.
+std::string GateBuilder::when(vo::TimePoint time) const
+{
+    return timeText(isoTime(time), isoTime(facts_.at));
+}
+
 Gate& GateBuilder::add(const char* name, std::optional<bool> passed, const std::string& text,
                        std::optional<vo::TimePoint> at)
 {
@@ -106,11 +113,11 @@ Explanation GateBuilder::build()
     addHits();
     explanation_.acted = hit_ && hit_->isDone();
     if (explanation_.acted)
-        explanation_.verdict = "acted at " + clockTime(hit_->steps.back().at);
+        explanation_.verdict = "acted at " + when(hit_->steps.back().at);
     else if (hit_ && hit_->verdict == RuleHit::Verdict::run && !hit_->isOver)
-        explanation_.verdict = "is acting at " + clockTime(facts_.at);
+        explanation_.verdict = "is acting at " + when(facts_.at);
     else
-        explanation_.verdict = "did not act at " + clockTime(facts_.at);
+        explanation_.verdict = "did not act at " + when(facts_.at);
     return explanation_;
 }
 
@@ -188,7 +195,7 @@ void GateBuilder::addCondition()
         text = "it became true " + causeText(*facts_.watch->rise());
     } else if (facts_.watch && facts_.watch->fall() && facts_.watch->rise()) {
         const vo::Duration length = facts_.watch->fall()->at - facts_.watch->rise()->at;
-        text = "last true until " + clockTime(facts_.watch->fall()->at) + ", for " +
+        text = "last true until " + when(facts_.watch->fall()->at) + ", for " +
                (length == vo::Duration::zero() ? "a moment" : lengthText(length));
     } else if (facts_.watch) {
         text = "it was never true";
@@ -217,7 +224,7 @@ void GateBuilder::addEdge()
             add("edge", true, "", at);
         else
             add("edge", false,
-                "it has been true since " + clockTime(rise ? rise->at : facts_.life.begin()) +
+                "it has been true since " + when(rise ? rise->at : facts_.life.begin()) +
                     ", and is proposed only when it becomes true");
     } else {
         add("edge", true, "it is proposed while it is true");

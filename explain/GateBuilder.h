@@ -55,7 +55,7 @@ public:
 private:
     Gate& add(const char* name, std::optional<bool> passed, const std::string& text,
               std::optional<vo::TimePoint> at = std::nullopt);
-    bool isOpen() const { return isOpen_; }
+    std::string when(vo::TimePoint time) const;
     const RuleHit* relevantHit() const;
     const HitTree* treeOf(const RuleHit& hit) const;
 
@@ -71,7 +71,7 @@ private:
     void addHits();
     std::string activeText(const std::vector<std::string>& rules) const;
     std::string focusText() const;
-    static std::string blockText(const HeldFact& block);
+    std::string blockText(const HeldFact& block) const;
     std::string stepsText() const;
 
     const RuleFacts facts_;

@@ -4,7 +4,6 @@
 
 #include "explain/GateBuilder.h"
 #include "life/StepResult.h"
-#include "timeline/Text.h"
 
 namespace KR {
 
@@ -125,7 +124,7 @@ void GateBuilder::addWait()
     else if (hit_ && hit_->verdict == Verdict::dropped)
         text = "it waited " + hit_->waitedFor + ", and was dropped: " + hit_->because;
     else if (hit_ && !hit_->waitedFor.empty())
-        text = "it waited " + hit_->waitedFor + ", until " + clockTime(hit_->decided);
+        text = "it waited " + hit_->waitedFor + ", until " + when(hit_->decided);
     Gate& gate =
         add("wait", hit_ && !isStuck, text, isStuck ? std::optional(hit_->decided) : std::nullopt);
     if (isStuck) {
@@ -143,14 +142,14 @@ std::string GateBuilder::activeText(const std::vector<std::string>& rules) const
         if (!state || state->hitCount == 0)
             text += " (never active)";
         else if (state->active > 0)
-            text += " (active since " + clockTime(state->activeSince) + ")";
+            text += " (active since " + when(state->activeSince) + ")";
         else
-            text += " (not active since " + clockTime(state->activeUntil) + ")";
+            text += " (not active since " + when(state->activeUntil) + ")";
     }
     return text;
 }
 
-std::string GateBuilder::blockText(const HeldFact& block)
+std::string GateBuilder::blockText(const HeldFact& block) const
 {
     std::string text = "autonomous focus is blocked";
     if (!block.rule.empty()) {
@@ -158,7 +157,7 @@ std::string GateBuilder::blockText(const HeldFact& block)
         if (block.step > 0)
             text += ", step " + std::to_string(block.step) + " (BlockAutonomousFocus)";
     }
-    return text + ", since " + clockTime(block.since);
+    return text + ", since " + when(block.since);
 }
 
 /// What is said of a focus that nothing stood in the way of.

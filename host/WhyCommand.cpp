@@ -19,6 +19,7 @@
 #include "host/Nearest.h"
 #include "host/Output.h"
 #include "host/Player.h"
+#include "host/RecordedRun.h"
 #include "host/RuleSources.h"
 #include "host/RunCommand.h"
 #include "host/StopRequest.h"
@@ -224,21 +225,100 @@ Question::Answer askScenario(const WhyOptions& options)
     return answer;
 }
 
+/// Passes on what happened up to a time; where none is given, up to where the run was brought to
+/// its end, as all that is no more from there on was not so before.
+class Course {
+public:
+    Course(const WhyOptions& options, Question& question) : options_(options), question_(question)
+    {
+    }
+
+    /// False when no later event matters.
+    bool take(const Event& event)
+    {
+        if (!begin_)
+            times_ = timesOf(options_, *(begin_ = event.time));
+        if (times_.to && event.time > *times_.to)
+            return false;
+        const auto* const moved = std::get_if<CheckerMoved>(&event.what);
+        if (moved && moved->kind == CheckerMove::Kind::started)
+            passOnEnd();
+        const bool stops = moved && moved->kind == CheckerMove::Kind::stopped;
+        if (!times_.to && (stops || !end_.empty()))
+            end_.push_back(event);
+        else
+            pass(event);
+        return true;
+    }
+
+    Question::Answer answer()
+    {
+        const bool hasEnded = !end_.empty() && std::holds_alternative<RunEnded>(end_.back().what);
+        if (hasEnded)
+            last_ = end_.front().time;
+        else
+            passOnEnd();
+        return question_.answer(times_.to.value_or(last_), times_.from);
+    }
+
+private:
+    void passOnEnd()
+    {
+        for (const Event& event : std::exchange(end_, {}))
+            pass(event);
+    }
+    void pass(const Event& event)
+    {
+        last_ = event.time;
+        question_.take(event);
+    }
+
+    const WhyOptions& options_;
+    Question& question_;
+    std::optional<vo::TimePoint> begin_;
+    Times times_;
+    vo::TimePoint last_{};
+    std::vector<Event> end_;  ///< what may be the run's end
+};
+
+int tell(const WhyOptions& options, const Question::Answer& answer)
+{
+    printOutput(options.json
+                    ? answer.json.dump(2, ' ', false, WhyJson::error_handler_t::replace) + "\n"
+                    : answer.text);
+    return answer.isKnown ? 0 : 1;
+}
+
+int askRecording(const WhyOptions& options)
+{
+    constexpr int kUnreadable = 2;
+    std::unique_ptr<RecordedRun> run;
+    try {
+        run = std::make_unique<RecordedRun>(options.recording);
+    } catch (const std::runtime_error& e) {
+        printError(e.what());
+        return kUnreadable;
+    }
+    const KnownRobot robot;
+    const std::unique_ptr<Question> question = makeQuestion(options, robot.keys());
+    Course course(options, *question);
+    for (auto event = run->next(); event && course.take(*event);)
+        event = run->next();
+    const int result = tell(options, course.answer());
+    return run->isWhole() ? result : 1;
+}
+
 int ask(const WhyOptions& options)
 {
     const int things = !options.rule.empty() + !options.activity.empty() + !options.key.empty();
     if (things != 1)
         throw UsageError("ask about one RULE, --activity or --key");
-    if (options.scenario.empty())
-        throw UsageError("--scenario says what happened");
+    if (options.recording.empty() && options.scenario.empty())
+        throw UsageError("--recording or --scenario says what happened");
     // Recordings and scenarios tell their times in UTC. There is no other thread yet.
     ::setenv("TZ", "UTC0", 1);  // NOLINT(concurrency-mt-unsafe)
     vo::setLogLevel(vo::LogLevel::silent);
-    const Question::Answer answer = askScenario(options);
-    printOutput(options.json
-                    ? answer.json.dump(2, ' ', false, WhyJson::error_handler_t::replace) + "\n"
-                    : answer.text);
-    return answer.isKnown ? 0 : 1;
+    return options.recording.empty() ? tell(options, askScenario(options)) : askRecording(options);
 }
 
 }  // namespace
@@ -251,7 +331,11 @@ void addWhyCommand(const Command& program)
     why.text("RULE", options->rule, "", "The rule's Description");
     why.text("--activity", options->activity, "NAME", "Ask about an activity instead");
     why.text("--key", options->key, "KEY", "Ask about a memory key instead");
-    why.text("--scenario", options->scenario, "FILE", "A scenario that is played up to then");
+    const Option recording = why.text("--recording", options->recording, "FILE",
+                                      "What `nimbra run --record` has written");
+    Option scenario =
+        why.text("--scenario", options->scenario, "FILE", "A scenario that is played up to then");
+    scenario.excludes(recording);
     addConfig(why, options->config);
     addPackages(why, options->packages);
     const Option at =

@@ -294,7 +294,7 @@ TEST_F(ProgramTest, CommandsEndWithTheirExitCode)
         0 package install $data/packages/power --packages $folder/new => Made the packages folder $folder/new|
         0 plugins => _LaunchpadPluginHumanTracked     solitary,    yes      yes
         1 plugins --packages $config => nimbra:
-        2 chekc $config => no command 'chekc'; did you mean 'check'?|  there are: run, timeline, check
+        2 chekc $config => no command 'chekc'; did you mean 'check'?|  there are: run, timeline, replay, why
         2 package lits --packages x => no command 'lits'; did you mean 'list'?
         2 package => a command is missing|  there are: install, remove, list, info
         2 --versoin => '--versoin' is not expected; did you mean '--version'?
@@ -307,8 +307,10 @@ TEST_F(ProgramTest, CommandsEndWithTheirExitCode)
         2 $why r --at noon => 'noon' is no time
         2 $why r --between 06:00 => --between takes two times
         2 why r --key A --scenario $scenario => ask about one RULE, --activity or --key
+        2 why r => --recording or --scenario says what happened
+        2 why r --recording $config => no recording
         0 --version => nimbra 0.
-        2  => a command is missing|  there are: run, timeline, check
+        2  => a command is missing|  there are: run, timeline, replay, why
 )");
     int exitCode = 0;
     for (std::string row; rows >> exitCode && std::getline(rows, row);) {
@@ -333,6 +335,30 @@ TEST_F(ProgramTest, CommandsEndWithTheirExitCode)
     EXPECT_EQ(alone.exitCode, 1);
     EXPECT_THAT(alone.output, HasSubstr("no autonomy.cfg in " + folder.path() + "/tessel, "));
     EXPECT_THAT(alone.output, HasSubstr("--config FILE"));
+}
+
+TEST_F(ProgramTest, WhyIsAnsweredTheSameFromARecordingAsFromItsScenario)
+{
+    EXPECT_EQ(demo("--record $folder/day.zst", ">/dev/null 2>&1").exitCode, 0);
+    const std::pair<const char*, const char*> rows[] = {
+        {"\"Greet who comes near\" --at 12:41:04", "by \\\"Give way at lunch\\\", step 2"},
+        {"\"Be alone again\" --between 12:00 15:00", "\"acted\": true"},
+        {"\"Action swithFocus to behavior storyteller/tell\" --at 16:20", "\"package\""},
+        {"\"Ask for peace when pushed again\"", "\"instants\""},
+        {"--key Launchpad/Hour", "_LaunchpadPluginTiming"},
+        {"--activity companion/greet --at 12:42", "\"refused\""},
+        {"\"Ask for peace when pushed agian\" --at 12:42", "\"didYouMean\""}};
+    for (const auto& [question, evidence] : rows) {
+        const std::string why = "$nimbra why " + std::string(question) + " --json ";
+        const Result recorded = shell(why + "--recording $folder/day.zst 2>&1");
+        demo("--until 1s", ">/dev/null 2>&1");  // for its packages
+        const Result played = shell(why +
+                                    "--config $data/autonomy.cfg --packages $folder/packages "
+                                    "--scenario $data/demo-day.scenario.yaml 2>&1");
+        EXPECT_EQ(recorded.output, played.output) << question;
+        EXPECT_EQ(recorded.exitCode, played.exitCode) << question;
+        EXPECT_THAT(recorded.output, HasSubstr(evidence)) << question;
+    }
 }
 
 TEST_F(ProgramTest, ListsFitTheTerminalOrAHundredColumnsAndLoseNothing)
