@@ -72,8 +72,11 @@ public:
             label = std::max(label, std::min(displayWidth(row.label), kMostLabel));
         std::string text;
         for (const Row& row : rows_) {
-            const std::string begin = std::string(kTreeColumn, ' ') + padded(row.label, label + 2);
-            text += begin + row.truth + (row.detail.empty() ? "" : "   " + row.detail) + "\n";
+            const std::string begin =
+                std::string(kTreeColumn, ' ') + padded(row.label, label + 2) + row.truth;
+            text += row.detail.empty()
+                        ? begin + "\n"
+                        : inLines(begin, row.detail, kTreeColumn + label + 2 + 8, width_);
             if (!row.more.empty())
                 text += inLines(std::string(kTreeColumn, ' ') + row.below, row.more,
                                 kTreeColumn + displayWidth(row.below) + 2, width_);
@@ -137,7 +140,7 @@ private:
     {
         Row row;
         row.label = before + labelOf(node);
-        row.truth = node.value("truth", false) ? "true " : "false";
+        row.truth = node.value("truth", false) ? "true" : "false";
         row.detail = detailOf(node);
         row.below = below;
         row.more = whyOf(node);
@@ -173,7 +176,8 @@ private:
         if (node.contains("since"))
             add("since " + timeText(node["since"], asked_));
         if (node.contains("due"))
-            add("until " + timeText(node["due"], asked_) + " if nothing is written");
+            add((node.value("truth", false) ? "false at " : "true at ") +
+                timeText(node["due"], asked_) + " if nothing is written");
         return detail;
     }
 
@@ -215,28 +219,30 @@ private:
     std::vector<Row> rows_;
 };
 
-/// The gates of one line, what it says when all were passed, and when the last was not.
+/// The gates of one line, with what it says when that one was not passed; and when all were.
 struct GateLine {
     const char* passed;
-    const char* failed;
-    std::vector<const char*> gates;
+    std::vector<std::pair<const char*, const char*>> gates;
 };
 
 const std::vector<GateLine>& gateLines()
 {
     static const std::vector<GateLine> kLines{
-        {"loaded", "not loaded", {"exists", "loaded"}},
-        {"registered and watched", "not watched", {"registered", "monitored"}},
-        {"its condition was true", "its condition was not true", {"condition"}},
-        {"it was the time for it", "not the time for it", {"edge"}},
-        {"proposed", "not proposed", {"proposed"}},
-        {"in its order", "held back by its order", {"order"}},
-        {"not skipped", "skipped", {"skip"}},
-        {"not waiting", "waits", {"wait"}},
-        {"focus", "no focus", {"focus"}},
-        {"permission", "not permitted", {"permission"}},
-        {"steps", "a step failed", {"step"}},
-        {"in time", "too late", {"deadline"}}};
+        {"loaded and watched",
+         {{"exists", "unknown"},
+          {"loaded", "not loaded"},
+          {"registered", "not registered"},
+          {"monitored", "not watched"}}},
+        {"its condition was true", {{"condition", "its condition was not true"}}},
+        {"it was the time for it", {{"edge", "not the time for it"}}},
+        {"proposed", {{"proposed", "not proposed"}}},
+        {"in its order", {{"order", "held back by its order"}}},
+        {"not skipped", {{"skip", "skipped"}}},
+        {"not waiting", {{"wait", "waits"}}},
+        {"focus", {{"focus", "no focus"}}},
+        {"permission", {{"permission", "not permitted"}}},
+        {"steps", {{"step", "a step failed"}}},
+        {"in time", {{"deadline", "too late"}}}};
     return kLines;
 }
 
@@ -309,7 +315,7 @@ private:
     void writeLine(const GateLine& line)
     {
         const Json* last = nullptr;
-        for (const char* name : line.gates) {
+        for (const auto& [name, failed] : line.gates) {
             const Json* const each = gate(name);
             if (!each || (*each)["passed"].is_null()) {
                 if (each)
@@ -318,7 +324,7 @@ private:
             }
             last = each;
             if (!(*each)["passed"].get<bool>())
-                return writeGate(std::string("✗ ") + line.failed, *each);
+                return writeGate(std::string("✗ ") + failed, *each);
         }
         if (last)
             writeGate(std::string("✓ ") + line.passed, *last);
@@ -361,14 +367,19 @@ private:
             return;
         text_ += "\nHits\n";
         for (const Json& hit : json_["hits"]) {
-            std::string said = textIn(hit, "outcome");
-            for (const char* name : {"before", "text"}) {
-                if (hit.contains(name))
-                    said += std::string(name == std::string("before") ? ", before " : ", ") +
-                            textIn(hit, name);
-            }
-            for (const Json& step : hit.value("steps", Json::array()))
-                said += "; " + printable(step.get<std::string>());
+            const Json steps = hit.value("steps", Json::array());
+            // They tell how it went.
+            std::string said = steps.empty() || hit["outcome"] == "goes on" ? textIn(hit, "outcome")
+                                                                            : std::string();
+            const auto add = [&said](const char* separator, const std::string& text) {
+                said += (said.empty() ? "" : separator) + text;
+            };
+            if (hit.contains("before"))
+                add(", ", "before " + textIn(hit, "before"));
+            if (hit.contains("text"))
+                add(", ", textIn(hit, "text"));
+            for (const Json& step : steps)
+                add("; ", printable(step.get<std::string>()));
             text_ += inLines("  " + timeText(hit["at"], asked_), said, 16, width_);
         }
     }
@@ -398,9 +409,10 @@ private:
                     standing.push_back(text);
             }
         }
+        const bool isAsked = textIn(json_, "manner").rfind("proposed before", 0) == 0;
         if (number > 0)
-            text_ += number == 1 ? "  (checked: with it, the rule is proposed)\n"
-                                 : "  (checked: with any of them, the rule is proposed)\n";
+            text_ += std::string("  (checked: with ") + (number == 1 ? "it" : "any of them") +
+                     (isAsked ? ", its condition is true)\n" : ", the rule is proposed)\n");
         for (const std::string& each : standing)
             text_ += inLines("  Then:", each, 8, width_);
     }

@@ -190,7 +190,9 @@ void GateBuilder::addCondition()
     if (isTrue && hitTree && hitTree->rise) {
         at = hitTree->rise->at;
         text = "it became true " + causeText(*hitTree->rise);
-    } else if (isTrue && facts_.watch->rise()) {
+    } else if (!facts_.watch && source_->rule.condition.empty()) {
+        text = "it is not known: a module brought the rule";
+    } else if (isTrue && facts_.watch && facts_.watch->rise()) {
         at = facts_.watch->rise()->at;
         text = "it became true " + causeText(*facts_.watch->rise());
     } else if (facts_.watch && facts_.watch->fall() && facts_.watch->rise()) {
