@@ -107,7 +107,10 @@ ConditionMoment ConditionWatch::moment(vo::TimePoint now)
 std::optional<vo::TimePoint> ConditionWatch::since(const std::string& part) const
 {
     const auto id = ids_.find(part);
-    return id == ids_.end() ? std::nullopt : parts_[id->second].changed;
+    if (id == ids_.end())
+        return std::nullopt;
+    const std::optional<vo::TimePoint>& changed = parts_[id->second].changed;
+    return changed || !isFollowing_ ? changed : begun_;
 }
 
 }  // namespace KR

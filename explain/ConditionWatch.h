@@ -37,10 +37,9 @@ public:
     bool isTrue() const { return stage_.isTrue(1); }
     ConditionPart inspect() { return stage_.inspect(1); }
     ConditionMoment moment(vo::TimePoint now);
-    /// Since when a part, by its text in one way of writing, has its truth; nothing where it had it
-    /// when it began to be followed.
+    /// Since when a part, by its text in one way of writing, has its truth: since it began to be
+    /// followed at the earliest. Nothing for no part.
     std::optional<vo::TimePoint> since(const std::string& part) const;
-    vo::TimePoint begun() const { return begun_; }
 
     /// The whole condition's becoming true or false.
     struct Turn {

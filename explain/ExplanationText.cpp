@@ -173,7 +173,7 @@ private:
         };
         if (node.contains("instants"))
             add((node["kind"] == "for" ? "begun " : "counted ") + timesOf(node["instants"]));
-        if (node.contains("since"))
+        if (node.contains("since") && !node.contains("due"))
             add("since " + timeText(node["since"], asked_));
         if (node.contains("due"))
             add((node.value("truth", false) ? "false at " : "true at ") +

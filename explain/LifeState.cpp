@@ -42,11 +42,15 @@ std::vector<const RuleSource*> LifeState::rules() const
 
 const RuleSource* LifeState::rule(const std::string& name) const
 {
-    const std::vector<const RuleSource*> all = rules();
-    const auto found = std::find_if(all.begin(), all.end(), [&](const RuleSource* source) {
-        return source->rule.description == name;
-    });
-    return found == all.end() ? nullptr : *found;
+    const auto found = byName_.find(name);
+    return found == byName_.end() ? nullptr : found->second;
+}
+
+void LifeState::indexRules()
+{
+    byName_.clear();
+    for (const RuleSource* source : rules())
+        byName_.emplace(source->rule.description, source);
 }
 
 const RuleState* LifeState::stateOf(const std::string& rule) const
@@ -81,6 +85,7 @@ void LifeState::on(const RunBegan& run)
     run_ = run;
     hasEnded_ = false;
     configured_ = reader_ ? reader_(run.config, run.configText) : std::vector<RuleSource>();
+    indexRules();
 }
 
 void LifeState::on(const RunEnded& /*run*/)
@@ -118,10 +123,11 @@ void LifeState::on(const PackageChanged& change)
     const std::string uuid = change.package.uuid();
     packages_.erase(uuid);
     packaged_.erase(uuid);
-    if (!change.installed)
-        return;
-    packages_[uuid] = change.package;
-    packaged_[uuid] = rulesOfPackage(change.package);
+    if (change.installed) {
+        packages_[uuid] = change.package;
+        packaged_[uuid] = rulesOfPackage(change.package);
+    }
+    indexRules();
 }
 
 void LifeState::on(const HitsFound& found)
@@ -147,6 +153,7 @@ void LifeState::on(const RuleProposed& proposed)
     if (!rule(name)) {
         RuleSource& source = others_[name];
         source.rule.description = name;
+        byName_[name] = &source;
         source.rule.synchronicity = proposed.rule.periodic ? ExecuteAnyTimeConditionTrue
                                     : proposed.before.empty()
                                         ? ExecuteAnyTimeConditionEdgeTrue

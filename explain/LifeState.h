@@ -148,6 +148,7 @@ private:
 
     RuleHit* openHit(const std::string& rule, RuleHit::Verdict verdict);
     void judge(const std::string& rule, RuleHit::Verdict verdict, const std::string& reason);
+    void indexRules();
     void beginRun(const std::string& rule);
     void endRun(const std::string& rule);
     void dropRuns();
@@ -163,6 +164,7 @@ private:
     std::vector<RuleSource> configured_;
     std::map<std::string, std::vector<RuleSource>> packaged_;  ///< by package
     std::map<std::string, RuleSource> others_;                 ///< that were hit, by name
+    std::map<std::string, const RuleSource*> byName_;          ///< of all of these, the first
     std::map<std::string, RuleState> states_;
     HeldFact monitoring_;
     std::map<std::string, HeldKey> keys_;

@@ -5,6 +5,7 @@
 #include <yaml-cpp/yaml.h>
 
 #include "host/ConfigurationCheck.h"
+#include "launchpad/ConfigurationReader.h"
 #include "platform/config/YamlError.h"
 #include "record/TemporaryFile.h"
 
@@ -13,10 +14,10 @@ namespace KR {
 namespace {
 
 /// The elements of "AutonomousActions" with their places.
-std::vector<RuleSource> placesOf(const std::string& path, const std::string& content)
+std::vector<RuleSource> placesOf(const std::string& path, const YAML::Node& document)
 {
     std::vector<RuleSource> sources;
-    for (const YAML::Node& node : YAML::Load(content)["AutonomousActions"]) {
+    for (const YAML::Node& node : document["AutonomousActions"]) {
         RuleSource source;
         source.file = path;
         source.line = yamlPlace(node).line;
@@ -51,8 +52,7 @@ std::vector<RuleSource> readRuleSources(const std::string& path, const std::stri
     const ConfigurationReport report = inspectConfiguration(file.path());
     std::vector<RuleSource> sources;
     try {
-        // Its size and depth are within bounds, or it would not have been read at all.
-        sources = placesOf(path, content);
+        sources = placesOf(path, loadConfigurationDocument(file.path()));
     } catch (const YAML::Exception&) {
         return {};
     }

@@ -185,6 +185,16 @@ std::string contentOfConfig(const std::string& path)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
+/// What all that a robot can have publishes, whether it runs or not.
+void addKnownKeys(KeyCatalogue& keys)
+{
+    const KnownRobot robot;
+    for (const KeyCatalogue::Entry& entry : robot.keys().entries()) {
+        for (const std::string& publisher : entry.publishers)
+            keys.addPublished(entry.description, publisher);
+    }
+}
+
 /// Plays a scenario up to the time that is asked about, and answers there.
 Question::Answer askScenario(const WhyOptions& options)
 {
@@ -197,32 +207,23 @@ Question::Answer askScenario(const WhyOptions& options)
     if (!report.failure.empty())
         throw std::runtime_error(report.failure);
 
+    KeyCatalogue keys;
+    addKnownKeys(keys);
+    const std::unique_ptr<Question> question = makeQuestion(options, keys);
     const auto clock = std::make_shared<vo::VirtualClock>(scenario.start);
     EventStream events(clock);
-    std::unique_ptr<Question> question;
-    std::vector<Event> early;  // before it is known what keys mean
-    vo::Connection connection = events.happened.connect([&](const Event& event) {
-        if (question)
-            question->take(event);
-        else
-            early.push_back(event);
-    });
+    vo::Connection connection =
+        events.happened.connect([&](const Event& event) { question->take(event); });
     events.publish(
         RunBegan{scenario.title, config, contentOfConfig(config), report.ruleNames(), {}, {}});
     Host host(clock, events, {config, options.packages, report.plugins, {}, {}, report.resume});
-    question = makeQuestion(options, host.keys());
-    for (const Event& event : early)
-        question->take(event);
     clock->runPending();
     host.start();
     StopRequest stop;
     Player(host, *clock, events, stop, {}).play(scenario, end);
     events.flush();
     connection.disconnect();
-    const Question::Answer answer = question->answer(end, times.from);
-    question.reset();
-    host.stop();
-    return answer;
+    return question->answer(end, times.from);
 }
 
 /// Passes on what happened up to a time; where none is given, up to where the run was brought to
@@ -299,8 +300,9 @@ int askRecording(const WhyOptions& options)
         printError(e.what());
         return kUnreadable;
     }
-    const KnownRobot robot;
-    const std::unique_ptr<Question> question = makeQuestion(options, robot.keys());
+    KeyCatalogue keys;
+    addKnownKeys(keys);
+    const std::unique_ptr<Question> question = makeQuestion(options, keys);
     Course course(options, *question);
     for (auto event = run->next(); event && course.take(*event);)
         event = run->next();

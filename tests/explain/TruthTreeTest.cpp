@@ -68,7 +68,7 @@ TEST(ConditionWatch, KnowsSinceWhenEachPartIsSoAndWhatMadeTheWholeTrue)
     watch.write("B", 2, at(4));
     watch.write("C", 2, at(4));
     TruthNode tree = treeOf(condition, watch);
-    EXPECT_FALSE(tree.children[0].since) << "from the beginning";
+    EXPECT_EQ(tree.children[0].since, at(2)) << "from the beginning";
     EXPECT_EQ(tree.children[1].due, at(8));
     watch.write("A", 3, at(9));
     EXPECT_TRUE(watch.isTrue()) << "what was due before the write";

@@ -361,6 +361,29 @@ TEST_F(ProgramTest, WhyIsAnsweredTheSameFromARecordingAsFromItsScenario)
     }
 }
 
+TEST_F(ProgramTest, WhyIsAsTheDocumentationShowsIt)
+{
+    const std::string document = shell("cat $data/../docs/why.md").output;
+    const std::size_t begin = document.find("ConfigurationDescription");
+    folder.write("my.cfg", document.substr(begin, document.find("```", begin) - begin));
+    const char* const rows[] = {
+        "\"Smile at who looks\" --at 09:13 --config my.cfg",
+        "\"Smile at who looks\" --at 09:12:13 --config my.cfg",
+        "\"Smile at who looks\" --at 09:13 --config my.cfg",
+        "\"Greet who comes near\" --at 12:41:04 --config data/autonomy.cfg"};
+    for (const char* row : rows) {
+        demo("--until 1s", ">/dev/null 2>&1");  // for its packages
+        const Result result =
+            shell("cd $folder; ln -sfn $data data; $nimbra why " + std::string(row) +
+                  " --scenario data/demo-day.scenario.yaml --packages packages");
+        const std::string shown = boost::replace_all_copy("\n" + result.output, "\n", "\n    ");
+        const std::string plain = boost::replace_all_copy(shown, "\n    \n", "\n\n");
+        EXPECT_THAT(document, HasSubstr(plain.substr(0, plain.size() - 4))) << row;
+        if (row == rows[0])
+            shell("sed -i 's/PerceptionHeavy/PerceptionHeavy, HumanTracked/' $folder/my.cfg");
+    }
+}
+
 TEST_F(ProgramTest, ListsFitTheTerminalOrAHundredColumnsAndLoseNothing)
 {
     // How wide the longest line is, and how much there is but blanks.
