@@ -115,12 +115,19 @@ void RecordRing::begin()
     header.time = clock_->now();
     header.file = ++files_;
     file_ = std::make_unique<RecordFile>(path_, header);
+    head_ = 0;
     removeOld();
+}
+
+void RecordRing::beginAnew()
+{
+    file_->flush();
+    head_ = file_->bytes();
 }
 
 bool RecordRing::isFull() const
 {
-    return (limits_.bytes != 0 && file_->bytes() >= limits_.bytes / kParts) ||
+    return (limits_.bytes != 0 && file_->bytes() - head_ >= limits_.bytes / kParts) ||
            (limits_.age != vo::Duration::zero() &&
             clock_->now() - file_->beginning() >= limits_.age / static_cast<int>(kParts));
 }

@@ -34,8 +34,10 @@ public:
 
     /// Begins the next file; ends the one before it.
     void begin();
+    /// What the file has so far does not count for how full it is: it repeats what earlier ones
+    /// had, however long that is.
+    void beginAnew();
     RecordFile& file() { return *file_; }
-    bool hasFile() const { return file_ != nullptr; }
     /// Whether it is time for the next file.
     bool isFull() const;
     /// Removes files that the limits want removed.
@@ -61,6 +63,7 @@ private:
     const Limits limits_;
 
     std::unique_ptr<RecordFile> file_;
+    std::uint64_t head_ = 0;   ///< bytes of the file that do not count
     std::uint64_t files_ = 0;  ///< that were begun
     std::deque<Older> older_;  ///< the latest first
 };

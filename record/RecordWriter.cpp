@@ -103,7 +103,7 @@ void RecordWriter::write(Batch batch)
         std::visit([this](const auto& each) { write(each); }, entry);
     ring_->file().flush();
     ring_->removeOld();
-    if (ring_->isFull())
+    if (ring_->isFull() && !std::exchange(isAsked_, true))
         wantsFile_ = true;
 }
 
@@ -137,6 +137,8 @@ void RecordWriter::write(const RecordQueue::NextFile& next)
     } catch (const std::logic_error& e) {
         recordLog.error("checkpoint", e.what());
     }
+    ring_->beginAnew();
+    isAsked_ = false;
 }
 
 /// A later file repeats what it takes to show it alone.

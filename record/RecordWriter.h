@@ -86,6 +86,7 @@ private:
 
     // Of the writing thread; of who closes, when that has gone.
     std::optional<RecordRing> ring_;
+    bool isAsked_ = false;             ///< take() for the next file
     std::optional<Event> run_;         ///< the latest RunBegan
     std::optional<Event> monitoring_;  ///< the latest MonitoringSwitched
 

@@ -107,6 +107,7 @@ private:
     std::deque<std::pair<std::string, KRValue>> ownReplayed_;
     std::deque<Event> outcomes_;  ///< of life/, not yet compared
     std::deque<Event> hits_;      ///< found, not yet compared
+    std::uint64_t lastHits_ = 0;  ///< the number of the last list that was compared
     std::map<std::string, std::deque<std::function<void()>>> held_;
     std::map<std::uint64_t, vo::Promise<vo::Value>> promises_;
     const Happening* given_ = nullptr;  ///< what is just given to life/ from outside
@@ -258,6 +259,7 @@ void Replay::Impl::handle(const Event& event, const HitsFound& hits)
         depart(event, {}, "these rules were hit, and are not any more");
         return;
     }
+    lastHits_ = hits.number;
     const Event found = std::move(hits_.front());
     hits_.pop_front();
     const auto& other = std::get<HitsFound>(found.what);
@@ -279,6 +281,11 @@ void Replay::Impl::takeTurn(const Event& event)
         return;
     stage_->moveTime(event);
     sink_(event);
+    const auto* const taken = std::get_if<HitsTaken>(&event.what);
+    if (taken && taken->number > lastHits_) {
+        depart(event, {}, "these hits were taken up, and were not found");
+        return;
+    }
     if (const auto name = heldName(event.what)) {
         const auto held = held_.find(*name);
         if (held == held_.end()) {

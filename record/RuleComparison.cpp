@@ -98,10 +98,9 @@ std::optional<RuleComparison::Felt> feltOf(const std::string& rule, const RuleCh
     const Effects now = effectsOf(change.now);
     const bool isMoved = change.kind == Kind::earlier || change.kind == Kind::later;
     if (isMoved && !(before.empty() && now.empty())) {
-        const bool isNew = change.kind == Kind::earlier && !now.empty();
-        const Effects& first = isNew || before.empty() ? now : before;
-        return RuleComparison::Felt{std::min(change.before->time, change.now->time), rule,
-                                    first.front(), isNew};
+        const bool isNew = before.empty() || (!now.empty() && change.kind == Kind::earlier);
+        return RuleComparison::Felt{isNew ? change.now->time : change.before->time, rule,
+                                    isNew ? now.front() : before.front(), isNew};
     }
     const auto [a, b] = std::mismatch(before.begin(), before.end(), now.begin(), now.end());
     if (b != now.end())

@@ -31,11 +31,11 @@ using std::chrono::milliseconds;
 
 constexpr const char* kRules =
     R"({ConfigurationDescription: d, ConfigurationVersion: 2, AutonomousActions: [
-{Description: edge, Condition: "'K0' == 1", ExecuteAnyTimeConditionEdgeTrue: true, Action: ApiCall, ActionParameters: {Module: Slow, Method: later, Arg1: 1}},
-{Description: two, Condition: "'K0' == 2 && 'K1' < 2", ExecuteAnyTimeConditionEdgeTrue: true, ExecuteAfterIfSimultaneouslyTrue: [edge], ExecuteAfterActiveRules: [edge, focus], Action: ApiCall, ActionParameters: {Module: Slow, Method: blocked, Arg1: 2}},
+{Description: edge, Condition: "'K0' == 1", ExecuteAnyTimeConditionEdgeTrue: true, Action: ApiCall, ActionParameters: {Module: Slow, Method: later, Args: [1]}},
+{Description: two, Condition: "'K0' == 2 && 'K1' < 2", ExecuteAnyTimeConditionEdgeTrue: true, ExecuteAfterIfSimultaneouslyTrue: [edge], ExecuteAfterActiveRules: [edge, focus], Action: ApiCall, ActionParameters: {Module: Slow, Method: blocked, Args: [2]}},
 {Description: focus, Condition: "'K2' == 1", ExecuteAnyTimeConditionEdgeTrue: true, Action: SwitchFocus, ActionParameters: {Activity: "action:a"}},
 {Description: other, Condition: "'K3' == 1 && !'Nimbra/Asleep'", ExecuteAnyTimeConditionEdgeTrue: true, SkipIfRulesActive: [two], Action: SwitchFocus, ActionParameters: {Activity: "action:b", Deadline: 1}},
-{Description: before, Condition: "'K4' > 0", ExecuteBeforeActivityIfConditionTrue: true, Action: ApiCall, ActionParameters: {Module: Slow, Method: later, Arg1: 3}},
+{Description: before, Condition: "'K4' > 0", ExecuteBeforeActivityIfConditionTrue: true, Action: ApiCall, ActionParameters: {Module: Slow, Method: later, Args: [3]}},
 {Description: hold, Condition: "('K4' > 1) for 5 ms", ExecuteAnyTimeConditionEdgeTrue: true, Action: FreezeChain, ActionParameters: {Chain: Arms, Duration: 1}},
 {Description: count, Condition: "count('K5' == 1, 20 ms) >= 3", ExecuteAnyTimeConditionEdgeTrue: true, Action: UnfreezeChain, ActionParameters: {Chain: Arms}},
 {Description: focused, Condition: "'Nimbra/FocusedActivity' == \"action:a\"", ExecuteAnyTimeConditionEdgeTrue: true, ExecuteAfterActiveRules: [focus], Action: StopFocus},
@@ -83,7 +83,15 @@ public:
         : random_(seed), executor_(clock->makeExecutor("later", vo::Clock::Threading::own))
     {
     }
-    void close() { executor_->close(); }
+    /// Nobody waits any more for what has not been answered.
+    void close()
+    {
+        executor_->close();
+        const vo::Lock lock(mutex_);
+        isOver_ = true;
+        for (const vo::Promise<int>& promise : promises_)
+            promise.setError(std::make_exception_ptr(std::runtime_error("over")));
+    }
 
     vo::Future<int> answer(int value)
     {
@@ -92,6 +100,9 @@ public:
         {
             const vo::Lock lock(mutex_);
             number = random_();
+            promises_.push_back(promise);
+            if (isOver_)
+                promise.setError(std::make_exception_ptr(std::runtime_error("over")));
         }
         executor_->post(
             [promise, value, number] {
@@ -116,6 +127,8 @@ public:
 private:
     vo::Mutex mutex_;
     std::mt19937 random_ VO_GUARDED_BY(mutex_);
+    std::vector<vo::Promise<int>> promises_ VO_GUARDED_BY(mutex_);
+    bool isOver_ VO_GUARDED_BY(mutex_) = false;
     const std::shared_ptr<vo::Executor> executor_;
 };
 

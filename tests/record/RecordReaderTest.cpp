@@ -150,6 +150,20 @@ TEST_F(RecordReaderTest, WhatIsNoRecordingOrALaterOneIsRefused)
     EXPECT_THAT(begun.told().back(), HasSubstr("not closed"));
 }
 
+/// Version 1, as another program has written it.
+TEST_F(RecordReaderTest, RecordingsOfEveryVersionAreRead)
+{
+    const ReadRecord read(NIMBRA_TEST_RECORDS "/version-1.jsonl");
+    EXPECT_THAT(read.told(), IsEmpty());
+    EXPECT_THAT(read.given,
+                ElementsAre("again 1", "again 9", "state 71", "71", "gap 72-73", "74", "75"));
+    RecordReader reader(NIMBRA_TEST_RECORDS "/version-1.jsonl", {});
+    EXPECT_EQ(reader.header().file, 2U);
+    ASSERT_TRUE(reader.seekCheckpoint(vo::TimePoint::max()));
+    EXPECT_EQ(std::get<RecordCheckpoint>(*reader.next()).state,
+              R"({"life":["solitary",1.0,null]})");
+}
+
 TEST_F(RecordReaderTest, SeekingGoesToTheFirstEntryThatIsNotBeforeTheTime)
 {
     for (const char* name : {"plain", "packed.zst"}) {
