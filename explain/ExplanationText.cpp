@@ -1,6 +1,7 @@
 #include "explain/ExplanationText.h"
 
 #include <algorithm>
+#include <cmath>
 #include <nlohmann/json.hpp>
 #include <vector>
 
@@ -115,7 +116,7 @@ private:
     static std::string labelOf(const Json& node)
     {
         const std::string kind = node["kind"];
-        const std::string text = textIn(node, "text");
+        std::string text = textIn(node, "text");
         if (kind == "all")
             return "&&";
         if (kind == "any")
@@ -444,8 +445,7 @@ std::string changesText(const nlohmann::ordered_json& changes)
     for (const Json& change : changes) {
         text += text.empty() ? "" : ", then ";
         if (change.contains("wait")) {
-            const auto wait =
-                vo::Duration(static_cast<std::int64_t>(change["wait"].get<double>() * 1e6 + 0.5));
+            const auto wait = vo::Duration(std::llround(change["wait"].get<double>() * 1e6));
             text += lengthText(wait) + (changes.size() == 1 ? ", if nothing else changes" : "");
         } else {
             text += "'" + textIn(change, "key") + "' = " + valueText(change["value"]);

@@ -25,6 +25,7 @@
 #include "host/StopRequest.h"
 #include "robot/Scenario.h"
 #include "robot/ScenarioTime.h"
+#include "timeline/Text.h"
 
 namespace KR {
 
