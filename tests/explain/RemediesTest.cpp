@@ -124,7 +124,7 @@ private:
 class RandomLife {
 public:
     explicit RandomLife(unsigned seed)
-        : random_(seed), text(random_.text(2 + static_cast<int>(seed % 2)))
+        : random_(seed), text(random_.text(1 + static_cast<int>(seed % 3)))
     {
         for (std::size_t i = random_.pick(12); i > 0; --i)
             happenings_.push_back({random_.keyName(), parseCondition(random_.literal()).value,
