@@ -32,7 +32,8 @@ public:
     static constexpr std::size_t kTriggers = 8;
     static constexpr std::size_t kActionsPerChange = 4;
 
-    LiveLaunchpad(unsigned checkersCore, unsigned loopsCore, std::size_t keys = kKeys)
+    LiveLaunchpad(unsigned checkersCore, unsigned loopsCore, std::size_t keys = kKeys,
+                  const KR::LaunchpadObserver& observer = {})
         : application_((pinToCore(loopsCore), vo::makeRealClock())),
           broker_(KR::KRBroker::create(application_))
     {
@@ -45,7 +46,8 @@ public:
         for (std::size_t i = kTriggers; i < keys; ++i)
             memory().raiseEvent(guard(i), false);
         pinToCore(checkersCore);
-        launchpad_ = std::make_unique<KR::NimbraLaunchpad>(broker_, nullptr, this);
+        launchpad_ = std::make_unique<KR::NimbraLaunchpad>(broker_, nullptr, this, std::nullopt,
+                                                            observer);
         launchpad_->loadConfigFile(writeConfiguration(keys));
         launchpad_->startMonitoringConditions();
     }
@@ -57,6 +59,7 @@ public:
         animations_->close();
     }
 
+    const boost::shared_ptr<KR::KRBroker>& broker() { return broker_; }
     KR::KRMemory& memory() { return broker_->memory(); }
     static std::string trigger(std::size_t i) { return "Sense/Trigger" + std::to_string(i); }
     /// Called on the event loop. To be set while nothing is on its way.

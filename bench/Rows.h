@@ -13,5 +13,6 @@ void measureBursts(Table& table);
 void measureLoading(Table& table);
 void measureTime(Table& table);
 void measureHost(Table& table);
+void measureRecord(Table& table);
 
 }  // namespace bench

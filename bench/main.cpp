@@ -28,9 +28,9 @@ int main(int argc, char** argv)
 
     bench::Table table(only);
     table.printHead();
-    for (const auto measure :
-         {bench::measureOneChange, bench::measureWideKeys, bench::measureHandOver,
-          bench::measureBursts, bench::measureLoading, bench::measureTime, bench::measureHost})
+    for (const auto measure : {bench::measureOneChange, bench::measureWideKeys,
+                               bench::measureHandOver, bench::measureBursts, bench::measureLoading,
+                               bench::measureTime, bench::measureHost, bench::measureRecord})
         measure(table);
 
     if (table.rows() == 0) {

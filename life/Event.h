@@ -56,6 +56,21 @@ struct MonitoringSwitched {
     std::vector<std::string> keys;
 };
 
+/// What a hold or count remembered when the program ended before.
+struct ResumedHistory {
+    std::string part;     ///< the text of the part of a condition, in one way of writing
+    bool isTrue = false;  ///< its condition
+    /// When that became true, oldest first, since the Unix epoch.
+    std::vector<vo::Duration> instants;
+};
+
+/// Holds and counts go on with what they remembered: for `within` from now, as soon as their
+/// condition is true.
+struct HistoriesResumed {
+    std::vector<ResumedHistory> histories;
+    vo::Duration within{};
+};
+
 /// A package was there at the beginning, came or went.
 struct PackageChanged {
     vo::PackageInfo package;
@@ -244,12 +259,12 @@ struct CallMade {
 
 /// What can happen. Texts are as they came, from outside; who prints them makes them fit for it.
 using Happening =
-    std::variant<RunBegan, RunEnded, KeyWritten, MonitoringSwitched, PackageChanged, CheckerMoved,
-                 HitsFound, HitsTaken, TimerFired, WaitingSeen, ActivityEnded, LifeAsked,
-                 RequestMade, RequestAnswered, TruthsRead, RuleProposed, RuleResumed, RuleSkipped,
-                 RuleWaits, RuleDropped, StepEnded, FocusChanged, StateChanged, SleepChanged,
-                 FocusBlockChanged, ChainChanged, EverythingStopped, PluginSwitched, ErrorReported,
-                 RemarkMade, CallMade>;
+    std::variant<RunBegan, RunEnded, KeyWritten, MonitoringSwitched, HistoriesResumed,
+                 PackageChanged, CheckerMoved, HitsFound, HitsTaken, TimerFired, WaitingSeen,
+                 ActivityEnded, LifeAsked, RequestMade, RequestAnswered, TruthsRead, RuleProposed,
+                 RuleResumed, RuleSkipped, RuleWaits, RuleDropped, StepEnded, FocusChanged,
+                 StateChanged, SleepChanged, FocusBlockChanged, ChainChanged, EverythingStopped,
+                 PluginSwitched, ErrorReported, RemarkMade, CallMade>;
 
 /// Something that has happened.
 struct Event {

@@ -62,8 +62,9 @@ void EventStream::follow(const boost::shared_ptr<KRBroker>& broker)
     unfollow();
     broker_ = broker;
     // A wake may come after this has gone: the executor, closed then, drops what it posts.
+    const vo::Duration delay = clock_->hasThreads() ? kWriteDelay : vo::Duration::zero();
     const auto feed = std::make_shared<MemoryFeed>(
-        [this, executor = executor_] { executor->post([this] { flush(); }); });
+        [this, executor = executor_, delay] { executor->post([this] { flush(); }, delay); });
     {
         // Held meanwhile, so that nobody takes changes before what was known.
         const vo::Lock lock(mutex_);

@@ -26,6 +26,10 @@ namespace KR {
 /// Thread-safe, but follow() and unfollow() are called by one thread.
 class EventStream {
 public:
+    /// A write of memory that nothing else follows is told so much later, on a clock with threads:
+    /// of many writes the first one alone wakes somebody.
+    static constexpr vo::Duration kWriteDelay = std::chrono::milliseconds(10);
+
     explicit EventStream(std::shared_ptr<vo::Clock> clock);
     ~EventStream();
     EventStream(const EventStream&) = delete;

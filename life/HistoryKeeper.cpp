@@ -82,9 +82,11 @@ std::string textOf(const Saved& saved)
 }  // namespace
 
 HistoryKeeper::HistoryKeeper(const std::shared_ptr<vo::Clock>& clock, NimbraLaunchpad& launchpad,
-                             const std::string& folder, const ResumeLimits& limits)
+                             EventStream& events, const std::string& folder,
+                             const ResumeLimits& limits)
     : clock_(clock),
       launchpad_(launchpad),
+      events_(events),
       path_(fileIn(folder)),
       limits_(limits),
       executor_(clock->makeExecutor("HistoryKeeper", vo::Clock::Threading::shared))
@@ -122,7 +124,19 @@ void HistoryKeeper::resume()
                                             std::to_string(seconds) + " s ago");
         return;
     }
+    tell(saved.histories);
     launchpad_.resumeConditionHistories(saved.histories, limits_.within);
+}
+
+void HistoryKeeper::tell(const ConditionChecker::Histories& histories)
+{
+    HistoriesResumed resumed{{}, limits_.within};
+    for (const auto& [part, history] : histories) {
+        resumed.histories.push_back({part, history.isTrue, {}});
+        for (const vo::TimePoint instant : history.instants)
+            resumed.histories.back().instants.push_back(instant.time_since_epoch());
+    }
+    events_.publish(std::move(resumed));
 }
 
 void HistoryKeeper::keepOn()

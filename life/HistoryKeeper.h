@@ -4,6 +4,7 @@
 #include <string>
 
 #include "launchpad/NimbraLaunchpad.h"
+#include "life/EventStream.h"
 #include "life/ResumeLimits.h"
 #include "platform/vo/Clock.h"
 #include "platform/vo/Executor.h"
@@ -26,9 +27,9 @@ namespace KR {
 /// start() and stop() are called by one thread.
 class HistoryKeeper {
 public:
-    /// Makes the folder; std::runtime_error when that cannot be. The launchpad outlives it.
+    /// Makes the folder; std::runtime_error when that cannot be. Launchpad and stream outlive it.
     HistoryKeeper(const std::shared_ptr<vo::Clock>& clock, NimbraLaunchpad& launchpad,
-                  const std::string& folder, const ResumeLimits& limits);
+                  EventStream& events, const std::string& folder, const ResumeLimits& limits);
     /// Writes no more.
     ~HistoryKeeper();
     HistoryKeeper(const HistoryKeeper&) = delete;
@@ -42,11 +43,13 @@ public:
 
 private:
     void resume();
+    void tell(const ConditionChecker::Histories& histories);
     void keepOn();
     void save();
 
     const std::shared_ptr<vo::Clock> clock_;
     NimbraLaunchpad& launchpad_;
+    EventStream& events_;
     const std::string path_;
     const ResumeLimits limits_;
     const std::shared_ptr<vo::Executor> executor_;

@@ -115,7 +115,7 @@ struct Life::Parts {
         responder.setPluginsChanged([this] { pluginSwitch->apply(); });
         pluginSwitch->apply();  // to plugins that came in between
         if (!options.state.empty())
-            histories.emplace(broker->clock(), launchpad, options.state, options.resume);
+            histories.emplace(broker->clock(), launchpad, events, options.state, options.resume);
     }
 
     LaunchpadObserver observer()

@@ -149,8 +149,11 @@ struct EventEncoder {
 
     static bool isNothing(const Json& json)
     {
-        return json == false || json == 0 || json == "" ||
-               ((json.is_array() || json.is_object()) && json.empty());
+        if (json.is_boolean())
+            return !json.get<bool>();
+        if (json.is_string())
+            return json.get_ref<const std::string&>().empty();
+        return json.is_number() ? json == 0 : json.empty();
     }
 };
 

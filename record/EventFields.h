@@ -99,6 +99,14 @@ inline constexpr auto kRecordFields<MonitoringSwitched> =
     record_fields::record("monitoring", vo::field("on", &MonitoringSwitched::on),
                           vo::field("keys", &MonitoringSwitched::keys));
 template <>
+inline constexpr auto kRecordFields<ResumedHistory> = record_fields::record(
+    "history", vo::field("part", &ResumedHistory::part), vo::field("true", &ResumedHistory::isTrue),
+    vo::field("instants", &ResumedHistory::instants));
+template <>
+inline constexpr auto kRecordFields<HistoriesResumed> =
+    record_fields::record("resumed", vo::field("histories", &HistoriesResumed::histories),
+                          vo::field("within", &HistoriesResumed::within));
+template <>
 inline constexpr auto kRecordFields<PackageChanged> =
     record_fields::record("package", vo::field("package", &PackageChanged::package),
                           vo::field("installed", &PackageChanged::installed));

@@ -13,7 +13,7 @@ namespace KR {
 namespace {
 
 constexpr std::string_view kFrameMagic = "\x28\xb5\x2f\xfd";
-constexpr std::size_t kChunkBytes = 256 * 1024;
+constexpr std::size_t kChunkBytes = std::size_t{256} * 1024;
 
 }  // namespace
 

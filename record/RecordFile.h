@@ -18,7 +18,7 @@ namespace KR {
 class RecordFile {
 public:
     /// Lines that are gathered are written when they are as much as this.
-    static constexpr std::size_t kBlockBytes = 256 * 1024;
+    static constexpr std::size_t kBlockBytes = std::size_t{256} * 1024;
 
     /// Makes the file, in place of one that is there. The header is gathered.
     RecordFile(const std::string& path, const RecordHeader& header);

@@ -17,7 +17,7 @@ namespace KR {
 /// The form that is written; each later one is a number higher.
 constexpr std::uint64_t kRecordVersion = 1;
 /// A longer line is not written, and not read: who reads holds two of them in memory.
-constexpr std::size_t kMaxRecordLineBytes = 64 * 1024 * 1024;
+constexpr std::size_t kMaxRecordLineBytes = std::size_t{64} * 1024 * 1024;
 
 /// What each file begins with.
 struct RecordHeader {

@@ -8,7 +8,7 @@ namespace KR {
 
 namespace {
 
-constexpr std::size_t kFirstBufferBytes = 256 * 1024;
+constexpr std::size_t kFirstBufferBytes = std::size_t{256} * 1024;
 
 }  // namespace
 

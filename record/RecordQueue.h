@@ -18,7 +18,7 @@ public:
     /// At a thousand events a second, a minute.
     static constexpr std::size_t kMaxEvents = 65536;
     /// Of what values hold elsewhere: pictures, say.
-    static constexpr std::size_t kMaxBytes = 64 * 1024 * 1024;
+    static constexpr std::size_t kMaxBytes = std::size_t{64} * 1024 * 1024;
 
     /// Here the next file of the recording begins.
     struct NextFile {

@@ -8,7 +8,7 @@ namespace KR {
 namespace {
 
 /// A search ends with reading this many bytes one line after the other.
-constexpr std::uint64_t kSearchedBytes = 256 * 1024;
+constexpr std::uint64_t kSearchedBytes = std::size_t{256} * 1024;
 
 /// A damaged first line leaves a recording one when one of the next is whole.
 constexpr int kHeaderAttempts = 8;

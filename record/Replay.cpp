@@ -166,6 +166,10 @@ void Replay::Impl::process(const Event& event)
         return;
     }
     std::visit(Cases{[&](const KeyWritten& write) { handle(event, write); },
+                     [&](const HistoriesResumed& resumed) {
+                         sink_(event);
+                         stage_->resume(event, resumed);
+                     },
                      [&](const PackageChanged& change) { handle(event, change); },
                      [&](const CheckerMoved& move) { handle(event, move); },
                      [&](const HitsFound& hits) { handle(event, hits); },

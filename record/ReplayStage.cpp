@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "launchpad/NimbraLaunchpad.h"
 #include "platform/kr/KRMemory.h"
 #include "platform/kr/SharedKeys.h"
 
@@ -68,6 +69,19 @@ void ReplayStage::write(const Event& event, const KeyWritten& write)
 void ReplayStage::writeNow(const std::string& key, const KRValue& value)
 {
     broker_->memory().raiseEvent(key, value);
+}
+
+void ReplayStage::resume(const Event& event, const HistoriesResumed& resumed)
+{
+    moveTime(event);
+    ConditionChecker::Histories histories;
+    for (const ResumedHistory& each : resumed.histories) {
+        ConditionChecker::History& history = histories[each.part];
+        history.isTrue = each.isTrue;
+        for (const vo::Duration instant : each.instants)
+            history.instants.emplace_back(instant);
+    }
+    life_->launchpad().resumeConditionHistories(histories, resumed.within);
 }
 
 void ReplayStage::settle()

@@ -44,6 +44,8 @@ public:
     void write(const Event& event, const KeyWritten& write);
     /// Makes one that was not made before, now.
     void writeNow(const std::string& key, const KRValue& value);
+    /// Has holds and counts go on as they did there.
+    void resume(const Event& event, const HistoriesResumed& resumed);
     /// Everything that is on its way arrives, and is told.
     void settle();
 

@@ -148,6 +148,7 @@ void Rerun::Impl::process(const Event& event)
     before_.take(event);
     std::visit(
         Cases{[&](const KeyWritten& each) { write(event, each); },
+              [&](const HistoriesResumed& resumed) { stage_->resume(event, resumed); },
               [&](const PackageChanged& change) {
                   if (isStarted_ && !options_.packages)
                       stage_->services().change(change.package, change.installed);

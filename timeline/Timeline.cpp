@@ -42,6 +42,7 @@ bool Timeline::isShown(const Happening& what) const
         Cases{[this](const KeyWritten& write) VO_REQUIRES(mutex_) { return isShown(write); },
               [](const RunBegan&) { return false; }, [](const RunEnded&) { return false; },
               [](const MonitoringSwitched&) { return false; },
+              [](const HistoriesResumed&) { return false; },
               [](const PackageChanged&) { return false; },
               [](const CheckerMoved&) { return false; }, [](const HitsFound&) { return false; },
               [](const HitsTaken&) { return false; }, [](const TimerFired&) { return false; },

@@ -1,7 +1,7 @@
 // Lives under pressure, lived again: keys raised by several threads, services that take their time
 // or fail, activities that end when they like, and somebody who asks the life service for this and
 // that. What is recorded of each life must come out again, event by event; and where one decision
-// is taken from the recording, it must be found to be missing.
+// is taken from the recording, or the engine that was recorded loses hits, that must be found.
 
 #include <atomic>
 #include <filesystem>
@@ -10,6 +10,7 @@
 #include <iostream>
 #include <random>
 
+#include "launchpad/NimbraLaunchpad.h"
 #include "life/EventStream.h"
 #include "life/Life.h"
 #include "life/LifeService.h"
@@ -24,10 +25,28 @@
 #include "tests/support/TemporaryFolder.h"
 
 namespace KR {
+
+/// Breaks an engine.
+class NimbraLaunchpadTestAccess {
+public:
+    /// Has the launchpad lose one hit list in so many, before anybody hears of it.
+    static void loseHits(NimbraLaunchpad& launchpad, unsigned oneIn)
+    {
+        launchpad.conditionChecker_.setCallback(
+            [&launchpad, oneIn, count = 0U](ConditionChecker::Hits hits) mutable {
+                if (++count % oneIn != 0)
+                    launchpad._conditionHit(std::move(hits));
+            });
+    }
+};
+
 namespace {
 
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
+
+/// In which a thousand hit lists come.
+constexpr milliseconds kLongLife{10000};
 
 constexpr const char* kRules =
     R"({ConfigurationDescription: d, ConfigurationVersion: 2, AutonomousActions: [
@@ -159,7 +178,8 @@ void askSomething(LifeService& life, std::mt19937& random)
     }
 }
 
-std::vector<Event> live(milliseconds duration, unsigned seed)
+/// A hit list is lost in so many; 0 for none.
+std::vector<Event> live(milliseconds duration, unsigned seed, unsigned lostOneIn = 0)
 {
     const TemporaryFolder folder;
     const std::string config = folder.path() + "/rules.cfg";
@@ -194,6 +214,8 @@ std::vector<Event> live(milliseconds duration, unsigned seed)
         options.config = config;
         options.chains = {"Arms"};
         Life life(broker, events, options);
+        if (lostOneIn != 0)
+            NimbraLaunchpadTestAccess::loseHits(life.launchpad(), lostOneIn);
         life.start();
         std::vector<std::unique_ptr<Pacer>> pacers;
         for (unsigned thread = 0; thread < 3; ++thread)
@@ -260,6 +282,7 @@ bool proveReplay(milliseconds duration, int runs, unsigned seed)
     std::mt19937 random(seed);
     int identical = 0;
     int found = 0;
+    int broken = 0;
     std::size_t all = 0;
     std::uint64_t decisions = 0;
     for (int run = 0; run < runs; ++run) {
@@ -272,11 +295,15 @@ bool proveReplay(milliseconds duration, int runs, unsigned seed)
         else
             ++identical;
         found += findsMissing(events, random) ? 1 : 0;
+        // As many as make it likely that some are lost.
+        const unsigned oneIn = duration < kLongLife ? 100 : 1000;
+        broken += again(live(duration, seed + run, oneIn)).difference ? 1 : 0;
     }
     std::cout << runs << " lives of " << duration.count() << " ms, " << all << " events, "
               << decisions << " decisions: " << identical
-              << " identical; a missing decision was found in " << found << "\n";
-    return identical == runs && found == runs && decisions > 0;
+              << " identical; a missing decision was found in " << found
+              << ", an engine that loses hits in " << broken << "\n";
+    return identical == runs && found == runs && broken == runs && decisions > 0;
 }
 
 }  // namespace
