@@ -1,6 +1,7 @@
 #include "explain/ConditionStage.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace KR {
 
@@ -26,6 +27,11 @@ void ConditionStage::load(const std::string& key, const KRValue& value,
     if (const KeySlot* const slot = network_.findKey(key))
         network_.load(slot->tag, {value, written.value_or(vo::TimePoint()),
                                   written ? uptimeOf(*written) : kNotStamped});
+}
+
+void ConditionStage::resume(std::map<std::string, TimedHistory> histories, vo::TimePoint until)
+{
+    network_.resume(std::move(histories), uptimeOf(until));
 }
 
 void ConditionStage::begin(vo::TimePoint now)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <map>
 #include <optional>
 #include <string>
 #include <utility>
@@ -35,6 +36,9 @@ public:
     unsigned add(const std::string& text);
     /// What a key holds to begin with; one that no condition reads is ignored.
     void load(const std::string& key, const KRValue& value, std::optional<vo::TimePoint> written);
+    /// Until that time holds and counts go on with what they remembered, by the text of the part;
+    /// see ConditionNetwork::resume(). Uptimes are times since the Unix epoch.
+    void resume(std::map<std::string, TimedHistory> histories, vo::TimePoint until);
     /// Follows the conditions from here on. What is true now has not become true now.
     void begin(vo::TimePoint now);
     /// No time goes on from here on, and nothing is followed.

@@ -28,6 +28,11 @@ public:
                const std::string& writer = {});
     /// What a key holds from an earlier time on.
     void load(const std::string& key, const KRValue& value, vo::TimePoint written);
+    /// Until that time holds and counts go on with what they remembered before a restart.
+    void resume(const std::map<std::string, TimedHistory>& histories, vo::TimePoint until)
+    {
+        stage_.resume(histories, until);
+    }
     void begin(vo::TimePoint time);
     void end(vo::TimePoint time);
     bool isFollowing() const { return isFollowing_; }

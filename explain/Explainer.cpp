@@ -30,6 +30,12 @@ void Explainer::take(const Event& event)
     if (std::holds_alternative<RunBegan>(event.what) ||
         std::holds_alternative<PackageChanged>(event.what))
         follow(event.time);
+    if (const auto* const resumed = std::get_if<HistoriesResumed>(&event.what); resumed && watch_) {
+        std::map<std::string, TimedHistory> histories;
+        for (const ResumedHistory& each : resumed->histories)
+            histories[each.part] = {each.isTrue, each.instants};
+        watch_->resume(histories, event.time + resumed->within);
+    }
     const auto* const moved = std::get_if<CheckerMoved>(&event.what);
     if (moved) {
         using Kind = CheckerMove::Kind;

@@ -87,5 +87,22 @@ TEST(ConditionWatch, KnowsSinceWhenEachPartIsSoAndWhatMadeTheWholeTrue)
     EXPECT_EQ(watch.rise()->at, at(20)) << "what was held begins anew";
 }
 
+TEST(ConditionWatch, GoesOnWithWhatWasHeldAndCountedBeforeARestart)
+{
+    ConditionWatch watch("'A' for 1 min || count('B', 1 min) >= 3");
+    watch.resume({{"('A' for 1 min)", {true, {seconds(10)}}},
+                  {"count('B', 1 min) >= 3", {false, {seconds(60), seconds(70)}}}},
+                 at(110));
+    watch.write("A", 1, at(80));
+    watch.begin(at(80));
+    EXPECT_TRUE(watch.isTrue()) << "held for 70 s";
+    watch.write("A", 0, at(100));
+    EXPECT_FALSE(watch.isTrue());
+    watch.write("B", 1, at(101));
+    EXPECT_TRUE(watch.isTrue()) << "the third within a minute";
+    watch.advance(at(120));
+    EXPECT_FALSE(watch.isTrue());
+}
+
 }  // namespace
 }  // namespace KR
