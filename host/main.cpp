@@ -10,6 +10,7 @@
 #include "host/ReplayCommand.h"
 #include "host/RunCommand.h"
 #include "host/TimelineCommand.h"
+#include "host/WhyCommand.h"
 
 int main(int argc, char** argv)
 {
@@ -23,12 +24,12 @@ int main(int argc, char** argv)
         "nimbra", NIMBRA_VERSION, "Decides what a social robot does on its own initiative.",
         "Exit codes: 0 all went well; 1 problems were found, or the run failed; 2 wrong usage, or "
         "(for\n"
-        "check, timeline and replay) a file that cannot be read; 128 + signal when a signal ended "
-        "a "
-        "scenario early.");
-    for (const auto addCommand : {KR::addRunCommand, KR::addTimelineCommand, KR::addReplayCommand,
-                                  KR::addCheckCommand, KR::addPluginsCommand, KR::addKeysCommand,
-                                  KR::addPackageCommand, KR::addPermissionsCommand})
+        "check, timeline, replay and why) a file that cannot be read; 128 + signal when a signal "
+        "ended a scenario early.");
+    for (const auto addCommand :
+         {KR::addRunCommand, KR::addTimelineCommand, KR::addReplayCommand, KR::addWhyCommand,
+          KR::addCheckCommand, KR::addPluginsCommand, KR::addKeysCommand, KR::addPackageCommand,
+          KR::addPermissionsCommand})
         addCommand(line.root());
     return line.run(argc, argv);
 }

@@ -294,17 +294,29 @@ TEST_F(ProgramTest, CommandsEndWithTheirExitCode)
         0 package install $data/packages/power --packages $folder/new => Made the packages folder $folder/new|
         0 plugins => _LaunchpadPluginHumanTracked     solitary,    yes      yes
         1 plugins --packages $config => nimbra:
-        2 chekc $config => no command 'chekc'; did you mean 'check'?|  there are: run, timeline, replay
+        2 chekc $config => no command 'chekc'; did you mean 'check'?|  there are: run, timeline, replay, why
         2 package lits --packages x => no command 'lits'; did you mean 'list'?
         2 package => a command is missing|  there are: install, remove, list, info
         2 --versoin => '--versoin' is not expected; did you mean '--version'?
+        0 $why r --at 06:00:11 => acted at 06:00:01|
+        0 $why r --at 06:00:11.001 => did not act at 06:00:11.001|
+        0 $why r --between 06:00:10 "2026-11-21 06:00:50" => last true until 06:00:01, for a moment|
+        1 $why s => There is no rule "s".|
+        1 $why --activity x => There is no activity "x".|
+        0 $why --key A => A   2, since 06:01:00, written by scenario|
+        2 $why r --at noon => 'noon' is no time
+        2 $why r --between 06:00 => --between takes two times
+        2 why r --key A --scenario $scenario => ask about one RULE, --activity or --key
+        2 why r => --recording or --scenario says what happened
+        2 why r --recording $config => no recording
         0 --version => nimbra 0.
-        2  => a command is missing|  there are: run, timeline, replay
+        2  => a command is missing|  there are: run, timeline, replay, why
 )");
     int exitCode = 0;
     for (std::string row; rows >> exitCode && std::getline(rows, row);) {
         boost::replace_all(row, "$play", "$run --scenario $scenario");
         boost::replace_all(row, "$run", "run --config $config");
+        boost::replace_all(row, "$why", "why --config $config --scenario $scenario");
         const std::size_t arrow = row.find(" => ");
         const std::string printed =
             boost::replace_all_copy(row.substr(arrow + 4), "$folder", folder.path());
@@ -323,6 +335,51 @@ TEST_F(ProgramTest, CommandsEndWithTheirExitCode)
     EXPECT_EQ(alone.exitCode, 1);
     EXPECT_THAT(alone.output, HasSubstr("no autonomy.cfg in " + folder.path() + "/tessel, "));
     EXPECT_THAT(alone.output, HasSubstr("--config FILE"));
+}
+
+TEST_F(ProgramTest, WhyIsAnsweredTheSameFromARecordingAsFromItsScenario)
+{
+    EXPECT_EQ(demo("--record $folder/day.zst", ">/dev/null 2>&1").exitCode, 0);
+    const std::pair<const char*, const char*> rows[] = {
+        {"\"Greet who comes near\" --at 12:41:04", "by \\\"Give way at lunch\\\", step 2"},
+        {"\"Be alone again\" --between 12:00 15:00", "\"acted\": true"},
+        {"\"Action swithFocus to behavior storyteller/tell\" --at 16:20", "\"package\""},
+        {"--key Launchpad/Hour", "_LaunchpadPluginTiming"},
+        {"\"Ask for peace when pushed agian\" --at 12:42", "\"didYouMean\""}};
+    for (const auto& [question, evidence] : rows) {
+        const std::string why = "$nimbra why " + std::string(question) + " --json ";
+        const Result recorded = shell(why + "--recording $folder/day.zst 2>&1");
+        demo("--until 1s", ">/dev/null 2>&1");  // for its packages
+        const Result played = shell(why +
+                                    "--config $data/autonomy.cfg --packages $folder/packages "
+                                    "--scenario $data/demo-day.scenario.yaml 2>&1");
+        EXPECT_EQ(recorded.output, played.output) << question;
+        EXPECT_EQ(recorded.exitCode, played.exitCode) << question;
+        EXPECT_THAT(recorded.output, HasSubstr(evidence)) << question;
+    }
+}
+
+TEST_F(ProgramTest, WhyIsAsTheDocumentationShowsIt)
+{
+    const std::string document = shell("cat $data/../docs/why.md").output;
+    const std::size_t begin = document.find("ConfigurationDescription");
+    folder.write("my.cfg", document.substr(begin, document.find("```", begin) - begin));
+    const char* const rows[] = {
+        "\"Smile at who looks\" --at 09:13 --config my.cfg",
+        "\"Smile at who looks\" --at 09:12:13 --config my.cfg",
+        "\"Smile at who looks\" --at 09:13 --config my.cfg",
+        "\"Greet who comes near\" --at 12:41:04 --config data/autonomy.cfg"};
+    for (const char* row : rows) {
+        demo("--until 1s", ">/dev/null 2>&1");  // for its packages
+        const Result result =
+            shell("cd $folder; ln -sfn $data data; $nimbra why " + std::string(row) +
+                  " --scenario data/demo-day.scenario.yaml --packages packages");
+        const std::string shown = boost::replace_all_copy("\n" + result.output, "\n", "\n    ");
+        const std::string plain = boost::replace_all_copy(shown, "\n    \n", "\n\n");
+        EXPECT_THAT(document, HasSubstr(plain.substr(0, plain.size() - 4))) << row;
+        if (row == rows[0])
+            shell("sed -i 's/PerceptionHeavy/PerceptionHeavy, HumanTracked/' $folder/my.cfg");
+    }
 }
 
 TEST_F(ProgramTest, ListsFitTheTerminalOrAHundredColumnsAndLoseNothing)
