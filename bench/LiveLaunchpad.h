@@ -46,8 +46,8 @@ public:
         for (std::size_t i = kTriggers; i < keys; ++i)
             memory().raiseEvent(guard(i), false);
         pinToCore(checkersCore);
-        launchpad_ = std::make_unique<KR::NimbraLaunchpad>(broker_, nullptr, this, std::nullopt,
-                                                            observer);
+        launchpad_ =
+            std::make_unique<KR::NimbraLaunchpad>(broker_, nullptr, this, std::nullopt, observer);
         launchpad_->loadConfigFile(writeConfiguration(keys));
         launchpad_->startMonitoringConditions();
     }

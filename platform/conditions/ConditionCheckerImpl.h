@@ -183,10 +183,7 @@ private:
         return network_.hasDue() && isDueBeforeQueue(run);
     }
     bool isDueBeforeQueue(const Run& run) const VO_REQUIRES(mutex_);
-    bool hasMoment(const Run& run) const VO_REQUIRES(mutex_)
-    {
-        return run.next < run.queue.size();
-    }
+    bool hasMoment(const Run& run) const VO_REQUIRES(mutex_) { return run.next < run.queue.size(); }
     bool hasMore(const Run& run) const VO_REQUIRES(mutex_)
     {
         return hasMoment(run) || !outbox_.empty();
