@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <future>
 #include <sstream>
 #include <thread>
 
@@ -388,6 +389,27 @@ TEST_F(LifeServiceTest, TimedFreezeEndsByItselfAndNeverShortensALongerOne)
     life.reset();
     parts.chains.reset();  // nor reach them when they are gone
     platform.advance(seconds(9));
+}
+
+TEST(LifeServiceOnThreadsTest, ChangesWaitForTheirTurnAndWhoAsksWhenAllIsOverIsTold)
+{
+    vo::Application application(vo::makeRealClock());
+    const auto broker = KRBroker::create(application);
+    LifeParts parts(broker);
+    LifeService& life = *parts.life;
+    std::promise<void> release;
+    application.eventLoop().async([&] { release.get_future().wait(); });
+    const auto asleep = life.setAsleep(true);
+    const auto frozen = life.freezeChain("Tail");
+    EXPECT_TRUE(asleep.isRunning() && frozen.isRunning() && !life.isAsleep());
+    release.set_value();
+    asleep.value();
+    EXPECT_TRUE(life.isAsleep());
+    EXPECT_THAT(frozen.error(), HasSubstr("there is no chain 'Tail'"));
+    application.eventLoop().close();
+    EXPECT_THAT(life.setAsleep(false).error(), HasSubstr("the life service has ended"));
+    EXPECT_THAT(life.switchFocus({"p/a"}).error(), HasSubstr("the life service has ended"));
+    EXPECT_TRUE(life.isAsleep());
 }
 
 }  // namespace
