@@ -3,6 +3,8 @@
 #include <string_view>
 #include <utility>
 
+#include "record/RecordLines.h"
+
 namespace KR {
 
 namespace {
@@ -27,18 +29,21 @@ std::string linesText(std::uint64_t first, std::uint64_t last)
 }  // namespace
 
 RecordReader::RecordReader(const std::string& path, Tell tell)
-    : tell_(std::move(tell)), lines_(path, [this](std::uint64_t byte, const std::string& problem) {
-          this->tell(0, byte, problem);
-      })
+    : tell_(std::move(tell)),
+      lines_(std::make_unique<RecordLines>(
+          path,
+          [this](std::uint64_t byte, const std::string& problem) { this->tell(0, byte, problem); }))
 {
     readHeader(path);
 }
+
+RecordReader::~RecordReader() = default;
 
 void RecordReader::readHeader(const std::string& path)
 {
     std::optional<RecordLine> first;
     for (int i = 0; i < kHeaderAttempts && !first; ++i) {
-        const auto line = lines_.next();
+        const auto line = lines_->next();
         if (!line)
             break;
         try {
@@ -60,7 +65,7 @@ void RecordReader::readHeader(const std::string& path)
 
 void RecordReader::restart(std::uint64_t byte)
 {
-    lines_.restart(byte);
+    lines_->restart(byte);
     found_.reset();
     last_ = lost_ = refused_ = 0;
     lastChecksum_ = 0;
@@ -87,7 +92,7 @@ bool RecordReader::refuse(const Candidate& line, const std::string& why)
 std::optional<RecordReader::Candidate> RecordReader::read()
 {
     Candidate result;
-    while (const auto line = lines_.next()) {
+    while (const auto line = lines_->next()) {
         result.afterBreak |= line->afterBreak;
         try {
             result.line = parser_.parse(line->text);
@@ -189,7 +194,7 @@ void RecordReader::finish()
 {
     hasEnded_ = true;
     if (!isClosed_)
-        tell(0, lines_.fileSize(),
+        tell(0, lines_->fileSize(),
              "it was not closed: what came last is not there, and the last line cannot be checked");
     else if (coming_)
         tell(coming_->number, coming_->byte, "there is something after the last line");
@@ -210,7 +215,7 @@ std::optional<vo::TimePoint> RecordReader::timeOf(const RecordEntry& entry)
 /// The first line that begins, or whose frame begins, at that byte or after it, and tells a time.
 std::optional<RecordReader::Place> RecordReader::probe(std::uint64_t byte)
 {
-    lines_.restart(byte);
+    lines_->restart(byte);
     while (const auto line = read()) {
         if (const auto time = timeOf(line->line.entry))
             return Place{line->byte, *time};
@@ -222,7 +227,7 @@ void RecordReader::seek(vo::TimePoint time)
 {
     isSearching_ = true;
     std::uint64_t from = 0;
-    for (std::uint64_t to = lines_.fileSize(); to - from > kSearchedBytes;) {
+    for (std::uint64_t to = lines_->fileSize(); to - from > kSearchedBytes;) {
         const std::uint64_t middle = from + (to - from) / 2;
         const auto place = probe(middle);
         if (place && place->byte < to && place->time < time)
@@ -245,9 +250,9 @@ bool RecordReader::seekCheckpoint(vo::TimePoint time)
 {
     std::optional<std::uint64_t> place;
     RecordCheckpoint last;
-    lines_.restart(0);
+    lines_->restart(0);
     isSearching_ = true;
-    while (const auto line = lines_.next()) {
+    while (const auto line = lines_->next()) {
         if (line->text.substr(0, kMarkWithin).find(kCheckpointMark) == std::string_view::npos)
             continue;
         try {

@@ -2,15 +2,17 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
 
 #include "platform/vo/Clock.h"
 #include "record/RecordLine.h"
-#include "record/RecordLines.h"
 
 namespace KR {
+
+class RecordLines;
 
 /// A file is no recording, or one of a version that is not known yet.
 class NoRecording : public std::runtime_error {
@@ -38,6 +40,9 @@ public:
 
     /// NoRecording; std::system_error when the file cannot be opened or read.
     RecordReader(const std::string& path, Tell tell);
+    ~RecordReader();
+    RecordReader(const RecordReader&) = delete;
+    RecordReader& operator=(const RecordReader&) = delete;
 
     const RecordHeader& header() const { return header_; }
 
@@ -84,7 +89,7 @@ private:
     // Constant after construction.
     const Tell tell_;
 
-    RecordLines lines_;
+    const std::unique_ptr<RecordLines> lines_;
     RecordLineParser parser_;
     RecordHeader header_;
     std::optional<Candidate> coming_;   ///< the line to look at next
