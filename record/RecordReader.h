@@ -6,6 +6,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "platform/vo/Clock.h"
 #include "record/RecordLine.h"
@@ -52,8 +53,8 @@ public:
     /// Goes to the first entry that is not before a time, without reading what comes before. In the
     /// recording of a live run whose clock was set back, times repeat: it is one of them then.
     void seek(vo::TimePoint time);
-    /// Goes to the last checkpoint that is not after a time. Without one, false, and to the
-    /// beginning.
+    /// Goes to the last whole checkpoint that is not after a time, as above; it reads backwards
+    /// from there. Without one, false, and to the beginning.
     bool seekCheckpoint(vo::TimePoint time);
 
     /// When an entry was written down; none for a gap.
@@ -82,7 +83,20 @@ private:
         std::uint64_t byte;
         vo::TimePoint time;
     };
+    /// Bytes of the file; a line, or its frame, that begins at `to` is not among them.
+    struct Span {
+        std::uint64_t from;
+        std::uint64_t to;
+    };
+    /// A checkpoint that seems to be there.
+    struct Mark {
+        std::uint64_t byte;    ///< where its line, or its frame, begins
+        std::uint64_t before;  ///< see RecordCheckpoint
+    };
     std::optional<Place> probe(std::uint64_t byte);
+    Span searchFirst(vo::TimePoint time);
+    std::vector<Mark> checkpointsIn(Span span, vo::TimePoint time);
+    bool goTo(const Mark& checkpoint);
     bool tell(std::uint64_t line, std::uint64_t byte, const std::string& text);
     bool refuse(const Candidate& line, const std::string& why);
 

@@ -191,35 +191,45 @@ TEST_F(RecordReaderTest, SeekingGoesToTheFirstEntryThatIsNotBeforeTheTime)
     }
 }
 
-TEST_F(RecordReaderTest, SeekingACheckpointGivesItAndWhatFollows)
+TEST_F(RecordReaderTest, SeekingACheckpointGivesTheLastWholeOneAndWhatFollows)
 {
+    constexpr std::uint64_t kEvents = 20'000;
     for (const char* name : {"plain", "packed.zst"}) {
         const std::string path = folder.path() + "/" + name;
-        RecordHeader header;
-        RecordFile file(path, header);
+        RecordFile file(path, {});
         number = 0;
-        for (int i = 0; i < 30; ++i) {
-            const Event next = event();
-            if (i % 10 == 5)
+        while (number < kEvents) {
+            const Event next = event(std::string(number == 12'000 ? 300'000 : 40, 'x'));
+            if (next.number % 1000 == 6 || next.number == 12'005)
                 file.add(RecordCheckpoint{next.number, next.time, R"({"a":[1.0]})"});
             file.add(RecordedEvent{next});
-            if (i % 7 == 0)
+            if (next.number % 500 == 0)
                 file.flush();
         }
         file.end();
-        RecordReader reader(path, {});
-        const std::tuple<int, bool, std::string, std::size_t> rows[] = {{16, true, "state 16", 17},
-                                                                        {15, true, "state 6", 28},
-                                                                        {99, true, "state 26", 6},
-                                                                        {5, false, "1", 33}};
-        for (const auto& [second, found, first, count] : rows) {
-            EXPECT_EQ(reader.seekCheckpoint(start + std::chrono::seconds(second)), found);
+        const bool isDamaged = name == std::string("plain");
+        if (isDamaged)
+            folder.write(name, boost::replace_first_copy(contentOf(path), "\"before\":7006",
+                                                         "\"before\":7005"));
+        RecordReader reader(path, [](const RecordProblem&) {});
+        const std::pair<std::uint64_t, std::uint64_t> rows[] = {{6, 6},
+                                                                {5, 0},
+                                                                {19'999, 19'006},
+                                                                {99'999, 19'006},
+                                                                {8005, isDamaged ? 6006 : 7006},
+                                                                {12'005, 12'005},
+                                                                {12'006, 12'006},
+                                                                {12'004, 11'006}};
+        for (const auto& [second, before] : rows) {
+            EXPECT_EQ(reader.seekCheckpoint(start + std::chrono::seconds(second)), before != 0);
             ReadRecord read(path);
             read.given.clear();
             read.readFrom(reader);
-            EXPECT_EQ(read.given.front(), first);
-            EXPECT_EQ(read.given.size(), count);
+            EXPECT_EQ(read.given.front(), before == 0 ? "1" : "state " + std::to_string(before));
+            EXPECT_EQ(read.given.back(), std::to_string(kEvents));
         }
+        EXPECT_TRUE(reader.seekCheckpoint(vo::TimePoint::max()));
+        EXPECT_EQ(std::get<RecordCheckpoint>(*reader.next()).before, 19'006U);
     }
 }
 
