@@ -31,12 +31,24 @@ using std::chrono::steady_clock;
 /// Of the program that reads, whatever the size of the file.
 constexpr long kMaxReadKib = 32L * 1024;
 
-/// When the last events were taken, told by a process that may be killed to the one that kills it.
+/// When the last events were taken, told by a child process that may be killed to the one that
+/// kills it, in memory that they share.
 class Marks {
 public:
-    void add(std::uint64_t event)
+    Marks()
+        : marks_(static_cast<Mark*>(::mmap(nullptr, kMarks * sizeof(Mark), PROT_READ | PROT_WRITE,
+                                           MAP_SHARED | MAP_ANONYMOUS, -1, 0)))
     {
-        Mark& mark = marks_[event % marks_.size()];
+        if (marks_ == MAP_FAILED)
+            throw std::runtime_error("no shared memory");
+    }
+    ~Marks() { ::munmap(marks_, kMarks * sizeof(Mark)); }
+    Marks(const Marks&) = delete;
+    Marks& operator=(const Marks&) = delete;
+
+    void add(std::uint64_t event) const
+    {
+        Mark& mark = marks_[event % kMarks];
         mark.time = steady_clock::now().time_since_epoch().count();
         mark.event = event;
     }
@@ -44,15 +56,15 @@ public:
     std::uint64_t lastAt(steady_clock::time_point time) const
     {
         std::uint64_t last = 0;
-        for (const Mark& mark : marks_)
-            if (mark.event > last && mark.time <= time.time_since_epoch().count())
-                last = mark.event;
+        for (const Mark* mark = marks_; mark != marks_ + kMarks; ++mark)
+            if (mark->event > last && mark->time <= time.time_since_epoch().count())
+                last = mark->event;
         return last;
     }
     /// When an event was taken that is among the last ones; `otherwise` for one that was not.
     steady_clock::time_point timeOf(std::uint64_t event, steady_clock::time_point otherwise) const
     {
-        const Mark& mark = marks_[event % marks_.size()];
+        const Mark& mark = marks_[event % kMarks];
         return mark.event == event ? steady_clock::time_point(steady_clock::duration(mark.time))
                                    : otherwise;
     }
@@ -62,26 +74,9 @@ private:
         std::atomic<std::uint64_t> event;
         std::atomic<std::int64_t> time;
     };
-    std::array<Mark, 65536> marks_;
-};
+    static constexpr std::size_t kMarks = 65536;
 
-/// Memory that a child process shares with this one, all zero.
-class SharedMarks {
-public:
-    SharedMarks()
-        : memory_(::mmap(nullptr, sizeof(Marks), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
-                         -1, 0))
-    {
-        if (memory_ == MAP_FAILED)
-            throw std::runtime_error("no shared memory");
-    }
-    ~SharedMarks() { ::munmap(memory_, sizeof(Marks)); }
-    SharedMarks(const SharedMarks&) = delete;
-    SharedMarks& operator=(const SharedMarks&) = delete;
-    Marks* operator->() const { return static_cast<Marks*>(memory_); }
-
-private:
-    void* const memory_;
+    Mark* const marks_;  ///< all zero at first
 };
 
 /// What is left of a killed life.
@@ -140,7 +135,7 @@ public:
     {
         const std::string path = folder_.path() + (random_() % 2 == 0 ? "/life" : "/life.zst");
         std::filesystem::remove(path);
-        const SharedMarks marks;
+        const Marks marks;
         const auto seed = static_cast<unsigned>(random_());
         const pid_t child = ::fork();
         if (child == 0)
@@ -172,27 +167,27 @@ public:
 
 private:
     [[noreturn]] static void live(const std::string& path, unsigned seed, milliseconds duration,
-                                  const SharedMarks& marks)
+                                  const Marks& marks)
     {
         std::optional<Recorder> recorder;
         vo::Connection connection;
         liveUnderPressure(duration, seed, [&](EventStream& events) {
             recorder.emplace(events, vo::makeRealClock(), Recorder::Options{path});
             connection =
-                events.happened.connect([&](const Event& event) { marks->add(event.number); });
+                events.happened.connect([&](const Event& event) { marks.add(event.number); });
         });
         ::_exit(0);
     }
 
-    std::string examine(const std::string& path, const SharedMarks& marks,
+    std::string examine(const std::string& path, const Marks& marks,
                         steady_clock::time_point killed)
     {
         const Remains remains = remainsOf(path);
         if (!remains.fault.empty())
             return remains.fault;
-        const steady_clock::time_point lost = marks->timeOf(remains.last + 1, killed);
+        const steady_clock::time_point lost = marks.timeOf(remains.last + 1, killed);
         longest_ = std::max(longest_, std::chrono::duration_cast<milliseconds>(killed - lost));
-        if (remains.last < marks->lastAt(killed - longestLoss_))
+        if (remains.last < marks.lastAt(killed - longestLoss_))
             return "event " + std::to_string(remains.last + 1) + " is lost, of " +
                    std::to_string((killed - lost) / milliseconds(1)) + " ms before";
         if (remains.last == 0)
