@@ -116,13 +116,13 @@ void RecordWriter::drain()
     if (hasEnded_)
         return;
     try {
-        write(std::move(batch));
+        write(batch);
     } catch (const std::exception& e) {
         fail(e.what());
     }
 }
 
-void RecordWriter::write(Batch batch)
+void RecordWriter::write(const Batch& batch)
 {
     for (const RecordQueue::Entry& entry : batch)
         std::visit([this](const auto& each) { write(each); }, entry);

@@ -74,7 +74,7 @@ private:
     void awaitRoomFor(const Entry& entry) VO_REQUIRES(mutex_);
     void post() VO_REQUIRES(mutex_);
     void drain();
-    void write(Batch batch);
+    void write(const Batch& batch);
     void write(const Event& event);
     void write(const RecordGap& gap);
     void write(const RecordCheckpoint& checkpoint);
