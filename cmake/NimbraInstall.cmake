@@ -1,6 +1,6 @@
 # Installs the libraries, the program, the default data, and the CMake package
-# `nimbralaunchpad` (targets nimbra::nimbralife, nimbra::nimbralaunchpad and nimbra::nimbraplatform). Each
-# folder installs its public headers itself.
+# `nimbralaunchpad` (targets nimbra::nimbrarecord, nimbra::nimbralife, nimbra::nimbralaunchpad and
+# nimbra::nimbraplatform). Each folder installs its public headers itself.
 include(CMakePackageConfigHelpers)
 
 set(nimbra_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/${PROJECT_NAME})
@@ -8,7 +8,7 @@ file(RELATIVE_PATH nimbra_bin_to_lib
     ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 set_target_properties(nimbra PROPERTIES INSTALL_RPATH "$ORIGIN/${nimbra_bin_to_lib}")
 
-install(TARGETS nimbraplatform nimbralaunchpad nimbralife EXPORT nimbra-targets)
+install(TARGETS nimbraplatform nimbralaunchpad nimbralife nimbrarecord EXPORT nimbra-targets)
 install(TARGETS nimbra)
 install(TARGETS nimbra-behavior-guard
     DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/${PROJECT_NAME})

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "explain/ConditionRehearsal.h"
@@ -22,7 +24,7 @@ public:
     /// Throws ConditionSyntaxError.
     explicit ConditionWatch(const std::string& condition);
 
-    bool reads(const std::string& key) const { return keys_.count(key) > 0; }
+    bool reads(std::string_view key) const { return keys_.count(key) > 0; }
     /// In ascending order of time. While it does not follow, only the value is taken.
     void write(const std::string& key, const KRValue& value, vo::TimePoint time,
                const std::string& writer = {});
@@ -76,7 +78,7 @@ private:
     ConditionStage stage_;
     std::vector<Part> parts_;  ///< by id; the first is none
     std::map<std::string, unsigned> ids_;
-    std::map<std::string, KRValue> keys_;
+    std::map<std::string, KRValue, std::less<>> keys_;
     bool isFollowing_ = false;
     vo::TimePoint begun_;
     std::optional<Turn> rise_;

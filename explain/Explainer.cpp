@@ -62,11 +62,19 @@ void Explainer::take(const Event& event)
         hitTrees_.pop_front();
 }
 
+bool Explainer::needs(std::string_view key) const
+{
+    constexpr std::string_view kLifes = "Nimbra/";
+    return !isConfigured_ || !watch_ || watch_->reads(key) ||
+           key.substr(0, kLifes.size()) == kLifes;
+}
+
 /// Watches the rule's condition, if it is another one than so far.
 void Explainer::follow(vo::TimePoint time)
 {
     const RuleSource* const source = life_.rule(rule_);
     const std::string condition = source && source->isLoaded ? source->rule.condition : "";
+    isConfigured_ = source && source->package.empty() && !source->file.empty();
     if (condition == condition_)
         return;
     condition_ = condition;

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "explain/ConditionWatch.h"
 #include "explain/Explanation.h"
@@ -24,6 +25,10 @@ public:
     Explainer(std::string rule, RuleReader reader, const KeyCatalogue* catalogue);
 
     void take(const Event& event);
+
+    /// Whether the writes of a key can matter to an answer; where they cannot, they need not come.
+    /// Of a rule that may still be brought by a package, or be replaced, all may.
+    bool needs(std::string_view key) const;
 
     /// As of the latest event, or a later time. Hits from `from` on are told, or where it is not
     /// given the latest ones.
@@ -52,6 +57,7 @@ private:
     std::optional<HitTree> rise_;   ///< when it became true last
     std::deque<HitTree> hitTrees_;  ///< the latest ones, oldest first
     bool isChecked_ = false;        ///< conditions are followed
+    bool isConfigured_ = false;     ///< the rule stands in the configuration
 };
 
 }  // namespace KR

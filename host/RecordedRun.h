@@ -20,6 +20,8 @@ public:
     RecordedRun(const RecordedRun&) = delete;
     RecordedRun& operator=(const RecordedRun&) = delete;
 
+    /// See RecordReader::passOverKeys().
+    void passOverKeys(RecordLineParser::Wanted wanted) { reader_.passOverKeys(std::move(wanted)); }
     std::optional<Event> next();
     /// To be called at the end: tells how much more was wrong than was told. Whether nothing was.
     bool isWhole() const;

@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "host/ConfigurationCheck.h"
+#include "host/History.h"
 #include "host/Host.h"
 #include "host/Output.h"
 #include "host/Player.h"
@@ -52,6 +53,7 @@ struct RunOptions {
     bool json = false;
     std::string logLevel = "warning";
     RecordingOptions recording;
+    std::string history;  ///< of a live run; see makeHistory()
 };
 
 /// One run, live or of a scenario.
@@ -138,6 +140,9 @@ private:
         const auto recording = makeRecording(options_.recording, !clock->hasThreads());
         if (recording)
             recording->follow(events);
+        const auto history = clock->hasThreads()
+                                 ? makeHistory(options_.history, options_.recording.file, events)
+                                 : nullptr;
         const std::set<std::string>& chains = robotChains();
         events.publish(RunBegan{subject.title,
                                 config,
@@ -163,6 +168,8 @@ private:
         events.flush();
         if (recording)
             recording->close();
+        if (history)
+            history->close();
         if (!failure.empty()) {
             output_.flush();
             throw std::runtime_error(failure);
@@ -318,6 +325,7 @@ void addRunCommand(const Command& program)
              "Folder in which the rules' holds and counts survive a restart (default: none do)");
     run.flag("--json", options->json, "Print one JSON object a line");
     addRecording(run, options->recording);
+    addHistory(run, options->history).excludes(scenario);
     run.text("--log-level", options->logLevel, "L",
              "What to log on stderr; from warning on, what behaviours print, too")
         .showDefault()

@@ -51,6 +51,8 @@ class Question {
 public:
     virtual ~Question() = default;
     virtual void take(const Event& event) = 0;
+    /// Whether the writes of a key may matter.
+    virtual bool needs(std::string_view /*key*/) const { return true; }
     struct Answer {
         WhyJson json;
         std::string text;
@@ -73,6 +75,7 @@ public:
     }
 
     void take(const Event& event) override { explainer_.take(event); }
+    bool needs(std::string_view key) const override { return explainer_.needs(key); }
     Answer answer(vo::TimePoint at, std::optional<vo::TimePoint> from) override
     {
         Explanation explanation = explainer_.answer(at, from);
@@ -305,6 +308,7 @@ int askRecording(const WhyOptions& options)
     addKnownKeys(keys);
     const std::unique_ptr<Question> question = makeQuestion(options, keys);
     Course course(options, *question);
+    run->passOverKeys([&question](std::string_view key) { return question->needs(key); });
     for (auto event = run->next(); event && course.take(*event);)
         event = run->next();
     const int result = tell(options, course.answer());

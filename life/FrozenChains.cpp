@@ -50,7 +50,7 @@ void FrozenChains::freeze(const std::string& chain, std::optional<std::int32_t> 
         const vo::Duration until = clock_->uptime() + length;
         const auto found = frozen_.find(chain);
         const bool isFrozen = found != frozen_.end();
-        if (isFrozen && (!found->second.until || (seconds && until <= *found->second.until)))
+        if (isFrozen && (!found->second.until || (seconds && until < *found->second.until)))
             return;
         Freeze freeze{++lastFreeze_, {}};
         if (seconds) {

@@ -115,7 +115,18 @@ struct Life::Parts {
         responder.setPluginsChanged([this] { pluginSwitch->apply(); });
         pluginSwitch->apply();  // to plugins that came in between
         if (!options.state.empty())
+            keepHistories(options);
+    }
+
+    void keepHistories(const Options& options)
+    {
+        try {
             histories.emplace(broker->clock(), launchpad, events, options.state, options.resume);
+        } catch (...) {
+            // Somebody may have asked for a turn already, which is not to come when all this goes.
+            broker->application().eventLoop().close();
+            throw;
+        }
     }
 
     LaunchpadObserver observer()

@@ -96,7 +96,7 @@ vo::Future<T> LifeService::ask(const char* method, KRValue::Array arguments,
         });
     // Who asks when all is over is told so.
     turn.then([promise, method](const vo::Future<void>& ended) {
-        if (ended.isCanceled())
+        if (!ended.hasValue())
             promise.setError(
                 std::make_exception_ptr(LifeRefusal(kName, method, "the life service has ended")));
     });

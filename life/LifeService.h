@@ -32,7 +32,11 @@ class Turns;
 /// Changes come one after the other, on the event loop, and those of focus and state can take
 /// seconds (see FocusQueue): the methods return a future, which has the errors too. On the event
 /// loop, and under a clock without threads, it has ended already, unless a service takes its time
-/// by a future of its own.
+/// by a future of its own. Elsewhere nothing has changed yet when the call returns; who ignores the
+/// future does not hear of errors. Waiting for one blocks until the loop is free, so a plugin whose
+/// stop waits for its own task must not wait for one there. Who is told of a change, or that a
+/// future has ended, and wants a change of its own, posts that to the event loop: it is another
+/// turn.
 ///
 /// Thread-safe; what it is made of outlives it. Errors are KRError, refusals LifeRefusal.
 class LifeService : public KRModule {

@@ -65,7 +65,8 @@ vo::Future<vo::Value> Requests::make(const std::string& text,
     const std::uint64_t number = ++last_;
     if (turns_.driver())
         return turns_.driver()->answer(number, text);
-    const vo::Future<vo::Value> asked = attempted(ask);
+    vo::Future<vo::Value> asked;
+    turns_.outside([&] { asked = attempted(ask); });
     if (!asked.isRunning()) {
         events_.publish(RequestMade{number, text, answerOf(asked)});
         return asked;

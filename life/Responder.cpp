@@ -96,7 +96,7 @@ void Responder::processActions(const std::list<AutonomousAction>& actions, const
         return;
     const HitsTaken begin{++hitLists_};
     if (turns_.driver()) {
-        turns_.take(begin, [this, actions] { decideAll(actions); });
+        turns_.post(begin, [this, actions] { decideAll(actions); });
         return;
     }
     turns_.begin(begin);

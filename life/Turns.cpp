@@ -51,7 +51,17 @@ vo::Future<void> Turns::takeAndTell(const Happening& begin, std::function<void()
 
 void Turns::inside(const std::function<void()>& part)
 {
-    const bool before = isInside_.exchange(true);
+    call(true, part);
+}
+
+void Turns::outside(const std::function<void()>& part)
+{
+    call(false, part);
+}
+
+void Turns::call(bool inside, const std::function<void()>& part)
+{
+    const bool before = isInside_.exchange(inside);
     try {
         part();
     } catch (...) {

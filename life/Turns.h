@@ -44,9 +44,12 @@ public:
     /// Calls something that asks for turns, as a part of the turn in progress: those that it asks
     /// for here are none of their own.
     void inside(const std::function<void()>& part);
+    /// The other way round: what is asked for here comes from outside again.
+    void outside(const std::function<void()>& part);
 
 private:
     bool isTurn() const;
+    void call(bool inside, const std::function<void()>& part);
 
     // Constant after construction.
     EventStream& events_;

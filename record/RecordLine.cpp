@@ -1,8 +1,10 @@
 #include "record/RecordLine.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <simdjson.h>
 #include <stdexcept>
 #include <zlib.h>
@@ -74,6 +76,10 @@ struct EntryWriter {
     {
         return OrderedJson{{kKind, "ends"}}.dump();
     }
+    std::string operator()(const RecordPassedOver& /*line*/) const
+    {
+        throw std::invalid_argument("what was passed over cannot be written");
+    }
 };
 
 }  // namespace
@@ -98,6 +104,10 @@ class RecordLineParser::Impl {
 public:
     RecordLine parse(std::string_view text)
     {
+        if (wanted) {
+            if (const auto line = skim(text))
+                return *line;
+        }
         if (parser_.parse(text.data(), text.size(), false).get(json_) != simdjson::SUCCESS)
             throw std::runtime_error("is no JSON object");
         RecordLine line;
@@ -112,7 +122,45 @@ public:
         return line;
     }
 
+    Wanted wanted;
+
 private:
+    /// What begins as encodeRecordLine() begins it, and is the write of a key that is not wanted;
+    /// nothing for any other. A key whose name has an escape in it is looked at closely.
+    std::optional<RecordLine> skim(std::string_view text) const
+    {
+        constexpr std::string_view kNumber = "{\"n\":";
+        constexpr std::string_view kCrc = ",\"crc\":\"";
+        constexpr std::string_view kWrite = "\",\"event\":\"key\",";
+        constexpr std::string_view kKey = ",\"key\":\"";
+        constexpr std::size_t kDigits = 8;
+        const auto begins = [](std::string_view whole, std::string_view beginning) {
+            return whole.substr(0, beginning.size()) == beginning;
+        };
+        if (!begins(text, kNumber) || text.back() != '}')
+            return {};
+        RecordLine line;
+        const char* const end = text.data() + text.size();
+        const auto number = std::from_chars(text.data() + kNumber.size(), end, line.number);
+        std::string_view rest(number.ptr, static_cast<std::size_t>(end - number.ptr));
+        if (number.ec != std::errc() || !begins(rest, kCrc) ||
+            !begins(rest.substr(std::min(rest.size(), kCrc.size() + kDigits)), kWrite))
+            return {};
+        const char* const digits = rest.data() + kCrc.size();
+        if (std::from_chars(digits, digits + kDigits, line.checksum, 16).ptr != digits + kDigits)
+            return {};
+        rest.remove_prefix(kCrc.size() + kDigits + kWrite.size());
+        const std::size_t place = rest.find(kKey);
+        if (place == std::string_view::npos)
+            return {};
+        rest.remove_prefix(place + kKey.size());
+        const std::string_view key = rest.substr(0, rest.find('"'));
+        if (key.size() == rest.size() || key.find('\\') != std::string_view::npos || wanted(key))
+            return {};
+        line.entry = RecordPassedOver();
+        return line;
+    }
+
     template <class T>
     T get(const char* name) const
     {
@@ -175,6 +223,11 @@ private:
 
 RecordLineParser::RecordLineParser() : impl_(std::make_unique<Impl>()) {}
 RecordLineParser::~RecordLineParser() = default;
+
+void RecordLineParser::setWanted(Wanted wanted)
+{
+    impl_->wanted = std::move(wanted);
+}
 
 RecordLine RecordLineParser::parse(std::string_view line)
 {

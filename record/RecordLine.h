@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -55,8 +56,11 @@ struct RecordedEvent {
     bool again = false;
 };
 
-using RecordEntry =
-    std::variant<RecordedEvent, RecordGap, RecordCheckpoint, RecordHeader, RecordEnd>;
+/// The write of a key that nobody asked for: it was not looked at any closer.
+struct RecordPassedOver {};
+
+using RecordEntry = std::variant<RecordedEvent, RecordGap, RecordCheckpoint, RecordHeader,
+                                 RecordEnd, RecordPassedOver>;
 
 struct RecordLine {
     std::uint64_t number = 0;    ///< in its file, from 1 on
@@ -84,6 +88,10 @@ public:
 
     /// A line without its end. std::runtime_error says what is wrong.
     RecordLine parse(std::string_view line);
+
+    /// Whether the writes of a key are asked for. Empty for all.
+    using Wanted = std::function<bool(std::string_view key)>;
+    void setWanted(Wanted wanted);
 
 private:
     class Impl;

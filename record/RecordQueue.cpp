@@ -6,7 +6,7 @@ namespace KR {
 
 namespace {
 
-std::size_t bytesOf(const KRValue& value)
+std::size_t valueBytes(const KRValue& value)
 {
     switch (value.getType()) {
         case KRValue::Type::string:
@@ -16,7 +16,7 @@ std::size_t bytesOf(const KRValue& value)
         case KRValue::Type::array: {
             std::size_t bytes = 0;
             for (const KRValue& element : value.toArray())
-                bytes += sizeof element + bytesOf(element);
+                bytes += sizeof element + valueBytes(element);
             return bytes;
         }
         default:
@@ -24,28 +24,27 @@ std::size_t bytesOf(const KRValue& value)
     }
 }
 
+}  // namespace
+
 /// Of what comes from outside and may be large; the rest is as large as rules are.
-std::size_t bytesOf(const Event& event)
+std::size_t RecordQueue::bytesOf(const Event& event)
 {
     return std::visit(
-        Cases{[](const KeyWritten& write) { return bytesOf(write.value); },
+        Cases{[](const KeyWritten& write) { return valueBytes(write.value); },
               [](const RequestMade& request) {
-                  return request.answer ? bytesOf(request.answer->value) : 0;
+                  return request.answer ? valueBytes(request.answer->value) : 0;
               },
-              [](const RequestAnswered& answered) { return bytesOf(answered.answer.value); },
-              [](const LifeAsked& asked) { return bytesOf(KRValue(asked.arguments)); },
+              [](const RequestAnswered& answered) { return valueBytes(answered.answer.value); },
+              [](const LifeAsked& asked) { return valueBytes(KRValue(asked.arguments)); },
               [](const RunBegan& began) { return began.configText.size(); },
               [](const auto&) { return std::size_t{0}; }},
         event.what);
 }
 
-}  // namespace
-
-bool RecordQueue::hasRoomFor(const Event& event) const
+bool RecordQueue::hasRoomFor(std::size_t bytes) const
 {
     // One alone has room, however large it is.
-    return entries_.empty() ||
-           (entries_.size() < kMaxEvents && bytes_ + bytesOf(event) <= kMaxBytes);
+    return entries_.empty() || (entries_.size() < kMaxEvents && bytes_ + bytes <= kMaxBytes);
 }
 
 bool RecordQueue::add(const Event& event)
@@ -66,6 +65,16 @@ void RecordQueue::add(NextFile next)
 {
     addGap();
     entries_.emplace_back(std::move(next));
+}
+
+bool RecordQueue::add(RecordCheckpoint checkpoint)
+{
+    if (!hasRoomFor(checkpoint))
+        return false;
+    addGap();
+    bytes_ += checkpoint.state.size();
+    entries_.emplace_back(std::move(checkpoint));
+    return true;
 }
 
 void RecordQueue::addGap()

@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <variant>
 #include <vector>
 
@@ -22,14 +21,20 @@ public:
 
     /// Here the next file of the recording begins.
     struct NextFile {
-        std::optional<RecordCheckpoint> checkpoint;
+        RecordCheckpoint checkpoint;  ///< its state is empty for none
     };
-    using Entry = std::variant<Event, RecordGap, NextFile>;
+    using Entry = std::variant<Event, RecordGap, RecordCheckpoint, NextFile>;
 
-    bool hasRoomFor(const Event& event) const;
+    bool hasRoomFor(const Event& event) const { return hasRoomFor(bytesOf(event)); }
+    bool hasRoomFor(const RecordCheckpoint& checkpoint) const
+    {
+        return hasRoomFor(checkpoint.state.size());
+    }
     /// False when it is counted only.
     bool add(const Event& event);
     void add(NextFile next);
+    /// False when there is no room for it.
+    bool add(RecordCheckpoint checkpoint);
     /// Everything; empty then, but for the place that it takes.
     std::vector<Entry> take();
 
@@ -37,6 +42,8 @@ public:
     bool isQuarterFull() const;
 
 private:
+    static std::size_t bytesOf(const Event& event);
+    bool hasRoomFor(std::size_t bytes) const;
     void addGap();
 
     std::vector<Entry> entries_;

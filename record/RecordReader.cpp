@@ -1,7 +1,10 @@
 #include "record/RecordReader.h"
 
+#include <algorithm>
 #include <string_view>
 #include <utility>
+
+#include "record/RecordLines.h"
 
 namespace KR {
 
@@ -27,18 +30,21 @@ std::string linesText(std::uint64_t first, std::uint64_t last)
 }  // namespace
 
 RecordReader::RecordReader(const std::string& path, Tell tell)
-    : tell_(std::move(tell)), lines_(path, [this](std::uint64_t byte, const std::string& problem) {
-          this->tell(0, byte, problem);
-      })
+    : tell_(std::move(tell)),
+      lines_(std::make_unique<RecordLines>(
+          path,
+          [this](std::uint64_t byte, const std::string& problem) { this->tell(0, byte, problem); }))
 {
     readHeader(path);
 }
+
+RecordReader::~RecordReader() = default;
 
 void RecordReader::readHeader(const std::string& path)
 {
     std::optional<RecordLine> first;
     for (int i = 0; i < kHeaderAttempts && !first; ++i) {
-        const auto line = lines_.next();
+        const auto line = lines_->next();
         if (!line)
             break;
         try {
@@ -60,7 +66,7 @@ void RecordReader::readHeader(const std::string& path)
 
 void RecordReader::restart(std::uint64_t byte)
 {
-    lines_.restart(byte);
+    lines_->restart(byte);
     found_.reset();
     last_ = lost_ = refused_ = 0;
     lastChecksum_ = 0;
@@ -87,7 +93,7 @@ bool RecordReader::refuse(const Candidate& line, const std::string& why)
 std::optional<RecordReader::Candidate> RecordReader::read()
 {
     Candidate result;
-    while (const auto line = lines_.next()) {
+    while (const auto line = lines_->next()) {
         result.afterBreak |= line->afterBreak;
         try {
             result.line = parser_.parse(line->text);
@@ -152,7 +158,8 @@ std::optional<RecordEntry> RecordReader::step()
     isBroken_ = false;
     isKnown_ = true;
     isClosed_ = std::holds_alternative<RecordEnd>(line.line.entry);
-    if (isClosed_ || std::holds_alternative<RecordHeader>(line.line.entry))
+    if (isClosed_ || std::holds_alternative<RecordHeader>(line.line.entry) ||
+        std::holds_alternative<RecordPassedOver>(line.line.entry))
         return std::nullopt;
     return std::move(line.line.entry);
 }
@@ -189,7 +196,7 @@ void RecordReader::finish()
 {
     hasEnded_ = true;
     if (!isClosed_)
-        tell(0, lines_.fileSize(),
+        tell(0, lines_->fileSize(),
              "it was not closed: what came last is not there, and the last line cannot be checked");
     else if (coming_)
         tell(coming_->number, coming_->byte, "there is something after the last line");
@@ -210,7 +217,7 @@ std::optional<vo::TimePoint> RecordReader::timeOf(const RecordEntry& entry)
 /// The first line that begins, or whose frame begins, at that byte or after it, and tells a time.
 std::optional<RecordReader::Place> RecordReader::probe(std::uint64_t byte)
 {
-    lines_.restart(byte);
+    lines_->restart(byte);
     while (const auto line = read()) {
         if (const auto time = timeOf(line->line.entry))
             return Place{line->byte, *time};
@@ -218,20 +225,28 @@ std::optional<RecordReader::Place> RecordReader::probe(std::uint64_t byte)
     return std::nullopt;
 }
 
+/// Where the first entry is that is not before a time: in a span that is read quickly, or at its
+/// end.
+RecordReader::Span RecordReader::searchFirst(vo::TimePoint time)
+{
+    Span span{0, lines_->fileSize()};
+    while (span.to - span.from > kSearchedBytes) {
+        const std::uint64_t middle = span.from + (span.to - span.from) / 2;
+        const auto place = probe(middle);
+        if (place && place->byte < span.to && place->time < time)
+            span.from = place->byte;
+        else
+            span.to = middle;
+    }
+    return span;
+}
+
 void RecordReader::seek(vo::TimePoint time)
 {
     isSearching_ = true;
-    std::uint64_t from = 0;
-    for (std::uint64_t to = lines_.fileSize(); to - from > kSearchedBytes;) {
-        const std::uint64_t middle = from + (to - from) / 2;
-        const auto place = probe(middle);
-        if (place && place->byte < to && place->time < time)
-            from = place->byte;
-        else
-            to = middle;
-    }
+    const Span span = searchFirst(time);
     isSearching_ = false;
-    restart(from);
+    restart(span.from);
     while (auto entry = next()) {
         const auto at = timeOf(*entry);
         if (at && *at >= time) {
@@ -241,37 +256,60 @@ void RecordReader::seek(vo::TimePoint time)
     }
 }
 
-bool RecordReader::seekCheckpoint(vo::TimePoint time)
+/// Those that are not after a time. Their lines are not held against the next ones.
+std::vector<RecordReader::Mark> RecordReader::checkpointsIn(Span span, vo::TimePoint time)
 {
-    std::optional<std::uint64_t> place;
-    RecordCheckpoint last;
-    lines_.restart(0);
-    isSearching_ = true;
-    while (const auto line = lines_.next()) {
+    std::vector<Mark> marks;
+    lines_->restart(span.from);
+    for (auto line = lines_->next(); line && line->byte < span.to; line = lines_->next()) {
         if (line->text.substr(0, kMarkWithin).find(kCheckpointMark) == std::string_view::npos)
             continue;
         try {
             const auto entry = parser_.parse(line->text).entry;
             const auto* const checkpoint = std::get_if<RecordCheckpoint>(&entry);
-            if (checkpoint && checkpoint->time <= time) {
-                last = *checkpoint;
-                place = line->byte;
-            }
+            if (checkpoint && checkpoint->time <= time)
+                marks.push_back({line->byte, checkpoint->before});
         } catch (const std::runtime_error&) {
             continue;  // a damaged one is none
         }
     }
-    isSearching_ = false;
-    restart(place.value_or(0));
-    while (auto entry = place ? next() : std::nullopt) {
-        const auto* const checkpoint = std::get_if<RecordCheckpoint>(&*entry);
-        if (checkpoint && checkpoint->before == last.before) {
+    return marks;
+}
+
+/// False when it is damaged.
+bool RecordReader::goTo(const Mark& checkpoint)
+{
+    restart(checkpoint.byte);
+    while (auto entry = next()) {
+        const auto* const found = std::get_if<RecordCheckpoint>(&*entry);
+        if (found && found->before == checkpoint.before) {
             found_ = std::move(entry);
             return true;
         }
+        const auto* const recorded = std::get_if<RecordedEvent>(&*entry);
+        if (recorded && recorded->event.number >= checkpoint.before)
+            return false;
     }
-    if (place)
-        restart(0);
+    return false;
+}
+
+bool RecordReader::seekCheckpoint(vo::TimePoint time)
+{
+    isSearching_ = true;
+    const bool isBounded = time < vo::TimePoint::max();
+    Span span{0, isBounded ? searchFirst(time + vo::Duration(1)).to : lines_->fileSize()};
+    for (std::uint64_t size = kSearchedBytes; span.to > 0; size *= 2, span.to = span.from) {
+        span.from = span.to - std::min(size, span.to);
+        const std::vector<Mark> marks = checkpointsIn(span, time);
+        for (auto mark = marks.rbegin(); mark != marks.rend(); ++mark) {
+            if (goTo(*mark)) {
+                isSearching_ = false;
+                return true;
+            }
+        }
+    }
+    isSearching_ = false;
+    restart(0);
     return false;
 }
 

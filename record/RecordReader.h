@@ -2,15 +2,18 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "platform/vo/Clock.h"
 #include "record/RecordLine.h"
-#include "record/RecordLines.h"
 
 namespace KR {
+
+class RecordLines;
 
 /// A file is no recording, or one of a version that is not known yet.
 class NoRecording : public std::runtime_error {
@@ -38,8 +41,15 @@ public:
 
     /// NoRecording; std::system_error when the file cannot be opened or read.
     RecordReader(const std::string& path, Tell tell);
+    ~RecordReader();
+    RecordReader(const RecordReader&) = delete;
+    RecordReader& operator=(const RecordReader&) = delete;
 
     const RecordHeader& header() const { return header_; }
+
+    /// From now on writes of keys for which that is false are passed over, which takes much less
+    /// time. What is wrong with their lines is told all the same, but for what is no JSON.
+    void passOverKeys(RecordLineParser::Wanted wanted) { parser_.setWanted(std::move(wanted)); }
 
     /// The next event, gap or checkpoint; none at the end.
     std::optional<RecordEntry> next();
@@ -47,8 +57,8 @@ public:
     /// Goes to the first entry that is not before a time, without reading what comes before. In the
     /// recording of a live run whose clock was set back, times repeat: it is one of them then.
     void seek(vo::TimePoint time);
-    /// Goes to the last checkpoint that is not after a time. Without one, false, and to the
-    /// beginning.
+    /// Goes to the last whole checkpoint that is not after a time, as above; it reads backwards
+    /// from there. Without one, false, and to the beginning.
     bool seekCheckpoint(vo::TimePoint time);
 
     /// When an entry was written down; none for a gap.
@@ -77,14 +87,27 @@ private:
         std::uint64_t byte;
         vo::TimePoint time;
     };
+    /// Bytes of the file; a line, or its frame, that begins at `to` is not among them.
+    struct Span {
+        std::uint64_t from;
+        std::uint64_t to;
+    };
+    /// A checkpoint that seems to be there.
+    struct Mark {
+        std::uint64_t byte;    ///< where its line, or its frame, begins
+        std::uint64_t before;  ///< see RecordCheckpoint
+    };
     std::optional<Place> probe(std::uint64_t byte);
+    Span searchFirst(vo::TimePoint time);
+    std::vector<Mark> checkpointsIn(Span span, vo::TimePoint time);
+    bool goTo(const Mark& checkpoint);
     bool tell(std::uint64_t line, std::uint64_t byte, const std::string& text);
     bool refuse(const Candidate& line, const std::string& why);
 
     // Constant after construction.
     const Tell tell_;
 
-    RecordLines lines_;
+    const std::unique_ptr<RecordLines> lines_;
     RecordLineParser parser_;
     RecordHeader header_;
     std::optional<Candidate> coming_;   ///< the line to look at next

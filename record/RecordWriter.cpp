@@ -15,6 +15,8 @@ const vo::Logger recordLog("Recording");
 
 RecordWriter::RecordWriter(std::shared_ptr<vo::Clock> clock, const Options& options)
     : checkpoint_(options.checkpoint),
+      checkpointEvents_(options.checkpointEvents),
+      checkpointTime_(options.checkpointTime),
       waits_(options.waits && clock->hasThreads()),
       executor_(clock->makeExecutor("Recording", vo::Clock::Threading::own))
 {
@@ -40,11 +42,21 @@ void RecordWriter::take(const Event& event)
 {
     if (hasEnded_)
         return;
-    if (wantsFile_.exchange(false))
-        beginNextFile(event);
+    const bool beginsFile = wantsFile_.exchange(false);
+    RecordCheckpoint checkpoint;
+    if (checkpoint_ && (beginsFile || isCheckpointDue(event)))
+        checkpoint = makeCheckpoint(event);
+    ++eventsSince_;
+    if (!since_)
+        since_ = event.uptime;
     const vo::Lock lock(mutex_);
-    while (waits_ && !queue_.hasRoomFor(event) && !hasEnded_)
-        taken_.wait(mutex_);
+    if (beginsFile) {
+        queue_.add(RecordQueue::NextFile{std::move(checkpoint)});
+    } else if (!checkpoint.state.empty()) {
+        awaitRoomFor(checkpoint);
+        queue_.add(std::move(checkpoint));
+    }
+    awaitRoomFor(event);
     if (!queue_.add(event) && !hasGap_.exchange(true))
         recordLog.warning("take",
                           "events come faster than they can be written; what is left out "
@@ -52,14 +64,27 @@ void RecordWriter::take(const Event& event)
     post();
 }
 
-void RecordWriter::beginNextFile(const Event& next)
+template <class Entry>
+void RecordWriter::awaitRoomFor(const Entry& entry)
 {
-    RecordQueue::NextFile file;
-    const std::string state = checkpoint_ ? checkpoint_() : "";
-    if (!state.empty())
-        file.checkpoint = RecordCheckpoint{next.number, next.time, state};
-    const vo::Lock lock(mutex_);
-    queue_.add(std::move(file));
+    while (waits_ && !queue_.hasRoomFor(entry) && !hasEnded_) {
+        post();
+        taken_.wait(mutex_);
+    }
+}
+
+bool RecordWriter::isCheckpointDue(const Event& next) const
+{
+    return (checkpointEvents_ != 0 && eventsSince_ >= checkpointEvents_) ||
+           (checkpointTime_ != vo::Duration::zero() && since_ &&
+            next.uptime - *since_ >= checkpointTime_);
+}
+
+RecordCheckpoint RecordWriter::makeCheckpoint(const Event& next)
+{
+    eventsSince_ = 0;
+    since_.reset();
+    return {next.number, next.time, checkpoint_()};
 }
 
 void RecordWriter::post()
@@ -91,13 +116,13 @@ void RecordWriter::drain()
     if (hasEnded_)
         return;
     try {
-        write(std::move(batch));
+        write(batch);
     } catch (const std::exception& e) {
         fail(e.what());
     }
 }
 
-void RecordWriter::write(Batch batch)
+void RecordWriter::write(const Batch& batch)
 {
     for (const RecordQueue::Entry& entry : batch)
         std::visit([this](const auto& each) { write(each); }, entry);
@@ -124,6 +149,17 @@ void RecordWriter::write(const RecordGap& gap)
     ring_->file().add(gap);
 }
 
+/// A recording lacks nothing without it.
+void RecordWriter::write(const RecordCheckpoint& checkpoint)
+{
+    try {
+        ring_->file().add(checkpoint);
+    } catch (const std::logic_error& e) {
+        if (!std::exchange(hasBadCheckpoint_, true))
+            recordLog.error("checkpoint", e.what());
+    }
+}
+
 void RecordWriter::write(const RecordQueue::NextFile& next)
 {
     ring_->begin();
@@ -131,12 +167,8 @@ void RecordWriter::write(const RecordQueue::NextFile& next)
     for (const auto* event : {&run_, &monitoring_})
         if (*event)
             file.add(RecordedEvent{**event, true});
-    try {
-        if (next.checkpoint)
-            file.add(*next.checkpoint);
-    } catch (const std::logic_error& e) {
-        recordLog.error("checkpoint", e.what());
-    }
+    if (!next.checkpoint.state.empty())
+        write(next.checkpoint);
     ring_->beginAnew();
     isAsked_ = false;
 }

@@ -33,9 +33,15 @@ public:
         /// Whether take() waits for the disk when events come faster, instead of leaving some out:
         /// for a life that is played as fast as it can be. Not under a clock without threads.
         bool waits = false;
-        /// What a later file is to begin with, as JSON on one line; "" for nothing. Called by
-        /// take() between two events, with no lock held; it does not come back.
+        /// What a reader needs that begins here, as JSON on one line; "" for nothing. Later files
+        /// begin with it. Called by take() between two events, with no lock held; it does not come
+        /// back.
         std::function<std::string()> checkpoint = {};
+        /// Within a file a checkpoint comes after this many events, or after the first event that
+        /// comes this much later than the last one, whichever is first; 0 for neither. One for
+        /// which the queue has no room is left out.
+        std::uint64_t checkpointEvents = 0;
+        vo::Duration checkpointTime{};
     };
 
     /// Events are written this long after they came, or sooner. Below the second that is promised
@@ -62,18 +68,24 @@ public:
 private:
     using Batch = std::vector<RecordQueue::Entry>;
 
-    void beginNextFile(const Event& next);
+    bool isCheckpointDue(const Event& next) const;
+    RecordCheckpoint makeCheckpoint(const Event& next);
+    template <class Entry>
+    void awaitRoomFor(const Entry& entry) VO_REQUIRES(mutex_);
     void post() VO_REQUIRES(mutex_);
     void drain();
-    void write(Batch batch);
+    void write(const Batch& batch);
     void write(const Event& event);
     void write(const RecordGap& gap);
+    void write(const RecordCheckpoint& checkpoint);
     void write(const RecordQueue::NextFile& next);
     void keep(const Event& event);
     void fail(const std::string& what);
 
     // Constant after construction.
     const std::function<std::string()> checkpoint_;
+    const std::uint64_t checkpointEvents_;
+    const vo::Duration checkpointTime_;
     const bool waits_;
     const std::shared_ptr<vo::Executor> executor_;
 
@@ -84,9 +96,14 @@ private:
     std::atomic<bool> wantsFile_ = false;
     vo::Condition taken_;
 
+    // Of who tells events.
+    std::uint64_t eventsSince_ = 0;      ///< that came since the last checkpoint
+    std::optional<vo::Duration> since_;  ///< the uptime of the first of them
+
     // Of the writing thread; of who closes, when that has gone.
     std::optional<RecordRing> ring_;
     bool isAsked_ = false;             ///< take() for the next file
+    bool hasBadCheckpoint_ = false;    ///< one could not be written, which was told
     std::optional<Event> run_;         ///< the latest RunBegan
     std::optional<Event> monitoring_;  ///< the latest MonitoringSwitched
 

@@ -349,6 +349,11 @@ std::optional<What> Replay::Impl::readOnTo(const std::string& asked)
             break;
         }
         const What* const place = std::get_if<What>(&event->what);
+        if (!place && heldName(event->what)) {
+            // Another turn cannot begin inside of this one.
+            depart({}, {}, asked);
+            break;
+        }
         if (!place) {
             process(*event);
             continue;
@@ -360,8 +365,6 @@ std::optional<What> Replay::Impl::readOnTo(const std::string& asked)
         sink_(*event);
         return *place;
     }
-    if (result_.difference && result_.difference->text.empty())
-        result_.difference->text = asked;
     return {};
 }
 

@@ -1,5 +1,6 @@
 #include "record/ReplayStage.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -17,6 +18,17 @@ std::shared_ptr<vo::VirtualClock> clockAt(const Event& event)
     auto clock = std::make_shared<vo::VirtualClock>(event.time - event.uptime);
     clock->advance(event.uptime);
     return clock;
+}
+
+/// A package takes the place of the one of the same name.
+void apply(const PackageChanged& change, std::vector<vo::PackageInfo>& packages)
+{
+    packages.erase(
+        std::remove_if(packages.begin(), packages.end(),
+                       [&](const auto& each) { return each.uuid() == change.package.uuid(); }),
+        packages.end());
+    if (change.installed)
+        packages.push_back(change.package);
 }
 
 Life::Options optionsOf(const RunBegan& run, const std::string& rules)
@@ -102,10 +114,12 @@ ReplayBeginning readBeginning(const std::function<std::optional<Event>()>& next)
         if (std::holds_alternative<RunBegan>(event->what)) {
             beginning.start = *event;
             hasStart = true;
-        } else if (const auto* const package = std::get_if<PackageChanged>(&event->what)) {
-            beginning.packages.push_back(package->package);
+        } else if (const auto* const change = std::get_if<PackageChanged>(&event->what)) {
+            apply(*change, beginning.packages);
         }
-        monitors = std::holds_alternative<MonitoringSwitched>(event->what);
+        const auto* const move = std::get_if<CheckerMoved>(&event->what);
+        monitors =
+            (move && move->kind == CheckerMove::Kind::started) || isMonitoringsEnd(event->what);
         beginning.events.push_back(std::move(*event));
     }
     if (!hasStart)

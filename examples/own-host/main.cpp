@@ -6,6 +6,7 @@
 #include "platform/kr/KRMemory.h"
 #include "platform/vo/ServiceObject.h"
 #include "platform/vo/Session.h"
+#include "record/Recorder.h"
 
 int main()
 {
@@ -22,6 +23,7 @@ int main()
     application.session().registerService(speech);
 
     KR::EventStream events(application.clock());
+    const KR::Recorder recorder(events, application.clock(), {"life.jsonl", "my.cfg"});
     KR::Life life(broker, events, {"my.cfg"});
     life.start();
 

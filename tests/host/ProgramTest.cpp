@@ -192,6 +192,17 @@ $nimbra timeline $folder/live 2>&1
     EXPECT_THAT(killed.output, HasSubstr(" hits of 1 rule, interrupted\n"));
 }
 
+TEST_F(ProgramTest, ALiveRunKeepsItsHistoryBesideItsRecordingAndLeavesNoOther)
+{
+    folder.write("history", R"(
+mkdir $folder/tmp; export TMPDIR=$folder/tmp; run="$nimbra run --config $config --until 1s"
+$run --record $folder/r --history $folder/h.zst >/dev/null &
+exec 3< <($run); read -u 3 line; ls $TMPDIR/*; cat <&3 >/dev/null; wait; ls $TMPDIR
+cmp <($nimbra timeline $folder/r) <($nimbra timeline $folder/h.zst) && echo same
+TMPDIR=/none $run 2>&1 | grep -o 'hour is not kept')");
+    EXPECT_EQ(shell("bash $folder/history 2>&1").output, "history.zst\nsame\nhour is not kept\n");
+}
+
 TEST_F(ProgramTest, ScenarioIsPlayedInItsOrderToTheEntryAtItsVeryEnd)
 {
     const std::string play =
@@ -263,6 +274,8 @@ TEST_F(ProgramTest, CommandsEndWithTheirExitCode)
         2 $run --record-size 5M => --record-size requires --record
         2 $play --record $folder/r --record-size 1M => '1M' is too small for a recording: it takes 2M
         2 $play --record $folder/r --record-size 18446744073709551615K => is no size
+        2 $play --history $folder/h => --scenario excludes --history
+        2 $run --record $folder/r --history $folder/new/../r => --history and --record both name
         2 $play --record $folder/r --record-age 367d => '367d' is not from 1m to 366d
         0 $play --as-fast-as-possible --record $folder/r.zst --record-size 2M --record-age 1m => Summary: 1 min 10
         1 $play --as-fast-as-possible --record $config => good.cfg is no recording, so it is not overwritten

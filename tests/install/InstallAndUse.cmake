@@ -44,11 +44,18 @@ run(${CMAKE_COMMAND} --build ${work}/example)
 set(alone ${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH --unset=NIMBRA_PREFIX
     --unset=XDG_CONFIG_DIRS XDG_CONFIG_HOME=${work}/empty)
 run(${alone} ${work}/user/user ${source}/rules.cfg)
+file(COPY ${example}/my.cfg DESTINATION ${work}/robot)
 execute_process(COMMAND ${alone} ${work}/example/own-host
-    WORKING_DIRECTORY ${example} TIMEOUT 60 OUTPUT_VARIABLE said RESULT_VARIABLE result)
+    WORKING_DIRECTORY ${work}/robot TIMEOUT 60 OUTPUT_VARIABLE said RESULT_VARIABLE result)
 if(NOT result EQUAL 0 OR NOT said STREQUAL "I am coming!\n")
     message(FATAL_ERROR "the example ended with ${result} and said: ${said}")
 endif()
+execute_process(COMMAND ${alone} ${work}/prefix/bin/nimbra timeline life.jsonl
+    WORKING_DIRECTORY ${work}/robot RESULT_VARIABLE result OUTPUT_VARIABLE shown)
+if(NOT result EQUAL 0 OR NOT shown MATCHES "1 rule from my.cfg.*● Answer the door.*1 hit of 1 rule\n")
+    message(FATAL_ERROR "the example's recording is shown with ${result}:\n${shown}")
+endif()
+run(${alone} ${work}/prefix/bin/nimbra replay ${work}/robot/life.jsonl)
 run(${alone} ${work}/prefix/bin/nimbra check
     ${work}/prefix/share/tessel/autonomy.cfg ${example}/my.cfg)
 

@@ -191,35 +191,42 @@ TEST_F(RecordReaderTest, SeekingGoesToTheFirstEntryThatIsNotBeforeTheTime)
     }
 }
 
-TEST_F(RecordReaderTest, SeekingACheckpointGivesItAndWhatFollows)
+TEST_F(RecordReaderTest, SeekingACheckpointGivesTheLastWholeOneAndWhatFollows)
 {
+    constexpr std::uint64_t kEvents = 8000;
     for (const char* name : {"plain", "packed.zst"}) {
         const std::string path = folder.path() + "/" + name;
-        RecordHeader header;
-        RecordFile file(path, header);
+        RecordFile file(path, {});
         number = 0;
-        for (int i = 0; i < 30; ++i) {
-            const Event next = event();
-            if (i % 10 == 5)
+        while (number < kEvents) {
+            const Event next = event(std::string(number == 5000 ? 300'000 : 100, 'x'));
+            if (next.number % 1000 == 6 || next.number == 5005)
                 file.add(RecordCheckpoint{next.number, next.time, R"({"a":[1.0]})"});
             file.add(RecordedEvent{next});
-            if (i % 7 == 0)
+            if (next.number % 500 == 0)
                 file.flush();
         }
         file.end();
-        RecordReader reader(path, {});
-        const std::tuple<int, bool, std::string, std::size_t> rows[] = {{16, true, "state 16", 17},
-                                                                        {15, true, "state 6", 28},
-                                                                        {99, true, "state 26", 6},
-                                                                        {5, false, "1", 33}};
-        for (const auto& [second, found, first, count] : rows) {
-            EXPECT_EQ(reader.seekCheckpoint(start + std::chrono::seconds(second)), found);
-            ReadRecord read(path);
-            read.given.clear();
-            read.readFrom(reader);
-            EXPECT_EQ(read.given.front(), first);
-            EXPECT_EQ(read.given.size(), count);
+        const bool isDamaged = name == std::string("plain");
+        if (isDamaged)
+            folder.write(name, boost::replace_first_copy(contentOf(path), "\"before\":3006",
+                                                         "\"before\":3005"));
+        RecordReader reader(path, [](const RecordProblem&) {});
+        const std::pair<std::uint64_t, std::uint64_t> rows[] = {
+            {6, 6},       {5, 0},       {7999, 7006}, {9999, 7006}, {4005, isDamaged ? 2006 : 3006},
+            {5005, 5005}, {5006, 5006}, {5004, 4006}};
+        for (const auto& [second, before] : rows) {
+            EXPECT_EQ(reader.seekCheckpoint(start + std::chrono::seconds(second)), before != 0);
+            const auto entry = reader.next();
+            const auto* const checkpoint = std::get_if<RecordCheckpoint>(&*entry);
+            EXPECT_EQ(checkpoint ? checkpoint->before : 0, before);
         }
+        ReadRecord rest(path);
+        rest.given.clear();
+        EXPECT_TRUE(reader.seekCheckpoint(vo::TimePoint::max()));
+        EXPECT_EQ(std::get<RecordCheckpoint>(*reader.next()).before, 7006U);
+        rest.readFrom(reader);
+        EXPECT_EQ(rest.given.size(), kEvents - 7005);
     }
 }
 

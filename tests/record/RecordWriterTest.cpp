@@ -160,6 +160,28 @@ TEST_F(RecordWriterTest, ARingKeepsToItsLimitsAndEachFileCanBeReadAlone)
     }
 }
 
+TEST_F(RecordWriterTest, CheckpointsComeAfterSoManyEventsOrSoMuchTime)
+{
+    int asked = 0;
+    RecordWriter::Options often = options("often");
+    often.checkpoint = [&] { return ++asked == 3 ? "no JSON" : std::to_string(asked); };
+    often.checkpointEvents = 3;
+    often.checkpointTime = std::chrono::seconds(10);
+    RecordWriter writer(clock, often);
+    for (const int second : {0, 9, 9, 9, 18, 19, 29, 30, 40, 41, 41, 41}) {
+        Event next = event();
+        next.uptime = std::chrono::seconds(second);
+        writer.take(next);
+    }
+    writer.close();
+    EXPECT_TRUE(writer.isComplete());
+    EXPECT_THAT(ReadRecord(often.path).given,
+                ElementsAre("1", "2", "3", "state 4", "4", "5", "state 6", "6", "7", "8", "state 9",
+                            "9", "10", "11", "state 12", "12"))
+        << "the third, before 7, could not be written";
+    EXPECT_THAT(log.lines(vo::LogLevel::error), ElementsAre(HasSubstr("no JSON")));
+}
+
 TEST_F(RecordWriterTest, WhatIsOlderThanTheAgeGoes)
 {
     RecordWriter::Options ring = options("ring");
