@@ -60,6 +60,17 @@ protected:
         return result;
     }
 
+    /// Has the robot's packages folder hold those of the demo day.
+    void useDemoPackages()
+    {
+        packages = folder.path() + "/packages";
+        std::filesystem::create_directory(packages);
+        for (const char* package : {"companion", "daydream", "power", "run_dialog"})
+            std::filesystem::copy(std::string(NIMBRA_TEST_DATA "/packages/") + package,
+                                  packages + "/" + package,
+                                  std::filesystem::copy_options::recursive);
+    }
+
     /// Writes a behaviour's program, a shell script.
     void writeProgram(const std::string& path, const std::string& script) const
     {

@@ -86,11 +86,7 @@ bool isDecision(const Event& event)
 TEST_F(ReplayTest, demoDayIsTheSame)
 {
     const std::filesystem::path data = NIMBRA_TEST_DATA;
-    packages = folder.path() + "/packages";
-    std::filesystem::create_directory(packages);
-    for (const char* package : {"companion", "daydream", "power", "run_dialog"})
-        std::filesystem::copy(data / "packages" / package, packages + "/" + package,
-                              std::filesystem::copy_options::recursive);
+    useDemoPackages();
     const Scenario scenario = loadScenario(data / "demo-day.scenario.yaml");
     clock->advance(scenario.start - clock->now());
     const std::string config = data / "autonomy.cfg";

@@ -8,11 +8,12 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <iostream>
+#include <poll.h>
 #include <random>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 #include "platform/vo/Log.h"
@@ -120,6 +121,15 @@ std::string outputOf(const std::string& command)
     return output;
 }
 
+/// Waits for the end of a process, no longer than that.
+void awaitEnd(pid_t process, milliseconds longest)
+{
+    const int descriptor = static_cast<int>(::syscall(SYS_pidfd_open, process, 0));
+    pollfd end{descriptor, POLLIN, 0};
+    ::poll(&end, 1, static_cast<int>(longest.count()));
+    ::close(descriptor);
+}
+
 class Killing {
 public:
     Killing(unsigned seed, milliseconds longestLife, milliseconds longestLoss)
@@ -140,7 +150,7 @@ public:
         const pid_t child = ::fork();
         if (child == 0)
             live(path, seed, 2 * longestLife_, marks);
-        std::this_thread::sleep_for(milliseconds(random_() % longestLife_.count()));
+        awaitEnd(child, milliseconds(random_() % longestLife_.count()));
         const steady_clock::time_point killed = steady_clock::now();
         ::kill(child, SIGKILL);
         ::waitpid(child, nullptr, 0);
